@@ -1,0 +1,1 @@
+// placeholder of the first build; replaced by the host's settings store

@@ -1,0 +1,39 @@
+// Unicode text services. Strings are UTF-8; bytes that are no UTF-8 pass through unchanged and
+// match only themselves. Pure functions, callable from any thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace wakelatch::platform {
+
+/// `text` with every letter in lower case, by Unicode's full mapping without regard to any locale.
+std::string lowercased(std::string_view text);
+
+/// `text` without white space and newlines at its ends: Unicode's spaces, tab, line feed, vertical
+/// tab, form feed, carriage return, U+0085, U+2028, U+2029.
+std::string_view trimmed(std::string_view text);
+
+/// `text` without white space other than line breaks at its ends: Unicode's spaces and tab. A
+/// carriage return stays.
+std::string_view trimmedSpaces(std::string_view text);
+
+/// Whether `character` is a decimal digit of any script (Unicode category Nd).
+bool isDecimalDigit(char32_t character);
+
+/// Whether `text` contains `needle`, regardless of case under the user's locale. An empty needle is
+/// contained nowhere.
+bool containsIgnoringCase(std::string_view text, std::string_view needle);
+
+/// `text` in canonically composed form (NFC).
+std::string composed(std::string_view text);
+
+/// The first `count` characters as a reader sees them (extended grapheme clusters).
+std::string_view firstCharacters(std::string_view text, std::size_t count);
+
+/// Folds text so that strings that differ only in case or accents become equal, under the user's
+/// locale. Line feeds and tabs become spaces; nothing else about white space changes.
+std::string folded(std::string_view text);
+
+}  // namespace wakelatch::platform

@@ -1,0 +1,1 @@
+#include "WakelatchCore/AgentCatalog.h"

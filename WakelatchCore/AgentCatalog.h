@@ -1,0 +1,101 @@
+// The built-in list of watched agents, and the resolver that narrows it by the settings and finds
+// the agent behind a bundle identifier or a command line.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "WakelatchCore/Enum.h"
+#include "WakelatchCore/Models.h"
+
+namespace wakelatch {
+
+/// How one agent is recognised: by bundle, executable, path, UI text and session files.
+struct AgentProfile {
+  /// The family of an agent.
+  enum class Kind {
+    desktopAI,  ///< a desktop agent application
+    editor,     ///< a code editor with agent features
+    browser,    ///< a web browser, in which agents run as web apps
+    cli,        ///< a command-line agent running in a terminal
+  };
+
+  std::string id;           ///< stable; what GuardSettings::disabledAgentIDs lists
+  std::string displayName;  ///< as shown to the user and named in signals
+  Kind kind = Kind::cli;
+  std::vector<std::string> bundleIDs;  ///< of the agent's own application, lower case
+  std::optional<std::string> iconBundleID;
+  std::vector<std::string> appBundleNames;   ///< bundle folders without ".app"
+  std::vector<std::string> cliProcessNames;  ///< executable names
+  std::vector<std::string> cliPathMarkers;   ///< path fragments, for agents run by an interpreter
+  bool trustsCPUSignal = false;              ///< CPU load above the threshold is work
+  bool scanTerminalText = false;             ///< its phrases are looked for in terminals too
+  bool requireMultiWordPhrases = false;      ///< only phrases with a space count
+  std::vector<std::string> activePhrases;    ///< UI texts while it works
+  std::vector<std::string> idlePhrases;      ///< UI texts while it waits
+  std::vector<std::string> sessionActivityGlobs;  ///< below home; fresh means at work
+  bool sessionGlobsSharedWithOtherApps = false;   ///< others write those files too
+  std::vector<std::string> sessionCountGlobs;     ///< below home; one file a session
+
+  friend bool operator==(const AgentProfile&, const AgentProfile&) = default;
+};
+template <>
+inline constexpr auto enumCases<AgentProfile::Kind> = std::to_array<EnumCase<AgentProfile::Kind>>({
+    {AgentProfile::Kind::desktopAI, "desktopAI"},
+    {AgentProfile::Kind::editor, "editor"},
+    {AgentProfile::Kind::browser, "browser"},
+    {AgentProfile::Kind::cli, "cli"},
+});
+
+/// The agents that this library knows.
+namespace AgentCatalog {
+/// All profiles. Order matters: lookups walk it front to back and the first match wins.
+std::vector<AgentProfile> builtin();
+/// Display names of the command-line agents.
+std::set<std::string> cliAgentNames();
+/// Lower-cased bundle identifiers of terminal applications.
+const std::set<std::string, std::less<>>& terminalBundleIDs();
+}  // namespace AgentCatalog
+
+/// The agents watched under some settings, and the questions detectors ask about them. A value;
+/// lookups touch no shared state and may run on any thread.
+class AgentResolver {
+ public:
+  /// Called with the bundle's name and the executable's name, once per unknown application bundle
+  /// (regardless of case) in the life of the process, on the detecting thread and outside any lock.
+  using UnmatchedHostBundleHandler =
+      std::function<void(const std::string& bundle, const std::string& binary)>;
+
+  /// Install it before detection starts: setting it takes no lock.
+  static UnmatchedHostBundleHandler onUnmatchedHostBundle;
+
+  explicit AgentResolver(std::vector<AgentProfile> profiles);
+
+  /// The catalog without the agents switched off, and without browsers unless they are enabled.
+  static AgentResolver make(const GuardSettings& settings);
+
+  const std::vector<AgentProfile>& profiles() const { return profiles_; }
+  /// The profiles whose phrases are looked for in terminals, in order.
+  std::vector<AgentProfile> terminalScanProfiles() const;
+
+  // Found profiles belong to the resolver.
+  const AgentProfile* profileForBundleID(std::string_view bundleID) const;
+  /// @param arguments  the process's whole argument string
+  /// An agent started from inside an application bundle that no profile names resolves to nothing
+  /// and is reported to the handler.
+  const AgentProfile* profileForCommand(std::string_view path, std::string_view arguments) const;
+
+  /// The outermost application bundle on the path, without ".app".
+  static std::optional<std::string> appBundleName(std::string_view path);
+  /// The last component of the path; the path itself when it has none.
+  static std::string basename(std::string_view path);
+
+ private:
+  std::vector<AgentProfile> profiles_;
+};
+
+}  // namespace wakelatch

@@ -1,0 +1,63 @@
+// The decision engine: turns one tick's observations into a GuardDecision, and plans the release of
+// a lid-closed keep-awake.
+#pragma once
+
+#include <optional>
+
+#include "Platform/Clock.h"
+#include "WakelatchCore/Models.h"
+
+namespace wakelatch {
+
+/// Decides once per tick. Remembers between ticks when work was last seen, whether any was seen,
+/// and whether the one sleep that follows finished work was already asked for. No lock: all calls
+/// on one instance come from one thread at a time. Never blocks, never fails.
+class AgentStateMachine {
+ public:
+  AgentStateMachine() = default;
+  AgentStateMachine(const AgentStateMachine&) = delete;
+  AgentStateMachine& operator=(const AgentStateMachine&) = delete;
+
+  /// Forgets all work seen.
+  void reset();
+  /// Work was seen at `time`.
+  void markActive(Timestamp time);
+  /// Work ended at `time`: the grace period (seconds) counts as over since one second before, so
+  /// the next evaluation without an active signal goes straight to the completion sleep.
+  void markFinished(Timestamp time, double gracePeriod);
+
+  /// @param isPreventingSleep  the sleep controller holds the machine awake at this moment
+  /// @param thermalState       of the process, as the platform reports it
+  GuardDecision evaluate(AppMode mode, const GuardSettings& settings, const PowerSnapshot& power,
+                         LidState lidState, const ActivitySignal& signal, bool isPreventingSleep,
+                         ThermalState thermalState, Timestamp now);
+
+ private:
+  std::optional<Timestamp> lastActiveSignalAt_;
+  bool hasSeenWork_ = false;
+  bool completionSleepIssued_ = false;
+};
+
+/// Whether a release that the decision wants happens at once or is held for a while.
+namespace SleepReleasePolicy {
+
+/// Release now, or hold since a time that the host hands back on the next tick.
+struct Plan {
+  std::optional<Timestamp> pendingSince = {};  ///< absent: release now
+
+  static Plan releaseNow() { return {}; }
+  static Plan hold(Timestamp since) { return {since}; }
+  bool isHold() const { return pendingSince.has_value(); }
+
+  friend bool operator==(const Plan&, const Plan&) = default;
+};
+
+/// Only `watching` while the lid-closed setting is engaged is delayed, by `delay` seconds counted
+/// from `pendingSince` (absent: from `now`). The host clears its pending time when it releases or
+/// when prevention is wanted again.
+Plan planRelease(GuardStatus status, bool lidClosedEngaged, std::optional<Timestamp> pendingSince,
+                 Timestamp now, double delay);
+
+}  // namespace SleepReleasePolicy
+
+}  // namespace wakelatch

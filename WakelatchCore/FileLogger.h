@@ -1,0 +1,38 @@
+// The append-only log file shared by all components.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+#include "Platform/SerialQueue.h"
+
+namespace wakelatch {
+
+/// Appends one line "[2025-03-01T14:05:09Z] message" per call to a text file. Any thread may log;
+/// the caller never waits for the disk. Lines are written in the order of the calls, by a queue of
+/// the logger's own; the file is opened and closed for each. A line that cannot be written is lost
+/// without a word.
+class FileLogger {
+ public:
+  /// @param logURL  absent: "Library/Logs/Wakelatch.log" in the user's home folder
+  explicit FileLogger(std::optional<std::filesystem::path> logURL = std::nullopt);
+  /// Waits until every line logged so far is written or lost.
+  ~FileLogger();
+  FileLogger(const FileLogger&) = delete;
+  FileLogger& operator=(const FileLogger&) = delete;
+
+  /// The logger of the whole process, at the default place; made on first use.
+  static FileLogger& shared();
+
+  const std::filesystem::path& logURL() const { return logURL_; }
+
+  /// Dates the line now and returns at once. Never fails.
+  void log(std::string_view message);
+
+ private:
+  const std::filesystem::path logURL_;
+  platform::SerialQueue queue_;
+};
+
+}  // namespace wakelatch

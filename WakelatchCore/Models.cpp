@@ -1,0 +1,250 @@
+#include "WakelatchCore/Models.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Platform/Text.h"
+#include "WakelatchCore/AgentCatalog.h"
+
+namespace wakelatch {
+
+const ActivitySignal ActivitySignal::none{.reason = "No active agent signal"};
+
+std::string PowerSnapshot::displayName() const {
+  const std::string level =
+      batteryPercent ? std::to_string(*batteryPercent) + "%" : std::string("Battery unknown");
+  return level + (isOnACPower ? ", AC Power" : ", Battery");
+}
+
+// -------------------------------------------------------------------------------------- settings
+
+namespace {
+
+/// The values of the older layout, which held one set for both power sources.
+struct FlatSettings {
+  std::int64_t batteryCutoffPercent = 20;
+  std::int64_t warningPercent = 30;
+  double idleGracePeriodSeconds = 90;
+  double cpuThresholdPercent = 8;
+  bool allowUnlimitedWhilePluggedIn = true;
+  bool sleepAfterCompletion = true;
+  bool sleepOnlyIfLidClosed = true;
+
+  GuardPowerProfile profile(bool allowUnlimitedKeepAwake) const {
+    return {batteryCutoffPercent, warningPercent,          idleGracePeriodSeconds,
+            cpuThresholdPercent,  allowUnlimitedKeepAwake, sleepAfterCompletion,
+            sleepOnlyIfLidClosed};
+  }
+  GuardPowerProfile batteryProfile() const { return profile(false); }
+  GuardPowerProfile pluggedInProfile() const { return profile(allowUnlimitedWhilePluggedIn); }
+};
+
+/// Names that older versions wrote into the target list themselves; the catalog covers them now.
+constexpr std::array<std::string_view, 18> legacyManagedNames = {"claude",
+                                                                 "claude desktop",
+                                                                 "codex",
+                                                                 "codex desktop",
+                                                                 "chatgpt",
+                                                                 "cursor",
+                                                                 "visual studio code",
+                                                                 "code",
+                                                                 "windsurf",
+                                                                 "zed",
+                                                                 "google chrome",
+                                                                 "arc",
+                                                                 "safari",
+                                                                 "firefox",
+                                                                 "comet",
+                                                                 "terminal",
+                                                                 "iterm2",
+                                                                 "iterm"};
+
+}  // namespace
+
+template <>
+inline constexpr auto jsonFields<FlatSettings> = std::tuple{
+    defaulted("batteryCutoffPercent", &FlatSettings::batteryCutoffPercent),
+    defaulted("warningPercent", &FlatSettings::warningPercent),
+    defaulted("idleGracePeriodSeconds", &FlatSettings::idleGracePeriodSeconds),
+    defaulted("cpuThresholdPercent", &FlatSettings::cpuThresholdPercent),
+    defaulted("allowUnlimitedWhilePluggedIn", &FlatSettings::allowUnlimitedWhilePluggedIn),
+    defaulted("sleepAfterCompletion", &FlatSettings::sleepAfterCompletion),
+    defaulted("sleepOnlyIfLidClosed", &FlatSettings::sleepOnlyIfLidClosed),
+};
+
+const std::vector<std::string>& GuardSettings::defaultTargetApps() {
+  static const std::vector<std::string> apps;
+  return apps;
+}
+
+const std::vector<std::string>& GuardSettings::defaultActivePhrases() {
+  static const std::vector<std::string> phrases = {
+      "Stop generating",        "Generating",       "Thinking",
+      "Waiting for permission", "Codex is working", "Claude is working",
+      "Working on it",          "Running task",     "Applying changes"};
+  return phrases;
+}
+
+const std::vector<std::string>& GuardSettings::defaultIdlePhrases() {
+  static const std::vector<std::string> phrases = {"Send", "Ask",      "New chat",
+                                                   "Done", "Finished", "Completed"};
+  return phrases;
+}
+
+GuardSettings::GuardSettings()
+    : batteryProfile(FlatSettings{}.batteryProfile()),
+      pluggedInProfile(FlatSettings{}.pluggedInProfile()),
+      targetApps(defaultTargetApps()),
+      activePhrases(defaultActivePhrases()),
+      idlePhrases(defaultIdlePhrases()) {}
+
+// The parameters bear the names of the fields they set, as the documented constructor does.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"
+GuardSettings::GuardSettings(std::optional<GuardPowerProfile> batteryProfile,
+                             std::optional<GuardPowerProfile> pluggedInProfile,
+                             std::int64_t batteryCutoffPercent, std::int64_t warningPercent,
+                             double idleGracePeriodSeconds, double cpuThresholdPercent,
+                             std::vector<std::string> targetApps,
+                             std::vector<std::string> activePhrases,
+                             std::vector<std::string> idlePhrases,
+                             bool accessibilityDetectionEnabled, bool launchAtLoginEnabled,
+                             bool allowUnlimitedWhilePluggedIn, bool sleepAfterCompletion,
+                             bool sleepOnlyIfLidClosed, bool restoreNormalSleepOnQuit,
+                             std::vector<std::string> disabledAgentIDs, bool enableBrowsers,
+                             bool keepAwakeWithLidClosed, bool letDisplaySleep)
+    : targetApps(std::move(targetApps)),
+      activePhrases(std::move(activePhrases)),
+      idlePhrases(std::move(idlePhrases)),
+      accessibilityDetectionEnabled(accessibilityDetectionEnabled),
+      launchAtLoginEnabled(launchAtLoginEnabled),
+      restoreNormalSleepOnQuit(restoreNormalSleepOnQuit),
+      disabledAgentIDs(std::move(disabledAgentIDs)),
+      enableBrowsers(enableBrowsers),
+      keepAwakeWithLidClosed(keepAwakeWithLidClosed),
+      letDisplaySleep(letDisplaySleep) {
+  const FlatSettings flat{batteryCutoffPercent,         warningPercent,
+                          idleGracePeriodSeconds,       cpuThresholdPercent,
+                          allowUnlimitedWhilePluggedIn, sleepAfterCompletion,
+                          sleepOnlyIfLidClosed};
+  this->batteryProfile = batteryProfile.value_or(flat.batteryProfile());
+  this->pluggedInProfile = pluggedInProfile.value_or(flat.pluggedInProfile());
+}
+#pragma GCC diagnostic pop
+
+std::vector<std::string> GuardSettings::migrateLegacyTargets(std::vector<std::string> targets) {
+  std::erase_if(targets, [](const std::string& target) {
+    const std::string_view name = platform::trimmed(target);
+    if (name.empty()) return true;
+    const std::string key = platform::lowercased(name);
+    return std::find(legacyManagedNames.begin(), legacyManagedNames.end(), key) !=
+           legacyManagedNames.end();
+  });
+  return targets;
+}
+
+template <>
+void readJson(const JsonValue& in, GuardSettings& settings) {
+  FlatSettings flat;
+  readFields(in, flat);
+  settings = GuardSettings();
+  settings.batteryProfile = flat.batteryProfile();
+  settings.pluggedInProfile = flat.pluggedInProfile();
+  readFields(in, settings);
+  settings.targetApps = GuardSettings::migrateLegacyTargets(std::move(settings.targetApps));
+}
+
+void GuardSettings::setBatteryCutoffPercent(std::int64_t percent) {
+  batteryProfile.batteryCutoffPercent = percent;
+}
+void GuardSettings::setWarningPercent(std::int64_t percent) {
+  batteryProfile.warningPercent = percent;
+}
+void GuardSettings::setIdleGracePeriodSeconds(double seconds) {
+  batteryProfile.idleGracePeriodSeconds = pluggedInProfile.idleGracePeriodSeconds = seconds;
+}
+void GuardSettings::setCpuThresholdPercent(double percent) {
+  batteryProfile.cpuThresholdPercent = pluggedInProfile.cpuThresholdPercent = percent;
+}
+void GuardSettings::setAllowUnlimitedWhilePluggedIn(bool allow) {
+  pluggedInProfile.allowUnlimitedKeepAwake = allow;
+}
+void GuardSettings::setSleepAfterCompletion(bool sleep) {
+  batteryProfile.sleepAfterCompletion = pluggedInProfile.sleepAfterCompletion = sleep;
+}
+void GuardSettings::setSleepOnlyIfLidClosed(bool only) {
+  batteryProfile.sleepOnlyIfLidClosed = pluggedInProfile.sleepOnlyIfLidClosed = only;
+}
+
+// ------------------------------------------------------------------------- first run and notices
+
+bool Legal::needsAcceptance(const std::optional<std::string>& acceptedVersion) {
+  return acceptedVersion != currentVersion;
+}
+
+bool Onboarding::needsOnboarding(bool hasCompleted, bool needsLegalAcceptance) {
+  return !hasCompleted && !needsLegalAcceptance;
+}
+
+Onboarding::Headline Onboarding::detectionHeadline(SignalStrength strength,
+                                                   const std::optional<std::string>& appName) {
+  if (!appName || appName->empty() || strength == SignalStrength::none) {
+    return {"No agents detected yet", false};
+  }
+  return {"Watching — " + *appName + (isActive(strength) ? " is working" : " detected"), true};
+}
+
+namespace {
+
+std::string shortList(const std::vector<std::string>& names) {
+  switch (names.size()) {
+    case 0:
+      return "";
+    case 1:
+      return names[0];
+    case 2:
+      return names[0] + " and " + names[1];
+    case 3:
+      return names[0] + ", " + names[1] + " and " + names[2];
+    default:
+      return names[0] + ", " + names[1] + " and " + std::to_string(names.size() - 2) + " more";
+  }
+}
+
+}  // namespace
+
+bool AccessibilityNotice::isUITextOnly(const AgentProfile& profile) {
+  return !profile.trustsCPUSignal && profile.sessionActivityGlobs.empty();
+}
+
+std::vector<std::string> AccessibilityNotice::uiTextOnlyNames(
+    const std::vector<AgentProfile>& profiles) {
+  std::vector<std::string> names;
+  for (const AgentProfile& profile : profiles) {
+    if (isUITextOnly(profile)) names.push_back(profile.displayName);
+  }
+  return names;
+}
+
+std::string AccessibilityNotice::onboardingNote(const std::vector<AgentProfile>& watched) {
+  const std::vector<std::string> names = uiTextOnlyNames(watched);
+  if (names.empty()) return "Optional: your watched agents are detected without it.";
+  if (names.size() < watched.size()) {
+    return "Needed for " + shortList(names) + ": without it, their work cannot be seen. " +
+           "Your other agents are still detected without it.";
+  }
+  return "Required for your agents: without it, Lumenhold cannot tell when " + shortList(names) +
+         " " + (names.size() == 1 ? "is" : "are") + " working, so it will not keep your Mac awake.";
+}
+
+std::optional<std::string> AccessibilityNotice::panelWarning(
+    const std::vector<AgentProfile>& running, bool accessibilityTrusted) {
+  const std::vector<std::string> names = uiTextOnlyNames(running);
+  if (accessibilityTrusted || names.empty()) return std::nullopt;
+  const bool one = names.size() == 1;
+  return "Accessibility access is off — Lumenhold cannot tell when " + shortList(names) + " " +
+         (one ? "is" : "are") + " working, so it will not keep your Mac awake for " +
+         (one ? "it" : "them") + ".";
+}
+
+}  // namespace wakelatch

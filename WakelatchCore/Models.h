@@ -1,0 +1,296 @@
+// The values every other component speaks in: mode, status, signals, readings, decision and
+// settings, and the texts of the first-run flow. Plain values: copied, compared field by field,
+// free to pass between threads.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "WakelatchCore/Enum.h"
+#include "WakelatchCore/Json.h"
+
+namespace wakelatch {
+
+struct AgentProfile;
+
+/// The operating mode that the user has chosen.
+enum class AppMode {
+  off,
+  manualKeepAwake,
+  watchAgentUI,
+  sleepAfterCurrentWork,
+  pluggedInUnlimited,
+};
+template <>
+inline constexpr auto enumCases<AppMode> = std::to_array<EnumCase<AppMode>>({
+    {AppMode::off, "off", "Off"},
+    {AppMode::manualKeepAwake, "manualKeepAwake", "Manual Keep Awake"},
+    {AppMode::watchAgentUI, "watchAgentUI", "Watch Agent UI"},
+    {AppMode::sleepAfterCurrentWork, "sleepAfterCurrentWork", "Sleep After Current Work"},
+    {AppMode::pluggedInUnlimited, "pluggedInUnlimited", "Plugged-In Unlimited Mode"},
+});
+/// A mode's identity: its raw value.
+constexpr std::string_view id(AppMode mode) {
+  return rawValue(mode);
+}
+
+/// What a decision reports that the guard is doing.
+enum class GuardStatus {
+  off,
+  watching,
+  keepingAwake,
+  idleGrace,
+  batterySafety,
+  thermalSafety,
+  pluggedInUnlimited,
+};
+template <>
+inline constexpr auto enumCases<GuardStatus> = std::to_array<EnumCase<GuardStatus>>({
+    {GuardStatus::off, "off", "Off"},
+    {GuardStatus::watching, "watching", "Watching"},
+    {GuardStatus::keepingAwake, "keepingAwake", "Keeping Awake"},
+    {GuardStatus::idleGrace, "idleGrace", "Idle Grace"},
+    {GuardStatus::batterySafety, "batterySafety", "Battery Safety"},
+    {GuardStatus::thermalSafety, "thermalSafety", "Thermal Safety"},
+    {GuardStatus::pluggedInUnlimited, "pluggedInUnlimited", "Plugged In Unlimited"},
+});
+
+/// How strongly a signal indicates work; ordered. Only weak and strong count as active work.
+enum class SignalStrength : std::int64_t {
+  none = 0,      ///< nothing was found
+  presence = 1,  ///< the agent is there, but nothing shows that it is working
+  weak = 2,      ///< indirect evidence of work
+  strong = 3,    ///< direct evidence of work
+};
+template <>
+inline constexpr auto enumCases<SignalStrength> =
+    std::to_array<EnumCase<SignalStrength, std::int64_t>>({
+        {SignalStrength::none, 0},
+        {SignalStrength::presence, 1},
+        {SignalStrength::weak, 2},
+        {SignalStrength::strong, 3},
+    });
+constexpr bool isActive(SignalStrength strength) {
+  return strength >= SignalStrength::weak;
+}
+
+/// Position of the built-in display's lid.
+enum class LidState { open, closed, unknown };
+template <>
+inline constexpr auto enumCases<LidState> = std::to_array<EnumCase<LidState>>({
+    {LidState::open, "open", "Open"},
+    {LidState::closed, "closed", "Closed"},
+    {LidState::unknown, "unknown", "Unknown"},
+});
+
+/// How hot the system says it is, in the platform's four steps.
+enum class ThermalState { nominal = 0, fair = 1, serious = 2, critical = 3 };
+template <>
+inline constexpr auto enumCases<ThermalState> = std::to_array<EnumCase<ThermalState>>({
+    {ThermalState::nominal, "nominal", "Nominal"},
+    {ThermalState::fair, "fair", "Fair"},
+    {ThermalState::serious, "serious", "Serious"},
+    {ThermalState::critical, "critical", "Critical"},
+});
+
+/// One piece of detected activity.
+struct ActivitySignal {
+  SignalStrength strength = SignalStrength::none;
+  std::optional<std::string> appName = {};  ///< display name of the agent or application
+  std::string reason = {};                  ///< the decision's reason while the signal is active
+  std::optional<std::string> matchedText = {};    ///< the phrase that matched
+  std::optional<std::int64_t> sessionCount = {};  ///< live sessions seen
+  std::optional<bool> processPresent = {};        ///< whether a process of the agent was seen
+
+  friend bool operator==(const ActivitySignal&, const ActivitySignal&) = default;
+
+  /// "No active agent signal": what detectors return when they find nothing.
+  static const ActivitySignal none;
+};
+template <>
+inline constexpr auto jsonFields<ActivitySignal> = std::tuple{
+    required("strength", &ActivitySignal::strength),
+    optional("appName", &ActivitySignal::appName),
+    required("reason", &ActivitySignal::reason),
+    optional("matchedText", &ActivitySignal::matchedText),
+    optional("sessionCount", &ActivitySignal::sessionCount),
+    optional("processPresent", &ActivitySignal::processPresent),
+};
+
+/// One reading of the power source.
+struct PowerSnapshot {
+  bool isOnACPower = false;
+  std::optional<std::int64_t> batteryPercent = {};  ///< absent: not readable, or no battery
+  std::string rawDescription = {};                  ///< the probe's raw text
+
+  /// "85%, AC Power", "Battery unknown, Battery".
+  std::string displayName() const;
+
+  friend bool operator==(const PowerSnapshot&, const PowerSnapshot&) = default;
+};
+template <>
+inline constexpr auto jsonFields<PowerSnapshot> = std::tuple{
+    required("isOnACPower", &PowerSnapshot::isOnACPower),
+    optional("batteryPercent", &PowerSnapshot::batteryPercent),
+    required("rawDescription", &PowerSnapshot::rawDescription),
+};
+
+/// The result of one evaluation.
+struct GuardDecision {
+  GuardStatus status = GuardStatus::off;
+  bool shouldPreventSleep = false;  ///< the keep-awake assertion is wanted now
+  bool shouldSleepNow = false;      ///< one-shot: put the machine to sleep now
+  std::optional<std::string> detectedAppName = {};
+  std::string reason = {};
+  bool isBatteryWarning = false;  ///< low enough to warn, above the cutoff
+
+  friend bool operator==(const GuardDecision&, const GuardDecision&) = default;
+};
+
+/// The thresholds and switches that exist once for battery and once for external power.
+struct GuardPowerProfile {
+  std::int64_t batteryCutoffPercent = 20;  ///< at or below: keep-awake is released
+  std::int64_t warningPercent = 30;        ///< at or below, above the cutoff: warn
+  double idleGracePeriodSeconds = 90;      ///< how long keep-awake outlasts the last active signal
+  double cpuThresholdPercent = 8;          ///< percent of one core, as the process list reports it
+  bool allowUnlimitedKeepAwake = false;
+  bool sleepAfterCompletion = true;
+  bool sleepOnlyIfLidClosed = true;
+
+  friend bool operator==(const GuardPowerProfile&, const GuardPowerProfile&) = default;
+};
+template <>
+inline constexpr auto jsonFields<GuardPowerProfile> = std::tuple{
+    required("batteryCutoffPercent", &GuardPowerProfile::batteryCutoffPercent),
+    required("warningPercent", &GuardPowerProfile::warningPercent),
+    required("idleGracePeriodSeconds", &GuardPowerProfile::idleGracePeriodSeconds),
+    required("cpuThresholdPercent", &GuardPowerProfile::cpuThresholdPercent),
+    required("allowUnlimitedKeepAwake", &GuardPowerProfile::allowUnlimitedKeepAwake),
+    required("sleepAfterCompletion", &GuardPowerProfile::sleepAfterCompletion),
+    required("sleepOnlyIfLidClosed", &GuardPowerProfile::sleepOnlyIfLidClosed),
+};
+
+/// Every user setting that the library consults, and four that it keeps for its host.
+struct GuardSettings {
+  GuardPowerProfile batteryProfile;
+  GuardPowerProfile pluggedInProfile;
+  std::vector<std::string> targetApps;     ///< extra application names to watch
+  std::vector<std::string> activePhrases;  ///< texts that mark a target's window as working
+  std::vector<std::string> idlePhrases;    ///< texts that mark it as idle
+  bool accessibilityDetectionEnabled = true;
+  bool launchAtLoginEnabled = false;     ///< for the host
+  bool restoreNormalSleepOnQuit = true;  ///< for the host
+  std::vector<std::string> disabledAgentIDs;
+  bool enableBrowsers = false;
+  bool keepAwakeWithLidClosed = false;  ///< for the host
+  bool letDisplaySleep = false;         ///< for the host
+
+  static const std::vector<std::string>& defaultTargetApps();
+  static const std::vector<std::string>& defaultActivePhrases();
+  static const std::vector<std::string>& defaultIdlePhrases();
+
+  /// The settings that an empty JSON object decodes to.
+  GuardSettings();
+
+  /// Every value given. An absent profile is built from the flat values, the battery one without
+  /// unlimited keep-awake, the plugged-in one with it as `allowUnlimitedWhilePluggedIn` says.
+  GuardSettings(std::optional<GuardPowerProfile> batteryProfile,
+                std::optional<GuardPowerProfile> pluggedInProfile,
+                std::int64_t batteryCutoffPercent, std::int64_t warningPercent,
+                double idleGracePeriodSeconds, double cpuThresholdPercent,
+                std::vector<std::string> targetApps, std::vector<std::string> activePhrases,
+                std::vector<std::string> idlePhrases, bool accessibilityDetectionEnabled,
+                bool launchAtLoginEnabled, bool allowUnlimitedWhilePluggedIn,
+                bool sleepAfterCompletion, bool sleepOnlyIfLidClosed, bool restoreNormalSleepOnQuit,
+                std::vector<std::string> disabledAgentIDs, bool enableBrowsers,
+                bool keepAwakeWithLidClosed, bool letDisplaySleep);
+
+  /// The profile that holds under this power reading.
+  const GuardPowerProfile& profile(const PowerSnapshot& power) const {
+    return power.isOnACPower ? pluggedInProfile : batteryProfile;
+  }
+
+  /// `targets` without blank entries and without the names that older versions put there
+  /// themselves; what stays keeps its order and its exact text.
+  static std::vector<std::string> migrateLegacyTargets(std::vector<std::string> targets);
+
+  // The older flat view. Reads come from the battery profile, but for the unlimited switch; the
+  // battery levels are written to that profile alone, the other values to both.
+  std::int64_t batteryCutoffPercent() const { return batteryProfile.batteryCutoffPercent; }
+  std::int64_t warningPercent() const { return batteryProfile.warningPercent; }
+  double idleGracePeriodSeconds() const { return batteryProfile.idleGracePeriodSeconds; }
+  double cpuThresholdPercent() const { return batteryProfile.cpuThresholdPercent; }
+  bool allowUnlimitedWhilePluggedIn() const { return pluggedInProfile.allowUnlimitedKeepAwake; }
+  bool sleepAfterCompletion() const { return batteryProfile.sleepAfterCompletion; }
+  bool sleepOnlyIfLidClosed() const { return batteryProfile.sleepOnlyIfLidClosed; }
+  void setBatteryCutoffPercent(std::int64_t percent);
+  void setWarningPercent(std::int64_t percent);
+  void setIdleGracePeriodSeconds(double seconds);
+  void setCpuThresholdPercent(double percent);
+  void setAllowUnlimitedWhilePluggedIn(bool allow);
+  void setSleepAfterCompletion(bool sleep);
+  void setSleepOnlyIfLidClosed(bool only);
+
+  friend bool operator==(const GuardSettings&, const GuardSettings&) = default;
+};
+template <>
+inline constexpr auto jsonFields<GuardSettings> = std::tuple{
+    defaulted("batteryProfile", &GuardSettings::batteryProfile),
+    defaulted("pluggedInProfile", &GuardSettings::pluggedInProfile),
+    defaulted("targetApps", &GuardSettings::targetApps),
+    defaulted("activePhrases", &GuardSettings::activePhrases),
+    defaulted("idlePhrases", &GuardSettings::idlePhrases),
+    defaulted("accessibilityDetectionEnabled", &GuardSettings::accessibilityDetectionEnabled),
+    defaulted("launchAtLoginEnabled", &GuardSettings::launchAtLoginEnabled),
+    defaulted("restoreNormalSleepOnQuit", &GuardSettings::restoreNormalSleepOnQuit),
+    defaulted("disabledAgentIDs", &GuardSettings::disabledAgentIDs),
+    defaulted("enableBrowsers", &GuardSettings::enableBrowsers),
+    defaulted("keepAwakeWithLidClosed", &GuardSettings::keepAwakeWithLidClosed),
+    defaulted("letDisplaySleep", &GuardSettings::letDisplaySleep),
+};
+/// Reads the older flat layout too; it is never written.
+template <>
+void readJson(const JsonValue& in, GuardSettings& settings);
+
+/// Which version of the terms the user must have accepted, and where the host keeps that.
+namespace Legal {
+inline constexpr std::string_view currentVersion = "1.6";
+inline constexpr std::string_view acceptedVersionDefaultsKey = "Lumenhold.acceptedLegalVersion";
+inline constexpr std::string_view acceptedDateDefaultsKey = "Lumenhold.acceptedLegalVersion.date";
+
+/// True unless exactly the current version was accepted.
+bool needsAcceptance(const std::optional<std::string>& acceptedVersion);
+}  // namespace Legal
+
+/// Whether to show the first-run flow, and the headline it shows.
+namespace Onboarding {
+inline constexpr std::string_view completedDefaultsKey = "Lumenhold.hasCompletedOnboarding";
+
+struct Headline {
+  std::string text;
+  bool detected = false;  ///< an agent was found
+  friend bool operator==(const Headline&, const Headline&) = default;
+};
+
+/// The terms come first: false while they wait to be accepted.
+bool needsOnboarding(bool hasCompleted, bool needsLegalAcceptance);
+Headline detectionHeadline(SignalStrength strength, const std::optional<std::string>& appName);
+}  // namespace Onboarding
+
+/// Texts about agents that can be seen working only through the accessibility permission.
+namespace AccessibilityNotice {
+/// Neither CPU load nor session files show this agent's work.
+bool isUITextOnly(const AgentProfile& profile);
+/// The display names of the UI-text-only profiles, in order.
+std::vector<std::string> uiTextOnlyNames(const std::vector<AgentProfile>& profiles);
+std::string onboardingNote(const std::vector<AgentProfile>& watched);
+/// A warning, or nothing when the permission is granted or no running agent needs it.
+std::optional<std::string> panelWarning(const std::vector<AgentProfile>& running,
+                                        bool accessibilityTrusted);
+}  // namespace AccessibilityNotice
+
+}  // namespace wakelatch

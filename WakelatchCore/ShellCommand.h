@@ -1,0 +1,68 @@
+// Running a system tool: what to run, what came of it, and the interface that every component with
+// a tool takes, so that a scripted runner can stand in.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace wakelatch {
+
+/// A program and its arguments, passed as they are: no shell, no quoting.
+struct ShellCommand {
+  std::string executable;  ///< absolute path
+  std::vector<std::string> arguments;
+
+  friend bool operator==(const ShellCommand&, const ShellCommand&) = default;
+};
+
+/// What a finished program left behind.
+struct CommandResult {
+  std::int32_t exitCode = 0;   ///< the exit status; for a child ended by a signal, its number
+  std::string standardOutput;  ///< empty when it was not valid UTF-8
+  std::string standardError;   ///< likewise
+
+  bool succeeded() const { return exitCode == 0; }
+
+  friend bool operator==(const CommandResult&, const CommandResult&) = default;
+};
+
+/// A run that ended with another status than 0, with all that it printed.
+class CommandRunnerError : public std::runtime_error {
+ public:
+  static CommandRunnerError nonZeroExit(CommandResult result) {
+    return CommandRunnerError(std::move(result));
+  }
+  const CommandResult& result() const { return result_; }
+
+ private:
+  explicit CommandRunnerError(CommandResult result);
+  CommandResult result_;
+};
+
+/// Runs commands. Implementations say on which threads they may be called.
+class CommandRunning {
+ public:
+  virtual ~CommandRunning() = default;
+
+  /// Runs the command to its end and returns its result when it exits with 0. Throws
+  /// CommandRunnerError::nonZeroExit for any other status, and another std::exception when the
+  /// program cannot be started. Blocks; logs nothing.
+  virtual CommandResult run(const ShellCommand& command) = 0;
+};
+
+/// Runs commands as child processes.
+class ProcessCommandRunner : public CommandRunning {
+ public:
+  /// @param timeoutSeconds  how long a child may run; it is sent SIGTERM then. 0 or less: at once.
+  explicit ProcessCommandRunner(double timeoutSeconds);
+
+  /// Safe from several threads at once. Blocks for the child's life.
+  CommandResult run(const ShellCommand& command) override;
+
+ private:
+  const double timeoutSeconds_;
+};
+
+}  // namespace wakelatch
