@@ -1,0 +1,72 @@
+// The command line: what was asked for.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "WakelatchCore/Models.h"
+
+namespace wakelatch::host {
+
+/// The process's exit status.
+enum class ExitStatus {
+  done = 0,
+  failed = 1,
+  usage = 2,
+  notRestored = 3,  ///< normal sleep could not be restored
+};
+
+struct StatusOptions {
+  bool json = false;
+  std::optional<AppMode> mode;  ///< absent: the running watch's, else watching agents
+};
+
+struct ExplainOptions {
+  bool json = false;
+  std::optional<AppMode> mode;
+};
+
+struct WatchOptions {
+  AppMode mode = AppMode::watchAgentUI;
+  double intervalSeconds = 2;
+  std::optional<int> ticks;  ///< absent: until a signal
+  bool json = false;
+  bool dryRun = false;
+  double releaseDelaySeconds = 60;
+  std::string caffeinatePath;  ///< empty: the system's
+};
+
+struct AgentsOptions {
+  bool json = false;
+};
+
+struct RestoreOptions {
+  bool adopt = false;
+};
+
+struct DoctorOptions {
+  bool json = false;
+};
+
+struct StatsOptions {
+  int days = 14;
+  bool json = false;
+  std::string htmlFile;  ///< empty: none
+};
+
+using Command = std::variant<StatusOptions, ExplainOptions, WatchOptions, AgentsOptions,
+                             RestoreOptions, DoctorOptions, StatsOptions>;
+
+/// A parsed command line.
+struct CommandLine {
+  Command command;
+  std::filesystem::path toolFolder;  ///< empty: the system's own tools
+};
+
+/// What the arguments ask for; or, when they ask for help or are wrong, the status to leave with
+/// after that was printed.
+std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* const* argv);
+
+}  // namespace wakelatch::host

@@ -1,1 +1,0 @@
-// placeholder of the first build; replaced by the host's settings store

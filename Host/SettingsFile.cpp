@@ -1,0 +1,40 @@
+#include "Host/SettingsFile.h"
+
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "Platform/Files.h"
+
+namespace wakelatch::host {
+
+GuardSettings loadSettings(const std::filesystem::path& file) {
+  std::string text;
+  try {
+    text = platform::readFile(file);
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::no_such_file_or_directory) return {};
+    throw std::runtime_error(std::string("settings: ") + error.what());
+  }
+  try {
+    return decode<GuardSettings>(text);
+  } catch (const DecodingError& error) {
+    throw std::runtime_error("settings: " + file.string() + ": " + error.what() +
+                             " (correct it, or move the file away to use the defaults)");
+  }
+}
+
+LiveSettings::LiveSettings(std::filesystem::path file)
+    : file_(std::move(file)), settings_(loadSettings(file_)) {}
+
+std::string LiveSettings::refresh() {
+  try {
+    settings_ = loadSettings(file_);
+    problem_.clear();
+  } catch (const std::runtime_error& error) {
+    if (std::exchange(problem_, error.what()) != error.what()) return problem_;
+  }
+  return {};
+}
+
+}  // namespace wakelatch::host

@@ -1,0 +1,33 @@
+// The user's settings on disk. Read only: the host never writes them.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "WakelatchCore/Models.h"
+
+namespace wakelatch::host {
+
+/// The settings that `file` holds; the defaults when there is no such file. Throws
+/// std::runtime_error naming the file, the key and what is wrong with it.
+GuardSettings loadSettings(const std::filesystem::path& file);
+
+/// Settings that follow their file while the program runs. Used from one thread.
+class LiveSettings {
+ public:
+  /// Loads the file; throws as loadSettings().
+  explicit LiveSettings(std::filesystem::path file);
+
+  const GuardSettings& current() const { return settings_; }
+
+  /// Reads the file again. What cannot be used leaves the settings as they were; its message is
+  /// returned the first time it is seen, an empty text otherwise.
+  std::string refresh();
+
+ private:
+  std::filesystem::path file_;
+  GuardSettings settings_;
+  std::string problem_;
+};
+
+}  // namespace wakelatch::host
