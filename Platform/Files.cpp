@@ -29,6 +29,10 @@ class Descriptor {
   Descriptor& operator=(const Descriptor&) = delete;
 
   int get() const { return fd_; }
+  void reset(int fd) {
+    close();
+    fd_ = fd;
+  }
   /// False with errno set when the system reports a late write error.
   bool close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0; }
 
@@ -85,6 +89,19 @@ void createFolders(const std::filesystem::path& folder) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) fail(error.value(), "cannot create the folder", folder);
+}
+
+void append(const std::filesystem::path& file, std::string_view bytes) {
+  const auto open = [&file] {
+    return ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+  };
+  Descriptor output(open());
+  if (output.get() < 0 && errno == ENOENT) {
+    createFolders(file.parent_path());
+    output.reset(open());
+  }
+  if (output.get() < 0) fail(errno, "cannot open", file);
+  if (!writeAll(output.get(), bytes) || !output.close()) fail(errno, "cannot write", file);
 }
 
 void writeAtomically(const std::filesystem::path& file, std::string_view content,

@@ -20,6 +20,10 @@ std::string readFile(const std::filesystem::path& file);
 /// Creates `folder` with all missing folders above it; no error when it exists.
 void createFolders(const std::filesystem::path& folder);
 
+/// Adds `bytes` at the end of `file`. The file and the folders above it are made when missing, with
+/// the modes that the user's umask leaves.
+void append(const std::filesystem::path& file, std::string_view bytes);
+
 /// How far writeAtomically() goes before it lets the new content take the old one's place.
 enum class Durability {
   process,  ///< survives this process; the system flushes it when it likes

@@ -1,6 +1,45 @@
 // Runs tasks one after another on a thread of its own.
 #pragma once
 
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
 namespace wakelatch::platform {
-class SerialQueue {};
+
+/// Tasks may be submitted from any thread and run in the order of submission, one at a time. The
+/// thread starts with the first task and leaves the process's signals to other threads.
+class SerialQueue {
+ public:
+  using Task = std::function<void()>;
+
+  /// @param label  the thread's name for debuggers; Linux shows its first 15 bytes
+  explicit SerialQueue(std::string label);
+  /// Waits until every task submitted so far has run. Not from a task of this queue.
+  ~SerialQueue();
+  SerialQueue(const SerialQueue&) = delete;
+  SerialQueue& operator=(const SerialQueue&) = delete;
+
+  /// Returns before the task has run. A task must not throw. Throws std::system_error when the
+  /// thread cannot be started; the task is dropped then.
+  void async(Task task);
+
+  /// Waits until every task submitted before this call has run. Not from a task of this queue.
+  void drain();
+
+ private:
+  void startThread();
+  void runTasks();
+
+  const std::string label_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::vector<Task> waiting_;  // guarded by mutex_, as is all below
+  bool ending_ = false;
+  std::thread thread_;
+};
+
 }  // namespace wakelatch::platform
