@@ -46,18 +46,29 @@ FileLogger& FileLogger::shared() {
 
 void FileLogger::log(std::string_view message) noexcept try {
   const std::string_view timestamp = timestampNow();
-  std::string line;
-  line.reserve(timestamp.size() + message.size() + 4);
-  line.append("[").append(timestamp).append("] ").append(message).append("\n");
-  queue_.async([this, line = std::move(line)] {
+  const std::lock_guard lock(mutex_);
+  if (waiting_.ends.empty()) queue_.async([this] { writeWaitingLines(); });
+  waiting_.text.append("[").append(timestamp).append("] ").append(message).append("\n");
+  waiting_.ends.push_back(waiting_.text.size());
+} catch (...) {
+  // No memory or no thread: the line is lost, the caller goes on.
+}
+
+void FileLogger::writeWaitingLines() {
+  Lines lines;
+  {
+    const std::lock_guard lock(mutex_);
+    std::swap(lines, waiting_);
+  }
+  std::size_t start = 0;
+  for (const std::size_t end : lines.ends) {
     try {
-      platform::append(logURL_, line);
+      platform::append(logURL_, std::string_view(lines.text).substr(start, end - start));
     } catch (const std::exception&) {
       // A log that cannot be written has no place to say so.
     }
-  });
-} catch (...) {
-  // No memory or no thread: the line is lost, the caller goes on.
+    start = end;
+  }
 }
 
 }  // namespace wakelatch

@@ -1,9 +1,13 @@
 // The append-only log file shared by all components.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
+#include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "Platform/SerialQueue.h"
 
@@ -34,7 +38,16 @@ class FileLogger {
   void log(std::string_view message) noexcept;
 
  private:
+  /// Lines one after another, and where each ends.
+  struct Lines {
+    std::string text;
+    std::vector<std::size_t> ends;
+  };
+  void writeWaitingLines();
+
   const std::filesystem::path logURL_;
+  std::mutex mutex_;
+  Lines waiting_;  // guarded by mutex_; the queue has a task to write them while there are any
   platform::SerialQueue queue_{"Wakelatch.FileLogger"};  // last, so it ends while the rest lives
 };
 

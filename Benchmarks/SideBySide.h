@@ -1,0 +1,34 @@
+// Two ways of doing the same work, measured in turns so that a noisy machine is noisy for both.
+#pragma once
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <vector>
+
+namespace wakelatch::bench {
+
+/// What one run of a side cost, in whatever unit both sides share.
+using Side = std::function<double()>;
+
+/// Runs `ours` and `theirs` alternately and prints the ratio of their medians beside its goal.
+/// @param isFloor  the goal is a lower bound (of a rate), not an upper one (of a cost)
+inline void compare(const char* what, const char* unit, const Side& ours, const Side& theirs,
+                    double goal, int rounds = 15, bool isFloor = false) {
+  std::vector<double> our, their;
+  ours(), theirs();  // warms caches up
+  for (int i = 0; i < rounds; ++i) {
+    our.push_back(ours());
+    their.push_back(theirs());
+  }
+  const auto median = [](std::vector<double>& samples) {
+    const auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
+    std::nth_element(samples.begin(), middle, samples.end());
+    return *middle;
+  };
+  const double a = median(our), b = median(their);
+  std::printf("%s: %.4g against %.4g %s, ratio %.3f (goal at %s %.2f)\n", what, a, b, unit, a / b,
+              isFloor ? "least" : "most", goal);
+}
+
+}  // namespace wakelatch::bench
