@@ -3,15 +3,11 @@
 namespace wakelatch {
 
 void AgentStateMachine::reset() {
-  lastActiveSignalAt_.reset();
-  hasSeenWork_ = false;
-  completionSleepIssued_ = false;
+  memory_ = {};
 }
 
 void AgentStateMachine::markActive(Timestamp time) {
-  lastActiveSignalAt_ = time;
-  hasSeenWork_ = true;
-  completionSleepIssued_ = false;
+  memory_ = {.lastActiveSignalAt = time, .hasSeenWork = true, .completionSleepIssued = false};
 }
 
 void AgentStateMachine::markFinished(Timestamp time, double gracePeriod) {
@@ -47,7 +43,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
 
   // 3. Battery at cutoff.
   if (!power.isOnACPower && *power.batteryPercent <= cutoff) {
-    if (isPreventingSleep) completionSleepIssued_ = true;
+    if (isPreventingSleep) memory_.completionSleepIssued = true;
     return decision(GuardStatus::batterySafety, false, isPreventingSleep,
                     "Battery is at or below cutoff", false);
   }
@@ -58,7 +54,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
   // 5. Heat.
   if (thermalState == ThermalState::critical) {
     const bool sleepNow = isPreventingSleep && lidState == LidState::closed;
-    if (sleepNow) completionSleepIssued_ = true;
+    if (sleepNow) memory_.completionSleepIssued = true;
     return decision(GuardStatus::thermalSafety, false, sleepNow,
                     "Thermal pressure is critical — releasing keep-awake so the Mac can cool down",
                     warning);
@@ -66,7 +62,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
 
   // 6. Manual.
   if (mode == AppMode::manualKeepAwake) {
-    completionSleepIssued_ = false;
+    memory_.completionSleepIssued = false;
     return decision(GuardStatus::keepingAwake, true, false, "Manual keep-awake mode is enabled",
                     warning);
   }
@@ -74,7 +70,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
   // 7. Plugged-in unlimited.
   if (mode == AppMode::pluggedInUnlimited && power.isOnACPower &&
       settings.pluggedInProfile.allowUnlimitedKeepAwake) {
-    completionSleepIssued_ = false;
+    memory_.completionSleepIssued = false;
     return decision(GuardStatus::pluggedInUnlimited, true, false,
                     "AC power is connected and plugged-in unlimited mode is enabled", false);
   }
@@ -86,8 +82,8 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
   }
 
   // 9. Idle grace.
-  if (lastActiveSignalAt_ &&
-      secondsBetween(*lastActiveSignalAt_, now) < profile.idleGracePeriodSeconds) {
+  if (memory_.lastActiveSignalAt &&
+      secondsBetween(*memory_.lastActiveSignalAt, now) < profile.idleGracePeriodSeconds) {
     return decision(GuardStatus::idleGrace, true, false,
                     "No current active signal; waiting through idle grace", warning);
   }
@@ -97,8 +93,8 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
       lidState == LidState::closed ||
       ((profile.sleepAfterCompletion || mode == AppMode::sleepAfterCurrentWork) &&
        !profile.sleepOnlyIfLidClosed);
-  const bool sleepNow = hasSeenWork_ && !completionSleepIssued_ && mayComplete;
-  if (sleepNow) completionSleepIssued_ = true;
+  const bool sleepNow = memory_.hasSeenWork && !memory_.completionSleepIssued && mayComplete;
+  if (sleepNow) memory_.completionSleepIssued = true;
   return decision(GuardStatus::watching, false, sleepNow,
                   signal.strength == SignalStrength::presence
                       ? "Target app is present but no active-work signal was found"

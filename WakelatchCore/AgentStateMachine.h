@@ -9,14 +9,24 @@
 
 namespace wakelatch {
 
-/// Decides once per tick. Remembers between ticks when work was last seen, whether any was seen,
-/// and whether the one sleep that follows finished work was already asked for. No lock: all calls
-/// on one instance come from one thread at a time. Never blocks, never fails.
+/// Decides once per tick. No lock: all calls on one instance come from one thread at a time. Never
+/// blocks, never fails.
 class AgentStateMachine {
  public:
+  /// What is remembered between ticks.
+  struct Memory {
+    std::optional<Timestamp> lastActiveSignalAt = {};
+    bool hasSeenWork = false;            ///< since the last reset
+    bool completionSleepIssued = false;  ///< the one sleep after finished work was asked for
+  };
+
   AgentStateMachine() = default;
+  /// Goes on from what another instance remembered.
+  explicit AgentStateMachine(const Memory& memory) : memory_(memory) {}
   AgentStateMachine(const AgentStateMachine&) = delete;
   AgentStateMachine& operator=(const AgentStateMachine&) = delete;
+
+  const Memory& memory() const { return memory_; }
 
   /// Forgets all work seen.
   void reset();
@@ -33,9 +43,7 @@ class AgentStateMachine {
                          ThermalState thermalState, Timestamp now);
 
  private:
-  std::optional<Timestamp> lastActiveSignalAt_;
-  bool hasSeenWork_ = false;
-  bool completionSleepIssued_ = false;
+  Memory memory_;
 };
 
 /// Whether a release that the decision wants happens at once or is held for a while.
