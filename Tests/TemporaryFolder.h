@@ -1,0 +1,46 @@
+// Folders that tests may fill: gone when the test ends.
+#pragma once
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace wakelatch {
+
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "wakelatch.XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
+    path_ = std::filesystem::canonical(pattern);
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// A temporary folder that is the user's home while it lives.
+class TemporaryHome : public TemporaryFolder {
+ public:
+  TemporaryHome() {
+    if (const char* home = ::getenv("HOME")) before_ = home;
+    ::setenv("HOME", path().c_str(), 1);
+  }
+  ~TemporaryHome() { before_ ? ::setenv("HOME", before_->c_str(), 1) : ::unsetenv("HOME"); }
+
+ private:
+  std::optional<std::string> before_;
+};
+
+}  // namespace wakelatch
