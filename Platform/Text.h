@@ -8,6 +8,15 @@
 
 namespace wakelatch::platform {
 
+/// Which letters differ in case alone.
+enum class Casing {
+  common,  ///< I and i
+  turkic,  ///< I and ı, İ and i: Turkish and Azerbaijani
+};
+
+/// The casing of the user's locale, found out once in the life of the process.
+Casing userCasing();
+
 /// `text` with every letter in lower case, by Unicode's full mapping without regard to any locale.
 std::string lowercased(std::string_view text);
 
@@ -22,9 +31,9 @@ std::string_view trimmedSpaces(std::string_view text);
 /// Whether `character` is a decimal digit of any script (Unicode category Nd).
 bool isDecimalDigit(char32_t character);
 
-/// Whether `text` contains `needle`, regardless of case under the user's locale. An empty needle is
-/// contained nowhere.
-bool containsIgnoringCase(std::string_view text, std::string_view needle);
+/// Whether `text` contains `needle`, regardless of case. An empty needle is contained nowhere.
+bool containsIgnoringCase(std::string_view text, std::string_view needle,
+                          Casing casing = userCasing());
 
 /// `text` in canonically composed form (NFC).
 std::string composed(std::string_view text);

@@ -1,131 +1,159 @@
 #include <unicode/ubrk.h>
 #include <unicode/ucasemap.h>
 #include <unicode/uchar.h>
+#include <unicode/uloc.h>
 #include <unicode/unorm2.h>
 #include <unicode/ustring.h>
-#include <unicode/utf8.h>
 
 #include <cstdint>
-#include <vector>
+#include <memory>
+#include <new>
 
-#include "Platform/Text.h"
+#include "Platform/TextSystem.h"
 
-namespace wakelatch::platform {
+namespace wakelatch::platform::system {
 namespace {
 
-/// Calls `use(run, isValid)` for the longest runs of valid UTF-8 and of other bytes, in order.
-template <class Use>
-void forEachRun(std::string_view text, Use use) {
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  const auto size = static_cast<std::int32_t>(text.size());
-  std::int32_t start = 0, position = 0;
-  bool validRun = true;
-  while (position < size) {
-    std::int32_t next = position;
-    UChar32 character = 0;
-    U8_NEXT(bytes, next, size, character);
-    if ((character >= 0) != validRun) {
-      if (position > start)
-        use(text.substr(std::size_t(start), std::size_t(position - start)), validRun);
-      start = position;
-      validRun = !validRun;
-    }
-    position = next;
-  }
-  if (position > start) use(text.substr(std::size_t(start)), validRun);
+// With valid text and large enough buffers ICU fails for want of memory or of its own data alone.
+void require(UErrorCode status) {
+  if (U_FAILURE(status)) throw std::bad_alloc();
 }
 
-bool isAscii(std::string_view text) {
-  for (const char c : text) {
-    if (static_cast<unsigned char>(c) >= 0x80) return false;
-  }
-  return true;
+std::int32_t length(std::size_t size) {
+  return static_cast<std::int32_t>(size);
+}
+
+std::u16string utf16(std::string_view text) {
+  std::u16string result(text.size(), u'\0');
+  std::int32_t used = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  u_strFromUTF8(result.data(), length(result.size()), &used, text.data(), length(text.size()),
+                &status);
+  require(status);
+  result.resize(static_cast<std::size_t>(used));
+  return result;
+}
+
+std::string utf8(std::u16string_view text) {
+  std::string result(3 * text.size(), '\0');
+  std::int32_t used = 0;
+  UErrorCode status = U_ZERO_ERROR;
+  u_strToUTF8(result.data(), length(result.size()), &used, text.data(), length(text.size()),
+              &status);
+  require(status);
+  result.resize(static_cast<std::size_t>(used));
+  return result;
+}
+
+const UNormalizer2* nfc() {
+  static const UNormalizer2* const instance = [] {
+    UErrorCode status = U_ZERO_ERROR;
+    const UNormalizer2* normalizer = unorm2_getNFCInstance(&status);
+    require(status);
+    return normalizer;
+  }();
+  return instance;
+}
+
+std::u16string composed(std::u16string_view text) {
+  std::u16string result(3 * text.size(), u'\0');  // the most that NFC grows a text by
+  UErrorCode status = U_ZERO_ERROR;
+  const std::int32_t used = unorm2_normalize(nfc(), text.data(), length(text.size()), result.data(),
+                                             length(result.size()), &status);
+  require(status);
+  result.resize(static_cast<std::size_t>(used));
+  return result;
+}
+
+/// The letter under the accents of `character`: itself if it has none that may be dropped.
+UChar32 unaccented(UChar32 character) {
+  UChar decomposition[32];
+  UErrorCode status = U_ZERO_ERROR;
+  const std::int32_t used = unorm2_getDecomposition(nfc(), character, decomposition,
+                                                    length(std::size(decomposition)), &status);
+  require(status);
+  if (used <= 0) return character;
+  UChar32 base = 0;
+  U16_GET(decomposition, 0, 0, used, base);
+  return static_cast<char32_t>(base) < firstUnaccented ? base : character;
 }
 
 }  // namespace
 
 std::string lowercased(std::string_view text) {
-  if (isAscii(text)) {
-    std::string result(text);
-    for (char& c : result) {
-      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-    }
-    return result;
-  }
-  UErrorCode error = U_ZERO_ERROR;
-  static UCaseMap* const map = ucasemap_open("", 0, &error);
-  std::string result;
-  forEachRun(text, [&](std::string_view run, bool valid) {
-    if (!valid) {
-      result += run;
-      return;
-    }
-    std::string lower(run.size() * 3, '\0');
+  static UCaseMap* const root = [] {
     UErrorCode status = U_ZERO_ERROR;
-    const std::int32_t length =
-        ucasemap_utf8ToLower(map, lower.data(), static_cast<std::int32_t>(lower.size()), run.data(),
-                             static_cast<std::int32_t>(run.size()), &status);
-    result.append(lower, 0, static_cast<std::size_t>(length));
-  });
+    UCaseMap* map = ucasemap_open("", U_FOLD_CASE_DEFAULT, &status);
+    require(status);
+    return map;
+  }();
+  std::string result(3 * text.size(), '\0');  // the most that a mapping grows a text by
+  UErrorCode status = U_ZERO_ERROR;
+  const std::int32_t used = ucasemap_utf8ToLower(root, result.data(), length(result.size()),
+                                                 text.data(), length(text.size()), &status);
+  require(status);
+  result.resize(static_cast<std::size_t>(used));
   return result;
 }
 
-namespace {
-template <class Drop>
-std::string_view trim(std::string_view text, Drop drop) {
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  std::int32_t start = 0, end = static_cast<std::int32_t>(text.size());
-  while (start < end) {
-    std::int32_t next = start;
+std::string composed(std::string_view text) {
+  return utf8(composed(utf16(text)));
+}
+
+std::string folded(std::string_view text, Accents accents) {
+  const std::u16string source = composed(utf16(text));
+  std::u16string result;
+  bool dropsMarks = false;
+  for (std::size_t position = 0; position < source.size();) {
     UChar32 character = 0;
-    U8_NEXT(bytes, next, end, character);
-    if (!drop(character)) break;
-    start = next;
+    U16_NEXT(source, position, source.size(), character);
+    const bool isMark = u_hasBinaryProperty(character, UCHAR_GRAPHEME_EXTEND);
+    if (isMark && dropsMarks) continue;
+    if (accents == Accents::drop) character = unaccented(character);
+
+    UChar base[U16_MAX_LENGTH], fold[8];
+    std::int32_t baseLength = 0;
+    U16_APPEND_UNSAFE(base, baseLength, character);
+    UErrorCode status = U_ZERO_ERROR;
+    const std::int32_t used = u_strFoldCase(fold, length(std::size(fold)), base, baseLength,
+                                            U_FOLD_CASE_DEFAULT, &status);
+    require(status);
+    result.append(fold, static_cast<std::size_t>(used));
+    if (!isMark) dropsMarks = accents == Accents::drop && result.back() < firstUnaccented;
   }
-  while (end > start) {
-    std::int32_t previous = end;
-    UChar32 character = 0;
-    U8_PREV(bytes, start, previous, character);
-    if (!drop(character)) break;
-    end = previous;
+  return utf8(result);
+}
+
+std::size_t clusters(std::string_view text, std::size_t& count) {
+  struct Close {
+    void operator()(UText* utext) const { utext_close(utext); }
+    void operator()(UBreakIterator* breaks) const { ubrk_close(breaks); }
+  };
+  UErrorCode status = U_ZERO_ERROR;
+  const std::unique_ptr<UText, Close> utext(
+      utext_openUTF8(nullptr, text.data(), static_cast<std::int64_t>(text.size()), &status));
+  const std::unique_ptr<UBreakIterator, Close> breaks(
+      ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status));
+  if (U_SUCCESS(status)) ubrk_setUText(breaks.get(), utext.get(), &status);
+  require(status);
+  std::int32_t end = 0;
+  for (; count > 0; --count) {
+    const std::int32_t next = ubrk_next(breaks.get());
+    if (next == UBRK_DONE) break;
+    end = next;
   }
-  return text.substr(std::size_t(start), std::size_t(end - start));
-}
-
-bool isSpaceOrTab(UChar32 c) {
-  return c == '\t' || (c >= 0 && u_charType(c) == U_SPACE_SEPARATOR);
-}
-bool isLineBreak(UChar32 c) {
-  return (c >= 0x0a && c <= 0x0d) || c == 0x85 || c == 0x2028 || c == 0x2029;
-}
-}  // namespace
-
-std::string_view trimmed(std::string_view text) {
-  return trim(text, [](UChar32 c) { return isSpaceOrTab(c) || isLineBreak(c); });
-}
-
-std::string_view trimmedSpaces(std::string_view text) {
-  return trim(text, isSpaceOrTab);
+  return static_cast<std::size_t>(end);
 }
 
 bool isDecimalDigit(char32_t character) {
   return u_charType(static_cast<UChar32>(character)) == U_DECIMAL_DIGIT_NUMBER;
 }
 
-bool containsIgnoringCase(std::string_view text, std::string_view needle) {
-  return !needle.empty() && lowercased(text).find(lowercased(needle)) != std::string::npos;
+std::string userLanguage() {
+  char language[ULOC_LANG_CAPACITY] = "";
+  UErrorCode status = U_ZERO_ERROR;
+  uloc_getLanguage(uloc_getDefault(), language, length(sizeof language), &status);
+  return U_SUCCESS(status) ? language : "";
 }
 
-std::string composed(std::string_view text) {
-  return std::string(text);
-}
-
-std::string_view firstCharacters(std::string_view text, std::size_t count) {
-  return text.substr(0, count);
-}
-
-std::string folded(std::string_view text) {
-  return lowercased(text);
-}
-
-}  // namespace wakelatch::platform
+}  // namespace wakelatch::platform::system
