@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace wakelatch {
@@ -19,6 +20,9 @@ struct ShellCommand {
 
 /// What a finished program left behind.
 struct CommandResult {
+  /// Stands for an exit code that the system has discarded.
+  static constexpr std::int32_t unknownExitCode = -1;
+
   std::int32_t exitCode = 0;   ///< the exit status; for a child ended by a signal, its number
   std::string standardOutput;  ///< empty when it was not valid UTF-8
   std::string standardError;   ///< likewise
@@ -28,7 +32,8 @@ struct CommandResult {
   friend bool operator==(const CommandResult&, const CommandResult&) = default;
 };
 
-/// A run that ended with another status than 0, with all that it printed.
+/// A run that ended with another status than 0, with all that it printed. what() names the exit
+/// code and the first line of standard error.
 class CommandRunnerError : public std::runtime_error {
  public:
   static CommandRunnerError nonZeroExit(CommandResult result) {
@@ -48,17 +53,20 @@ class CommandRunning {
 
   /// Runs the command to its end and returns its result when it exits with 0. Throws
   /// CommandRunnerError::nonZeroExit for any other status, and another std::exception when the
-  /// program cannot be started. Blocks; logs nothing.
+  /// program cannot be started, which names path and cause. Blocks; logs nothing.
   virtual CommandResult run(const ShellCommand& command) = 0;
 };
 
-/// Runs commands as child processes.
+/// Runs commands as child processes. A child inherits environment, working directory and standard
+/// input; signals that the host blocks or ignores reach it all the same.
 class ProcessCommandRunner : public CommandRunning {
  public:
-  /// @param timeoutSeconds  how long a child may run; it is sent SIGTERM then. 0 or less: at once.
+  /// @param timeoutSeconds  how long a child may run. One that runs longer is sent SIGTERM, 0.2
+  ///                        seconds later SIGINT, 2 seconds later SIGKILL. 0 or less: at once.
   explicit ProcessCommandRunner(double timeoutSeconds);
 
-  /// Safe from several threads at once. Blocks for the child's life.
+  /// Safe from several threads at once. Blocks until the child has exited. Output is what the child
+  /// has written by then; a program of its own that holds its pipes open is not waited for.
   CommandResult run(const ShellCommand& command) override;
 
  private:

@@ -1,0 +1,98 @@
+// One way to start, watch and stop child processes. Children are spawned, never forked: the cost
+// does not grow with the memory of the host.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "Platform/ExitNotice.h"
+
+namespace wakelatch::platform {
+
+/// Why a program could not be started: "cannot start /bin/x: No such file or directory".
+class LaunchError : public std::system_error {
+ public:
+  LaunchError(std::error_code cause, const std::string& executable)
+      : std::system_error(cause, "cannot start " + executable) {}
+};
+
+/// Where a child's standard output and standard error go.
+enum class ChildOutput {
+  inherited,  ///< where the host's own go
+  captured,   ///< into pipes that awaitExit() empties
+};
+
+/// A running child, or one that has exited and is not reaped yet. Not for use by several threads at
+/// once.
+class ChildProcess {
+ public:
+  /// Starts the program at the path `executable`; arguments are passed as they are. The child
+  /// inherits environment, working directory and standard input, and no descriptor beyond the
+  /// standard streams. It starts with no signal blocked or ignored and in a process group of its
+  /// own, so that a Ctrl-C meant for the host does not reach it. Throws LaunchError.
+  ChildProcess(const std::string& executable, const std::vector<std::string>& arguments,
+               ChildOutput output);
+  /// Kills and reaps a child that was not reaped.
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  std::int32_t id() const { return id_; }
+
+  /// Waits until the child has exited, at most `seconds` (0 or less: looks once), and collects
+  /// captured output meanwhile. At the exit it collects what the pipes hold and no more, whoever
+  /// else may keep them open. Returns whether the child has exited; it is left to be reaped.
+  bool awaitExit(double seconds);
+
+  /// Sends a signal, unless the child has been reaped.
+  void send(int signal) const;
+
+  /// Waits for the exit and frees the child's id. Returns the exit status, or the signal's number
+  /// for a child that a signal ended; nothing when the system has discarded it because the process
+  /// ignores SIGCHLD or has reaped the child elsewhere. Call once.
+  std::optional<std::int32_t> reap();
+
+  /// What awaitExit() has collected so far; empty afterwards.
+  std::string takeStandardOutput() { return std::move(standardOutput_.text); }
+  std::string takeStandardError() { return std::move(standardError_.text); }
+
+ private:
+  struct Capture {
+    Descriptor pipe;  ///< closed at the end of file
+    std::string text;
+
+    /// Reads once, which blocks unless poll() has reported something; 0 at the end of the file.
+    std::size_t read(std::size_t limit = SIZE_MAX);
+    void readWhatIsThere();
+  };
+
+  bool exitedUnnoticed() const;
+
+  Capture standardOutput_, standardError_;
+  const std::int32_t id_;
+  const ExitNotice notice_;
+  bool reaped_ = false;
+};
+
+/// One step of stopping a child: a signal, and how long to wait for the exit then.
+struct StopStep {
+  int signal;
+  double limitSeconds;
+};
+
+/// Walks the steps until the child has exited; false when it outlived them all. `Child` is a
+/// ChildProcess or a WatchedChild.
+template <class Child>
+bool stop(Child& child, std::span<const StopStep> steps) {
+  for (const StopStep& step : steps) {
+    child.send(step.signal);
+    if (child.awaitExit(step.limitSeconds)) return true;
+  }
+  return false;
+}
+
+}  // namespace wakelatch::platform

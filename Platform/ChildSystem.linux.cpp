@@ -1,0 +1,39 @@
+#include "Platform/ChildSystem.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+namespace wakelatch::platform {
+
+Pipe openPipe() {
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category());
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+char** currentEnvironment() {
+  return environ;
+}
+
+int inheritOnlyStandardStreams([[maybe_unused]] posix_spawnattr_t& attributes,
+                               [[maybe_unused]] posix_spawn_file_actions_t& actions) {
+#if defined(__GLIBC__)
+#if __GLIBC_PREREQ(2, 34)
+  return ::posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+#endif
+#endif
+  return 0;
+}
+
+void preferLargePages(void* memory, std::size_t size) {
+  constexpr std::uintptr_t page = 2U << 20;
+  const auto start = reinterpret_cast<std::uintptr_t>(memory);
+  const std::uintptr_t first = (start + page - 1) / page * page, end = (start + size) / page * page;
+  if (first < end) ::madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+}
+
+}  // namespace wakelatch::platform

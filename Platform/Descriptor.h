@@ -1,0 +1,32 @@
+// An open file descriptor, closed at the end of its scope. Not for use by several threads at once.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace wakelatch::platform {
+
+class Descriptor {
+ public:
+  /// Takes over `fd`; a negative one stands for none.
+  explicit Descriptor(int fd = -1) : fd_(fd) {}
+  ~Descriptor() { close(); }
+  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this != &other) {
+      close();
+      fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+  }
+
+  int get() const { return fd_; }
+  /// False with errno set when the system reports a late write error.
+  bool close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0; }
+
+ private:
+  int fd_;
+};
+
+}  // namespace wakelatch::platform

@@ -1,0 +1,52 @@
+#include "Platform/WatchedChild.h"
+
+#include <chrono>
+#include <limits>
+
+#include "Platform/Thread.h"
+
+namespace wakelatch::platform {
+
+WatchedChild::WatchedChild(const std::string& executable, const std::vector<std::string>& arguments)
+    : child_(executable, arguments, ChildOutput::inherited) {}
+
+std::shared_ptr<WatchedChild> WatchedChild::start(const std::string& executable,
+                                                  const std::vector<std::string>& arguments) try {
+  std::shared_ptr<WatchedChild> child(new WatchedChild(executable, arguments));
+  // Detached, with a share of its own: a child that outlives all interest in it is reaped as well.
+  startThread("child " + std::to_string(child->id()), [child] { child->reapOnExit(); }).detach();
+  return child;
+} catch (const LaunchError&) {
+  throw;
+} catch (const std::system_error& error) {  // no thread; the child was killed on the way here
+  throw LaunchError(error.code(), executable);
+}
+
+bool WatchedChild::isRunning() const {
+  const std::lock_guard lock(mutex_);
+  return running_;
+}
+
+void WatchedChild::send(int signal) const {
+  const std::lock_guard lock(mutex_);
+  if (running_) child_.send(signal);
+}
+
+bool WatchedChild::awaitExit(double seconds) const {
+  std::unique_lock lock(mutex_);
+  return exited_.wait_for(lock, std::chrono::duration<double>(seconds),
+                          [this] { return !running_; });
+}
+
+void WatchedChild::reapOnExit() {
+  while (!child_.awaitExit(std::numeric_limits<double>::infinity())) {
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    child_.reap();
+    running_ = false;
+  }
+  exited_.notify_all();
+}
+
+}  // namespace wakelatch::platform

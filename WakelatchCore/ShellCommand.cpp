@@ -1,0 +1,57 @@
+#include "WakelatchCore/ShellCommand.h"
+
+#include <signal.h>
+
+#include <array>
+#include <limits>
+#include <utility>
+
+#include "Platform/ChildProcess.h"
+#include "Platform/Text.h"
+#include "Platform/Utf8.h"
+
+namespace wakelatch {
+namespace {
+
+/// What a child that has outlived its time is sent. The last step always ends it.
+constexpr std::array<platform::StopStep, 3> timeoutLadder{
+    {{SIGTERM, 0.2}, {SIGINT, 2.0}, {SIGKILL, std::numeric_limits<double>::infinity()}}};
+
+std::string textOrNothing(std::string bytes) {
+  return platform::isValidUtf8(bytes) ? std::move(bytes) : std::string();
+}
+
+std::string describe(const CommandResult& result) {
+  std::string description = result.exitCode == CommandResult::unknownExitCode
+                                ? "exit code unknown: this process ignores SIGCHLD or reaps "
+                                  "children elsewhere, and the system keeps no other record"
+                                : "exit code " + std::to_string(result.exitCode);
+  std::string_view line = platform::trimmed(result.standardError);
+  line = platform::trimmed(line.substr(0, line.find('\n')));
+  constexpr std::size_t readableLength = 200;
+  line = platform::firstCharacters(line, readableLength);
+  if (!line.empty()) description.append(": ").append(line);
+  return description;
+}
+
+}  // namespace
+
+CommandRunnerError::CommandRunnerError(CommandResult result)
+    : std::runtime_error(describe(result)), result_(std::move(result)) {}
+
+ProcessCommandRunner::ProcessCommandRunner(double timeoutSeconds)
+    : timeoutSeconds_(timeoutSeconds) {}
+
+CommandResult ProcessCommandRunner::run(const ShellCommand& command) {
+  platform::ChildProcess child(command.executable, command.arguments,
+                               platform::ChildOutput::captured);
+  if (!child.awaitExit(timeoutSeconds_)) platform::stop(child, timeoutLadder);
+  CommandResult result;
+  result.exitCode = child.reap().value_or(CommandResult::unknownExitCode);
+  result.standardOutput = textOrNothing(child.takeStandardOutput());
+  result.standardError = textOrNothing(child.takeStandardError());
+  if (!result.succeeded()) throw CommandRunnerError::nonZeroExit(std::move(result));
+  return result;
+}
+
+}  // namespace wakelatch
