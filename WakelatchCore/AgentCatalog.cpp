@@ -1,1 +1,367 @@
 #include "WakelatchCore/AgentCatalog.h"
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+#include <unordered_set>
+
+#include "Platform/Split.h"
+#include "Platform/Text.h"
+
+namespace wakelatch {
+
+// --------------------------------------------------------------------------------- catalog
+
+namespace {
+
+using Kind = AgentProfile::Kind;
+/// A list in a table; the empty texts at its end are no entries.
+using Texts = std::array<std::string_view, 5>;
+
+struct Identity {
+  std::string_view id, displayName;
+  Kind kind;
+  Texts bundleIDs, appBundleNames, cliProcessNames, cliPathMarkers;
+};
+
+struct Flags {
+  Kind kind;
+  bool trustsCPUSignal, scanTerminalText, requireMultiWordPhrases;
+};
+
+struct Icon {
+  std::string_view id, iconBundleID;
+};
+
+struct Phrases {
+  std::string_view id;
+  Texts active, idle;
+};
+
+struct SessionFiles {
+  std::string_view id;
+  Texts activityGlobs;
+  bool sharedWithOtherApps;
+  Texts countGlobs;
+};
+
+// clang-format off
+
+constexpr Identity identities[] = {
+    // id, display name, kind; bundle identifiers; application bundles; executables; path markers
+    {"claude-code", "Claude Code", Kind::cli, {}, {}, {"claude"}, {"/claude-code/", "/claude/versions/"}},
+    {"codex-cli", "Codex CLI", Kind::cli, {}, {}, {"codex"}, {}},
+    {"gemini-cli", "Gemini CLI", Kind::cli, {}, {}, {"gemini"}, {}},
+    {"copilot-cli", "Copilot CLI", Kind::cli, {}, {}, {"copilot"}, {}},
+    {"opencode", "OpenCode", Kind::cli, {}, {}, {"opencode"}, {}},
+    {"grok-build", "Grok Build", Kind::cli, {}, {}, {"grok", "xai-grok-pager"}, {}},
+    {"aider", "Aider", Kind::cli, {}, {}, {"aider"}, {}},
+    {"qwen-code", "Qwen Code", Kind::cli, {}, {}, {"qwen"}, {}},
+    {"pi-coding-agent", "Pi", Kind::cli, {}, {}, {"pi"}, {"/pi-coding-agent/"}},
+    {"claude-desktop", "Claude", Kind::desktopAI, {"com.anthropic.claudefordesktop"}, {"Claude"}, {}, {}},
+    {"chatgpt-desktop", "ChatGPT", Kind::desktopAI, {"com.openai.codex", "com.openai.chat"}, {"ChatGPT", "Codex"}, {}, {}},
+    {"opencode-desktop", "OpenCode Desktop", Kind::desktopAI, {"ai.opencode.desktop"}, {"OpenCode"}, {}, {}},
+    {"qwen-code-desktop", "Qwen Code Desktop", Kind::desktopAI, {"com.alibaba.qwen-code"}, {"Qwen Code Desktop"}, {}, {}},
+    {"gemini-desktop", "Gemini", Kind::desktopAI, {"com.google.geminimacos"}, {"Gemini"}, {}, {}},
+    {"cursor", "Cursor", Kind::editor, {"com.todesktop.230313mzl4w4u92"}, {"Cursor"}, {}, {}},
+    {"vscode", "Visual Studio Code", Kind::editor, {"com.microsoft.vscode"}, {"Visual Studio Code"}, {}, {}},
+    {"windsurf", "Devin Desktop", Kind::editor, {"com.exafunction.windsurf"}, {"Devin", "Devin Desktop", "Windsurf"}, {}, {}},
+    {"zed", "Zed", Kind::editor, {"dev.zed.zed"}, {"Zed"}, {}, {}},
+    {"antigravity", "Antigravity", Kind::editor, {"com.google.antigravity", "com.google.antigravity-ide"}, {"Antigravity", "Antigravity IDE"}, {}, {}},
+    {"kiro", "Kiro", Kind::editor, {"dev.kiro.desktop"}, {"Kiro"}, {}, {}},
+    {"trae", "Trae", Kind::editor, {"com.trae.app"}, {"Trae"}, {}, {}},
+    {"chrome", "Google Chrome", Kind::browser, {"com.google.chrome"}, {"Google Chrome"}, {}, {}},
+    {"arc", "Arc", Kind::browser, {"company.thebrowser.browser"}, {"Arc"}, {}, {}},
+    {"safari", "Safari", Kind::browser, {"com.apple.safari"}, {"Safari"}, {}, {}},
+    {"comet", "Comet", Kind::browser, {"ai.perplexity.comet"}, {"Comet"}, {}, {}},
+};
+
+constexpr Icon icons[] = {
+    {"claude-code", "com.anthropic.claudefordesktop"},
+};
+
+constexpr Flags flags[] = {
+    // kind, trusts CPU signal, scan terminal text, require multi-word phrases
+    {Kind::cli, true, true, false},
+    {Kind::desktopAI, false, false, false},
+    {Kind::editor, false, false, true},
+    {Kind::browser, false, false, true},
+};
+
+constexpr Phrases phrases[] = {
+    // id; texts while it works; texts while it waits
+    {"claude-code", {"esc to interrupt", "to interrupt", "tokens used", "Context left"}, {}},
+    {"codex-cli", {"esc to interrupt", "to interrupt", "tokens used", "Working"}, {}},
+    {"gemini-cli", {"esc to cancel,", "esc to interrupt", "to interrupt", "tokens"}, {}},
+    {"copilot-cli", {"esc to interrupt", "to interrupt"}, {}},
+    {"opencode", {"esc interrupt", "esc to interrupt", "to interrupt", "working"}, {}},
+    {"grok-build", {"to interrupt"}, {}},
+    {"aider", {"Tokens:", "to interrupt"}, {}},
+    {"qwen-code", {"· esc to cancel)", "esc to interrupt", "to interrupt"}, {}},
+    {"pi-coding-agent", {"esc to interrupt", "to interrupt"}, {}},
+    {"claude-desktop", {"Stop response", "Stop generating", "Thinking"}, {"Reply to Claude", "Message Claude", "How can I help"}},
+    {"chatgpt-desktop", {"Stop generating", "Stop streaming", "Stop", "Working", "Generating"}, {"Ask anything", "Message ChatGPT", "Ask Codex"}},
+    {"opencode-desktop", {}, {}},
+    {"qwen-code-desktop", {}, {}},
+    {"gemini-desktop", {"Stop generating", "Stop"}, {"Ask Gemini"}},
+    {"cursor", {"Stop generating", "Generating response"}, {}},
+    {"vscode", {"Stop generating", "Generating response"}, {}},
+    {"windsurf", {"Stop generating", "Generating response"}, {}},
+    {"zed", {"Stop generating", "Generating response"}, {}},
+    {"antigravity", {"Stop generating", "Generating response"}, {}},
+    {"kiro", {"Stop generating", "Generating response"}, {}},
+    {"trae", {"Stop generating", "Generating response"}, {}},
+    {"chrome", {"Stop generating", "Claude is working", "Codex is working"}, {}},
+    {"arc", {"Stop generating", "Claude is working", "Codex is working"}, {}},
+    {"safari", {"Stop generating", "Claude is working", "Codex is working"}, {}},
+    {"comet", {"Stop generating", "Claude is working", "Codex is working"}, {}},
+};
+
+constexpr SessionFiles sessionFiles[] = {
+    // id; files that are fresh while it works; whether other applications write them; one a session
+    {"claude-code", {".claude/projects/**/*.jsonl"}, false, {".claude/projects/**/*.jsonl"}},
+    {"codex-cli", {".codex/log/codex-tui.log"}, false, {".codex/sessions/**/rollout-*.jsonl"}},
+    {"opencode", {".local/share/opencode/*.db-wal"}, true, {}},
+    {"grok-build", {".grok/sessions/**/updates.jsonl"}, true, {".grok/sessions/**/updates.jsonl"}},
+    {"pi-coding-agent", {".pi/agent/sessions/**/*.jsonl"}, true, {".pi/agent/sessions/**/*.jsonl"}},
+    {"chatgpt-desktop", {".codex/sessions/**/rollout-*.jsonl"}, false, {}},
+};
+
+// clang-format on
+
+/// The row of `table` whose first column is `key`; an empty row when there is none.
+template <class Row, std::size_t size, class Key>
+Row rowFor(const Key& key, Key Row::*column, const Row (&table)[size]) {
+  const auto row = std::find_if(std::begin(table), std::end(table),
+                                [&](const Row& candidate) { return candidate.*column == key; });
+  return row == std::end(table) ? Row{} : *row;
+}
+
+std::vector<std::string> list(const Texts& texts) {
+  return {texts.begin(), std::find(texts.begin(), texts.end(), std::string_view())};
+}
+
+AgentProfile profileOf(const Identity& agent) {
+  const auto icon = rowFor(agent.id, &Icon::id, icons);
+  const auto flag = rowFor(agent.kind, &Flags::kind, flags);
+  const auto phrase = rowFor(agent.id, &Phrases::id, phrases);
+  const auto files = rowFor(agent.id, &SessionFiles::id, sessionFiles);
+  return {
+      .id = std::string(agent.id),
+      .displayName = std::string(agent.displayName),
+      .kind = agent.kind,
+      .bundleIDs = list(agent.bundleIDs),
+      .iconBundleID =
+          icon.id.empty() ? std::nullopt : std::optional(std::string(icon.iconBundleID)),
+      .appBundleNames = list(agent.appBundleNames),
+      .cliProcessNames = list(agent.cliProcessNames),
+      .cliPathMarkers = list(agent.cliPathMarkers),
+      .trustsCPUSignal = flag.trustsCPUSignal,
+      .scanTerminalText = flag.scanTerminalText,
+      .requireMultiWordPhrases = flag.requireMultiWordPhrases,
+      .activePhrases = list(phrase.active),
+      .idlePhrases = list(phrase.idle),
+      .sessionActivityGlobs = list(files.activityGlobs),
+      .sessionGlobsSharedWithOtherApps = files.sharedWithOtherApps,
+      .sessionCountGlobs = list(files.countGlobs),
+  };
+}
+
+}  // namespace
+
+std::vector<AgentProfile> AgentCatalog::builtin() {
+  std::vector<AgentProfile> profiles;
+  profiles.reserve(std::size(identities));
+  for (const Identity& agent : identities) profiles.push_back(profileOf(agent));
+  return profiles;
+}
+
+std::set<std::string> AgentCatalog::cliAgentNames() {
+  std::set<std::string> names;
+  for (const Identity& agent : identities) {
+    if (agent.kind == Kind::cli) names.emplace(agent.displayName);
+  }
+  return names;
+}
+
+const std::set<std::string, std::less<>>& AgentCatalog::terminalBundleIDs() {
+  static const std::set<std::string, std::less<>> bundleIDs = {
+      "com.apple.terminal", "com.googlecode.iterm2",  "dev.warp.warp-stable",
+      "dev.warp.warp",      "net.kovidgoyal.kitty",   "io.alacritty",
+      "co.zeit.hyper",      "com.github.wez.wezterm", "com.mitchellh.ghostty",
+  };
+  return bundleIDs;
+}
+
+// -------------------------------------------------------------------------------- resolver
+
+namespace {
+
+/// Programs that run agents written as scripts or packages.
+constexpr std::array<std::string_view, 10> interpreters = {
+    "node", "node_repl", "python", "python3", "ruby", "deno", "bun", "npx", "uv", "uvx"};
+
+bool isInterpreter(std::string_view executable) {
+  return std::find(interpreters.begin(), interpreters.end(), platform::lowercased(executable)) !=
+         interpreters.end();
+}
+
+bool isAscii(std::string_view text) {
+  unsigned char bits = 0;
+  for (const char c : text) bits |= static_cast<unsigned char>(c);
+  return bits < 0x80;
+}
+
+constexpr char asciiLower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view lowerPrefix) {
+  return text.size() >= lowerPrefix.size() &&
+         std::equal(lowerPrefix.begin(), lowerPrefix.end(), text.begin(),
+                    [](char lower, char c) { return asciiLower(c) == lower; });
+}
+
+/// An empty needle is contained nowhere.
+bool containsIgnoringAsciiCase(std::string_view text, std::string_view lowerNeedle) {
+  if (lowerNeedle.empty()) return false;
+  const char first = lowerNeedle.front();
+  const char capital =
+      first >= 'a' && first <= 'z' ? static_cast<char>(first - ('a' - 'A')) : first;
+  for (; !text.empty(); text.remove_prefix(1)) {
+    if (text.front() != first && text.front() != capital) continue;
+    if (startsWithIgnoringAsciiCase(text, lowerNeedle)) return true;
+  }
+  return false;
+}
+
+void reportUnmatchedHostBundle(const std::string& bundle, std::string_view binary) {
+  static std::mutex lock;
+  static std::unordered_set<std::string> reported;  // lower-cased; guarded by lock
+
+  AgentResolver::UnmatchedHostBundleHandler handler;
+  {
+    const std::lock_guard guard(lock);
+    if (!reported.insert(platform::lowercased(bundle)).second) return;
+    handler = AgentResolver::onUnmatchedHostBundle;
+  }
+  if (handler) handler(bundle, std::string(binary));
+}
+
+}  // namespace
+
+AgentResolver::UnmatchedHostBundleHandler AgentResolver::onUnmatchedHostBundle;
+
+AgentResolver::NameTable::NameTable(const std::vector<AgentProfile>& profiles,
+                                    std::vector<std::string> AgentProfile::*names) {
+  for (std::size_t profile = 0; profile < profiles.size(); ++profile) {
+    for (const std::string& name : profiles[profile].*names) {
+      rows_.push_back({platform::lowercased(name), profile});
+    }
+  }
+}
+
+std::optional<std::size_t> AgentResolver::NameTable::profileNamed(std::string_view name) const {
+  std::string lower;
+  if (!isAscii(name)) name = lower = platform::lowercased(name);
+  for (const Row& row : rows_) {
+    if (row.name.size() == name.size() && startsWithIgnoringAsciiCase(name, row.name)) {
+      return row.profile;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<std::size_t> AgentResolver::NameTable::profileWithNameIn(
+    std::string_view text) const {
+  std::string lower;
+  if (!isAscii(text)) text = lower = platform::lowercased(text);
+  const auto found = std::find_if(rows_.begin(), rows_.end(), [&](const Row& row) {
+    return containsIgnoringAsciiCase(text, row.name);
+  });
+  return found == rows_.end() ? std::nullopt : std::optional(found->profile);
+}
+
+AgentResolver::AgentResolver(std::vector<AgentProfile> profiles)
+    : profiles_(std::move(profiles)),
+      bundleIDs_(profiles_, &AgentProfile::bundleIDs),
+      appBundleNames_(profiles_, &AgentProfile::appBundleNames),
+      cliProcessNames_(profiles_, &AgentProfile::cliProcessNames),
+      cliPathMarkers_(profiles_, &AgentProfile::cliPathMarkers) {}
+
+AgentResolver AgentResolver::make(const GuardSettings& settings) {
+  std::vector<AgentProfile> profiles = AgentCatalog::builtin();
+  std::erase_if(profiles, [&](const AgentProfile& profile) {
+    const auto& disabled = settings.disabledAgentIDs;
+    return std::find(disabled.begin(), disabled.end(), profile.id) != disabled.end() ||
+           (profile.kind == Kind::browser && !settings.enableBrowsers);
+  });
+  return AgentResolver(std::move(profiles));
+}
+
+std::vector<AgentProfile> AgentResolver::terminalScanProfiles() const {
+  std::vector<AgentProfile> scanned;
+  std::copy_if(profiles_.begin(), profiles_.end(), std::back_inserter(scanned),
+               [](const AgentProfile& profile) { return profile.scanTerminalText; });
+  return scanned;
+}
+
+const AgentProfile* AgentResolver::profileForBundleID(std::string_view bundleID) const {
+  return profileAt(bundleIDs_.profileNamed(bundleID));
+}
+
+const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
+                                                     std::string_view arguments) const {
+  // 1. A path marker, wherever it stands.
+  const std::string commandLine = std::string(path).append(" ").append(arguments);
+  if (const auto marked = cliPathMarkers_.profileWithNameIn(commandLine)) return profileAt(marked);
+
+  const std::string_view executable = platform::lastPiece(path, '/');
+  const std::optional<std::string> bundle = appBundleName(path);
+  if (!bundle) {
+    // 2. Outside applications: the executable's name, or that of what an interpreter runs.
+    if (executable.empty()) return nullptr;
+    if (const auto named = cliProcessNames_.profileNamed(executable)) return profileAt(named);
+    if (!isInterpreter(executable)) return nullptr;
+    const auto program = programWithAgentName(arguments);
+    return program ? profileAt(cliProcessNames_.profileNamed(*program)) : nullptr;
+  }
+
+  // 3. Inside an application: that application's profile, whatever the executable.
+  if (const auto owner = appBundleNames_.profileNamed(*bundle)) return profileAt(owner);
+  if (cliProcessNames_.profileNamed(executable)) {
+    reportUnmatchedHostBundle(*bundle, executable);
+  } else if (const auto program = programWithAgentName(arguments)) {
+    reportUnmatchedHostBundle(*bundle, *program);
+  }
+  return nullptr;
+}
+
+std::optional<std::string_view> AgentResolver::programWithAgentName(
+    std::string_view arguments) const {
+  for (const std::string_view token : platform::Pieces(arguments, ' ')) {
+    const std::string_view program = platform::lastPiece(token, '/');
+    if (cliProcessNames_.profileNamed(program)) return program;
+  }
+  return std::nullopt;
+}
+
+const AgentProfile* AgentResolver::profileAt(std::optional<std::size_t> index) const {
+  return index ? &profiles_[*index] : nullptr;
+}
+
+std::optional<std::string> AgentResolver::appBundleName(std::string_view path) {
+  constexpr std::string_view suffix = ".app";
+  for (std::string_view piece : platform::Pieces(path, '/')) {
+    if (!piece.ends_with(suffix)) continue;
+    piece.remove_suffix(suffix.size());
+    return std::string(piece);
+  }
+  return std::nullopt;
+}
+
+std::string AgentResolver::basename(std::string_view path) {
+  return std::string(platform::lastPiece(path, '/'));
+}
+
+}  // namespace wakelatch

@@ -2,6 +2,7 @@
 // the agent behind a bundle identifier or a command line.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <set>
@@ -24,22 +25,22 @@ struct AgentProfile {
     cli,        ///< a command-line agent running in a terminal
   };
 
-  std::string id;           ///< stable; what GuardSettings::disabledAgentIDs lists
-  std::string displayName;  ///< as shown to the user and named in signals
+  std::string id = {};           ///< stable; what GuardSettings::disabledAgentIDs lists
+  std::string displayName = {};  ///< as shown to the user and named in signals
   Kind kind = Kind::cli;
-  std::vector<std::string> bundleIDs;  ///< of the agent's own application, lower case
-  std::optional<std::string> iconBundleID;
-  std::vector<std::string> appBundleNames;   ///< bundle folders without ".app"
-  std::vector<std::string> cliProcessNames;  ///< executable names
-  std::vector<std::string> cliPathMarkers;   ///< path fragments, for agents run by an interpreter
-  bool trustsCPUSignal = false;              ///< CPU load above the threshold is work
-  bool scanTerminalText = false;             ///< its phrases are looked for in terminals too
-  bool requireMultiWordPhrases = false;      ///< only phrases with a space count
-  std::vector<std::string> activePhrases;    ///< UI texts while it works
-  std::vector<std::string> idlePhrases;      ///< UI texts while it waits
-  std::vector<std::string> sessionActivityGlobs;  ///< below home; fresh means at work
-  bool sessionGlobsSharedWithOtherApps = false;   ///< others write those files too
-  std::vector<std::string> sessionCountGlobs;     ///< below home; one file a session
+  std::vector<std::string> bundleIDs = {};        ///< of the agent's own application, lower case
+  std::optional<std::string> iconBundleID = {};   ///< of the application whose icon it shows
+  std::vector<std::string> appBundleNames = {};   ///< bundle folders without ".app"
+  std::vector<std::string> cliProcessNames = {};  ///< executable names
+  std::vector<std::string> cliPathMarkers = {};   ///< path fragments, for agents run as scripts
+  bool trustsCPUSignal = false;                   ///< CPU load above the threshold is work
+  bool scanTerminalText = false;                  ///< its phrases are looked for in terminals too
+  bool requireMultiWordPhrases = false;           ///< only phrases with a space count
+  std::vector<std::string> activePhrases = {};    ///< UI texts while it works
+  std::vector<std::string> idlePhrases = {};      ///< UI texts while it waits
+  std::vector<std::string> sessionActivityGlobs = {};  ///< below home; fresh means at work
+  bool sessionGlobsSharedWithOtherApps = false;        ///< others write those files too
+  std::vector<std::string> sessionCountGlobs = {};     ///< below home; one file a session
 
   friend bool operator==(const AgentProfile&, const AgentProfile&) = default;
 };
@@ -95,7 +96,33 @@ class AgentResolver {
   static std::string basename(std::string_view path);
 
  private:
+  /// One kind of name, lower-cased, in the order of the profiles. Answers are indices of profiles.
+  class NameTable {
+   public:
+    NameTable(const std::vector<AgentProfile>& profiles,
+              std::vector<std::string> AgentProfile::*names);
+    /// The first profile with this name, regardless of case.
+    std::optional<std::size_t> profileNamed(std::string_view name) const;
+    /// The first profile with a name that the text contains, regardless of case.
+    std::optional<std::size_t> profileWithNameIn(std::string_view text) const;
+
+   private:
+    struct Row {
+      std::string name;
+      std::size_t profile;
+    };
+    std::vector<Row> rows_;
+  };
+
+  /// The first program among the arguments that is named like a command-line agent.
+  std::optional<std::string_view> programWithAgentName(std::string_view arguments) const;
+  const AgentProfile* profileAt(std::optional<std::size_t> index) const;
+
   std::vector<AgentProfile> profiles_;
+  NameTable bundleIDs_;
+  NameTable appBundleNames_;
+  NameTable cliProcessNames_;
+  NameTable cliPathMarkers_;
 };
 
 }  // namespace wakelatch
