@@ -1,0 +1,52 @@
+#import <Foundation/Foundation.h>
+
+#include <utility>
+
+#include "Host/SystemTools.h"
+
+namespace wakelatch::host {
+namespace {
+
+/// Starts every tool with LC_ALL=C: in a language with decimal commas `ps` would print "8,0".
+class PlainLanguageRunner : public CommandRunning {
+ public:
+  explicit PlainLanguageRunner(double timeoutSeconds) : runner_(timeoutSeconds) {}
+
+  CommandResult run(const ShellCommand& command) override {
+    ShellCommand plain{"/usr/bin/env", {"LC_ALL=C", command.executable}};
+    plain.arguments.insert(plain.arguments.end(), command.arguments.begin(),
+                           command.arguments.end());
+    return runner_.run(plain);
+  }
+
+ private:
+  ProcessCommandRunner runner_;
+};
+
+}  // namespace
+
+std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds) {
+  return std::make_unique<PlainLanguageRunner>(timeoutSeconds);
+}
+
+std::unique_ptr<CommandRunning> makeAdminRunner() { return makeToolRunner(adminTimeoutSeconds); }
+
+ThermalState thermalState() {
+  switch (NSProcessInfo.processInfo.thermalState) {
+    case NSProcessInfoThermalStateNominal:
+      return ThermalState::nominal;
+    case NSProcessInfoThermalStateFair:
+      return ThermalState::fair;
+    case NSProcessInfoThermalStateSerious:
+      return ThermalState::serious;
+    case NSProcessInfoThermalStateCritical:
+      return ThermalState::critical;
+  }
+  return ThermalState::nominal;  // a step that a later system may add
+}
+
+bool canReadUIText() { return true; }
+
+std::filesystem::path keepAwakeTool() { return "/usr/bin/caffeinate"; }
+
+}  // namespace wakelatch::host

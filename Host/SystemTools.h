@@ -1,0 +1,31 @@
+// What the host takes from the system it runs on, one source file per system.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "WakelatchCore/Models.h"
+#include "WakelatchCore/ShellCommand.h"
+
+namespace wakelatch::host {
+
+/// The runner of the system's tools, for any thread. On macOS they are child processes, each
+/// stopped after `timeoutSeconds`, whose output does not depend on the user's language; elsewhere
+/// stand-ins in this process answer.
+std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds);
+
+/// The runner of commands that show the administrator prompt: time enough for a password.
+std::unique_ptr<CommandRunning> makeAdminRunner();
+inline constexpr double adminTimeoutSeconds = 120;
+
+/// How hot the system says it is now. Reads it; callable from any thread.
+ThermalState thermalState();
+
+/// Whether the texts of other programs' windows can be read on this system, the user's permission
+/// given.
+bool canReadUIText();
+
+/// The system's keep-awake tool, or the stand-in that is built and installed with the host.
+std::filesystem::path keepAwakeTool();
+
+}  // namespace wakelatch::host

@@ -1,0 +1,33 @@
+#include <memory>
+#include <utility>
+
+#include "Host/SystemTools.h"
+#include "Host/linux/LinuxTools.h"
+
+namespace wakelatch::host {
+
+std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds) {
+  LinuxRoots roots;
+  roots.logind.timeoutSeconds = timeoutSeconds;
+  return std::make_unique<LinuxTools>(std::move(roots));
+}
+
+std::unique_ptr<CommandRunning> makeAdminRunner() {
+  return makeToolRunner(adminTimeoutSeconds);
+}
+
+ThermalState thermalState() {
+  return thermalState(LinuxRoots().thermal);
+}
+
+bool canReadUIText() {
+  return false;
+}
+
+std::filesystem::path keepAwakeTool() {
+  // Never one found elsewhere: in a shared folder it would be another package's program.
+  const auto program = std::filesystem::read_symlink("/proc/self/exe");
+  return (program.parent_path() / WAKELATCH_LIBEXEC_FROM_BIN / "caffeinate").lexically_normal();
+}
+
+}  // namespace wakelatch::host

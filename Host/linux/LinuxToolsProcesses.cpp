@@ -1,0 +1,192 @@
+#include "Host/linux/LinuxToolsProcesses.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Host/linux/KernelFiles.h"
+
+namespace wakelatch::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> pieces;
+  for (std::size_t start = 0; start <= text.size();) {
+    const std::size_t end = std::min(text.find(separator, start), text.size());
+    pieces.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return pieces;
+}
+
+std::vector<pid_t> processIDs(const fs::path& proc) {
+  std::vector<pid_t> ids;
+  for (const fs::path& entry : entriesOf(proc)) {
+    if (const auto id = numberIn<pid_t>(entry.filename().native())) ids.push_back(*id);
+  }
+  std::sort(ids.begin(), ids.end());
+  return ids;
+}
+
+/// The command line as the kernel keeps it, each argument ended by a NUL. A process that shortened
+/// it to a title leaves more of them behind.
+std::string commandLineOf(const fs::path& process) {
+  std::string line = kernelFile(process / "cmdline").value_or("");
+  line.erase(line.find_last_not_of('\0') + 1);
+  return line;
+}
+
+std::string nameOf(const fs::path& process) {
+  std::string name = kernelFile(process / "comm").value_or("");
+  if (name.ends_with('\n')) name.pop_back();
+  return name;
+}
+
+/// Empty for a kernel thread, and for another user's process.
+std::string executableOf(const fs::path& process) {
+  constexpr std::string_view deleted = " (deleted)";
+  std::error_code error;
+  std::string path = fs::read_symlink(process / "exe", error).native();
+  if (path.ends_with(deleted)) path.erase(path.size() - deleted.size());
+  return path;
+}
+
+/// Whether a process called `name` can have that name from `text`, a path or a title. The kernel
+/// takes a file's last component, and keeps 15 bytes of any name.
+bool gives(std::string_view text, std::string_view name) {
+  const auto begins = [&](std::string_view whole) { return whole.substr(0, 15) == name; };
+  return !name.empty() && (begins(text) || begins(text.substr(text.rfind('/') + 1)));
+}
+
+/// See ProcessTable::programName(). Empty when the process has gone.
+std::string programOf(const fs::path& process) {
+  const std::string name = nameOf(process);
+  std::string executable = executableOf(process);
+  if (gives(executable, name)) return executable;  // started by its own name and not renamed since
+
+  const std::string commandLine = commandLineOf(process);
+  const auto arguments = split(commandLine, '\0');
+  const bool titled = gives(arguments[0], name);
+
+  // For a script the kernel puts the interpreter, at most one option of it and the script's path
+  // before the arguments, but names the process after the script.
+  for (std::size_t i = 1; !titled && i <= 2 && i < arguments.size(); ++i) {
+    if (gives(arguments[i], name)) return std::string(arguments[i]);
+  }
+
+  // Looks the same for a link by which the executable was started: its name is the better one too.
+  if (titled) return std::string(arguments[0]);
+
+  return executable.empty() ? name : executable;
+}
+
+std::string oneLine(std::string text) {
+  for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos;) {
+    text.replace(at, 1, "\\012");
+  }
+  return text;
+}
+
+std::string rightAligned(std::string text) {
+  constexpr std::size_t width = 5;
+  if (text.size() < width) text.insert(0, width - text.size(), ' ');
+  return text;
+}
+
+/// With one decimal and a point, whatever the locale.
+std::string percentText(double percent) {
+  const long tenths = std::lround(percent * 10);
+  return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
+}
+
+}  // namespace
+
+ProcessTable::ProcessTable(fs::path proc) : proc_(std::move(proc)) {}
+
+std::optional<ProcessTable::Status> ProcessTable::statusOf(const fs::path& process) {
+  const std::string stat = kernelFile(process / "stat").value_or("");
+  // The second field, a name in parentheses, may itself hold spaces and parentheses.
+  const std::size_t nameEnd = stat.rfind(") ");
+  if (nameEnd == std::string::npos) return std::nullopt;
+  const auto fields = split(std::string_view(stat).substr(nameEnd + 2), ' ');
+  const auto number = [&](std::size_t documented) {  // counted from 1, as in proc(5)
+    return documented - 3 < fields.size() ? numberIn<std::uint64_t>(fields[documented - 3])
+                                          : std::nullopt;
+  };
+  const auto parent = number(4), user = number(14), system = number(15), start = number(22);
+  if (!parent || !user || !system || !start) return std::nullopt;
+  return Status{.parent = static_cast<pid_t>(*parent),
+                .hasExited = fields[0] == "Z",
+                .startTicks = *start,
+                .cpuTicks = *user + *system,
+                .readAt = Clock::now()};
+}
+
+ProcessTable::Sample ProcessTable::takeSample() const {
+  Sample sample{.begun = Clock::now(), .processes = {}};
+  for (const pid_t pid : processIDs(proc_)) {
+    if (const auto status = statusOf(proc_ / std::to_string(pid))) sample.processes[pid] = *status;
+  }
+  return sample;
+}
+
+double ProcessTable::cpuPercent(pid_t pid, const Status& now, const Sample& previous) {
+  static const auto ticksPerSecond = static_cast<double>(::sysconf(_SC_CLK_TCK));
+  // One that was not there before had used nothing then.
+  std::uint64_t ticksBefore = 0;
+  Clock::time_point since = previous.begun;
+  const auto before = previous.processes.find(pid);
+  if (before != previous.processes.end() && before->second.startTicks == now.startTicks) {
+    ticksBefore = std::min(before->second.cpuTicks, now.cpuTicks);
+    since = before->second.readAt;
+  }
+  return 100 * static_cast<double>(now.cpuTicks - ticksBefore) / ticksPerSecond /
+         std::chrono::duration<double>(now.readAt - since).count();
+}
+
+std::string ProcessTable::usageListing() {
+  const std::lock_guard lock(listing_);
+  if (!previous_) previous_ = takeSample();
+  std::this_thread::sleep_until(previous_->begun + std::chrono::duration<double>(sampleSeconds));
+  Sample current = takeSample();
+
+  std::string listing;
+  for (const auto& [pid, status] : current.processes) {
+    const std::string program =
+        status.hasExited ? "<defunct>" : oneLine(programOf(proc_ / std::to_string(pid)));
+    if (program.empty()) continue;
+    listing +=
+        rightAligned(std::to_string(pid)) + " " + rightAligned(std::to_string(status.parent)) +
+        " " + rightAligned(percentText(cpuPercent(pid, status, *previous_))) + " " + program + "\n";
+  }
+  previous_ = std::move(current);
+  return listing;
+}
+
+std::string ProcessTable::argumentListing() const {
+  std::string listing;
+  for (const pid_t pid : processIDs(proc_)) {
+    const fs::path process = proc_ / std::to_string(pid);
+    std::string arguments = commandLineOf(process);
+    std::replace(arguments.begin(), arguments.end(), '\0', ' ');
+    if (arguments.empty()) arguments = nameOf(process);
+    if (arguments.empty()) continue;
+    listing += rightAligned(std::to_string(pid)) + " " + oneLine(std::move(arguments)) + "\n";
+  }
+  return listing;
+}
+
+std::optional<std::string> ProcessTable::programName(std::string_view pid) const {
+  if (!numberIn<pid_t>(pid)) return std::nullopt;
+  const auto status = statusOf(proc_ / pid);
+  if (!status) return std::nullopt;
+  return status->hasExited ? "<defunct>" : oneLine(programOf(proc_ / pid));
+}
+
+}  // namespace wakelatch::host

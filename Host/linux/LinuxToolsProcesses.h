@@ -1,0 +1,70 @@
+// The process table in the formats of `ps`.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace wakelatch::host {
+
+/// Lists the processes under /proc in the order of their ids, one line each: a line feed in a name
+/// or an argument is written as "\012". Processes that end during a listing are left out. Safe from
+/// several threads at once. Nothing is thrown but for want of memory, nothing logged.
+class ProcessTable {
+ public:
+  /// The shortest time over which CPU use is told; the kernel counts it in steps of 0.01 s.
+  static constexpr double sampleSeconds = 0.2;
+
+  explicit ProcessTable(std::filesystem::path proc);
+
+  /// `pid=,ppid=,pcpu=,comm=`: CPU use in percent of one core since the previous call, and the
+  /// program's name as programName() tells it. The first call, and one that follows the previous
+  /// sooner than `sampleSeconds`, waits until that time has passed.
+  std::string usageListing();
+
+  /// `pid=,args=`: the arguments separated by single spaces; the name of a process without any.
+  std::string argumentListing() const;
+
+  /// The program that a person would name, the first of these that there is:
+  ///
+  /// 1. the script, when the kernel started an interpreter for one: its path as it was started;
+  /// 2. the title that the process gave itself, when its arguments bear it too;
+  /// 3. the executable's path;
+  /// 4. the kernel's name for the process.
+  ///
+  /// "<defunct>" for a process that has exited and waits for its parent; nothing when `pid` is no
+  /// process.
+  std::optional<std::string> programName(std::string_view pid) const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Status {
+    pid_t parent = 0;
+    bool hasExited = false;        ///< waits for its parent to notice
+    std::uint64_t startTicks = 0;  ///< since boot; tells apart processes that had the same id
+    std::uint64_t cpuTicks = 0;
+    Clock::time_point readAt = {};
+  };
+  struct Sample {
+    Clock::time_point begun = {};
+    std::map<pid_t, Status> processes;
+  };
+
+  static std::optional<Status> statusOf(const std::filesystem::path& process);
+  static double cpuPercent(pid_t pid, const Status& now, const Sample& previous);
+  Sample takeSample() const;
+
+  const std::filesystem::path proc_;
+  std::mutex listing_;              ///< held for a whole usage listing, its wait included
+  std::optional<Sample> previous_;  ///< guarded by listing_
+};
+
+}  // namespace wakelatch::host

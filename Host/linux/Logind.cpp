@@ -1,0 +1,80 @@
+#include "Host/linux/Logind.h"
+
+#include <fcntl.h>
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+namespace wakelatch::host {
+namespace {
+
+struct CloseBus {
+  void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+};
+using Bus = std::unique_ptr<sd_bus, CloseBus>;
+
+struct ReleaseMessage {
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Message = std::unique_ptr<sd_bus_message, ReleaseMessage>;
+
+/// `result` of an sd-bus function, which is a negative errno when it failed.
+int checked(int result, const char* what) {
+  if (result >= 0) return result;
+  throw std::runtime_error(std::string(what) + ": " + std::generic_category().message(-result));
+}
+
+Bus connect(const std::string& address) {
+  sd_bus* opened = nullptr;
+  if (address.empty()) {
+    checked(sd_bus_open_system(&opened), "no system bus");
+    return Bus(opened);
+  }
+  checked(sd_bus_new(&opened), "no bus");
+  Bus bus(opened);
+  checked(sd_bus_set_address(bus.get(), address.c_str()), "unusable bus address");
+  checked(sd_bus_set_bus_client(bus.get(), true), "no bus");
+  checked(sd_bus_start(bus.get()), "no system bus");
+  return bus;
+}
+
+/// Calls a method of the manager object and returns its reply.
+template <class... Arguments>
+Message callManager(sd_bus* bus, double timeoutSeconds, const char* member, const char* types,
+                    Arguments... arguments) {
+  sd_bus_set_method_call_timeout(bus, static_cast<std::uint64_t>(timeoutSeconds * 1e6));
+  sd_bus_error error{};
+  sd_bus_message* reply = nullptr;
+  const int result = sd_bus_call_method(bus, "org.freedesktop.login1", "/org/freedesktop/login1",
+                                        "org.freedesktop.login1.Manager", member, &error, &reply,
+                                        types, arguments...);
+  const std::string cause = error.message != nullptr ? error.message : "";
+  sd_bus_error_free(&error);
+  if (!cause.empty()) throw std::runtime_error(std::string("logind ") + member + ": " + cause);
+  checked(result, member);
+  return Message(reply);
+}
+
+}  // namespace
+
+void Logind::suspend() const {
+  const Bus bus = connect(busAddress);
+  callManager(bus.get(), timeoutSeconds, "Suspend", "b", 0);
+}
+
+int Logind::inhibit(const std::string& what) const {
+  const Bus bus = connect(busAddress);
+  const Message reply = callManager(bus.get(), timeoutSeconds, "Inhibit", "ssss", what.c_str(),
+                                    "Wakelatch", "Keeping this computer awake", "block");
+  int lock = -1;  // belongs to the reply
+  checked(sd_bus_message_read(reply.get(), "h", &lock), "logind Inhibit");
+  const int kept = ::fcntl(lock, F_DUPFD_CLOEXEC, 3);
+  if (kept < 0) throw std::system_error(errno, std::generic_category(), "logind Inhibit");
+  return kept;
+}
+
+}  // namespace wakelatch::host

@@ -1,0 +1,25 @@
+// The two requests that the stand-ins make of the session manager (org.freedesktop.login1) on the
+// system bus. Each call uses a connection of its own, may come from any thread, blocks for
+// `timeoutSeconds` at most once connected and throws std::runtime_error with the bus's own words.
+// Nothing is logged. Neither request may ask the user for a password.
+#pragma once
+
+#include <string>
+
+namespace wakelatch::host {
+
+/// Where the session manager is found.
+struct Logind {
+  std::string busAddress = {};  ///< empty: DBUS_SYSTEM_BUS_ADDRESS, else the system's bus
+  double timeoutSeconds = 10;
+
+  /// Suspends the machine; returns once the request is accepted.
+  void suspend() const;
+
+  /// Takes a lock that blocks `what` (colon-separated, such as "sleep:idle"). The result is the
+  /// lock: a descriptor, close-on-exec and the caller's to close. The kernel closes it with the
+  /// process, so a lock never outlives its holder.
+  int inhibit(const std::string& what) const;
+};
+
+}  // namespace wakelatch::host
