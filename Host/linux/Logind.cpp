@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -28,30 +29,30 @@ int checked(int result, const char* what) {
   throw std::runtime_error(std::string(what) + ": " + std::generic_category().message(-result));
 }
 
-Bus connect(const std::string& address) {
-  sd_bus* opened = nullptr;
-  if (address.empty()) {
-    checked(sd_bus_open_system(&opened), "no system bus");
-    return Bus(opened);
-  }
-  checked(sd_bus_new(&opened), "no bus");
-  Bus bus(opened);
-  checked(sd_bus_set_address(bus.get(), address.c_str()), "unusable bus address");
-  checked(sd_bus_set_bus_client(bus.get(), true), "no bus");
-  checked(sd_bus_start(bus.get()), "no system bus");
+Bus connect(const Logind& logind) {
+  const char* address = logind.busAddress.c_str();
+  if (*address == '\0') address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  if (address == nullptr) address = "unix:path=/run/dbus/system_bus_socket";
+
+  sd_bus* created = nullptr;
+  checked(sd_bus_new(&created), "no bus");
+  Bus bus(created);
+  checked(sd_bus_set_address(created, address), "unusable bus address");
+  checked(sd_bus_set_bus_client(created, true), "no bus");
+  const auto microseconds = static_cast<std::uint64_t>(logind.timeoutSeconds * 1e6);
+  checked(sd_bus_set_method_call_timeout(created, microseconds), "no bus");
+  checked(sd_bus_start(created), "no system bus");
   return bus;
 }
 
 /// Calls a method of the manager object and returns its reply.
 template <class... Arguments>
-Message callManager(sd_bus* bus, double timeoutSeconds, const char* member, const char* types,
-                    Arguments... arguments) {
-  sd_bus_set_method_call_timeout(bus, static_cast<std::uint64_t>(timeoutSeconds * 1e6));
+Message callManager(const Bus& bus, const char* member, const char* types, Arguments... arguments) {
   sd_bus_error error{};
   sd_bus_message* reply = nullptr;
-  const int result = sd_bus_call_method(bus, "org.freedesktop.login1", "/org/freedesktop/login1",
-                                        "org.freedesktop.login1.Manager", member, &error, &reply,
-                                        types, arguments...);
+  const int result = sd_bus_call_method(bus.get(), "org.freedesktop.login1",
+                                        "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
+                                        member, &error, &reply, types, arguments...);
   const std::string cause = error.message != nullptr ? error.message : "";
   sd_bus_error_free(&error);
   if (!cause.empty()) throw std::runtime_error(std::string("logind ") + member + ": " + cause);
@@ -62,14 +63,14 @@ Message callManager(sd_bus* bus, double timeoutSeconds, const char* member, cons
 }  // namespace
 
 void Logind::suspend() const {
-  const Bus bus = connect(busAddress);
-  callManager(bus.get(), timeoutSeconds, "Suspend", "b", 0);
+  const Bus bus = connect(*this);
+  callManager(bus, "Suspend", "b", 0);
 }
 
 int Logind::inhibit(const std::string& what) const {
-  const Bus bus = connect(busAddress);
-  const Message reply = callManager(bus.get(), timeoutSeconds, "Inhibit", "ssss", what.c_str(),
-                                    "Wakelatch", "Keeping this computer awake", "block");
+  const Bus bus = connect(*this);
+  const Message reply = callManager(bus, "Inhibit", "ssss", what.c_str(), "Wakelatch",
+                                    "Keeping this computer awake", "block");
   int lock = -1;  // belongs to the reply
   checked(sd_bus_message_read(reply.get(), "h", &lock), "logind Inhibit");
   const int kept = ::fcntl(lock, F_DUPFD_CLOEXEC, 3);

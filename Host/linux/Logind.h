@@ -1,7 +1,6 @@
 // The two requests that the stand-ins make of the session manager (org.freedesktop.login1) on the
-// system bus. Each call uses a connection of its own, may come from any thread, blocks for
-// `timeoutSeconds` at most once connected and throws std::runtime_error with the bus's own words.
-// Nothing is logged. Neither request may ask the user for a password.
+// system bus. Each call makes a connection of its own and may come from any thread; it throws
+// std::runtime_error in the bus's own words. Nothing is logged. Neither asks for a password.
 #pragma once
 
 #include <string>
@@ -11,7 +10,7 @@ namespace wakelatch::host {
 /// Where the session manager is found.
 struct Logind {
   std::string busAddress = {};  ///< empty: DBUS_SYSTEM_BUS_ADDRESS, else the system's bus
-  double timeoutSeconds = 10;
+  double timeoutSeconds = 10;   ///< for an answer; a stuck bus holds a call up twice as long
 
   /// Suspends the machine; returns once the request is accepted.
   void suspend() const;
