@@ -6,9 +6,7 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 #include <map>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -17,8 +15,6 @@
 #include <type_traits>
 #include <utility>
 #include <vector>
-
-#include <nlohmann/json_fwd.hpp>
 
 #include "Platform/Clock.h"
 #include "WakelatchCore/Enum.h"
@@ -92,7 +88,7 @@ class JsonWriter {
   void write(std::int64_t value);
   void write(double value);            ///< throws std::domain_error unless finite
   void write(std::string_view value);  ///< bytes that are no UTF-8 become U+FFFD
-  void write(Timestamp value);
+  void write(Timestamp value);         ///< throws std::domain_error when the coding has no form
   void key(std::string_view key);
   void beginObject() { open('{'); }
   void endObject() { close('}'); }
@@ -100,6 +96,7 @@ class JsonWriter {
   void endList() { close(']'); }
 
  private:
+  void literal(std::string_view text);
   void open(char bracket);
   void close(char bracket);
   void separate();
@@ -111,77 +108,89 @@ class JsonWriter {
 
 // --------------------------------------------------------------------------------------- reading
 
+/// One value of a parsed text. The values of a text stand in one sequence: directly after a list or
+/// an object comes what it holds, so that no depth of nesting costs stack.
+struct JsonNode {
+  enum class Kind : char { null, boolean, integer, number, text, list, object };
+
+  Kind kind = Kind::null;
+  bool boolean = false;
+  std::int64_t integer = 0;
+  double number = 0;       ///< of an integer too
+  std::string text;        ///< a text, or the digits of a number that a date may need to the last
+  std::string key;         ///< the name of an object's member
+  std::size_t extent = 1;  ///< how many nodes it takes up: itself and all that it holds
+};
+
 /// A value inside a parsed text, knowing the way to it for error messages. It refers to the
 /// document and to the values around it, and is used while they live.
 class JsonValue {
  public:
-  JsonValue(const nlohmann::json& node, DateCoding dates) : node_(node), dates_(dates) {}
+  JsonValue(const JsonNode& node, DateCoding dates) : node_(node), dates_(dates) {}
 
-  bool isNull() const;
   bool boolean() const;
   std::int64_t integer() const;  ///< 20 or 20.0; within 64 bits
   double number() const;
   const std::string& text() const;
   Timestamp timestamp() const;
 
-  /// Calls `use(value)` with the member's value; false when there is none or it is null.
+  /// Calls `use(value)` with the member's value; false when there is none or it is null. Of members
+  /// that share a name the last one counts.
   template <class Use>
   bool withMember(std::string_view key, Use&& use) const {
-    const nlohmann::json* found = find(key);
-    if (found == nullptr) return false;
-    use(JsonValue(*found, *this, key));
+    const JsonNode* found = find(key);
+    if (found == nullptr || found->kind == JsonNode::Kind::null) return false;
+    use(JsonValue(*found, *this));
     return true;
   }
   /// Calls `use(key, value)` for every member, or `use(value)` for every element, in order.
   template <class Use>
   void forEachMember(Use&& use) const {
     expectObject();
-    visitMembers(&use, [](void* context, const std::string& key, const JsonValue& value) {
-      (*static_cast<std::remove_reference_t<Use>*>(context))(key, value);
-    });
+    for (const JsonNode* child = begin(); child != end(); child += child->extent) {
+      use(child->key, JsonValue(*child, *this));
+    }
   }
   template <class Use>
   void forEachElement(Use&& use) const {
-    visitElements(&use, [](void* context, const JsonValue& value) {
-      (*static_cast<std::remove_reference_t<Use>*>(context))(value);
-    });
+    expectList();
+    std::size_t index = 0;
+    for (const JsonNode* child = begin(); child != end(); child += child->extent) {
+      use(JsonValue(*child, *this, index++));
+    }
   }
 
   void expectObject() const;
+  void expectList() const;
   [[noreturn]] void fail(std::string problem) const;
-  /// Fails naming `key` inside this object as missing.
+  /// Fails naming `key` inside this object, which is missing or null.
   [[noreturn]] void failMissing(std::string_view key) const;
 
  private:
-  JsonValue(const nlohmann::json& node, const JsonValue& parent, std::string_view key)
-      : node_(node), dates_(parent.dates_), parent_(&parent), key_(key) {}
-  JsonValue(const nlohmann::json& node, const JsonValue& parent, std::size_t index)
+  JsonValue(const JsonNode& node, const JsonValue& parent, std::size_t index = 0)
       : node_(node), dates_(parent.dates_), parent_(&parent), index_(index) {}
 
-  const nlohmann::json* find(std::string_view key) const;
-  void visitMembers(void* context,
-                    void (*visit)(void*, const std::string&, const JsonValue&)) const;
-  void visitElements(void* context, void (*visit)(void*, const JsonValue&)) const;
+  const JsonNode* begin() const { return &node_ + 1; }
+  const JsonNode* end() const { return &node_ + node_.extent; }
+  const JsonNode* find(std::string_view key) const;
   std::string path() const;
 
-  const nlohmann::json& node_;
+  const JsonNode& node_;
   DateCoding dates_;
   const JsonValue* parent_ = nullptr;
-  std::string_view key_;
-  std::size_t index_ = 0;
+  std::size_t index_ = 0;  ///< inside a list
 };
 
 /// A parsed text that decode() reads from. Throws DecodingError when the text is no JSON.
 class JsonDocument {
  public:
   explicit JsonDocument(std::string_view text, DateCoding dates = DateCoding::secondsSince2001);
-  ~JsonDocument();
   JsonDocument(const JsonDocument&) = delete;
   JsonDocument& operator=(const JsonDocument&) = delete;
-  JsonValue root() const;
+  JsonValue root() const { return JsonValue(nodes_.front(), dates_); }
 
  private:
-  std::unique_ptr<const nlohmann::json> node_;
+  std::vector<JsonNode> nodes_;
   DateCoding dates_;
 };
 
@@ -280,7 +289,7 @@ struct JsonForm<std::map<std::string, T>> {
   static void read(const JsonValue& in, std::map<std::string, T>& values) {
     values.clear();
     in.forEachMember([&](const std::string& key, const JsonValue& value) {
-      readJson(value, values.emplace_hint(values.end(), key, T{})->second);
+      readJson(value, values.try_emplace(values.end(), key)->second);
     });
   }
 };
@@ -343,8 +352,8 @@ struct JsonForm<Record> {
 
 // ---------------------------------------------------------------------------------- entry points
 
-/// The JSON text of a value. Throws std::domain_error when it holds a number that is not finite,
-/// which JSON cannot express.
+/// The JSON text of a value. Throws std::domain_error when it holds a number or an instant that is
+/// not finite, or that lies outside the years 0000 to 9999 and is to be written in ISO 8601.
 template <class T>
 std::string encode(const T& value, DateCoding dates = DateCoding::secondsSince2001) {
   std::string text;

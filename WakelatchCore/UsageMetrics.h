@@ -1,0 +1,193 @@
+// Statistics of the work that was protected: per calendar day and agent, the session in progress
+// and the last finished run. Plain values with a JSON form; a host stores them and passes them
+// through recording() once per tick. Pure computation, callable from any thread: the one thing
+// taken from outside is the process's time zone, once.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Clock.h"
+#include "WakelatchCore/Enum.h"
+#include "WakelatchCore/Json.h"
+#include "WakelatchCore/Models.h"
+
+namespace wakelatch {
+
+/// Why the machine is kept awake in a tick, and so where its time is booked.
+enum class KeepAwakeTrigger {
+  none,                ///< booked nowhere
+  manual,              ///< DayBucket::manualSeconds
+  pluggedInUnlimited,  ///< DayBucket::pluggedInUnlimitedSeconds
+  activeSignal,        ///< DayBucket::protectedSeconds with the lid closed, else keptAwakeSeconds
+  idleGrace,           ///< booked nowhere
+};
+template <>
+inline constexpr auto enumCases<KeepAwakeTrigger> = std::to_array<EnumCase<KeepAwakeTrigger>>({
+    {KeepAwakeTrigger::none, "none"},
+    {KeepAwakeTrigger::manual, "manual"},
+    {KeepAwakeTrigger::pluggedInUnlimited, "pluggedInUnlimited"},
+    {KeepAwakeTrigger::activeSignal, "activeSignal"},
+    {KeepAwakeTrigger::idleGrace, "idleGrace"},
+});
+
+/// Why a work session ended.
+enum class SessionCloseReason {
+  idle,         ///< no active signal for the idle grace period
+  interrupted,  ///< the ticks stopped for a while, or time did not advance
+  vanished,     ///< the agent's process is gone
+};
+template <>
+inline constexpr auto enumCases<SessionCloseReason> = std::to_array<EnumCase<SessionCloseReason>>({
+    {SessionCloseReason::idle, "idle"},
+    {SessionCloseReason::interrupted, "interrupted"},
+    {SessionCloseReason::vanished, "vanished"},
+});
+
+/// The statistics of one calendar day.
+struct DayBucket {
+  double protectedSeconds = 0;  ///< kept awake for an active agent, lid closed
+  double keptAwakeSeconds = 0;  ///< kept awake for an active agent, lid open or unknown
+  double manualSeconds = 0;
+  double pluggedInUnlimitedSeconds = 0;
+  std::int64_t sessionsSaved = 0;  ///< sessions closed on this day that had protected time
+  std::int64_t totalSessions = 0;  ///< sessions closed on this day
+  std::map<std::string, double> protectedSecondsByAgent = {};  ///< keyed by agent id
+  std::map<std::string, std::int64_t> sessionsByAgent = {};    ///< sessionsSaved by agent id
+
+  friend bool operator==(const DayBucket&, const DayBucket&) = default;
+};
+template <>
+inline constexpr auto jsonFields<DayBucket> = std::tuple{
+    required("protectedSeconds", &DayBucket::protectedSeconds),
+    required("keptAwakeSeconds", &DayBucket::keptAwakeSeconds),
+    required("manualSeconds", &DayBucket::manualSeconds),
+    required("pluggedInUnlimitedSeconds", &DayBucket::pluggedInUnlimitedSeconds),
+    required("sessionsSaved", &DayBucket::sessionsSaved),
+    required("totalSessions", &DayBucket::totalSessions),
+    required("protectedSecondsByAgent", &DayBucket::protectedSecondsByAgent),
+    required("sessionsByAgent", &DayBucket::sessionsByAgent),
+};
+
+/// The last session that kept the machine awake.
+struct LastRunSummary {
+  std::optional<std::string> agentDisplayName = {};  ///< the session's agent id
+  Timestamp endedAt = {};
+  double workedSeconds = 0;  ///< from its start to its last active signal, never negative
+  double protectedSeconds = 0;
+  double keptAwakeSeconds = 0;
+  bool finishedNormally = false;  ///< it closed because the agent went idle
+
+  friend bool operator==(const LastRunSummary&, const LastRunSummary&) = default;
+};
+template <>
+inline constexpr auto jsonFields<LastRunSummary> = std::tuple{
+    optional("agentDisplayName", &LastRunSummary::agentDisplayName),
+    required("endedAt", &LastRunSummary::endedAt),
+    required("workedSeconds", &LastRunSummary::workedSeconds),
+    required("protectedSeconds", &LastRunSummary::protectedSeconds),
+    required("keptAwakeSeconds", &LastRunSummary::keptAwakeSeconds),
+    required("finishedNormally", &LastRunSummary::finishedNormally),
+};
+
+/// The whole store. Read its fields freely; only recording() changes them.
+struct UsageMetrics {
+  std::map<std::string, DayBucket> days = {};  ///< by day key; entries are never removed
+  Timestamp installDate = {};                  ///< when statistics began
+  double longestProtectedRunSeconds = 0;
+  std::optional<std::string> longestProtectedRunAgent = {};
+  std::optional<std::string> longestProtectedRunDate = {};  ///< the day key it ended on
+  std::optional<Timestamp> sessionStartedAt = {};           ///< absent: no session is open
+  bool sessionQualified = false;                            ///< the session had protected time
+  std::optional<std::string> sessionAgentID = {};
+  double sessionRunSeconds = 0;  ///< length of the current uninterrupted protected run
+  std::optional<Timestamp> lastTickAt = {};
+  std::optional<Timestamp> lastActiveSignalAt = {};
+  std::int64_t wakeGapTicksDropped = 0;  ///< ticks not counted, too long after the one before
+  std::optional<LastRunSummary> lastRun = {};
+  std::optional<SessionCloseReason> lastCloseReason = {};
+  double sessionProtectedSeconds = 0;
+  double sessionKeptAwakeSeconds = 0;
+
+  /// Seconds: a tick that comes later after the one before is not counted.
+  static constexpr double maxClampedElapsed = 10;
+
+  /// A new store.
+  explicit UsageMetrics(Timestamp since = {}) : installDate(since) {}
+
+  /// The key of the local day of an instant in the process's time zone, "2025-03-01". Keys sort in
+  /// the order of time. Instants outside the years 0000 to 9999 fall on the first or last day.
+  static std::string dayKey(Timestamp instant);
+
+  /// `metrics` advanced by one tick; to be called in the order of the ticks. A caller who moves its
+  /// store in pays the same for ten days of history as for ten years.
+  /// @param effectiveKeepAwake      the machine is being kept awake
+  /// @param agentID                 the agent whose signal this is
+  /// @param idleGracePeriodSeconds  without an active signal for this long the session ends
+  /// @param sessionProcessAlive     whether the session's agent process lives; absent: not known
+  static UsageMetrics recording(UsageMetrics metrics, bool effectiveKeepAwake,
+                                KeepAwakeTrigger triggerRung, SignalStrength signalStrength,
+                                LidState lidState, const std::optional<std::string>& agentID,
+                                double idleGracePeriodSeconds,
+                                std::optional<bool> sessionProcessAlive, Timestamp now);
+
+  /// One line for the log about a session that has closed.
+  /// @param session                the store as it was before the tick that closed the session
+  /// @param sessionFileAgeSeconds  whole seconds since the agent last wrote its session file
+  static std::string runLogLine(const UsageMetrics& session, SessionCloseReason closeReason,
+                                Timestamp closedAt, std::optional<bool> processAlive,
+                                std::optional<std::int64_t> sessionFileAgeSeconds,
+                                LidState lidState);
+
+  // Figures over all recorded days, computed on every call.
+  double totalProtectedSeconds() const;
+  double totalKeptAwakeSeconds() const;
+  double totalManualSeconds() const;
+  double totalPluggedInUnlimitedSeconds() const;
+  std::int64_t totalSessionsSaved() const;
+  std::int64_t totalWorkSessions() const;
+  /// Days with a closed session or with time kept awake for an agent.
+  std::int64_t activeDays() const;
+  /// The share of sessions that were saved, 0 to 1; absent without any session.
+  std::optional<double> utilization() const;
+  std::map<std::string, double> protectedSecondsByAgent() const;
+  std::map<std::string, std::int64_t> sessionsByAgent() const;
+
+  struct RecentDay {
+    std::string dayKey;
+    DayBucket bucket;  ///< empty when nothing was recorded
+    friend bool operator==(const RecentDay&, const RecentDay&) = default;
+  };
+  /// The last `count` calendar days, oldest first, the local day of `endingAt` last. Days before
+  /// the year 0000 are left out; a count of 0 or less gives none.
+  std::vector<RecentDay> recentDays(std::int64_t count, Timestamp endingAt) const;
+
+  friend bool operator==(const UsageMetrics&, const UsageMetrics&) = default;
+
+ private:
+  void closeSession(Timestamp now, SessionCloseReason reason);
+};
+template <>
+inline constexpr auto jsonFields<UsageMetrics> = std::tuple{
+    defaulted("days", &UsageMetrics::days),
+    required("installDate", &UsageMetrics::installDate),
+    defaulted("longestProtectedRunSeconds", &UsageMetrics::longestProtectedRunSeconds),
+    optional("longestProtectedRunAgent", &UsageMetrics::longestProtectedRunAgent),
+    optional("longestProtectedRunDate", &UsageMetrics::longestProtectedRunDate),
+    optional("sessionStartedAt", &UsageMetrics::sessionStartedAt),
+    defaulted("sessionQualified", &UsageMetrics::sessionQualified),
+    optional("sessionAgentID", &UsageMetrics::sessionAgentID),
+    defaulted("sessionRunSeconds", &UsageMetrics::sessionRunSeconds),
+    optional("lastTickAt", &UsageMetrics::lastTickAt),
+    optional("lastActiveSignalAt", &UsageMetrics::lastActiveSignalAt),
+    defaulted("wakeGapTicksDropped", &UsageMetrics::wakeGapTicksDropped),
+    optional("lastRun", &UsageMetrics::lastRun),
+    optional("lastCloseReason", &UsageMetrics::lastCloseReason),
+    defaulted("sessionProtectedSeconds", &UsageMetrics::sessionProtectedSeconds),
+    defaulted("sessionKeptAwakeSeconds", &UsageMetrics::sessionKeptAwakeSeconds),
+};
+
+}  // namespace wakelatch
