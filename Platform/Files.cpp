@@ -10,8 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
-#include <utility>
 #include <vector>
+
+#include "Platform/Descriptor.h"
 
 namespace wakelatch::platform {
 namespace {
@@ -19,26 +20,6 @@ namespace {
 [[noreturn]] void fail(int error, const std::string& what, const std::filesystem::path& path) {
   throw std::system_error(error, std::generic_category(), what + " " + path.string());
 }
-
-/// An open descriptor, closed at the end of its scope.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() { close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int get() const { return fd_; }
-  void reset(int fd) {
-    close();
-    fd_ = fd;
-  }
-  /// False with errno set when the system reports a late write error.
-  bool close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0; }
-
- private:
-  int fd_;
-};
 
 bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -98,7 +79,7 @@ void append(const std::filesystem::path& file, std::string_view bytes) {
   Descriptor output(open());
   if (output.get() < 0 && errno == ENOENT) {
     createFolders(file.parent_path());
-    output.reset(open());
+    output = Descriptor(open());
   }
   if (output.get() < 0) fail(errno, "cannot open", file);
   if (!writeAll(output.get(), bytes) || !output.close()) fail(errno, "cannot write", file);

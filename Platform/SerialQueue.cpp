@@ -1,25 +1,12 @@
 #include "Platform/SerialQueue.h"
 
-#include <pthread.h>
-#include <signal.h>
-
 #include <future>
 #include <memory>
 #include <utility>
 
+#include "Platform/Thread.h"
+
 namespace wakelatch::platform {
-namespace {
-
-void nameThisThread(const std::string& name) {
-#ifdef __APPLE__
-  ::pthread_setname_np(name.c_str());
-#else
-  constexpr std::size_t limit = 15;  // a longer name is refused, not cut
-  ::pthread_setname_np(::pthread_self(), name.substr(0, limit).c_str());
-#endif
-}
-
-}  // namespace
 
 SerialQueue::SerialQueue(std::string label) : label_(std::move(label)) {}
 
@@ -36,7 +23,7 @@ void SerialQueue::async(Task task) {
   bool wasEmpty = false;
   {
     const std::lock_guard lock(mutex_);
-    if (!thread_.joinable()) startThread();
+    if (!thread_.joinable()) thread_ = startThread(label_, [this] { runTasks(); });
     wasEmpty = waiting_.empty();
     waiting_.push_back(std::move(task));
   }
@@ -53,23 +40,7 @@ void SerialQueue::drain() {
   reached->get_future().wait();
 }
 
-void SerialQueue::startThread() {
-  // A new thread inherits the mask. The host's handlers must not run on it, and a signal that
-  // should interrupt a wait of the host must not be swallowed here.
-  sigset_t all, before;
-  sigfillset(&all);
-  ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  try {
-    thread_ = std::thread(&SerialQueue::runTasks, this);
-  } catch (...) {
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    throw;
-  }
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
 void SerialQueue::runTasks() {
-  nameThisThread(label_);
   std::vector<Task> batch;
   std::unique_lock lock(mutex_);
   for (;;) {

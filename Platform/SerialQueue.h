@@ -31,7 +31,6 @@ class SerialQueue {
   void drain();
 
  private:
-  void startThread();
   void runTasks();
 
   const std::string label_;

@@ -144,6 +144,16 @@ Casing userCasing() {
   return casing;
 }
 
+bool isValidUtf8(std::string_view bytes) {
+  for (;;) {
+    bytes.remove_prefix(asciiPrefix(bytes));
+    if (bytes.empty()) return true;
+    const Scalar first = firstScalar(bytes);
+    if (first.value == brokenByte) return false;
+    bytes.remove_prefix(first.length);
+  }
+}
+
 std::string lowercased(std::string_view text) {
   if (asciiPrefix(text) < text.size()) return mapped(text, system::lowercased);
   std::string result(text);

@@ -17,6 +17,10 @@ enum class Casing {
 /// The casing of the user's locale, found out once in the life of the process.
 Casing userCasing();
 
+/// Whether `bytes` are UTF-8 throughout: no stray, missing or overlong sequence, no surrogate,
+/// nothing above U+10FFFF.
+bool isValidUtf8(std::string_view bytes);
+
 /// `text` with every letter in lower case, by Unicode's full mapping without regard to any locale.
 std::string lowercased(std::string_view text);
 

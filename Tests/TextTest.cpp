@@ -14,6 +14,13 @@ TEST(Text, LowercasedTakesEveryLetterAndKeepsBrokenBytes) {
             "a\xFF\xC3 \xED\xA0\x80\xC0\x80\xF4\x90\x80\x80\xC3");
 }
 
+TEST(Text, IsValidUtf8IsStrict) {
+  EXPECT_TRUE(isValidUtf8("more than sixteen of ASCII, \u00E9 \u20AC \U0010FFFF"));
+  for (const std::string_view broken : {"\x80", "ok\xC3", "\xE2\x82x", "\xC0\x80", "\xE0\x9F\xBF",
+                                        "\xF0\x8F\xBF\xBF", "\xED\xA0\x80", "\xF4\x90\x80\x80"})
+    EXPECT_FALSE(isValidUtf8(broken)) << broken;
+}
+
 TEST(Text, TrimmedKnowsTwoKindsOfWhiteSpace) {
   const std::string spaces = " \t\u00A0\u1680\u2003\u202F\u205F\u3000";
   const std::string breaks = "\n\v\f\r\u0085\u2028\u2029";

@@ -8,7 +8,6 @@
 
 #include "Platform/ChildProcess.h"
 #include "Platform/Text.h"
-#include "Platform/Utf8.h"
 
 namespace wakelatch {
 namespace {

@@ -1,0 +1,318 @@
+#include "WakelatchCore/SleepController.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <thread>
+
+#include "Platform/Files.h"
+#include "Tests/TemporaryFolder.h"
+
+namespace wakelatch {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+
+void waitUntil(const std::function<bool()>& holds) {
+  for (int i = 0; i < 3000 && !holds(); ++i) ::usleep(10'000);
+  EXPECT_TRUE(holds());
+}
+
+bool isGone(std::int32_t id) {
+  return ::kill(id, 0) != 0;
+}
+
+/// A controller with a home of its own, a keep-awake tool and scripted commands.
+struct Rig {
+  struct Runner : CommandRunning {
+    Rig& rig;
+    const std::string prefix;
+    Runner(Rig& owner, std::string name) : rig(owner), prefix(std::move(name)) {}
+    CommandResult run(const ShellCommand& command) override {
+      std::string text = prefix + command.executable;
+      for (const auto& argument : command.arguments) text += " " + argument;
+      rig.commands.push_back(text);
+      const std::optional<std::string> output = rig.answer(text);
+      if (!output) throw CommandRunnerError::nonZeroExit({1, "", "no"});
+      return {0, *output, ""};
+    }
+  };
+
+  TemporaryHome home;
+  std::vector<std::string> commands;
+  /// What a command prints; nothing when it fails.
+  std::function<std::optional<std::string>(const std::string&)> answer;
+  Runner runner{*this, ""}, adminRunner{*this, "admin "};
+  const fs::path tool = home.path() / "caffeinate", log = home.path() / "log";
+  std::optional<FileLogger> logger{log};
+  std::optional<SleepController> controller;
+
+  Rig() {
+    answer = [](const auto&) { return ""; };
+    ::setenv("WAKELATCH_TEST_READY", home.path().c_str(), 1);
+    fs::create_symlink(WAKELATCH_CHILDREN_DIR "/KeepAwake", tool);
+    controller.emplace(runner, adminRunner, *logger, tool.string());
+  }
+
+  /// Starts a keep-awake process and returns its id once it is ready for signals.
+  std::int32_t start(bool letDisplaySleep) {
+    EXPECT_TRUE(controller->setSleepPrevention(true, false, letDisplaySleep));
+    const std::int32_t id = SleepController::readCaffeinatePIDs().at(0);
+    waitUntil([&] { return fs::exists(home.path() / std::to_string(id)); });
+    EXPECT_EQ(platform::readFile(home.path() / std::to_string(id)),
+              letDisplaySleep ? "-ims" : "-dimsu");
+    EXPECT_EQ(controller->appliedLetDisplaySleep(), letDisplaySleep);
+    return id;
+  }
+
+  /// Destroys the controller and returns all that was logged.
+  std::vector<std::string> endAndReadLog() {
+    controller.reset();
+    logger.reset();
+    std::vector<std::string> messages;
+    std::istringstream lines(fs::exists(log) ? platform::readFile(log) : "");
+    for (std::string line; std::getline(lines, line);) messages.push_back(line.substr(23));
+    return messages;
+  }
+};
+
+TEST(SleepController, StartsOneProcessAndStopsIt) {
+  Rig rig;
+  rig.controller->restoreNormalSleep();
+  const std::int32_t id = rig.start(false);
+  EXPECT_EQ(rig.start(false), id);
+  const fs::path file = SleepController::pidFileURL();
+  EXPECT_EQ(file, rig.home.path() / "Library/Application Support/Lumenhold/caffeinate.pid");
+  EXPECT_EQ(platform::readFile(file), std::to_string(id) + "\n");
+  EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
+  EXPECT_TRUE(rig.controller->setSleepPrevention(false, true, true));
+  EXPECT_TRUE(isGone(id) && !fs::exists(file));
+  EXPECT_FALSE(rig.controller->isSleepPreventionEnabled());
+  EXPECT_EQ(rig.controller->appliedLetDisplaySleep(), std::nullopt);
+
+  rig.controller->adoptDisableSleepEngaged();
+  const std::string second = std::to_string(rig.start(true)), first = std::to_string(id);
+  EXPECT_THAT(rig.endAndReadLog(),
+              ElementsAre("Started caffeinate pid " + first, "Stopped caffeinate pid " + first,
+                          "Started caffeinate pid " + second, "Stopped caffeinate pid " + second));
+  EXPECT_FALSE(fs::exists(file));
+  EXPECT_TRUE(fs::exists(SleepController::engagedMarkerURL()) && rig.commands.empty());
+}
+
+TEST(SleepController, AnotherPostureStartsAnewAndRetiresTheOldProcess) {
+  ::setenv("WAKELATCH_TEST_IGNORE_TERM", "1", 1);
+  Rig rig;
+  const std::int32_t old = rig.start(false);
+  ::unsetenv("WAKELATCH_TEST_IGNORE_TERM");
+  const auto begin = std::chrono::steady_clock::now();
+  std::atomic<bool> isDone = false;
+  std::thread changing([&] {
+    rig.controller->enableSleepPrevention(false, true);
+    isDone = true;
+  });
+  waitUntil([] { return SleepController::readCaffeinatePIDs().size() == 2; });
+  const auto both = SleepController::readCaffeinatePIDs();
+  EXPECT_EQ(both.at(1), old);
+  while (!isDone) {  // the lock is free meanwhile
+    EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
+    EXPECT_FALSE(rig.controller->isLidClosedProtectionEngaged());
+    EXPECT_EQ(rig.controller->appliedLetDisplaySleep(), true);
+    ::usleep(1000);
+  }
+  changing.join();
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+  EXPECT_TRUE(isGone(old));
+  EXPECT_EQ(rig.start(true), both[0]);
+  EXPECT_THAT(SleepController::readCaffeinatePIDs(), ElementsAre(both[0]));
+  const std::string first = std::to_string(old), second = std::to_string(both[0]);
+  EXPECT_THAT(
+      rig.endAndReadLog(),
+      ElementsAre("Started caffeinate pid " + first, "Started caffeinate pid " + second,
+                  "Retired previous caffeinate pid " + first + " after a display-posture change",
+                  "Stopped caffeinate pid " + second));
+}
+
+TEST(SleepController, LogsOneLaunchFailureAStreakAndKeepsTheOldProcess) {
+  Rig rig;
+  const fs::path away = rig.home.path() / "away";
+  fs::rename(rig.tool, away);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(rig.controller->enableSleepPrevention(false, false));
+  EXPECT_FALSE(rig.controller->isSleepPreventionEnabled());
+  fs::rename(away, rig.tool);
+  rig.start(false);
+  fs::rename(rig.tool, away);
+  for (int i = 0; i < 3; ++i) rig.controller->enableSleepPrevention(false, true);
+  EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
+  EXPECT_EQ(rig.controller->appliedLetDisplaySleep(), false);
+  const std::string failure = "Failed to start caffeinate: cannot start " + rig.tool.string() +
+                              ": No such file or directory — retrying each tick, logging once";
+  EXPECT_THAT(rig.endAndReadLog(),
+              ElementsAre(failure, StartsWith("Started"), failure, StartsWith("Stopped")));
+}
+
+TEST(SleepController, AProcessThatDiedIsReplacedOrDroppedWithoutAWord) {
+  Rig rig;
+  for (const bool letDisplaySleep : {false, true}) {
+    ::kill(rig.start(letDisplaySleep), SIGKILL);
+    waitUntil([&] { return !rig.controller->appliedLetDisplaySleep(); });
+  }
+  EXPECT_THAT(rig.endAndReadLog(), ElementsAre(StartsWith("Started"), StartsWith("Started")));
+  EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
+}
+
+TEST(SleepController, FilesThatCannotBeWrittenAreLoggedAndDisturbNothing) {
+  for (const bool isFolderBlocked : {false, true}) {
+    Rig rig;
+    if (isFolderBlocked) platform::append(rig.home.path() / "Library", "no folder");
+    for (const fs::path& file :
+         {SleepController::pidFileURL(), SleepController::engagedMarkerURL()})
+      if (!isFolderBlocked) fs::create_directories(file / "in the way");
+    EXPECT_TRUE(rig.controller->enableSleepPrevention(true, false));
+    EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
+    EXPECT_TRUE(rig.controller->isLidClosedProtectionEngaged());
+    EXPECT_THAT(
+        rig.endAndReadLog(),
+        ElementsAre(StartsWith("Failed to write caffeinate pid(s): "), StartsWith("Started"),
+                    StartsWith("Engaging"), StartsWith("Failed to write disablesleep marker: "),
+                    StartsWith("Stopped")));
+  }
+}
+
+TEST(SleepController, EndsOrphansThatAreKeepAwakeTools) {
+  Rig rig;
+  const std::string orphan = std::to_string(rig.start(false)), own = std::to_string(::getpid());
+  rig.answer = [&](const std::string& command) -> std::optional<std::string> {
+    if (command == "/bin/ps -p 77 -o comm=") return std::nullopt;
+    return command == "/bin/ps -p " + own + " -o comm=" ? "a test\n" : "/usr/bin/Caffeinate\n";
+  };
+  // 0 stands for the whole process group of this test.
+  platform::writeAtomically(SleepController::pidFileURL(), own + "\n77\n0\n" + orphan + "\n");
+  rig.controller->reconcileOrphanedCaffeinate();
+  waitUntil([&] { return isGone(std::stoi(orphan)); });
+  EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
+  EXPECT_EQ(rig.commands.size(), 4u);
+  EXPECT_EQ(rig.endAndReadLog().at(1),
+            "Killed orphaned caffeinate pid " + orphan + " left by a previous run");
+}
+
+TEST(SleepController, ReadsIdsLineByLine) {
+  const auto parse = SleepController::parseCaffeinatePIDs;
+  EXPECT_THAT(parse("123\n\n 456 \r\nabc\n12345678901\n-7"), ElementsAre(123, 456, -7));
+  EXPECT_THAT(parse("1\v2\f3\r4\u00855\u20286\u20297"), ElementsAre(1, 2, 3, 4, 5, 6, 7));
+  EXPECT_THAT(parse("+5\n+-5\n++5\n-\n+\n0x1\n1 2\n1.0\n5"), ElementsAre(5, 5));
+  EXPECT_THAT(parse("\u00a08\t\n2147483647\n2147483648\n"), ElementsAre(8, 2147483647));
+  const TemporaryHome home;
+  EXPECT_THAT(SleepController::readCaffeinatePIDs(), ElementsAre());
+  platform::append(SleepController::pidFileURL(), "8\n\xFF");
+  EXPECT_THAT(SleepController::readCaffeinatePIDs(), ElementsAre());
+}
+
+TEST(SleepController, ReadsWhetherSleepIsDisabled) {
+  for (const char* text : {" SleepDisabled\t\t1", "a\n\n\tSleepDisabled 0 1\nSleepDisabled 0"})
+    EXPECT_TRUE(SleepController::parseSleepDisabled(text)) << text;
+  for (const char* text :
+       {"SleepDisabled 0", "sleep 1", "SleepDisabled 0\nSleepDisabled 1", "", "SleepDisabled",
+        "SleepDisabled 1 (by root)", "sleepdisabled 1", "a SleepDisabled 1", "SleepDisabled 1\r\n"})
+    EXPECT_FALSE(SleepController::parseSleepDisabled(text)) << text;
+}
+
+// What each operation of the lid-closed setting runs, logs, returns and leaves behind, each command
+// and message as one letter.
+TEST(SleepController, LidClosedOperations) {
+  const std::string script = "admin /usr/bin/osascript -e do shell script \"pmset -a disablesleep ";
+  const std::map<char, std::string> texts = {
+      {'E',
+       script +
+           "1\" with prompt \"Lumenhold is turning on the lid-closed power setting (pmset "
+           "disablesleep 1) so the Mac can stay awake with the lid closed. It is restored when "
+           "lid-closed mode ends.\" with administrator privileges"},
+      {'P', script + "0\" with prompt \"Lumenhold is restoring the normal sleep setting (pmset "
+                     "disablesleep 0).\" with administrator privileges"},
+      {'D', "/usr/bin/pmset -a disablesleep 0"},
+      {'R', "/usr/bin/pmset -g"},
+      {'S', "/usr/bin/pmset sleepnow"},
+      {'e', "Engaging pmset disablesleep for lid-closed mode"},
+      {'d',
+       "Lid-closed admin step declined; continuing in lid-open (caffeinate) mode: exit code 1: no"},
+      {'r', "Restoring pmset disablesleep 0"},
+      {'t', "Admin restore failed, trying direct restore: exit code 1: no"},
+      {'w',
+       "WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it "
+       "tracked for retry (REVIEW #18)"},
+      {'o', "Stale disablesleep marker found (system reports sleep enabled) — removing it"},
+      {'k',
+       "disablesleep marker from a previous run found — clearing stuck pmset disablesleep (REVIEW "
+       "#2)"},
+      {'x', "Emergency restore requested"},
+      {'s', "Requesting pmset sleepnow"},
+      {'f', "pmset sleepnow failed: exit code 1: no"},
+  };
+  using Controller = SleepController;
+  const auto engage = [](Controller& c) { return c.engageLidClosedProtection(); };
+  const auto twice = [&](Controller& c) { return engage(c) && engage(c); };
+  const auto restore = [](Controller& c) {
+    c.adoptDisableSleepEngaged();
+    return c.restoreNormalSleep();
+  };
+  const auto retry = [&](Controller& c) { return restore(c) || c.restoreNormalSleep(); };
+  const auto check = [](Controller& c) { return c.reconcileStuckDisableSleep(); };
+  const auto rescue = [](Controller& c) { return c.emergencyRestore(), true; };
+  const auto sleep = [](Controller& c) { return c.sleepNow(), true; };
+  const std::string on = "SleepDisabled 1", off = "SleepDisabled 0", blank = " \n\u2028";
+  const struct {
+    const char* name;
+    std::function<bool(Controller&)> operation;
+    bool hasMarker;
+    std::string failing, reading;  ///< commands that fail; what the setting is read as
+    bool result, isEngaged;        ///< engaged: both the flag and the marker
+    std::string commands, messages;
+  } rows[] = {
+      {"engage twice", twice, false, "", on, true, true, "E", "e"},
+      {"declined", engage, false, "E", off, false, false, "E", "ed"},
+      {"restore", restore, false, "", on, true, false, "P", "r"},
+      {"restored directly", restore, false, "P", off, true, false, "PDR", "rt"},
+      {"off already", restore, false, "PD", off, true, false, "PDR", "rt"},
+      {"still on, retried", retry, false, "P", on, false, true, "PDRPDR", "rtwrtw"},
+      {"no answer", restore, false, "PR", off, false, true, "PDR", "rtw"},
+      {"blank answer", restore, false, "P", blank, false, true, "PDR", "rtw"},
+      {"no marker", check, false, "", on, true, false, "", ""},
+      {"stale marker", check, true, "", off, true, false, "R", "o"},
+      {"stuck", check, true, "", on, true, false, "RP", "kr"},
+      {"stuck, no answer", check, true, "PR", off, false, true, "RPDR", "krtw"},
+      {"emergency", rescue, false, "", off, true, false, "P", "xr"},
+      {"emergency, still on", rescue, false, "P", on, true, true, "PDR", "xrtw"},
+      {"sleep now", sleep, false, "", on, true, false, "S", "s"},
+      {"no sleep", sleep, false, "S", on, true, false, "S", "sf"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    Rig rig;
+    rig.answer = [&](const std::string& command) -> std::optional<std::string> {
+      for (const char failing : row.failing)
+        if (command == texts.at(failing)) return std::nullopt;
+      return row.reading;
+    };
+    if (row.hasMarker) platform::append(Controller::engagedMarkerURL(), "");
+    EXPECT_EQ(row.operation(*rig.controller), row.result);
+    EXPECT_EQ(rig.controller->isLidClosedProtectionEngaged(), row.isEngaged);
+    EXPECT_EQ(fs::exists(Controller::engagedMarkerURL()), row.isEngaged);
+    std::vector<std::string> commands, messages;
+    for (const char letter : row.commands) commands.push_back(texts.at(letter));
+    for (const char letter : row.messages) messages.push_back(texts.at(letter));
+    EXPECT_EQ(rig.commands, commands);
+    EXPECT_EQ(rig.endAndReadLog(), messages);
+  }
+}
+
+}  // namespace
+}  // namespace wakelatch

@@ -1,0 +1,406 @@
+#include "WakelatchCore/SleepController.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "Platform/Files.h"
+#include "Platform/Text.h"
+#include "Platform/WatchedChild.h"
+
+namespace wakelatch {
+namespace {
+
+constexpr std::array<platform::StopStep, 2> stopLadder{{{SIGTERM, 3.0}, {SIGKILL, 1.0}}};
+
+// ------------------------------------------------------------------------------------- commands
+
+constexpr const char* engageScript =
+    "do shell script \"pmset -a disablesleep 1\" with prompt \"Lumenhold is turning on the "
+    "lid-closed power setting (pmset disablesleep 1) so the Mac can stay awake with the lid "
+    "closed. It is restored when lid-closed mode ends.\" with administrator privileges";
+constexpr const char* restoreScript =
+    "do shell script \"pmset -a disablesleep 0\" with prompt \"Lumenhold is restoring the normal "
+    "sleep setting (pmset disablesleep 0).\" with administrator privileges";
+
+ShellCommand appleScript(const char* script) {
+  return {"/usr/bin/osascript", {"-e", script}};
+}
+
+ShellCommand pmset(std::vector<std::string> arguments) {
+  return {"/usr/bin/pmset", std::move(arguments)};
+}
+
+// -------------------------------------------------------------------------------------- parsing
+
+/// The length of the line break that `text` starts with; 0 when it starts with none.
+std::size_t lineBreakLength(std::string_view text) {
+  constexpr std::string_view nextLine = "\xC2\x85", lineSeparator = "\xE2\x80\xA8",
+                             paragraphSeparator = "\xE2\x80\xA9";
+  for (const std::string_view lineBreak :
+       {std::string_view("\n"), std::string_view("\r"), std::string_view("\v"),
+        std::string_view("\f"), nextLine, lineSeparator, paragraphSeparator}) {
+    if (text.starts_with(lineBreak)) return lineBreak.size();
+  }
+  return 0;
+}
+
+/// The number that `text` is as a whole, with or without a sign.
+std::optional<std::int32_t> wholeNumber(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+  std::int32_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [parsedTo, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || parsedTo != end) return std::nullopt;
+  return value;
+}
+
+/// `text` cut at every character of `separators`, without the empty pieces.
+std::vector<std::string_view> pieces(std::string_view text, std::string_view separators) {
+  std::vector<std::string_view> result;
+  while (true) {
+    text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
+    if (text.empty()) return result;
+    result.push_back(text.substr(0, text.find_first_of(separators)));
+    text.remove_prefix(result.back().size());
+  }
+}
+
+void removeQuietly(const std::filesystem::path& file) {
+  std::error_code ignored;
+  std::filesystem::remove(file, ignored);
+}
+
+}  // namespace
+
+SleepController::SleepController(CommandRunning& runner, CommandRunning& adminRunner,
+                                 FileLogger& logger, std::string caffeinatePath)
+    : runner_(runner),
+      adminRunner_(adminRunner),
+      logger_(logger),
+      caffeinatePath_(std::move(caffeinatePath)) {}
+
+SleepController::~SleepController() {
+  stopCaffeinate();
+}
+
+bool SleepController::isSleepPreventionEnabled() const {
+  const std::lock_guard guard(lock_);
+  return isSleepPreventionEnabled_;
+}
+
+bool SleepController::isLidClosedProtectionEngaged() const {
+  const std::lock_guard guard(lock_);
+  return disableSleepEngaged_;
+}
+
+std::optional<bool> SleepController::appliedLetDisplaySleep() const {
+  std::shared_ptr<platform::WatchedChild> process;
+  bool letDisplaySleep = false;
+  {
+    const std::lock_guard guard(lock_);
+    process = caffeinateProcess_;
+    letDisplaySleep = caffeinateLetDisplaySleep_;
+  }
+  if (process == nullptr || !process->isRunning()) return std::nullopt;
+  return letDisplaySleep;
+}
+
+// ------------------------------------------------------------------------------------ every tick
+
+bool SleepController::setSleepPrevention(bool enabled, bool allowLidClosed, bool letDisplaySleep) {
+  return enabled ? enableSleepPrevention(allowLidClosed, letDisplaySleep) : restoreNormalSleep();
+}
+
+bool SleepController::enableSleepPrevention(bool allowLidClosed, bool letDisplaySleep) {
+  const bool isRunning = startCaffeinate(letDisplaySleep);
+  {
+    const std::lock_guard guard(lock_);
+    isSleepPreventionEnabled_ = isRunning;
+  }
+  return allowLidClosed ? engageLidClosedProtection() : true;
+}
+
+bool SleepController::restoreNormalSleep() {
+  stopCaffeinate();
+  bool isEngaged = false;
+  {
+    const std::lock_guard guard(lock_);
+    isSleepPreventionEnabled_ = false;
+    isEngaged = disableSleepEngaged_;
+  }
+  return isEngaged ? disengageDisableSleep() : true;
+}
+
+void SleepController::sleepNow() {
+  logger_.log("Requesting pmset sleepnow");
+  try {
+    runner_.run(pmset({"sleepnow"}));
+  } catch (const std::exception& error) {
+    logger_.log(std::string("pmset sleepnow failed: ") + error.what());
+  }
+}
+
+// --------------------------------------------------------------------------- keep-awake process
+
+bool SleepController::startCaffeinate(bool letDisplaySleep) {
+  std::shared_ptr<platform::WatchedChild> previous;
+  bool previousLetDisplaySleep = false;
+  {
+    const std::lock_guard guard(lock_);
+    previous = caffeinateProcess_;
+    previousLetDisplaySleep = caffeinateLetDisplaySleep_;
+  }
+  if (previous != nullptr && !previous->isRunning()) previous = nullptr;
+  if (previous != nullptr && previousLetDisplaySleep == letDisplaySleep) return true;
+
+  std::shared_ptr<platform::WatchedChild> started;
+  try {
+    started = platform::WatchedChild::start(caffeinatePath_, caffeinateArguments(letDisplaySleep));
+  } catch (const std::exception& error) {
+    bool isLogged = false;
+    {
+      const std::lock_guard guard(lock_);
+      isLogged = std::exchange(caffeinateLaunchFailureLogged_, true);
+    }
+    if (!isLogged) {
+      logger_.log(std::string("Failed to start caffeinate: ") + error.what() +
+                  " — retrying each tick, logging once");
+    }
+    return previous != nullptr;  // it keeps the machine awake in its old posture
+  }
+  {
+    const std::lock_guard guard(lock_);
+    caffeinateProcess_ = started;
+    caffeinateLetDisplaySleep_ = letDisplaySleep;
+    caffeinateLaunchFailureLogged_ = false;
+  }
+  std::vector<std::int32_t> ids{started->id()};
+  if (previous != nullptr) ids.push_back(previous->id());
+  writeCaffeinatePIDs(ids);
+  logger_.log("Started caffeinate pid " + std::to_string(started->id()));
+
+  // Only now that the new one runs: there is no gap in which the machine could fall asleep.
+  if (previous != nullptr) {
+    const std::string id = std::to_string(previous->id());
+    if (platform::stop(*previous, stopLadder)) {
+      writeCaffeinatePIDs({started->id()});
+      logger_.log("Retired previous caffeinate pid " + id + " after a display-posture change");
+    } else {
+      logger_.log("Previous caffeinate pid " + id +
+                  " did not confirm exit; sent SIGKILL and moved on");
+    }
+  }
+  return true;
+}
+
+void SleepController::stopCaffeinate() {
+  std::shared_ptr<platform::WatchedChild> process;
+  {
+    const std::lock_guard guard(lock_);
+    process = std::exchange(caffeinateProcess_, nullptr);
+  }
+  if (process != nullptr && process->isRunning()) {
+    const std::string id = std::to_string(process->id());
+    if (platform::stop(*process, stopLadder)) {
+      logger_.log("Stopped caffeinate pid " + id);
+    } else {
+      logger_.log("caffeinate pid " + id +
+                  " did not confirm exit after SIGTERM; sent SIGKILL and moved on without "
+                  "blocking");
+    }
+  }
+  removeCaffeinatePID();
+}
+
+void SleepController::reconcileOrphanedCaffeinate() {
+  for (const std::int32_t id : readCaffeinatePIDs()) {
+    const std::string idText = std::to_string(id);
+    std::string name;
+    try {
+      name = runner_.run({"/bin/ps", {"-p", idText, "-o", "comm="}}).standardOutput;
+    } catch (const std::exception&) {
+      continue;  // mostly: there is no such process
+    }
+    // Ids below 1 would address whole groups of processes.
+    if (id < 1 || platform::lowercased(name).find("caffeinate") == std::string::npos) continue;
+    ::kill(id, SIGTERM);
+    logger_.log("Killed orphaned caffeinate pid " + idText + " left by a previous run");
+  }
+  removeCaffeinatePID();
+}
+
+std::vector<std::string> SleepController::caffeinateArguments(bool letDisplaySleep) {
+  return {letDisplaySleep ? "-ims" : "-dimsu"};
+}
+
+// -------------------------------------------------------------------------------------- pid file
+
+std::filesystem::path SleepController::pidFileURL() {
+  return platform::homeDirectory() / "Library/Application Support/Lumenhold/caffeinate.pid";
+}
+
+void SleepController::writeCaffeinatePIDs(const std::vector<std::int32_t>& ids) {
+  std::string text;
+  for (const std::int32_t id : ids) text += std::to_string(id) + "\n";
+  try {
+    const std::filesystem::path file = pidFileURL();
+    platform::createFolders(file.parent_path());
+    platform::writeAtomically(file, text);
+  } catch (const std::exception& error) {
+    logger_.log(std::string("Failed to write caffeinate pid(s): ") + error.what());
+  }
+}
+
+void SleepController::removeCaffeinatePID() {
+  removeQuietly(pidFileURL());
+}
+
+std::vector<std::int32_t> SleepController::readCaffeinatePIDs() try {
+  const std::string text = platform::readFile(pidFileURL());
+  if (!platform::isValidUtf8(text)) return {};
+  return parseCaffeinatePIDs(text);
+} catch (const std::exception&) {
+  return {};
+}
+
+std::vector<std::int32_t> SleepController::parseCaffeinatePIDs(std::string_view text) {
+  std::vector<std::int32_t> ids;
+  for (std::size_t start = 0, at = 0; start < text.size();) {
+    const std::size_t breakLength = lineBreakLength(text.substr(at));
+    if (breakLength == 0 && at < text.size()) {
+      ++at;
+      continue;
+    }
+    const std::string_view line = platform::trimmedSpaces(text.substr(start, at - start));
+    if (const auto id = wholeNumber(line)) ids.push_back(*id);
+    at += breakLength;
+    start = at;
+  }
+  return ids;
+}
+
+// ---------------------------------------------------------------------------- lid-closed setting
+
+bool SleepController::engageLidClosedProtection() {
+  if (isLidClosedProtectionEngaged()) return true;
+  logger_.log("Engaging pmset disablesleep for lid-closed mode");
+  try {
+    adminRunner_.run(appleScript(engageScript));
+  } catch (const std::exception& error) {
+    logger_.log(std::string("Lid-closed admin step declined; continuing in lid-open (caffeinate) "
+                            "mode: ") +
+                error.what());
+    return false;
+  }
+  adoptDisableSleepEngaged();
+  return true;
+}
+
+bool SleepController::disengageDisableSleep() {
+  bool isRestored = false;
+  logger_.log("Restoring pmset disablesleep 0");
+  try {
+    adminRunner_.run(appleScript(restoreScript));
+    isRestored = true;
+  } catch (const std::exception& error) {
+    logger_.log(std::string("Admin restore failed, trying direct restore: ") + error.what());
+    try {
+      runner_.run(pmset({"-a", "disablesleep", "0"}));
+    } catch (const std::exception&) {
+      // The system's answer alone decides.
+    }
+    isRestored = disableSleepState() == DisableSleepState::off;
+  }
+  {
+    const std::lock_guard guard(lock_);
+    disableSleepEngaged_ = !isRestored;
+  }
+  if (isRestored) {
+    removeEngagedMarker();
+  } else {
+    writeEngagedMarker();
+    logger_.log(
+        "WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it "
+        "tracked for retry (REVIEW #18)");
+  }
+  return isRestored;
+}
+
+SleepController::DisableSleepState SleepController::disableSleepState() try {
+  const std::string output = runner_.run(pmset({"-g"})).standardOutput;
+  if (platform::trimmed(output).empty()) return DisableSleepState::unknown;
+  return parseSleepDisabled(output) ? DisableSleepState::on : DisableSleepState::off;
+} catch (const std::exception&) {
+  return DisableSleepState::unknown;
+}
+
+bool SleepController::isSystemSleepDisabled() {
+  return disableSleepState() == DisableSleepState::on;
+}
+
+bool SleepController::parseSleepDisabled(std::string_view output) {
+  for (const std::string_view line : pieces(output, "\n")) {
+    const std::vector<std::string_view> tokens = pieces(line, " \t");
+    if (!tokens.empty() && tokens.front() == "SleepDisabled") return tokens.back() == "1";
+  }
+  return false;
+}
+
+void SleepController::adoptDisableSleepEngaged() {
+  {
+    const std::lock_guard guard(lock_);
+    disableSleepEngaged_ = true;
+  }
+  writeEngagedMarker();
+}
+
+bool SleepController::reconcileStuckDisableSleep() {
+  std::error_code ignored;
+  if (!std::filesystem::exists(engagedMarkerURL(), ignored)) return true;
+  if (disableSleepState() == DisableSleepState::off) {
+    logger_.log("Stale disablesleep marker found (system reports sleep enabled) — removing it");
+    removeEngagedMarker();
+    return true;
+  }
+  logger_.log(
+      "disablesleep marker from a previous run found — clearing stuck pmset disablesleep (REVIEW "
+      "#2)");
+  return disengageDisableSleep();
+}
+
+void SleepController::emergencyRestore() {
+  logger_.log("Emergency restore requested");
+  stopCaffeinate();
+  {
+    const std::lock_guard guard(lock_);
+    isSleepPreventionEnabled_ = false;
+  }
+  disengageDisableSleep();
+}
+
+std::filesystem::path SleepController::engagedMarkerURL() {
+  return pidFileURL().replace_filename("disablesleep.engaged");
+}
+
+void SleepController::writeEngagedMarker() {
+  try {
+    const std::filesystem::path file = engagedMarkerURL();
+    platform::createFolders(file.parent_path());
+    // The setting outlives a power cut, so must the note of it.
+    platform::writeAtomically(file, "", platform::Durability::power);
+  } catch (const std::exception& error) {
+    logger_.log(std::string("Failed to write disablesleep marker: ") + error.what());
+  }
+}
+
+void SleepController::removeEngagedMarker() {
+  removeQuietly(engagedMarkerURL());
+}
+
+}  // namespace wakelatch

@@ -1,0 +1,134 @@
+// Carries the decision out: keeps the machine awake with a child process of the system's keep-awake
+// tool, and with its lid closed by a power setting that outlives every process; undoes both, also
+// after a crash of an earlier run.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "WakelatchCore/FileLogger.h"
+#include "WakelatchCore/ShellCommand.h"
+
+namespace wakelatch {
+
+namespace platform {
+class WatchedChild;
+}
+
+/// The properties may be read from any thread at any moment. The other operations come from one
+/// thread at a time; they block while a command runs (the administrator prompt waits for the user,
+/// up to its runner's time-out) and for up to 4 seconds for a keep-awake process that has to be
+/// ended. None of them throws: every failure is one line of log and the fallback named below.
+class SleepController {
+ public:
+  /// What the system says about its lid-closed setting, `disablesleep`.
+  enum class DisableSleepState {
+    on,       ///< the machine does not sleep, not even with its lid closed
+    off,      ///< it sleeps as usual
+    unknown,  ///< no answer
+  };
+
+  /// Runners and logger are used, not owned.
+  /// @param runner          runs commands that need no privilege
+  /// @param adminRunner     runs the commands that prompt for the administrator's password
+  /// @param caffeinatePath  the keep-awake tool; has to run until it is terminated
+  SleepController(CommandRunning& runner, CommandRunning& adminRunner, FileLogger& logger,
+                  std::string caffeinatePath);
+  /// Stops the keep-awake process and leaves the lid-closed setting as it is.
+  ~SleepController();
+  SleepController(const SleepController&) = delete;
+  SleepController& operator=(const SleepController&) = delete;
+
+  /// Whether the last enabling call left a keep-awake process running.
+  bool isSleepPreventionEnabled() const;
+  /// Whether the lid-closed setting is engaged, or its restore could not be confirmed.
+  bool isLidClosedProtectionEngaged() const;
+  /// The display posture in effect; absent while no keep-awake process runs.
+  std::optional<bool> appliedLetDisplaySleep() const;
+
+  // ------------------------------------------------------------------------------- every tick
+
+  /// Enables or restores, see the two below.
+  bool setSleepPrevention(bool enabled, bool allowLidClosed, bool letDisplaySleep);
+
+  /// Starts the keep-awake process unless it runs. In another display posture it is replaced, the
+  /// new one starting first. Then engages the lid-closed setting when allowed; one that is engaged
+  /// stays so even when not. Returns whether the lid-closed step went well, true without one.
+  bool enableSleepPrevention(bool allowLidClosed, bool letDisplaySleep);
+
+  /// Stops the keep-awake process, then restores an engaged lid-closed setting. Returns whether no
+  /// setting stayed engaged.
+  bool restoreNormalSleep();
+
+  /// Puts the machine to sleep at once.
+  void sleepNow();
+
+  // ------------------------------------------------- at start-up, before the first enabling call
+
+  /// Ends the keep-awake processes that the pid file names, and removes the file. A process that is
+  /// no keep-awake tool is left alone.
+  void reconcileOrphanedCaffeinate();
+
+  /// Restores the lid-closed setting when a marker says that an earlier run left it engaged.
+  /// Returns whether it is off now, true without a marker.
+  bool reconcileStuckDisableSleep();
+
+  // ------------------------------------------------------------------------ lid-closed setting
+
+  /// Prompts unless engaged already. False when declined; the next call prompts again.
+  bool engageLidClosedProtection();
+
+  DisableSleepState disableSleepState();
+  bool isSystemSleepDisabled();
+
+  /// Takes over a setting that something else engaged, so that the next release restores it.
+  void adoptDisableSleepEngaged();
+
+  /// Stops the keep-awake process and restores the setting, whether or not it is believed engaged.
+  void emergencyRestore();
+
+  // ------------------------------------------------------------------------- files and formats
+
+  /// "caffeinate.pid" in the library's folder under the home folder: the current process's id and,
+  /// while one is being replaced, that one's, a line each. Read `HOME` on every call, as does the
+  /// next.
+  static std::filesystem::path pidFileURL();
+  /// "disablesleep.engaged" beside it, empty: the setting was engaged and is not known restored.
+  static std::filesystem::path engagedMarkerURL();
+
+  static std::vector<std::string> caffeinateArguments(bool letDisplaySleep);
+  /// The ids in the pid file; none when it is missing, unreadable or no UTF-8.
+  static std::vector<std::int32_t> readCaffeinatePIDs();
+  /// The lines of `text` that are whole numbers of 32 bits, in order; other lines are skipped.
+  static std::vector<std::int32_t> parseCaffeinatePIDs(std::string_view text);
+  /// Whether the output of `pmset -g` says that sleep is disabled.
+  static bool parseSleepDisabled(std::string_view output);
+
+ private:
+  bool startCaffeinate(bool letDisplaySleep);
+  void stopCaffeinate();
+  bool disengageDisableSleep();
+  void writeCaffeinatePIDs(const std::vector<std::int32_t>& ids);
+  void removeCaffeinatePID();
+  void writeEngagedMarker();
+  void removeEngagedMarker();
+
+  mutable std::mutex lock_;  // never held across a launch, a command, a signal or a wait
+  bool isSleepPreventionEnabled_ = false;  // guarded by lock_
+  bool disableSleepEngaged_ = false;       // guarded by lock_
+  CommandRunning& runner_;
+  CommandRunning& adminRunner_;
+  FileLogger& logger_;
+  std::shared_ptr<platform::WatchedChild> caffeinateProcess_;  // guarded by lock_
+  bool caffeinateLetDisplaySleep_ = false;                     // guarded by lock_
+  bool caffeinateLaunchFailureLogged_ = false;                 // guarded by lock_
+  const std::string caffeinatePath_;
+};
+
+}  // namespace wakelatch
