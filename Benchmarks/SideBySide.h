@@ -27,7 +27,7 @@ inline void compare(const char* what, const char* unit, const Side& ours, const 
     return *middle;
   };
   const double a = median(our), b = median(their);
-  std::printf("%s: %.4g against %.4g %s, ratio %.3f (goal at %s %.2f)\n", what, a, b, unit, a / b,
+  std::printf("%s: %.4g against %.4g %s, ratio %.3g (goal at %s %.3g)\n", what, a, b, unit, a / b,
               isFloor ? "least" : "most", goal);
 }
 

@@ -252,9 +252,9 @@ std::vector<UsageMetrics::RecentDay> UsageMetrics::recentDays(std::int64_t count
   const std::chrono::local_days last = dayOf(endingAt);
   const std::int64_t formable = (last - platform::firstDay).count() + 1;
   std::vector<RecentDay> recent;
-  for (std::int64_t offset = std::min(count, formable) - 1; offset >= 0; --offset) {
+  for (std::int64_t left = std::min(count, formable); left > 0; --left) {
     RecentDay& entry = recent.emplace_back();
-    entry.dayKey = keyOf(last - std::chrono::days{offset});
+    entry.dayKey = keyOf(last - std::chrono::days{left - 1});
     const auto found = days.find(entry.dayKey);
     if (found != days.end()) entry.bucket = found->second;
   }
