@@ -7,6 +7,7 @@
 #include "Host/linux/LinuxTools.h"
 #include "Platform/ChildProcess.h"
 #include "TemporaryFolder.h"
+#include "WakelatchCore/PowerMonitor.h"
 
 namespace wakelatch::host {
 namespace {
@@ -131,31 +132,33 @@ TEST(LinuxTools, ListsRealProcesses) {
 TEST(LinuxTools, TellsPowerAndLid) {
   const std::string battery =
       "BAT0/type=Battery, BAT0/capacity=42, AC/type=Mains, AC/online=0, BAT0/status=";
-  const std::tuple<std::string, std::string, std::string> supplies[] = {
-      {"AC/type=Mains, AC/online=0", "AC", ""},
-      {"mouse/type=Battery, mouse/scope=Device, B/type=Battery, B/present=0", "AC", ""},
-      {battery + "Discharging", "Battery", " -BAT0 (id=0)\t42%; discharging"},
-      {battery + "Full, USB/type=USB, USB/online=1", "AC", " -BAT0 (id=0)\t42%; charged"},
-      {"B/type=Battery, B/status=Not charging", "AC", " -B (id=0)\tAC attached; not charging"},
-      {battery + "Unknown, BAT0/energy_full=20, BAT1/type=Battery, BAT1/capacity=82, "
-                 "BAT1/energy_full=60",
-       "Battery", " -BAT0+BAT1 (id=0)\t72%; discharging"},
+  const std::tuple<std::string, bool, std::optional<int>, std::string> supplies[] = {
+      {"AC/type=Mains, AC/online=0", true, {}, ""},
+      {"mouse/type=Battery, mouse/scope=Device, B/type=Battery, B/present=0", true, {}, ""},
+      {battery + "Discharging", false, 42, "\n -BAT0 (id=0)\t42%; discharging"},
+      {battery + "Full, USB/type=USB, USB/online=1", true, 42, "\n -BAT0 (id=0)\t42%; charged"},
+      {"B/type=Battery, B/status=Charging", true, {}, "\n -B (id=0)\tcharging"},
+      {battery + "Unknown, BAT0/energy_full=20, B/type=Battery, B/capacity=82, B/energy_full=60",
+       false, 72, "\n -B+BAT0 (id=0)\t72%; discharging"},
   };
-  for (const auto& [files, source, state] : supplies) {
+  for (const auto& [files, onACPower, percent, state] : supplies) {
     const Files folder(files);
     LinuxTools tools({.powerSupply = folder.path()});
-    EXPECT_EQ(tools.run({"/usr/bin/pmset", {"-g", "batt"}}).standardOutput,
-              "Now drawing from '" + source + " Power'\n" +
-                  (state.empty() ? "" : state + "; (no estimate) present: true\n"));
+    const PowerSnapshot power = PowerMonitor(tools).snapshot();
+    EXPECT_EQ(power.isOnACPower, onACPower) << files;
+    EXPECT_EQ(power.batteryPercent, percent) << files;
+    EXPECT_EQ(power.rawDescription,
+              (onACPower ? "Now drawing from 'AC Power'" : "Now drawing from 'Battery Power'") +
+                  state + (state.empty() ? "" : "; (no estimate) present: true"));
   }
-  const std::pair<std::string, std::string> lids[] = {
-      {"", ""},
-      {"LID/state=state:   open", "      \"AppleClamshellState\" = No\n"},
-      {"LID/state=closed, LID2/state=open", "      \"AppleClamshellState\" = Yes\n"}};
-  const ShellCommand command{"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}};
-  for (const auto& [files, report] : lids) {
+  const std::pair<std::string, LidState> lids[] = {
+      {"", LidState::unknown},
+      {"LID/state=state:      open", LidState::open},
+      {"LID/state=state:      closed, LID2/state=state:      open", LidState::closed}};
+  for (const auto& [files, state] : lids) {
     const Files folder(files);
-    EXPECT_EQ(LinuxTools({.lid = folder.path()}).run(command).standardOutput, report);
+    LinuxTools tools({.lid = folder.path()});
+    EXPECT_EQ(LidStateDetector(tools).lidState(), state) << files;
   }
 }
 

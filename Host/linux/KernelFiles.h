@@ -33,16 +33,16 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
-/// The entries of a folder in the order of their names; none when it cannot be read.
-inline std::vector<std::filesystem::path> entriesOf(const std::filesystem::path& folder) {
-  std::vector<std::filesystem::path> entries;
+/// The names of a folder's entries, in order; none when it cannot be read.
+inline std::vector<std::string> namesIn(const std::filesystem::path& folder) {
+  std::vector<std::string> names;
   std::error_code error;
   for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
-    entries.push_back(entry->path());
+    names.push_back(entry->path().filename().string());
   }
-  std::sort(entries.begin(), entries.end());
-  return entries;
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 }  // namespace wakelatch::host

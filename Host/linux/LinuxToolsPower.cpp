@@ -41,15 +41,16 @@ struct PowerSupplies {
 
 PowerSupplies powerSuppliesIn(const fs::path& folder) {
   PowerSupplies supplies;
-  for (const fs::path& device : entriesOf(folder)) {
+  for (const std::string& name : namesIn(folder)) {
+    const fs::path device = folder / name;
     if (attribute(device, "scope") == "Device") continue;  // a mouse's battery, a powered port
     const std::string type = attribute(device, "type");
     if (type == "Battery" || type == "UPS") {
       if (attribute(device, "present") == "0") continue;  // an empty bay
       std::optional<long> capacity = numericAttribute(device, "energy_full");
       if (!capacity) capacity = numericAttribute(device, "charge_full");
-      supplies.batteries.push_back({device.filename().string(), attribute(device, "status"),
-                                    numericAttribute(device, "capacity"), capacity});
+      supplies.batteries.push_back(
+          {name, attribute(device, "status"), numericAttribute(device, "capacity"), capacity});
     } else if (const auto online = numericAttribute(device, "online")) {  // mains, USB, wireless
       supplies.chargerKnown = true;
       supplies.chargerOnline = supplies.chargerOnline || *online != 0;
@@ -130,8 +131,8 @@ std::string batteryReport(const fs::path& powerSupply) {
 
 std::string lidReport(const fs::path& lid) {
   std::string report;
-  for (const fs::path& device : entriesOf(lid)) {
-    const std::string state = attribute(device, "state");  // "state:      open"
+  for (const std::string& name : namesIn(lid)) {
+    const std::string state = attribute(lid / name, "state");  // "state:      open"
     if (state.ends_with("closed")) report = "      \"AppleClamshellState\" = Yes\n";
     if (state.ends_with("open") && report.empty()) report = "      \"AppleClamshellState\" = No\n";
   }
@@ -140,10 +141,8 @@ std::string lidReport(const fs::path& lid) {
 
 ThermalState thermalState(const fs::path& thermal) {
   ThermalState worst = ThermalState::nominal;
-  for (const fs::path& zone : entriesOf(thermal)) {
-    if (zone.filename().native().starts_with("thermal_zone")) {
-      worst = std::max(worst, zoneState(zone));
-    }
+  for (const std::string& name : namesIn(thermal)) {
+    if (name.starts_with("thermal_zone")) worst = std::max(worst, zoneState(thermal / name));
   }
   return worst;
 }

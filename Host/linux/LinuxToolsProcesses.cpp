@@ -9,26 +9,23 @@
 #include <vector>
 
 #include "Host/linux/KernelFiles.h"
+#include "Platform/Split.h"
 
 namespace wakelatch::host {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string_view> split(std::string_view text, char separator) {
+std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
   std::vector<std::string_view> pieces;
-  for (std::size_t start = 0; start <= text.size();) {
-    const std::size_t end = std::min(text.find(separator, start), text.size());
-    pieces.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
+  for (const std::string_view piece : platform::Pieces(text, separator)) pieces.push_back(piece);
   return pieces;
 }
 
 std::vector<pid_t> processIDs(const fs::path& proc) {
   std::vector<pid_t> ids;
-  for (const fs::path& entry : entriesOf(proc)) {
-    if (const auto id = numberIn<pid_t>(entry.filename().native())) ids.push_back(*id);
+  for (const std::string& name : namesIn(proc)) {
+    if (const auto id = numberIn<pid_t>(name)) ids.push_back(*id);
   }
   std::sort(ids.begin(), ids.end());
   return ids;
@@ -61,7 +58,7 @@ std::string executableOf(const fs::path& process) {
 /// takes a file's last component, and keeps 15 bytes of any name.
 bool gives(std::string_view text, std::string_view name) {
   const auto begins = [&](std::string_view whole) { return whole.substr(0, 15) == name; };
-  return !name.empty() && (begins(text) || begins(text.substr(text.rfind('/') + 1)));
+  return !name.empty() && (begins(text) || begins(platform::lastPiece(text, '/')));
 }
 
 /// See ProcessTable::programName(). Empty when the process has gone.
@@ -71,8 +68,8 @@ std::string programOf(const fs::path& process) {
   if (gives(executable, name)) return executable;  // started by its own name and not renamed since
 
   const std::string commandLine = commandLineOf(process);
-  const auto arguments = split(commandLine, '\0');
-  const bool titled = gives(arguments[0], name);
+  const auto arguments = piecesOf(commandLine, '\0');
+  const bool titled = !arguments.empty() && gives(arguments[0], name);
 
   // For a script the kernel puts the interpreter, at most one option of it and the script's path
   // before the arguments, but names the process after the script.
@@ -114,7 +111,7 @@ std::optional<ProcessTable::Status> ProcessTable::statusOf(const fs::path& proce
   // The second field, a name in parentheses, may itself hold spaces and parentheses.
   const std::size_t nameEnd = stat.rfind(") ");
   if (nameEnd == std::string::npos) return std::nullopt;
-  const auto fields = split(std::string_view(stat).substr(nameEnd + 2), ' ');
+  const auto fields = piecesOf(std::string_view(stat).substr(nameEnd + 2), ' ');
   const auto number = [&](std::size_t documented) {  // counted from 1, as in proc(5)
     return documented - 3 < fields.size() ? numberIn<std::uint64_t>(fields[documented - 3])
                                           : std::nullopt;
@@ -186,7 +183,8 @@ std::optional<std::string> ProcessTable::programName(std::string_view pid) const
   if (!numberIn<pid_t>(pid)) return std::nullopt;
   const auto status = statusOf(proc_ / pid);
   if (!status) return std::nullopt;
-  return status->hasExited ? "<defunct>" : oneLine(programOf(proc_ / pid));
+  const std::string program = status->hasExited ? "<defunct>" : oneLine(programOf(proc_ / pid));
+  return program.empty() ? std::nullopt : std::optional(program);
 }
 
 }  // namespace wakelatch::host
