@@ -1,0 +1,20 @@
+// The statistics page's chart of days.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "WakelatchCore/UsageMetrics.h"
+
+namespace wakelatch::host {
+
+/// An SVG element with a stacked bar a day, for days oldest first. Across it is laid out in
+/// percent, so it fits any screen while texts keep their size; up and down it is in pixels. Colours
+/// come from the page's classes "kind0" to "kind3"; labels of class "minor" may be left out where
+/// space is short.
+std::string dayChart(const std::vector<UsageMetrics::RecentDay>& days);
+
+/// `value`, at least 0, as "12.34%" in any locale.
+std::string percent(double value);
+
+}  // namespace wakelatch::host

@@ -1,0 +1,116 @@
+#include "Host/StatsReport.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <ctime>
+#include <map>
+
+namespace wakelatch::host {
+namespace {
+
+/// "05"
+std::string twoDigits(std::int64_t value) {
+  return (value < 10 ? "0" : "") + std::to_string(value);
+}
+
+std::vector<StatsReport::Agent> agentsOf(const UsageMetrics& metrics) {
+  std::map<std::string, StatsReport::Agent> byID;
+  for (const auto& [id, seconds] : metrics.protectedSecondsByAgent()) {
+    byID[id].protectedSeconds = seconds;
+  }
+  for (const auto& [id, sessions] : metrics.sessionsByAgent()) byID[id].sessionsSaved = sessions;
+  std::vector<StatsReport::Agent> agents;
+  for (auto& [id, agent] : byID) {
+    agent.agentID = id;
+    agents.push_back(std::move(agent));
+  }
+  std::stable_sort(agents.begin(), agents.end(), [](const auto& a, const auto& b) {
+    return a.protectedSeconds > b.protectedSeconds;
+  });
+  return agents;
+}
+
+}  // namespace
+
+StatsReport makeStatsReport(const UsageMetrics& metrics, Timestamp now, int days) {
+  StatsReport report;
+  report.installDate = metrics.installDate;
+  report.totalProtectedSeconds = metrics.totalProtectedSeconds();
+  report.totalKeptAwakeSeconds = metrics.totalKeptAwakeSeconds();
+  report.totalManualSeconds = metrics.totalManualSeconds();
+  report.totalPluggedInUnlimitedSeconds = metrics.totalPluggedInUnlimitedSeconds();
+  report.totalSessionsSaved = metrics.totalSessionsSaved();
+  report.totalWorkSessions = metrics.totalWorkSessions();
+  report.activeDays = metrics.activeDays();
+  report.utilization = metrics.utilization();
+  if (metrics.longestProtectedRunSeconds > 0) {
+    report.longestProtectedRun = {metrics.longestProtectedRunSeconds,
+                                  metrics.longestProtectedRunAgent,
+                                  metrics.longestProtectedRunDate};
+  }
+  report.lastRun = metrics.lastRun;
+  report.agents = agentsOf(metrics);
+  report.days = metrics.recentDays(days, now);
+  return report;
+}
+
+double sane(double seconds) {
+  constexpr double longest = 10000 * 365.25 * 86400;
+  return seconds > 0 ? std::min(seconds, longest) : 0;  // 0 also when not a number
+}
+
+double awakeSeconds(const DayBucket& bucket) {
+  double sum = 0;
+  for (const AwakeKind& kind : awakeKinds) sum += sane(bucket.*kind.seconds);
+  return sum;
+}
+
+std::string durationText(double seconds) {
+  const auto whole = static_cast<std::int64_t>(sane(seconds));
+  if (whole < 60) return std::to_string(whole) + "s";
+  const std::int64_t minutes = whole / 60;
+  if (minutes < 60) return std::to_string(minutes) + "m";
+  return std::to_string(minutes / 60) + "h " + twoDigits(minutes % 60) + "m";
+}
+
+std::string localTimeText(Timestamp time) {
+  const double seconds = std::floor(time.time_since_epoch().count());
+  if (!(std::abs(seconds) < 1e12)) return "-";  // no calendar goes there
+  const auto whole = static_cast<std::time_t>(seconds);
+  std::tm local{};
+  ::localtime_r(&whole, &local);
+  return UsageMetrics::dayKey(time) + " " + twoDigits(local.tm_hour) + ":" +
+         twoDigits(local.tm_min);
+}
+
+std::string dayText(const std::string& dayKey, bool withYear) {
+  static constexpr std::array<std::string_view, 12> months{
+      "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  unsigned month = 0, day = 0;
+  const auto read = [&](std::size_t start, unsigned& value) {
+    const char* end = dayKey.data() + start + 2;
+    return std::from_chars(dayKey.data() + start, end, value).ptr == end;
+  };
+  if (dayKey.size() != 10 || !read(5, month) || !read(8, day) || month < 1 || month > 12) {
+    return dayKey;
+  }
+  std::string text = std::to_string(day) + " " + std::string(months[month - 1]);
+  if (withYear) text += " " + dayKey.substr(0, 4);
+  return text;
+}
+
+std::string savedText(const StatsReport& report) {
+  std::string text =
+      std::to_string(report.totalSessionsSaved) + " of " + std::to_string(report.totalWorkSessions);
+  if (report.utilization) {
+    text += " (" + std::to_string(std::lround(*report.utilization * 100)) + "%)";
+  }
+  return text;
+}
+
+std::string_view endingText(const LastRunSummary& run) {
+  return run.finishedNormally ? "finished" : "cut short";
+}
+
+}  // namespace wakelatch::host

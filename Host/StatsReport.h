@@ -1,0 +1,118 @@
+// What the usage statistics say: the figures behind the text, the JSON object and the page.
+// Pure functions of values, but for the time zone; callable from any thread.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "WakelatchCore/UsageMetrics.h"
+
+namespace wakelatch::host {
+
+struct StatsReport {
+  struct LongestRun {
+    double seconds = 0;
+    std::optional<std::string> agentID;
+    std::optional<std::string> dayKey;  ///< the day on which it reached its length
+  };
+  struct Agent {
+    std::string agentID;
+    double protectedSeconds = 0;
+    std::int64_t sessionsSaved = 0;
+  };
+
+  Timestamp installDate;
+  double totalProtectedSeconds = 0;
+  double totalKeptAwakeSeconds = 0;
+  double totalManualSeconds = 0;
+  double totalPluggedInUnlimitedSeconds = 0;
+  std::int64_t totalSessionsSaved = 0;
+  std::int64_t totalWorkSessions = 0;
+  std::int64_t activeDays = 0;
+  std::optional<double> utilization;  ///< share of the sessions that were saved, 0 to 1
+  std::optional<LongestRun> longestProtectedRun;
+  std::optional<LastRunSummary> lastRun;
+  std::vector<Agent> agents;                  ///< most protected time first
+  std::vector<UsageMetrics::RecentDay> days;  ///< oldest first
+};
+
+/// The figures with the last `days` days (at least 0) one by one, today included.
+StatsReport makeStatsReport(const UsageMetrics& metrics, Timestamp now, int days);
+
+/// One kind of time that the machine was kept awake.
+struct AwakeKind {
+  double DayBucket::*seconds;
+  double StatsReport::*total;
+  std::string_view name;
+  std::string_view meaning;
+};
+/// The kinds in the order in which they are shown.
+inline constexpr std::array<AwakeKind, 4> awakeKinds{{
+    {&DayBucket::protectedSeconds, &StatsReport::totalProtectedSeconds, "Protected",
+     "an agent at work, lid closed"},
+    {&DayBucket::keptAwakeSeconds, &StatsReport::totalKeptAwakeSeconds, "Kept awake",
+     "an agent at work, lid open"},
+    {&DayBucket::manualSeconds, &StatsReport::totalManualSeconds, "Manual", "asked for by hand"},
+    {&DayBucket::pluggedInUnlimitedSeconds, &StatsReport::totalPluggedInUnlimitedSeconds,
+     "Plugged in", "unlimited on external power"},
+}};
+
+/// `seconds`, for drawing and adding up: what no clock can have counted becomes 0 or 10,000 years.
+double sane(double seconds);
+/// All kinds of a day together, in sane seconds.
+double awakeSeconds(const DayBucket& bucket);
+
+/// "45s", "12m", "3h 05m", cut to the last unit shown.
+std::string durationText(double seconds);
+/// "2025-03-01 14:05" in local time.
+std::string localTimeText(Timestamp time);
+/// "14 Mar" or "14 Mar 2025" for a day key; any other text as it is.
+std::string dayText(const std::string& dayKey, bool withYear);
+/// "31 of 40 (78%)".
+std::string savedText(const StatsReport& report);
+/// How the last run ended: "finished" or "cut short".
+std::string_view endingText(const LastRunSummary& run);
+
+}  // namespace wakelatch::host
+
+namespace wakelatch {
+
+template <>
+inline constexpr auto jsonFields<host::StatsReport::LongestRun> = std::tuple{
+    required("seconds", &host::StatsReport::LongestRun::seconds),
+    optional("agentID", &host::StatsReport::LongestRun::agentID),
+    optional("dayKey", &host::StatsReport::LongestRun::dayKey),
+};
+template <>
+inline constexpr auto jsonFields<host::StatsReport::Agent> = std::tuple{
+    required("agentID", &host::StatsReport::Agent::agentID),
+    required("protectedSeconds", &host::StatsReport::Agent::protectedSeconds),
+    required("sessionsSaved", &host::StatsReport::Agent::sessionsSaved),
+};
+template <>
+inline constexpr auto jsonFields<UsageMetrics::RecentDay> = std::tuple{
+    required("dayKey", &UsageMetrics::RecentDay::dayKey),
+    required("bucket", &UsageMetrics::RecentDay::bucket),
+};
+template <>
+inline constexpr auto jsonFields<host::StatsReport> = std::tuple{
+    required("installDate", &host::StatsReport::installDate),
+    required("totalProtectedSeconds", &host::StatsReport::totalProtectedSeconds),
+    required("totalKeptAwakeSeconds", &host::StatsReport::totalKeptAwakeSeconds),
+    required("totalManualSeconds", &host::StatsReport::totalManualSeconds),
+    required("totalPluggedInUnlimitedSeconds", &host::StatsReport::totalPluggedInUnlimitedSeconds),
+    required("totalSessionsSaved", &host::StatsReport::totalSessionsSaved),
+    required("totalWorkSessions", &host::StatsReport::totalWorkSessions),
+    required("activeDays", &host::StatsReport::activeDays),
+    optional("utilization", &host::StatsReport::utilization),
+    optional("longestProtectedRun", &host::StatsReport::longestProtectedRun),
+    optional("lastRun", &host::StatsReport::lastRun),
+    required("agents", &host::StatsReport::agents),
+    required("days", &host::StatsReport::days),
+};
+
+}  // namespace wakelatch

@@ -1,0 +1,75 @@
+// Advances the usage statistics by one tick of the host at a time.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Host/UsageStore.h"
+#include "WakelatchCore/FileLogger.h"
+
+namespace wakelatch::host {
+
+/// What one tick saw and did; referred to only while it is recorded.
+struct UsageTick {
+  AppMode mode;
+  const GuardSettings& settings;
+  const PowerSnapshot& power;
+  LidState lidState;
+  const ActivitySignal& strongest;
+  const std::vector<ActivitySignal>& signals;  ///< one per agent, merged
+  const GuardDecision& decision;
+  bool preventsSleep;  ///< sleep prevention is in effect, whatever the decision wanted
+  Timestamp now;
+};
+
+/// Why the machine stays awake, as the statistics count it.
+KeepAwakeTrigger keepAwakeTrigger(const GuardDecision& decision, AppMode mode);
+
+/// Owns the statistics of a running host. Used from the tick's thread; blocks while the file is
+/// written: at most once a minute, and when a session closes.
+class UsageRecorder {
+ public:
+  /// The age in whole seconds, at an instant, of the newest session file of an agent; nothing when
+  /// it has none.
+  using SessionFileAge =
+      std::function<std::optional<std::int64_t>(const std::string& agentID, Timestamp at)>;
+
+  /// @param store, logger   owned by the caller; a line is logged for every closed session
+  /// @param metrics         what the store held
+  /// @param sessionFileAge  asked only when a session closes; may be empty
+  UsageRecorder(UsageStore& store, FileLogger& logger, UsageMetrics metrics,
+                SessionFileAge sessionFileAge = {});
+  UsageRecorder(const UsageRecorder&) = delete;
+  UsageRecorder& operator=(const UsageRecorder&) = delete;
+
+  const UsageMetrics& metrics() const { return metrics_; }
+
+  /// Counts one tick. Returns what to tell the user about saving, as UsageStore::save().
+  std::string record(const UsageTick& tick);
+
+  /// To be called on leaving. An open session stays open in the file: the next run's first tick
+  /// goes on with it, or closes it as interrupted at the last tick of this run.
+  std::string finish(Timestamp now) { return store_.save(metrics_, now); }
+
+ private:
+  /// What the log says about the moment a session closed.
+  struct Circumstances {
+    std::optional<bool> processAlive;
+    LidState lidState = LidState::unknown;
+  };
+  std::optional<bool> sessionProcessAlive(const std::vector<ActivitySignal>& signals);
+  void logClosed(const UsageMetrics& session, const Circumstances& current, Timestamp now);
+
+  UsageStore& store_;
+  FileLogger& logger_;
+  UsageMetrics metrics_;
+  const SessionFileAge sessionFileAge_;
+  /// Ticks since the process of the open session's agent was last listed; absent: it never was.
+  std::optional<int> ticksUnlisted_;
+  Circumstances previous_;
+};
+
+}  // namespace wakelatch::host

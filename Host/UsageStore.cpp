@@ -1,0 +1,88 @@
+#include "Host/UsageStore.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include "Platform/Files.h"
+
+namespace wakelatch::host {
+namespace {
+
+/// Moves `file` to a free name beside it and returns that name. Throws std::system_error.
+std::filesystem::path setAside(const std::filesystem::path& file, Timestamp now) {
+  std::string time = platform::iso8601(now);
+  time.erase(std::remove(time.begin(), time.end(), ':'), time.end());  // Finder shows it as "/"
+  const std::string name = file.string() + ".damaged-" + time;
+  std::filesystem::path target = name;
+  // The status of a link itself: a rename would replace even a dangling one.
+  for (int n = 2; std::filesystem::exists(std::filesystem::symlink_status(target)); ++n) {
+    target = name + "-" + std::to_string(n);
+  }
+  std::filesystem::rename(file, target);
+  return target;
+}
+
+}  // namespace
+
+std::optional<UsageMetrics> loadUsage(const std::filesystem::path& file) {
+  std::string text;
+  try {
+    text = platform::readFile(file);
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
+    throw std::system_error(error.code(), "usage: cannot read " + file.string());
+  }
+  try {
+    return decode<UsageMetrics>(text);
+  } catch (const DecodingError& error) {
+    throw DamagedUsage("usage: " + file.string() + ": " + error.what());
+  }
+}
+
+UsageStore::Opened UsageStore::open(Timestamp now) {
+  lastTry_ = now;
+  Opened opened{UsageMetrics(now), {}};
+  const auto leaveAlone = [&](const std::string& why) {
+    mayWrite_ = false;
+    opened.notice = why + "; the file is left as it is and nothing is saved in this run";
+  };
+  try {
+    if (std::optional<UsageMetrics> stored = loadUsage(file_)) opened.metrics = std::move(*stored);
+  } catch (const DamagedUsage& damage) {
+    try {
+      const std::filesystem::path aside = setAside(file_, now);
+      opened.notice = std::string(damage.what()) + "; set aside as " + aside.filename().string() +
+                      ", statistics begin anew";
+    } catch (const std::system_error& error) {
+      leaveAlone(std::string(damage.what()) + "; " + error.what());
+    }
+  } catch (const std::system_error& error) {
+    leaveAlone(error.what());
+  }
+  return opened;
+}
+
+std::string UsageStore::save(const UsageMetrics& metrics, Timestamp now) {
+  lastTry_ = now;
+  if (!mayWrite_) return {};
+  try {
+    const std::string text = encode(metrics);
+    platform::createFolders(file_.parent_path());
+    platform::writeAtomically(file_, text, platform::Durability::power);
+    failing_ = false;
+  } catch (const std::exception& error) {
+    if (std::exchange(failing_, true)) return {};
+    return std::string("usage: ") + error.what() +
+           "; what is on disk stays as it was, saving is tried again every minute";
+  }
+  return {};
+}
+
+std::string UsageStore::saveIfDue(const UsageMetrics& metrics, Timestamp now) {
+  const double sinceLastTry = secondsBetween(lastTry_, now);
+  const bool clockWasSetBack = sinceLastTry < 0;
+  if (sinceLastTry < saveIntervalSeconds && !clockWasSetBack) return {};
+  return save(metrics, now);
+}
+
+}  // namespace wakelatch::host
