@@ -110,17 +110,18 @@ class Writer {
   void agents() {
     if (report_.agents.empty()) return;
     out_ += "\n";
-    heading("Agents      Protected   Saved");
+    heading("Agents");
+    out_ += "  Protected   Saved\n";
     const int barWidth = std::clamp(style_.width / 4, 8, 30);
     const double longest = sane(report_.agents.front().protectedSeconds);
     for (const StatsReport::Agent& agent : report_.agents) {
       const double share = longest > 0 ? sane(agent.protectedSeconds) / longest : 0;
       const int cells = static_cast<int>(std::lround(share * barWidth));
-      out_ += "  " + padded(durationText(agent.protectedSeconds), 20, true) +
+      out_ += "  " + padded(durationText(agent.protectedSeconds), 9, true) +
               padded(std::to_string(agent.sessionsSaved), 8, true) + "  " +
               paint(inks[0].colour, repeated(inks[0].block, cells)) +
               std::string(static_cast<std::size_t>(barWidth - cells + 1), ' ') +
-              shownName(agent.agentID, style_.width - barWidth - 34) + "\n";
+              shownName(agent.agentID, style_.width - barWidth - 22) + "\n";
     }
   }
 
@@ -132,8 +133,11 @@ class Writer {
     double longest = 0;
     for (const auto& day : report_.days) longest = std::max(longest, awakeSeconds(day.bucket));
     for (const auto& day : report_.days) {
-      out_ += "  " + day.dayKey + padded(durationText(awakeSeconds(day.bucket)), 9, true) + "  " +
-              bar(day.bucket, longest, std::max(style_.width - 24, 8)) + "\n";
+      out_ += "  " + day.dayKey + padded(durationText(awakeSeconds(day.bucket)), 9, true);
+      if (awakeSeconds(day.bucket) > 0) {
+        out_ += "  " + bar(day.bucket, longest, std::max(style_.width - 24, 8));
+      }
+      out_ += "\n";
     }
     out_ += "  ";
     for (std::size_t i = 0; i < awakeKinds.size(); ++i) {
@@ -143,19 +147,19 @@ class Writer {
     out_ += "\n";
   }
 
-  /// A day's kinds side by side, `width` cells for `longest`; each ends where the sum so far does,
-  /// so rounding never changes the length of the whole.
+  /// A day's kinds side by side, `width` cells for `longest` seconds; each ends where the sum so
+  /// far does, so rounding never changes the length of the whole.
   std::string bar(const DayBucket& bucket, double longest, int width) const {
     std::string result;
     double sum = 0;
     int drawn = 0;
     for (std::size_t i = 0; i < awakeKinds.size(); ++i) {
       sum += sane(bucket.*awakeKinds[i].seconds);
-      const int end = longest > 0 ? static_cast<int>(std::lround(sum / longest * width)) : 0;
+      const int end = static_cast<int>(std::lround(sum / longest * width));
       result += paint(inks[i].colour, repeated(inks[i].block, end - drawn));
       drawn = end;
     }
-    return drawn == 0 && sum > 0 ? "▏" : result;
+    return drawn == 0 ? "▏" : result;
   }
 
   const StatsReport& report_;

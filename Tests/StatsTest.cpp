@@ -1,0 +1,189 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+
+#include "Host/Folder.h"
+#include "Host/StatsCommand.h"
+#include "Host/StatsPage.h"
+#include "Platform/Files.h"
+#include "Tests/TemporaryFolder.h"
+
+namespace wakelatch {
+namespace {
+
+/// What a browser says about the page in a window of some width, in pixels.
+struct Layout {
+  std::int64_t overflow = 0;  ///< by which the page is wider than the window
+  std::int64_t requests = 0;
+  std::int64_t tableRows = 0;
+  double narrowestText = 0;  ///< smallest font size of the chart
+  std::vector<double> barHeights;
+  std::vector<double> barWidths;
+  bool barsStandOut = false;  ///< coloured, and inside the chart
+};
+
+}  // namespace
+template <>
+inline constexpr auto jsonFields<Layout> = std::tuple{
+    required("overflow", &Layout::overflow),
+    required("requests", &Layout::requests),
+    required("tableRows", &Layout::tableRows),
+    required("narrowestText", &Layout::narrowestText),
+    required("barHeights", &Layout::barHeights),
+    required("barWidths", &Layout::barWidths),
+    required("barsStandOut", &Layout::barsStandOut),
+};
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Each;
+using testing::Gt;
+using testing::HasSubstr;
+using testing::Not;
+
+const Timestamp now = *platform::parseIso8601("2025-03-10T12:00:00Z");
+const std::string oddName = "<b>名前 & \"x\"'\n\033[31m\u0085";
+
+/// Two hours protected and one kept awake today, ten minutes by hand the day before.
+UsageMetrics someMetrics() {
+  UsageMetrics metrics(after(now, -9 * 86400));
+  DayBucket& today = metrics.days[UsageMetrics::dayKey(now)];
+  today = {7200, 3600, 0, 0, 3, 4, {{"Codex CLI", 1800}, {oddName, 5400}}, {{"Codex CLI", 3}}};
+  metrics.days[UsageMetrics::dayKey(after(now, -86400))].manualSeconds = 600;
+  metrics.longestProtectedRunSeconds = 5000;
+  metrics.longestProtectedRunAgent = oddName;
+  metrics.longestProtectedRunDate = "2025-03-10";
+  metrics.lastRun = LastRunSummary{"Codex CLI", now, 59.9, 30, 0, false};
+  return metrics;
+}
+
+TEST(Stats, DurationsAndDaysAreReadable) {
+  const std::pair<double, std::string> durations[] = {
+      {-5, "0s"},           {0, "0s"},        {59.99, "59s"},       {60, "1m"},
+      {3599, "59m"},        {3600, "1h 00m"}, {363900, "101h 05m"}, {1e308, "87660000h 00m"},
+      {std::nan(""), "0s"},
+  };
+  for (const auto& [seconds, text] : durations) EXPECT_EQ(durationText(seconds), text);
+  EXPECT_EQ(dayText("2025-03-09", true), "9 Mar 2025");
+  for (const char* odd : {"", "2025-13-01", "2025-ab-01", "<>"}) EXPECT_EQ(dayText(odd, true), odd);
+}
+
+TEST(Stats, TextShowsTheFiguresAndNothingHarmful) {
+  const std::string text = statsText(makeStatsReport(someMetrics(), now, 3), {40, false});
+  for (const char* part :
+       {"Since 2025-03-01, 1 active day\n", "  Protected       2h 00m  ", "3 of 4 (75%)",
+        "1h 23m      2025-03-10  <b>名前", "59s         2025-03-10 ", ", cut short  Codex CLI\n",
+        "\n     1h 30m       0  ██████████ <b>名前 &…\n",
+        "\n        30m       3  ███        Codex C…\n", "  2025-03-08       0s\n",
+        "  2025-03-09      10m  ▒\n", "  2025-03-10   3h 00m  ███████████▓▓▓▓▓\n"}) {
+    EXPECT_THAT(text, HasSubstr(part));
+  }
+  const std::string wide = statsText(makeStatsReport(someMetrics(), now, 1), {80, false});
+  EXPECT_THAT(wide, HasSubstr("<b>名前 & \"x\"'\uFFFD\uFFFD[31m\uFFFD\n"));
+  EXPECT_THAT(wide, Not(HasSubstr("\033")));
+  EXPECT_THAT(statsText(makeStatsReport(someMetrics(), now, 1), {80, true}),
+              HasSubstr("\033[36m██"));
+}
+
+TEST(Stats, CommandReadsAndNeverWrites) {
+  const TemporaryHome home;
+  const auto run = [](const StatsOptions& options) {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const ExitStatus status = runStats(options);
+    return std::tuple(status, testing::internal::GetCapturedStdout(),
+                      testing::internal::GetCapturedStderr());
+  };
+  EXPECT_EQ(std::get<0>(run({})), ExitStatus::done);
+  EXPECT_TRUE(fs::is_empty(home.path())) << "not even a folder";
+
+  platform::createFolders(supportFolder());
+  platform::writeAtomically(usageFile(), encode(someMetrics()));
+  const auto [status, json, nothing] = run({2, true, ""});
+  EXPECT_EQ(status, ExitStatus::done);
+  EXPECT_THAT(json, HasSubstr(R"({"installDate":"2025-03-01T12:00:00Z","totalProtectedSeconds":)"));
+  EXPECT_THAT(json, HasSubstr(R"("utilization":0.75,"longestProtectedRun":{"seconds":5000.0,)"));
+  EXPECT_EQ(decode<StatsReport>(json, DateCoding::iso8601).days.size(), 2u);
+
+  const std::string page = home.path() / "page.html";
+  run({14, false, page});
+  EXPECT_THAT(platform::readFile(page), HasSubstr("</html>"));
+  EXPECT_EQ(std::get<0>(run({14, false, home.path() / "no/folder"})), ExitStatus::failed);
+
+  platform::writeAtomically(usageFile(), R"({"days":{}})");
+  const auto [damaged, out, message] = run({});
+  EXPECT_EQ(damaged, ExitStatus::failed);
+  EXPECT_EQ(out, "");
+  EXPECT_THAT(message, HasSubstr("usage.json: installDate: missing"));
+  EXPECT_EQ(platform::readFile(usageFile()), R"({"days":{}})");
+  EXPECT_EQ(std::distance(fs::directory_iterator(supportFolder()), {}), 1);
+}
+
+TEST(Stats, PageEscapesNamesAndLoadsNothing) {
+  const std::string page = statsPage(someMetrics(), now, 14);
+  EXPECT_THAT(page, HasSubstr("<bdi>&lt;b&gt;名前 &amp; &quot;x&quot;&#39;"));
+  EXPECT_THAT(page, HasSubstr("default-src 'none'; style-src 'unsafe-inline'"));
+  for (const char* outside : {"http:", "https:", "url(", "@import", "<script", "<b>名前"}) {
+    EXPECT_THAT(page, Not(HasSubstr(outside)));
+  }
+  EXPECT_THAT(statsPage(UsageMetrics(now), now, 14), HasSubstr("Nothing protected yet"));
+}
+
+TEST(Stats, PageIsLaidOutInABrowser) {
+  if (std::system("command -v chromium >/dev/null") != 0) GTEST_SKIP() << "no chromium here";
+  const TemporaryFolder folder;
+  std::ofstream(folder.path() / "stats.html") << statsPage(someMetrics(), now, 14);
+  std::ofstream(folder.path() / "probe.html") << R"html(<!DOCTYPE html><body>
+<iframe src="stats.html" width="1080" height="900"></iframe>
+<iframe src="stats.html" width="390" height="800"></iframe><script>
+onload = () => { document.body.textContent = 'LAYOUT' + JSON.stringify(Array.from(frames, frame => {
+  const page = frame.document, style = element => frame.getComputedStyle(element);
+  const chart = page.querySelector('.days').getBoundingClientRect();
+  const bars = [...page.querySelectorAll('.days rect:not(.slot)')];
+  const boxes = bars.map(bar => bar.getBoundingClientRect());
+  return {
+    overflow: page.documentElement.scrollWidth - page.documentElement.clientWidth,
+    requests: frame.performance.getEntriesByType('resource').length,
+    tableRows: page.querySelectorAll('.figures tbody tr').length,
+    narrowestText: Math.min(...[...page.querySelectorAll('.days text')].map(
+        text => parseFloat(style(text).fontSize))),
+    barHeights: boxes.map(box => box.height), barWidths: boxes.map(box => box.width),
+    barsStandOut: boxes.every(box => box.left >= chart.left && box.right <= chart.right &&
+        box.top >= chart.top && box.bottom <= chart.bottom) &&
+        new Set(bars.map(bar => style(bar).fill)).size == 3,
+  };
+})) + 'END' };</script>)html";
+  const std::string at = "'" + folder.path().string();
+  const std::string command =
+      "HOME=" + at +
+      "' chromium --headless --no-sandbox --disable-gpu --disable-quic "
+      "--no-first-run --disable-background-networking --disable-component-update --disable-sync "
+      "--allow-file-access-from-files --user-data-dir=" +
+      at + "/profile' --dump-dom " + at + "/probe.html' >" + at + "/dom' 2>" + at + "/errors'";
+  ASSERT_EQ(std::system(command.c_str()), 0) << platform::readFile(folder.path() / "errors");
+  const std::string dom = platform::readFile(folder.path() / "dom");
+  const auto begin = dom.rfind("LAYOUT") + 6;
+  const auto layouts = decode<std::vector<Layout>>(dom.substr(begin, dom.rfind("END") - begin));
+
+  ASSERT_EQ(layouts.size(), 2u);
+  for (const Layout& layout : layouts) {
+    EXPECT_EQ(layout.overflow, 0);
+    EXPECT_EQ(layout.requests, 0);
+    EXPECT_EQ(layout.tableRows, 14);
+    EXPECT_GE(layout.narrowestText, 11);
+    EXPECT_TRUE(layout.barsStandOut);
+    EXPECT_THAT(layout.barWidths, Each(Gt(10.0)));
+    ASSERT_EQ(layout.barHeights.size(), 3u);  // manual, protected, kept awake
+    EXPECT_GT(layout.barHeights[1], 100);
+    EXPECT_NEAR(layout.barHeights[1], layout.barHeights[2] * 2, 3);
+    EXPECT_NEAR(layout.barHeights[1], layout.barHeights[0] * 12, 14);
+  }
+}
+
+}  // namespace
+}  // namespace host
+}  // namespace wakelatch

@@ -1,0 +1,110 @@
+#include "Host/UsageStore.h"
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "Platform/Files.h"
+#include "Tests/TemporaryFolder.h"
+
+namespace wakelatch::host {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+const Timestamp start = *platform::parseIso8601("2025-03-01T14:05:09Z");
+
+class UsageStoreTest : public testing::Test {
+ protected:
+  UsageMetrics someMetrics() {
+    UsageMetrics metrics(start);
+    metrics.days["2025-03-01"].protectedSeconds = 0.1;
+    metrics.lastTickAt = after(start, 1.0 / 3);
+    return metrics;
+  }
+
+  const TemporaryFolder folder_;
+  const fs::path file_ = folder_.path() / "made" / "usage.json";
+  UsageStore store_{file_};
+};
+
+TEST_F(UsageStoreTest, BeginsAnewAndSavesOnceAMinute) {
+  const auto opened = store_.open(start);
+  EXPECT_EQ(opened.metrics, UsageMetrics(start));
+  EXPECT_EQ(opened.notice, "");
+  EXPECT_EQ(store_.saveIfDue(someMetrics(), after(start, 59)), "");
+  EXPECT_FALSE(fs::exists(file_));
+  EXPECT_EQ(store_.saveIfDue(someMetrics(), after(start, 60)), "");
+  EXPECT_EQ(loadUsage(file_), someMetrics());
+
+  const UsageMetrics other(after(start, 7));
+  store_.saveIfDue(other, after(start, 61));
+  EXPECT_EQ(loadUsage(file_), someMetrics());
+  store_.saveIfDue(other, after(start, -7200));
+  EXPECT_EQ(loadUsage(file_), other) << "a clock set back must not stop the saving";
+  EXPECT_EQ(UsageStore(file_).open(start).metrics, other);
+}
+
+TEST_F(UsageStoreTest, SetsADamagedFileAside) {
+  fs::create_directories(file_.parent_path());
+  const std::pair<std::string, std::string> cases[] = {
+      {R"({"installDate":)", "not JSON"},
+      {R"({"days":{}})", "installDate: missing"},
+      {R"({"installDate":1,"days":{"2025-03-01":{"protectedSeconds":"x"}}})",
+       "days.2025-03-01.protectedSeconds: expected a number"},
+  };
+  const std::string names[] = {"", "-2", "-3"};
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const auto& [text, problem] = cases[i];
+    std::ofstream(file_) << text;
+    const std::string name = "usage.json.damaged-2025-03-01T140509Z" + names[i];
+    UsageStore store(file_);
+    const auto opened = store.open(start);
+    EXPECT_THAT(opened.notice, HasSubstr(file_.string() + ": " + problem));
+    EXPECT_THAT(opened.notice, HasSubstr("set aside as " + name));
+    EXPECT_EQ(platform::readFile(file_.parent_path() / name), text);
+    EXPECT_EQ(opened.metrics, UsageMetrics(start));
+    EXPECT_EQ(store.save(opened.metrics, start), "");
+    EXPECT_EQ(loadUsage(file_), opened.metrics);
+  }
+}
+
+TEST_F(UsageStoreTest, LeavesAloneWhatItCannotRead) {
+  fs::create_directories(file_);
+  EXPECT_THAT(store_.open(start).notice, HasSubstr("cannot read " + file_.string()));
+  EXPECT_EQ(store_.save(someMetrics(), start), "");
+  EXPECT_TRUE(fs::is_empty(file_) && fs::is_directory(file_));
+  EXPECT_THROW(loadUsage(file_), std::system_error);
+}
+
+TEST_F(UsageStoreTest, FullDiskKeepsTheOldFileAndIsToldOnce) {
+  store_.open(start);
+  store_.save(someMetrics(), start);
+  UsageMetrics large = someMetrics();
+  for (int i = 0; i < 100; ++i) large.days[std::to_string(i)];
+
+  rlimit limit{};
+  ::getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit small{4096, limit.rlim_max};
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  ::setrlimit(RLIMIT_FSIZE, &small);
+  const std::string first = store_.save(large, start), second = store_.save(large, start);
+  ::setrlimit(RLIMIT_FSIZE, &limit);
+  std::signal(SIGXFSZ, handler);
+
+  EXPECT_THAT(first, HasSubstr("cannot write " + file_.string()));
+  EXPECT_EQ(second, "");
+  EXPECT_EQ(loadUsage(file_), someMetrics());
+  EXPECT_EQ(std::distance(fs::directory_iterator(file_.parent_path()), {}), 1) << "no scraps";
+  EXPECT_EQ(store_.save(large, start), "");
+  EXPECT_EQ(loadUsage(file_), large);
+
+  large.sessionRunSeconds = std::numeric_limits<double>::infinity();
+  EXPECT_THAT(store_.save(large, start), HasSubstr("not finite")) << "told again, and no crash";
+}
+
+}  // namespace
+}  // namespace wakelatch::host
