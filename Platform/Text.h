@@ -45,8 +45,11 @@ std::string composed(std::string_view text);
 /// The first `count` characters as a reader sees them (extended grapheme clusters).
 std::string_view firstCharacters(std::string_view text, std::size_t count);
 
-/// Folds text so that strings that differ only in case or accents become equal, under the user's
-/// locale. Line feeds and tabs become spaces; nothing else about white space changes.
-std::string folded(std::string_view text);
+/// Appends to `out` a form of `text` in which what differs only in case or in accents is equal, and
+/// that a part of the text has too: for comparing and searching byte by byte. Accents come off
+/// Latin, Greek and Cyrillic letters; in other scripts a mark makes another letter. Line feeds and
+/// tabs become spaces; nothing else about white space changes. A text cut before an ASCII character
+/// gives the same in two calls.
+void appendFolded(std::string_view text, std::string& out, Casing casing = userCasing());
 
 }  // namespace wakelatch::platform

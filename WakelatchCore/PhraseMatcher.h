@@ -1,0 +1,99 @@
+// Finds the short texts that agents show while they work or wait in a text read from a window,
+// regardless of case, accents and line breaks. Values; matching changes nothing and may run on any
+// thread. It takes one pass over the text, however many phrases are looked for.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/Text.h"
+
+namespace wakelatch {
+
+/// What a text shows of an agent: at work, waiting or neither, and the phrase that tells.
+struct PhraseMatchKind {
+  enum class Case { none, active, idle };
+
+  Case kind = Case::none;
+  std::string phrase = {};  ///< as written in the matcher's list; empty for none
+
+  static PhraseMatchKind active(std::string phrase) { return {Case::active, std::move(phrase)}; }
+  static PhraseMatchKind idle(std::string phrase) { return {Case::idle, std::move(phrase)}; }
+  static PhraseMatchKind none() { return {}; }
+
+  friend bool operator==(const PhraseMatchKind&, const PhraseMatchKind&) = default;
+};
+
+/// Many matchers over one text: phrases are folded once, each text once for all matchers.
+class PhraseIndex {
+ public:
+  /// One matcher's lists, in priority order. A phrase of white space alone is never found.
+  struct Lists {
+    std::span<const std::string> activePhrases;
+    std::span<const std::string> idlePhrases;
+  };
+
+  /// Copies what it needs of the lists.
+  explicit PhraseIndex(std::span<const Lists> matchers,
+                       platform::Casing casing = platform::userCasing());
+
+  /// What PhraseMatcher::match() gives for each of the matchers, in their order.
+  std::vector<PhraseMatchKind> match(std::string_view text) const;
+
+ private:
+  struct Candidate {
+    std::string needle;  ///< the folded phrase
+    PhraseMatchKind result;
+  };
+  using Found = std::set<std::string_view>;
+
+  void addCandidates(std::span<const std::string> phrases,
+                     PhraseMatchKind (*result)(std::string phrase));
+  void addToFilter(std::size_t group);
+  void search(std::string_view text, Found& found) const;
+  void searchAt(std::string_view text, std::uint32_t groups, Found& found) const;
+
+  /// Needles are filtered in groups of neighbours; this is the first of a group, or their end.
+  std::size_t firstOfGroup(std::size_t group) const { return group * needles_.size() / 8; }
+
+  platform::Casing casing_;
+  std::vector<std::vector<Candidate>> matchers_;  ///< the candidates of each, best first
+  std::vector<std::string> needles_;              ///< those of all matchers, sorted and distinct
+  std::size_t longest_ = 0;                       ///< bytes of the longest needle
+  /// The groups with a needle that has this byte first (bits 0 to 7), second (8 to 15) and third
+  /// (16 to 23), or ends before.
+  std::array<std::uint32_t, 256> filter_ = {};
+};
+
+/// One agent's phrases, in priority order. Two matchers with the same phrases are equal.
+class PhraseMatcher {
+ public:
+  PhraseMatcher(std::vector<std::string> activePhrases, std::vector<std::string> idlePhrases);
+
+  const std::vector<std::string>& activePhrases() const { return activePhrases_; }
+  const std::vector<std::string>& idlePhrases() const { return idlePhrases_; }
+  void setActivePhrases(std::vector<std::string> phrases);
+  void setIdlePhrases(std::vector<std::string> phrases);
+
+  /// The first active phrase that stands in the text, else the first idle one, else none. Inside a
+  /// longer word counts; a phrase of white space alone does not.
+  PhraseMatchKind match(std::string_view text) const;
+
+  friend bool operator==(const PhraseMatcher& a, const PhraseMatcher& b) {
+    return a.activePhrases_ == b.activePhrases_ && a.idlePhrases_ == b.idlePhrases_;
+  }
+
+ private:
+  std::vector<std::string> activePhrases_;
+  std::vector<std::string> idlePhrases_;
+  PhraseIndex index_;  ///< of these lists
+};
+
+}  // namespace wakelatch
