@@ -1,0 +1,172 @@
+#include "WakelatchCore/FileActivityProbe.h"
+
+#include <fnmatch.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <limits>
+#include <random>
+#include <tuple>
+
+#include "Platform/Folder.h"
+#include "Tests/TemporaryFolder.h"
+#include "Tests/TouchFile.h"
+
+namespace wakelatch {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::PrintToString, ::testing::UnorderedElementsAreArray;
+using Strings = std::vector<std::string>;
+
+constexpr Timestamp start{std::chrono::duration<double>(1'700'000'000.25)};
+
+class FileActivityProbeTest : public ::testing::Test {
+ protected:
+  void touch(const std::string& file, double seconds = 0) {
+    touchFile(home / file, after(start, seconds));
+  }
+  std::optional<Timestamp> newest(const Strings& patterns, std::int64_t maxDepth = 999) {
+    return FileActivityProbe(home, maxDepth).newestModification(patterns);
+  }
+
+  const TemporaryFolder folder;
+  const fs::path home = folder.path();
+};
+
+TEST_F(FileActivityProbeTest, MatchesWhatThePatternsSay) {
+  const Strings jsonl = {"/a/.2.jsonl", "/a/odd\n\xff.jsonl",
+                         "/a/" + std::string(249, 'n') + ".jsonl"};
+  for (const std::string& file : jsonl) touch(file.substr(1));
+  touch("a/3.JSONL"), touch("q[1]?.log"), touch("q1x.log", 0.5);
+  fs::create_symlink("nowhere", home / "link");
+  constexpr auto unlimited = std::numeric_limits<std::int64_t>::max();
+  const std::vector<std::tuple<Strings, std::int64_t, Strings>> rows = {
+      {{"", "~/", "//"}, 0, {""}},
+      {{"", "*", "**/q1x.log"}, -1, {}},
+      {{"~/a//*.jsonl/", "/a/*.jsonl"}, 2, jsonl},
+      {{"**/*.jsonl"}, unlimited, jsonl},
+      {{"a/../q*[x].log", "li*"}, 9, {"/a/../q1x.log", "/link"}},
+      {{"q[1]?.log", "~/~/a", std::string("a\0b", 3)}, 9, {"/q[1]?.log"}},
+      {{"q1x.log/**", "q1x.log/*", "*/*/x", "missing/**/*"}, 9, {"/q1x.log"}},
+  };
+  for (const auto& [patterns, maxDepth, matches] : rows) {
+    Strings found;
+    for (const auto& [path, time] :
+         FileActivityProbe(home / "", maxDepth).sessionModifications(patterns)) {
+      found.push_back(path.substr(home.string().size()));
+    }
+    EXPECT_THAT(found, UnorderedElementsAreArray(matches)) << PrintToString(patterns);
+  }
+  EXPECT_EQ(newest({"missing*", "q1x.log", "q[1]?.log"}), after(start, 0.5));
+  EXPECT_EQ(newest({"missing"}), std::nullopt);
+  EXPECT_GT(newest({"q*", "link"}), after(start, 1)) << "a link's own time";
+  EXPECT_EQ(FileActivityProbe(home, 2).modificationDates({"q[[]*", "q[1]?.log", "a/3*"}),
+            (std::vector{start, start}));
+}
+
+/// What a pattern matches, one folder and one component at a time.
+void plainWalk(const std::string& at, const Strings& components, std::size_t next, int depth,
+               ModificationsByPath& matches) {
+  if (depth < 0) return;
+  if (next == components.size()) {
+    const auto time = platform::Folder::working().modificationTime(at.c_str());
+    if (time) matches[at] = *time;
+    return;
+  }
+  const std::string& head = components[next];
+  if (head.find('*') == std::string::npos) {
+    return plainWalk(at + "/" + head, components, next + 1, depth - 1, matches);
+  }
+  if (head == "**") plainWalk(at, components, next + 1, depth, matches);
+  std::error_code none;
+  for (const auto& entry : fs::directory_iterator(at, none)) {
+    const std::string name = entry.path().filename().string();
+    if (head == "**" ? fs::is_directory(entry.symlink_status())
+                     : ::fnmatch(head.c_str(), name.c_str(), 0) == 0) {
+      plainWalk(at + "/" + name, components, next + (head != "**"), depth - 1, matches);
+    }
+  }
+}
+
+TEST_F(FileActivityProbeTest, FindsWhatThePlainWalkFinds) {
+  std::mt19937 random(20250301);
+  const auto oneOf = [&random](const auto& list) { return list[random() % list.size()]; };
+  const Strings names = {"a", "b", "ab", ".a", "a.x", "b[a]*"};
+  const Strings heads = {"**", "**", "*", "a", "b", ".", "a*", "*.x", "[ab]*", "b[a]*", "***"};
+  std::size_t total = 0;
+  for (int round = 0; round < 60; ++round) {
+    std::vector<fs::path> folders = {home / std::to_string(round)};
+    fs::create_directory(folders[0]);
+    for (int i = 0; i < 25; ++i) {
+      const fs::path entry = oneOf(folders) / oneOf(names);
+      const int kind = static_cast<int>(random() % 3);
+      if (fs::exists(fs::symlink_status(entry))) continue;
+      if (kind == 0) touchFile(entry, after(start, i));
+      if (kind == 1) fs::create_directory_symlink(oneOf(folders), entry);
+      if (kind == 2) fs::create_directory(entry), folders.push_back(entry);
+    }
+    for (int query = 0; query < 20; ++query) {
+      const int maxDepth = static_cast<int>(random() % 8) - 1;
+      Strings patterns(random() % 4);
+      ModificationsByPath expected;
+      for (std::string& pattern : patterns) {
+        Strings components(random() % 5);
+        for (std::string& component : components) pattern += "/" + (component = oneOf(heads));
+        plainWalk(folders[0].string(), components, 0, maxDepth, expected);
+      }
+      EXPECT_EQ(FileActivityProbe(folders[0], maxDepth).sessionModifications(patterns), expected)
+          << PrintToString(patterns);
+      total += expected.size();
+    }
+  }
+  EXPECT_GT(total, 2000U);
+}
+
+TEST_F(FileActivityProbeTest, ManyWaysToOneFolderCostNoMoreThanOne) {
+  std::string path, pattern;
+  for (int level = 0; level < 30; ++level) path += "d/";
+  for (int i = 0; i < 12; ++i) pattern += "**/*/";  // 10^9 ways
+  touch(path + "x.jsonl");
+  EXPECT_EQ(newest({pattern + "*.jsonl", "**/d/d/*.jsonl"}), start);
+}
+
+TEST_F(FileActivityProbeTest, DeepTreesNeedFewDescriptors) {
+  const fs::path before = fs::current_path();
+  fs::current_path(home);
+  for (int level = 0; level < 200; ++level) {  // a path of 51,000 bytes
+    const std::string name(255, 'd');
+    touchFile("./beside" + std::to_string(level) + "/x.jsonl", start);  // listed before or after
+    fs::create_directory(name);
+    fs::current_path(name);
+  }
+  touchFile("./deepest.jsonl", start);
+  fs::current_path(before);
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit low{60, limit.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &low);
+  EXPECT_EQ(newest({"**/deepest.jsonl"}), start);
+  EXPECT_EQ(FileActivityProbe(home, 999).modificationDates({"**/beside*/*.jsonl"}).size(), 200U);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+TEST_F(FileActivityProbeTest, FoldersThatMayNotBeListedLeadOnByName) {
+  touch("locked/x.jsonl"), touch("locked/sub/y.jsonl", 1), touch("shut/z.jsonl", 2);
+  const auto permit = [this](const char* name, unsigned mode) {
+    fs::permissions(home / name, fs::perms(mode));
+  };
+  permit("", 0755), permit("locked", 0311), permit("shut", 0);
+  const auto user = ::geteuid();
+  EXPECT_EQ(::seteuid(user == 0 ? 65534 : user), 0) << "no folder is closed to root";
+  EXPECT_EQ(newest({"locked/*.jsonl", "shut/z.jsonl", "**/z.jsonl"}), std::nullopt);
+  EXPECT_EQ(newest({"**/x.jsonl"}), start);
+  EXPECT_EQ(newest({"locked/sub/*"}), after(start, 1));
+  EXPECT_EQ(::seteuid(user), 0);
+  permit("locked", 0700), permit("shut", 0700);
+}
+
+}  // namespace
+}  // namespace wakelatch
