@@ -11,12 +11,12 @@
 namespace wakelatch::platform {
 
 /// Tasks may be submitted from any thread and run in the order of submission, one at a time. The
-/// thread starts with the first task and leaves the process's signals to other threads.
+/// thread starts with the first task.
 class SerialQueue {
  public:
   using Task = std::function<void()>;
 
-  /// @param label  the thread's name for debuggers; Linux shows its first 15 bytes
+  /// @param label  the thread's name, see startThread()
   explicit SerialQueue(std::string label);
   /// Waits until every task submitted so far has run. Not from a task of this queue.
   ~SerialQueue();

@@ -10,22 +10,13 @@
 
 #include "Platform/Clock.h"
 #include "Platform/Files.h"
+#include "Tests/TemporaryFolder.h"
 
 namespace wakelatch {
 namespace {
 
 using ::testing::ExitedWithCode;
 using ::testing::MatchesRegex;
-
-/// An empty folder of the running test's own.
-std::filesystem::path emptyFolder() {
-  const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-  const std::filesystem::path folder =
-      std::filesystem::path(::testing::TempDir()) / "FileLoggerTest" / test->name();
-  std::filesystem::remove_all(folder);
-  std::filesystem::create_directories(folder);
-  return folder;
-}
 
 /// The messages of the lines in `file`, each without its timestamp.
 std::vector<std::string> messages(const std::filesystem::path& file) {
@@ -36,7 +27,8 @@ std::vector<std::string> messages(const std::filesystem::path& file) {
 }
 
 TEST(FileLogger, AppendsDatedLinesInCallOrder) {
-  const auto file = emptyFolder() / "new" / "folders" / "test.log";
+  const TemporaryFolder folder;
+  const auto file = folder.path() / "new" / "folders" / "test.log";
   const std::string before = platform::iso8601(platform::now());
   {
     FileLogger logger(file);
@@ -52,7 +44,8 @@ TEST(FileLogger, AppendsDatedLinesInCallOrder) {
 }
 
 TEST(FileLogger, LosesOnlyTheLinesThatCannotBeWritten) {
-  const auto folder = emptyFolder();
+  const TemporaryFolder temporary;
+  const auto folder = temporary.path();
   platform::append(folder / "file", "a file, no folder\n");
   FileLogger(folder / "file" / "test.log").log("lost");
   FileLogger(folder).log("lost");  // the log's own place is a folder
@@ -67,7 +60,8 @@ TEST(FileLogger, LosesOnlyTheLinesThatCannotBeWritten) {
 }
 
 TEST(FileLogger, KeepsTheOrderOfEveryThread) {
-  const auto file = emptyFolder() / "test.log";
+  const TemporaryFolder folder;
+  const auto file = folder.path() / "test.log";
   constexpr int threadCount = 8, lineCount = 500;
   {
     FileLogger logger(file);
@@ -99,7 +93,9 @@ struct LogsLate {
 
 TEST(FileLoggerDeathTest, SharedWritesAllThatWasLoggedBeforeExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto home = emptyFolder();
+  // A fixed place, because the test starts anew in the process that logs.
+  const auto home = std::filesystem::path(::testing::TempDir()) / "FileLoggerTest";
+  std::filesystem::remove_all(home);
   EXPECT_EXIT(
       {
         ::setenv("HOME", home.c_str(), 1);
@@ -109,6 +105,7 @@ TEST(FileLoggerDeathTest, SharedWritesAllThatWasLoggedBeforeExit) {
       },
       ExitedWithCode(0), "");
   EXPECT_GE(messages(home / "Library/Logs/Wakelatch.log").size(), 2000u);
+  std::filesystem::remove_all(home);
 }
 
 }  // namespace

@@ -5,10 +5,9 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <stdexcept>
 
 #include "Platform/Files.h"
+#include "Tests/ScriptedRunner.h"
 
 namespace wakelatch {
 namespace {
@@ -87,29 +86,25 @@ TEST(LidStateDetector, ReadsWhatIoregPrints) {
   for (const auto& [text, state] : rows) EXPECT_EQ(LidStateDetector::parseIORegOutput(text), state);
 }
 
-/// Answers every command with one function.
-struct FunctionRunner : CommandRunning {
-  std::function<CommandResult(const ShellCommand&)> answer;
-  CommandResult run(const ShellCommand& command) override { return answer(command); }
-};
+const ShellCommand pmset{"/usr/bin/pmset", {"-g", "batt"}};
+const ShellCommand ioreg{"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}};
 
 TEST(Probes, ParseTheOutputOfTheirTool) {
-  FunctionRunner runner;
-  runner.answer = [](const ShellCommand& command) -> CommandResult {
-    if (command == ShellCommand{"/usr/bin/pmset", {"-g", "batt"}}) return {0, "AC Power 5%", "6%"};
-    EXPECT_EQ(command,
-              (ShellCommand{"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}}));
-    return {0, "AppleClamshellState = No", "AppleClamshellState = Yes"};
-  };
+  ScriptedRunner runner;
+  runner.on(pmset, [] { return CommandResult{0, "AC Power 5%", "6%"}; });
+  runner.on(ioreg, [] {
+    return CommandResult{0, "AppleClamshellState = No", "AppleClamshellState = Yes"};
+  });
   EXPECT_EQ(PowerMonitor(runner).snapshot(), (PowerSnapshot{true, 5, "AC Power 5%"}));
   EXPECT_EQ(LidStateDetector(runner).lidState(), LidState::open);
 }
 
-/// Both probes with a runner that always fails, logging under `home`.
+/// Both probes with tools that fail, logging under `home`.
 bool fallsBack(const std::filesystem::path& home) {
   ::setenv("HOME", home.c_str(), 1);
-  FunctionRunner runner;
-  runner.answer = [](const ShellCommand&) -> CommandResult { throw std::runtime_error("x"); };
+  ScriptedRunner runner;
+  runner.failOn(pmset, "no pmset");
+  runner.failOn(ioreg, "no ioreg");
   const PowerSnapshot fallback{false, std::nullopt, "Unable to read battery state"};
   return PowerMonitor(runner).snapshot() == fallback &&
          LidStateDetector(runner).lidState() == LidState::unknown;
@@ -119,11 +114,13 @@ TEST(ProbesDeathTest, LogAFailedRunAndFallBack) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const std::filesystem::path home = std::filesystem::path(::testing::TempDir()) / "ProbesTest";
   std::filesystem::remove_all(home);
-  // In a process of its own, because the shared logger finds its file once.
+  // In a process of its own, because the shared logger finds its file once; that process begins
+  // the test anew, so the folder has a fixed name.
   EXPECT_EXIT(std::exit(fallsBack(home) ? 0 : 1), ::testing::ExitedWithCode(0), "");
   EXPECT_THAT(platform::readFile(home / "Library/Logs/Wakelatch.log"),
-              ::testing::MatchesRegex("\\[[^]]+\\] PowerMonitor failed: x\n"
-                                      "\\[[^]]+\\] LidStateDetector failed: x\n"));
+              ::testing::MatchesRegex("\\[[^]]+\\] PowerMonitor failed: no pmset\n"
+                                      "\\[[^]]+\\] LidStateDetector failed: no ioreg\n"));
+  std::filesystem::remove_all(home);
 }
 
 }  // namespace
