@@ -1,0 +1,52 @@
+// The few operations on running applications and their accessibility trees that the library needs.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace wakelatch::platform {
+
+/// An application as the workspace lists it.
+struct RunningApplication {
+  std::optional<std::string> bundleID = {};
+  std::optional<std::string> localizedName = {};
+  std::int32_t processID = 0;
+};
+
+/// A user interface that can be read. Nothing here throws or logs: what cannot be read is absent.
+/// Calls wait for the application that is asked.
+class Accessibility {
+ public:
+  /// An application, a window or a part of one; only the system that made it knows more. Null
+  /// stands for one that has no attributes.
+  using Element = std::shared_ptr<const void>;
+  /// A number, a truth value, a range: whatever is neither text nor elements.
+  struct OtherValue {};
+  /// The value of an attribute; std::monostate when there is none.
+  using Value = std::variant<std::monostate, std::string, Element, std::vector<Element>, OtherValue>;
+
+  virtual ~Accessibility() = default;
+
+  /// Whether this system has such an interface at all; where it has none, nobody is ever trusted.
+  virtual bool isSupported() const { return true; }
+  /// The running applications, in the system's order.
+  virtual std::vector<RunningApplication> runningApplications() = 0;
+  /// Whether this process may read other applications' elements.
+  virtual bool isTrusted() = 0;
+  /// Has the system ask the user for that permission; returns without an answer.
+  virtual void requestPermissionPrompt() = 0;
+  /// The element of the application with this process identifier.
+  virtual Element application(std::int32_t processID) = 0;
+  /// @param name  as the system names it, such as "AXTitle"
+  virtual Value attribute(const Element& element, std::string_view name) = 0;
+};
+
+/// The interface of the system that this runs on. It has no state; any thread may use it.
+Accessibility& systemAccessibility();
+
+}  // namespace wakelatch::platform
