@@ -10,6 +10,14 @@ namespace wakelatch {
 
 const ActivitySignal ActivitySignal::none{.reason = "No active agent signal"};
 
+ActivitySignal strongest(const std::vector<ActivitySignal>& signals) {
+  const auto best = std::max_element(
+      signals.begin(), signals.end(), [](const ActivitySignal& a, const ActivitySignal& b) {
+        return a.strength < b.strength;
+      });
+  return best == signals.end() ? ActivitySignal::none : *best;
+}
+
 std::string PowerSnapshot::displayName() const {
   const std::string level =
       batteryPercent ? std::to_string(*batteryPercent) + "%" : std::string("Battery unknown");

@@ -120,6 +120,8 @@ inline constexpr auto jsonFields<ActivitySignal> = std::tuple{
     optional("sessionCount", &ActivitySignal::sessionCount),
     optional("processPresent", &ActivitySignal::processPresent),
 };
+/// The strongest of `signals`, the first among equals; ActivitySignal::none when there are none.
+ActivitySignal strongest(const std::vector<ActivitySignal>& signals);
 
 /// One reading of the power source.
 struct PowerSnapshot {

@@ -1,0 +1,184 @@
+#include "WakelatchCore/AccessibilityDetector.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "Platform/Text.h"
+#include "WakelatchCore/AgentAppName.h"
+#include "WakelatchCore/PhraseMatcher.h"
+
+namespace wakelatch {
+namespace {
+
+using platform::Accessibility;
+using Element = Accessibility::Element;
+
+constexpr int focusedWindowDepth = 4;  // levels below the window
+constexpr int otherWindowDepth = 3;
+constexpr std::size_t maxOtherWindows = 3;
+constexpr std::size_t maxFragments = 300;  // of one application, checked on entry to an element
+constexpr std::size_t maxChildren = 80;    // of one element
+
+/// The elements that an attribute lists; none when it holds anything else.
+std::vector<Element> listedElements(Accessibility& accessibility, const Element& element,
+                                    std::string_view name) {
+  Accessibility::Value value = accessibility.attribute(element, name);
+  auto* list = std::get_if<std::vector<Element>>(&value);
+  return list == nullptr ? std::vector<Element>() : std::move(*list);
+}
+
+/// Appends the text of `element`, then that of its children, depth first.
+void collectText(Accessibility& accessibility, const Element& element,
+                 std::vector<std::string>& fragments, int depth, int maxDepth) {
+  if (depth > maxDepth || fragments.size() >= maxFragments) return;
+  for (const auto* name : {"AXTitle", "AXValue", "AXDescription", "AXHelp"}) {
+    Accessibility::Value value = accessibility.attribute(element, name);
+    auto* text = std::get_if<std::string>(&value);
+    if (text != nullptr && !platform::trimmed(*text).empty()) fragments.push_back(std::move(*text));
+  }
+  if (depth == maxDepth || fragments.size() >= maxFragments) return;  // no child would be read
+  const auto children = listedElements(accessibility, element, "AXChildren");
+  for (std::size_t i = 0; i < std::min(children.size(), maxChildren); ++i) {
+    collectText(accessibility, children[i], fragments, depth + 1, maxDepth);
+  }
+}
+
+/// The signal that a match gives for `appName`, if it gives one.
+std::optional<ActivitySignal> signalFor(const std::string& appName, const PhraseMatchKind& match,
+                                        bool requireMultiWord) {
+  if (match.kind == PhraseMatchKind::Case::none) return std::nullopt;
+  if (requireMultiWord && match.phrase.find(' ') == std::string::npos) return std::nullopt;
+  const bool isActive = match.kind == PhraseMatchKind::Case::active;
+  return ActivitySignal{.strength = isActive ? SignalStrength::strong : SignalStrength::presence,
+                        .appName = appName,
+                        .reason = std::string("UI text matched ") + (isActive ? "active" : "idle") +
+                                  " phrase \"" + match.phrase + "\"",
+                        .matchedText = match.phrase};
+}
+
+/// Puts `signal` among the best unless one as strong has its name already.
+void offer(std::vector<ActivitySignal>& best, std::optional<ActivitySignal> signal) {
+  if (!signal) return;
+  const auto same = std::find_if(best.begin(), best.end(), [&](const ActivitySignal& other) {
+    return other.appName == signal->appName;
+  });
+  if (same == best.end()) {
+    best.push_back(std::move(*signal));
+  } else if (signal->strength > same->strength) {
+    *same = std::move(*signal);
+  }
+}
+
+const std::string* firstTargetMatching(const std::vector<std::string>& targets,
+                                       std::string_view name) {
+  const auto found = std::find_if(targets.begin(), targets.end(), [&](const std::string& target) {
+    return AgentAppName::matches(name, target);
+  });
+  return found == targets.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+/// All phrases that may be looked for, folded once for as long as they stay the same.
+struct AccessibilityDetector::Phrases {
+  std::vector<AgentProfile> profiles;
+  std::vector<std::string> userActive, userIdle;
+  PhraseIndex index;  ///< of each profile's lists in turn, then the user's
+
+  static PhraseIndex makeIndex(const std::vector<AgentProfile>& profiles,
+                               const GuardSettings& settings) {
+    std::vector<PhraseIndex::Lists> lists;
+    for (const auto& profile : profiles) {
+      lists.push_back({profile.activePhrases, profile.idlePhrases});
+    }
+    lists.push_back({settings.activePhrases, settings.idlePhrases});
+    return PhraseIndex(lists);
+  }
+};
+
+std::shared_ptr<const AccessibilityDetector::Phrases> AccessibilityDetector::phrasesFor(
+    const std::vector<AgentProfile>& profiles, const GuardSettings& settings) {
+  const std::lock_guard lock(mutex_);
+  if (!phrases_ || phrases_->profiles != profiles ||
+      phrases_->userActive != settings.activePhrases ||
+      phrases_->userIdle != settings.idlePhrases) {
+    phrases_ = std::make_shared<const Phrases>(Phrases{profiles, settings.activePhrases,
+                                                       settings.idlePhrases,
+                                                       Phrases::makeIndex(profiles, settings)});
+  }
+  return phrases_;
+}
+
+std::vector<ActivitySignal> AccessibilityDetector::detectPerApp(const GuardSettings& settings) {
+  if (!settings.accessibilityDetectionEnabled || !isTrusted()) return {};
+  const AgentResolver resolver = AgentResolver::make(settings);
+  const std::vector<AgentProfile>& profiles = resolver.profiles();
+  const auto phrases = phrasesFor(profiles, settings);
+  /// What each profile's phrases and, last, the user's find in an application's text.
+  const auto matches = [&](const platform::RunningApplication& application) {
+    const std::string text = visibleText(application.processID);
+    return text.empty() ? std::vector<PhraseMatchKind>(profiles.size() + 1)
+                        : phrases->index.match(text);
+  };
+
+  std::vector<ActivitySignal> best;
+  for (const auto& application : accessibility_.runningApplications()) {
+    const std::string bundleID = platform::lowercased(application.bundleID.value_or(""));
+    if (const AgentProfile* profile = resolver.profileForBundleID(bundleID)) {
+      const auto index = static_cast<std::size_t>(profile - profiles.data());
+      offer(best, signalFor(profile->displayName, matches(application)[index],
+                            profile->requireMultiWordPhrases));
+    } else if (AgentCatalog::terminalBundleIDs().contains(bundleID)) {
+      const auto found = matches(application);
+      for (std::size_t i = 0; i < profiles.size(); ++i) {
+        // A single word is too common in a terminal to mean anything.
+        if (profiles[i].scanTerminalText)
+          offer(best, signalFor(profiles[i].displayName, found[i], true));
+      }
+    } else if (const std::string* target = firstTargetMatching(
+                   settings.targetApps, application.localizedName.value_or(""))) {
+      offer(best, signalFor(*target, matches(application).back(), false));
+    }
+  }
+  return best;
+}
+
+ActivitySignal AccessibilityDetector::detect(const GuardSettings& settings) {
+  return strongest(detectPerApp(settings));
+}
+
+std::string AccessibilityDetector::visibleText(std::int32_t processID) {
+  const Element application = accessibility_.application(processID);
+  std::vector<std::string> fragments;
+  const Accessibility::Value focused = accessibility_.attribute(application, "AXFocusedWindow");
+  if (const auto* window = std::get_if<Element>(&focused)) {
+    collectText(accessibility_, *window, fragments, 0, focusedWindowDepth);
+  } else {
+    const auto windows = listedElements(accessibility_, application, "AXWindows");
+    for (std::size_t i = 0; i < std::min(windows.size(), maxOtherWindows); ++i) {
+      collectText(accessibility_, windows[i], fragments, 0, otherWindowDepth);
+    }
+  }
+  std::string text;
+  for (const auto& fragment : fragments) {
+    if (!text.empty()) text += ' ';
+    text += fragment;
+  }
+  return text;
+}
+
+std::vector<std::string> AccessibilityDetector::windowTitles(std::int32_t processID) {
+  std::vector<std::string> titles;
+  const Element application = accessibility_.application(processID);
+  for (const auto& window : listedElements(accessibility_, application, "AXWindows")) {
+    Accessibility::Value title = accessibility_.attribute(window, "AXTitle");
+    if (auto* text = std::get_if<std::string>(&title)) titles.push_back(std::move(*text));
+  }
+  return titles;
+}
+
+}  // namespace wakelatch
