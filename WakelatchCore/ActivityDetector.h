@@ -1,0 +1,87 @@
+// Where the detection meets: one call a tick merges what processes, UI text and session files show
+// into one signal per agent.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Clock.h"
+#include "WakelatchCore/AccessibilityDetector.h"
+#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/Models.h"
+#include "WakelatchCore/ProcessDetector.h"
+#include "WakelatchCore/SessionActivityDetector.h"
+
+namespace wakelatch {
+
+/// Asks the three detectors and weighs their answers. Remembers between ticks when each agent's
+/// process was last seen. No lock: calls on one instance must not overlap. Blocks for as long as
+/// the detectors do; never throws, logs nothing of its own.
+class ActivityDetector {
+ public:
+  /// How long (seconds) after its process was last seen an agent is still believed to be the one
+  /// behind text in a terminal, or behind session files that other applications write too.
+  static constexpr double sharedSessionProcessWindow = 90;
+
+  /// The signals of one kind, in their detector's order.
+  struct Findings {
+    std::vector<ActivitySignal> kept;
+    std::vector<ActivitySignal> dropped;  ///< not believed: no process within the window
+  };
+
+  /// What one tick found, and what came of it.
+  struct Evidence {
+    std::vector<ActivitySignal> process;
+    Findings accessibility;
+    Findings session;
+    /// One signal per agent name, sorted by the names' composed Unicode scalars; each says whether
+    /// the agent's process was seen, and how many sessions were where that is known.
+    std::vector<ActivitySignal> merged;
+  };
+
+  /// The detectors are used, not owned.
+  ActivityDetector(ProcessDetector& processDetector, AccessibilityDetector& accessibilityDetector,
+                   SessionActivityDetector& sessionDetector)
+      : processDetector_(processDetector),
+        accessibilityDetector_(accessibilityDetector),
+        sessionDetector_(sessionDetector) {}
+  ActivityDetector(const ActivityDetector&) = delete;
+  ActivityDetector& operator=(const ActivityDetector&) = delete;
+
+  /// One tick: lists processes, reads windows and walks session files, once each.
+  Evidence gather(const GuardSettings& settings, const PowerSnapshot& power, Timestamp now);
+  /// The merged signals of gather().
+  std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
+                                           const PowerSnapshot& power, Timestamp now);
+  /// The strongest of detectPerApp(), the first by name among equals; ActivitySignal::none when
+  /// there is none.
+  ActivitySignal detect(const GuardSettings& settings, const PowerSnapshot& power, Timestamp now);
+
+  /// When a process of the agent was last seen by this detector.
+  std::optional<Timestamp> processLastSeenAt(const std::string& appName) const;
+
+  /// Whether UI text counts for the agent: always, unless it may come from a terminal; then only
+  /// while the process was seen at most `window` seconds ago.
+  static bool shouldEmitTerminalAccessibilitySignal(const AgentProfile& profile,
+                                                    std::optional<Timestamp> processLastSeenAt,
+                                                    Timestamp now, double window);
+  /// The same for session files and whether other applications write them too.
+  static bool shouldEmitSessionSignal(const AgentProfile& profile,
+                                      std::optional<Timestamp> processLastSeenAt, Timestamp now,
+                                      double window);
+
+ private:
+  using Rule = bool(const AgentProfile&, std::optional<Timestamp>, Timestamp, double);
+  Findings sift(std::vector<ActivitySignal> signals, const AgentResolver& resolver, Rule& rule,
+                Timestamp now) const;
+
+  ProcessDetector& processDetector_;
+  AccessibilityDetector& accessibilityDetector_;
+  SessionActivityDetector& sessionDetector_;
+  std::map<std::string, Timestamp> processLastSeenAt_;  // only grows: an entry per name ever seen
+};
+
+}  // namespace wakelatch
