@@ -1,0 +1,185 @@
+#include "WakelatchCore/ProcessDetector.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <set>
+
+#include "Platform/Files.h"
+#include "Platform/Numbers.h"
+#include "Tests/ScriptedRunner.h"
+
+namespace wakelatch {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
+using ::testing::UnorderedElementsAreArray;
+using Processes = std::vector<ProcessSnapshot>;
+
+GuardSettings settingsWith(double threshold, std::vector<std::string> targets = {}) {
+  GuardSettings settings;
+  settings.batteryProfile.cpuThresholdPercent = threshold;
+  settings.targetApps = std::move(targets);
+  return settings;
+}
+
+ActivitySignal busy(const std::string& name, int sessions) {
+  return {SignalStrength::strong, name, name + " CPU is above the work threshold", {}, sessions};
+}
+ActivitySignal present(const std::string& name, int sessions) {
+  return {SignalStrength::presence, name, name + " is running", {}, sessions};
+}
+
+TEST(Numbers, AreAnOptionalSignAndPlainDecimals) {
+  const std::pair<const char*, double> good[] = {
+      {"8.1", 8.1}, {"-.5", -.5}, {"+1.", 1}, {"12345678901234567.25", 12345678901234567.25}};
+  for (const auto& [text, value] : good) EXPECT_EQ(platform::parseDecimal(text), value);
+  const std::string huge(400, '9');
+  for (const char* bad :
+       {"", "-", ".", "1e2", "0x1", "inf", "8,0", " 1", "1.2.3", "+-1", huge.c_str()}) {
+    EXPECT_FALSE(platform::parseDecimal(bad) || platform::parseInt32(bad)) << bad;
+  }
+  EXPECT_EQ(platform::parseInt32("-2147483648"), -2147483647 - 1);
+  EXPECT_EQ(platform::parseInt32("+0042"), 42);
+  EXPECT_FALSE(platform::parseInt32("2147483648") || platform::parseInt32("1.0"));
+}
+
+TEST(ProcessDetector, ReadsProcessLines) {
+  EXPECT_EQ(
+      ProcessDetector::parsePSOutput(
+          "  501     1   0.0 /Applications/Some App.app/Contents/MacOS/Some App\n\n"
+          "\t7 1 12.5   two  spaces\r\n"
+          "x 1 0.0 /bin/a\n1 y 0.0 /bin/b\n2 1 z /bin/c\n3 1 0.0\n3 1 0.0 \u3000\n4 1\t0.0 a\n"
+          "99999999999 1 0.0 d\n-8 +0 0 \xff"),
+      (Processes{{501, 1, 0, "/Applications/Some App.app/Contents/MacOS/Some App"},
+                 {7, 1, 12.5, "  two  spaces\r"},
+                 {-8, 0, 0, "\xff"}}));
+  EXPECT_THAT(ProcessDetector::parsePSArgs("  42 /usr/bin/node   /opt/x/cli.js  \nabc def\n42\n\n"
+                                           "7 a\n7 \u00a0b\t\n 8\tc\n9 \u3000d\r"),
+              UnorderedElementsAre(Pair(42, "/usr/bin/node   /opt/x/cli.js"), Pair(7, "b"),
+                                   Pair(9, "d\r")));
+}
+
+TEST(ProcessDetector, NamesAProcessByItsFile) {
+  for (const auto& [command, name] :
+       {std::pair{"/A.app/MacOS/A b", "A b"}, {"a/b//", "b"}, {"//", "/"}, {"", ""}}) {
+    EXPECT_EQ((ProcessSnapshot{.command = command}).displayName(), name);
+  }
+}
+
+TEST(ProcessDetector, SumsTheTreeOfEachAgent) {
+  const Processes processes = {
+      {10, 1, 30, "/bin/claude"},  // with a child whose work counts
+      {11, 10, 25, "/bin/zsh"},    {20, 1, 90, "/Applications/Claude.app/Contents/MacOS/Claude"},
+      {30, 1, 55, "/opt/foo-bar"}, {40, 1, 3, "/bin/node", "node /opt/codex"},
+      {41, 40, 1, "/bin/claude"},  // a sub-agent: a root, no session of its own
+      {50, 50, 1, "/bin/pi"},      // its own parent
+  };
+  const auto detect = [&](double threshold, bool isOnACPower = false) {
+    return ProcessDetector::detectPerApp(processes, settingsWith(threshold, {"", "FOO", "bar"}),
+                                         PowerSnapshot{.isOnACPower = isOnACPower});
+  };
+  EXPECT_THAT(detect(55),
+              UnorderedElementsAre(busy("Claude Code", 1), present("Claude", 1), busy("FOO", 1),
+                                   present("Codex CLI", 1), present("Pi", 0)));
+  EXPECT_THAT(detect(57), Contains(present("Claude Code", 1)));
+  EXPECT_THAT(detect(0, true), Contains(present("Codex CLI", 1)));
+  const auto strongest = [&](double threshold) {
+    return ProcessDetector::detect(processes, settingsWith(threshold), {});
+  };
+  EXPECT_EQ(strongest(4), busy("Claude Code", 1));
+  EXPECT_EQ(strongest(100), present("Claude Code", 1));
+}
+
+/// Whether the walk up from `pid` meets a matched process, by its definition.
+bool hasMatchedAncestor(std::int32_t pid, std::map<std::int32_t, std::int32_t>& parents,
+                        const std::set<std::int32_t>& matched) {
+  std::set<std::int32_t> visited;
+  for (auto q = parents[pid]; q > 1 && visited.insert(q).second; q = parents[q]) {
+    if (matched.count(q) > 0) return true;
+  }
+  return false;
+}
+
+TEST(ProcessDetector, AgreesWithTheDefinitionOnTanglesOfLinks) {
+  std::mt19937 random(7);
+  const auto below = [&](unsigned limit) { return static_cast<int>(random() % limit); };
+  for (int round = 0; round < 1000; ++round) {
+    Processes processes;
+    for (int i = below(12); i >= 0; --i) {
+      constexpr const char* commands[] = {"sh", "sh", "claude", "codex"};
+      processes.push_back({below(14), below(14) - 1, double(below(3)), commands[below(4)]});
+    }
+    std::map<std::int32_t, double> cpu;
+    std::map<std::int32_t, std::int32_t> parents;
+    std::map<std::string, std::set<std::int32_t>> roots;
+    std::set<std::int32_t> matched;
+    for (const auto& process : processes) {
+      cpu.emplace(process.pid, process.cpuPercent);
+      parents.emplace(process.pid, process.parentPID);
+      if (process.command == "sh") continue;
+      roots[process.command == "claude" ? "Claude Code" : "Codex CLI"].insert(process.pid);
+      matched.insert(process.pid);
+    }
+    std::vector<ActivitySignal> expected;
+    for (const auto& [agent, pids] : roots) {
+      std::set<std::int32_t> tree = pids;
+      for (std::size_t before = 0; before != tree.size();) {
+        before = tree.size();
+        for (const auto& process : processes) {
+          if (tree.count(process.parentPID) > 0) tree.insert(process.pid);
+        }
+      }
+      double load = 0;
+      for (const auto pid : tree) load += cpu[pid];
+      int sessions = 0;
+      for (const auto pid : pids) sessions += !hasMatchedAncestor(pid, parents, matched);
+      expected.push_back((load >= 4 ? busy : present)(agent, sessions));
+    }
+    ASSERT_THAT(ProcessDetector::detectPerApp(processes, settingsWith(4), {}),
+                UnorderedElementsAreArray(expected))
+        << round;
+  }
+}
+
+const ShellCommand listProcesses{"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}};
+const ShellCommand listArguments{"/bin/ps", {"-axo", "pid=,args="}};
+
+TEST(ProcessDetector, JoinsTwoListingsAndDoesWithoutTheSecond) {
+  ScriptedRunner runner;
+  ProcessDetector detector(runner);
+  runner.on(listProcesses, "5 1 9.5 /usr/bin/node\n5 1 0 python3\n6 1 0 /bin/pi\n");
+  runner.on(listArguments, "7 x\n5 node /opt/codex\n");
+  EXPECT_THAT(detector.detectPerApp(settingsWith(9), {}),
+              UnorderedElementsAre(busy("Codex CLI", 1), present("Pi", 1)));
+  EXPECT_THAT(runner.calls(), ElementsAre(listProcesses, listArguments));
+  runner.failOn(listArguments, "no");
+  EXPECT_EQ(detector.detect(settingsWith(9), {}), present("Pi", 1));
+}
+
+TEST(ProcessDetectorDeathTest, LogsAFailedListingAndSeesNothing) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const std::filesystem::path home =
+      std::filesystem::path(::testing::TempDir()) / "ProcessDetectorTest";
+  std::filesystem::remove_all(home);
+  // In a process of its own, because the shared logger finds its file once.
+  EXPECT_EXIT(
+      {
+        ::setenv("HOME", home.c_str(), 1);
+        ScriptedRunner runner;
+        runner.failOn(listProcesses, "x");
+        std::exit(ProcessDetector(runner).detect({}, {}) == ActivitySignal::none ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+  EXPECT_THAT(platform::readFile(home / "Library/Logs/Wakelatch.log"),
+              ::testing::MatchesRegex("\\[[^]]+\\] ProcessDetector failed: x\n"));
+}
+
+}  // namespace
+}  // namespace wakelatch

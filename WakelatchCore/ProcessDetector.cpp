@@ -1,0 +1,301 @@
+#include "WakelatchCore/ProcessDetector.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <exception>
+
+#include "Platform/Numbers.h"
+#include "Platform/Split.h"
+#include "Platform/Text.h"
+#include "WakelatchCore/AgentAppName.h"
+#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/FileLogger.h"
+
+namespace wakelatch {
+namespace {
+
+/// A process by its pid: the index of the first row that bears it.
+using Node = std::size_t;
+constexpr Node noNode = static_cast<Node>(-1);
+
+/// The parent links of a list of processes, both ways. Where a pid has several rows, its parent and
+/// CPU are the first row's, but it is a child of every row's parent. The links may form loops.
+class ProcessTree {
+ public:
+  explicit ProcessTree(const std::vector<ProcessSnapshot>& rows)
+      : rows_(rows),
+        nodes_(rows.size()),
+        parents_(rows.size()),
+        firstChildRows_(rows.size(), noNode),
+        nextSiblingRows_(rows.size()) {
+    std::unordered_map<std::int32_t, Node> nodeByPID(rows.size());
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+      nodes_[row] = nodeByPID.try_emplace(rows[row].pid, row).first->second;
+    }
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+      const auto parent = nodeByPID.find(rows[row].parentPID);
+      parents_[row] = parent == nodeByPID.end() ? noNode : parent->second;
+      if (parents_[row] == noNode) continue;
+      nextSiblingRows_[row] = firstChildRows_[parents_[row]];
+      firstChildRows_[parents_[row]] = row;
+    }
+  }
+
+  std::size_t size() const { return rows_.size(); }
+  Node nodeOfRow(std::size_t row) const { return nodes_[row]; }
+  double cpuPercent(Node node) const { return rows_[node].cpuPercent; }
+
+  /// The process that started this one, or noNode. The system's own, pid 1 and less, started none.
+  Node parent(Node node) const { return rows_[node].parentPID > 1 ? parents_[node] : noNode; }
+
+  template <class Use>
+  void forEachChild(Node node, Use use) const {
+    for (auto row = firstChildRows_[node]; row != noNode; row = nextSiblingRows_[row]) {
+      use(nodes_[row]);
+    }
+  }
+
+ private:
+  const std::vector<ProcessSnapshot>& rows_;
+  std::vector<Node> nodes_;                   // by row
+  std::vector<Node> parents_;                 // by row
+  std::vector<std::size_t> firstChildRows_;   // by node
+  std::vector<std::size_t> nextSiblingRows_;  // by row
+};
+
+/// Sums up CPU over trees of processes, counting each process once.
+class TreeLoad {
+ public:
+  explicit TreeLoad(const ProcessTree& tree) : tree_(tree), seenInSum_(tree.size(), 0) {}
+
+  /// The CPU percent of `roots` and all their descendants.
+  double sum(const std::vector<Node>& roots) {
+    ++sums_;
+    double total = 0;
+    for (const Node root : roots) add(root);
+    while (!open_.empty()) {
+      const Node node = open_.back();
+      open_.pop_back();
+      total += tree_.cpuPercent(node);
+      tree_.forEachChild(node, [this](Node child) { add(child); });
+    }
+    return total;
+  }
+
+ private:
+  void add(Node node) {
+    if (seenInSum_[node] == sums_) return;
+    seenInSum_[node] = sums_;
+    open_.push_back(node);
+  }
+
+  const ProcessTree& tree_;
+  std::size_t sums_ = 0;
+  std::vector<std::size_t> seenInSum_;  // by node: the last sum that it went into
+  std::vector<Node> open_;
+};
+
+/// Answers whether a process was started, directly or further up, by a matched one; remembers what
+/// it learns on the way up, so that long chains are walked once.
+class MatchedAncestors {
+ public:
+  explicit MatchedAncestors(const ProcessTree& tree)
+      : tree_(tree), isMatched_(tree.size()), answers_(tree.size(), Answer::unknown) {}
+
+  /// All of them before the first question.
+  void addMatched(Node node) { isMatched_[node] = true; }
+
+  bool has(Node start) {
+    bool found = false;
+    for (Node node = tree_.parent(start); node != noNode; node = tree_.parent(node)) {
+      found = isMatched_[node] || answers_[node] == Answer::yes;
+      if (found || answers_[node] == Answer::no) break;
+      answers_[node] = Answer::no;  // for now; ends the walk when the links form a loop
+      path_.push_back(node);
+    }
+    if (found) {
+      for (const Node node : path_) answers_[node] = Answer::yes;
+    }
+    path_.clear();
+    return found;
+  }
+
+ private:
+  enum class Answer : char { unknown, no, yes };
+  const ProcessTree& tree_;
+  std::vector<bool> isMatched_;  // by node
+  std::vector<Answer> answers_;  // by node: whether the walk up from it meets a matched process
+  std::vector<Node> path_;
+};
+
+/// The user's own application names, normalised once.
+class TargetNames {
+ public:
+  explicit TargetNames(const std::vector<std::string>& targets) : targets_(targets) {
+    for (const std::string& target : targets) {
+      normalized_.push_back(AgentAppName::normalized(target));
+    }
+  }
+
+  /// The first target that denotes the process's name or command, as the user wrote it, or null.
+  const std::string* match(const ProcessSnapshot& process) const {
+    if (targets_.empty()) return nullptr;
+    const std::string name = AgentAppName::normalized(process.displayName());
+    const std::string command = AgentAppName::normalized(process.command);
+    for (std::size_t i = 0; i < targets_.size(); ++i) {
+      if (AgentAppName::matchesNormalized(name, normalized_[i]) ||
+          AgentAppName::matchesNormalized(command, normalized_[i])) {
+        return &targets_[i];
+      }
+    }
+    return nullptr;
+  }
+
+ private:
+  const std::vector<std::string>& targets_;
+  std::vector<std::string> normalized_;
+};
+
+/// The evidence gathered for one agent's name.
+struct Group {
+  std::string name;
+  bool trustsCPU = false;
+  std::vector<Node> roots = {};  ///< the matched processes themselves, each once
+};
+
+std::vector<Group> groupByAgent(const std::vector<ProcessSnapshot>& processes,
+                                const ProcessTree& tree, const GuardSettings& settings) {
+  const AgentResolver resolver = AgentResolver::make(settings);
+  const TargetNames targets(settings.targetApps);
+  std::vector<Group> groups;
+  std::unordered_map<std::string, std::size_t> groupByName;
+  const auto addRoot = [&](const std::string& name, bool trustsCPU, Node root) {
+    const auto [entry, isNew] = groupByName.try_emplace(name, groups.size());
+    if (isNew) groups.push_back({name, trustsCPU});
+    groups[entry->second].roots.push_back(root);
+  };
+  for (std::size_t row = 0; row < processes.size(); ++row) {
+    const ProcessSnapshot& process = processes[row];
+    const Node node = tree.nodeOfRow(row);
+    if (const auto* profile = resolver.profileForCommand(process.command, process.arguments)) {
+      addRoot(profile->displayName, profile->trustsCPUSignal, node);
+    } else if (const auto* target = targets.match(process)) {
+      addRoot(*target, true, node);
+    }
+  }
+  for (Group& group : groups) {
+    std::sort(group.roots.begin(), group.roots.end());
+    group.roots.erase(std::unique(group.roots.begin(), group.roots.end()), group.roots.end());
+  }
+  return groups;
+}
+
+}  // namespace
+
+std::string ProcessSnapshot::displayName() const {
+  const std::string_view name = platform::lastPiece(command, '/');
+  return std::string(name.starts_with('/') ? name.substr(0, 1) : name);  // "//" is the root, "/"
+}
+
+std::vector<ActivitySignal> ProcessDetector::detectPerApp(
+    const GuardSettings& settings, const std::optional<PowerSnapshot>& power) {
+  return detectPerApp(liveSnapshot(), settings, power);
+}
+
+ActivitySignal ProcessDetector::detect(const GuardSettings& settings,
+                                       const std::optional<PowerSnapshot>& power) {
+  return detect(liveSnapshot(), settings, power);
+}
+
+std::vector<ActivitySignal> ProcessDetector::detectPerApp(
+    const std::vector<ProcessSnapshot>& processes, const GuardSettings& settings,
+    const std::optional<PowerSnapshot>& power) {
+  const double threshold = settings.profile(power.value_or(PowerSnapshot())).cpuThresholdPercent;
+  const ProcessTree tree(processes);
+  const std::vector<Group> groups = groupByAgent(processes, tree, settings);
+  MatchedAncestors ancestors(tree);
+  for (const Group& group : groups) {
+    for (const Node root : group.roots) ancestors.addMatched(root);
+  }
+
+  std::vector<ActivitySignal> signals;
+  TreeLoad load(tree);
+  for (const Group& group : groups) {
+    const bool isBusy = group.trustsCPU && load.sum(group.roots) >= threshold;
+    signals.push_back({
+        .strength = isBusy ? SignalStrength::strong : SignalStrength::presence,
+        .appName = group.name,
+        .reason = group.name + (isBusy ? " CPU is above the work threshold" : " is running"),
+        .sessionCount = std::count_if(group.roots.begin(), group.roots.end(),
+                                      [&](Node root) { return !ancestors.has(root); }),
+    });
+  }
+  return signals;
+}
+
+ActivitySignal ProcessDetector::detect(const std::vector<ProcessSnapshot>& processes,
+                                       const GuardSettings& settings,
+                                       const std::optional<PowerSnapshot>& power) {
+  const auto signals = detectPerApp(processes, settings, power);
+  const auto strongest =
+      std::max_element(signals.begin(), signals.end(),
+                       [](const auto& a, const auto& b) { return a.strength < b.strength; });
+  return strongest == signals.end() ? ActivitySignal::none : *strongest;
+}
+
+std::vector<ProcessSnapshot> ProcessDetector::liveSnapshot() {
+  std::vector<ProcessSnapshot> processes;
+  try {
+    processes =
+        parsePSOutput(runner_.run({"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}}).standardOutput);
+  } catch (const std::exception& error) {
+    FileLogger::shared().log(std::string("ProcessDetector failed: ") + error.what());
+    return {};
+  }
+  try {
+    const CommandResult listing = runner_.run({"/bin/ps", {"-axo", "pid=,args="}});
+    const auto arguments = parsePSArgs(listing.standardOutput);
+    for (ProcessSnapshot& process : processes) {
+      const auto found = arguments.find(process.pid);
+      if (found != arguments.end()) process.arguments = found->second;
+    }
+  } catch (const std::exception&) {
+    // Paths still tell most agents.
+  }
+  return processes;
+}
+
+std::vector<ProcessSnapshot> ProcessDetector::parsePSOutput(std::string_view output) {
+  std::vector<ProcessSnapshot> processes;
+  for (const std::string_view line : platform::Pieces(output, '\n')) {
+    std::string_view rest = platform::trimmedSpaces(line);
+    // A field up to the next space, which goes with it: the command may begin with spaces.
+    const auto takeField = [&rest] {
+      rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+      const std::string_view field = rest.substr(0, rest.find(' '));
+      rest.remove_prefix(std::min(field.size() + 1, rest.size()));
+      return field;
+    };
+    const auto pid = platform::parseInt32(takeField());
+    const auto parentPID = platform::parseInt32(takeField());
+    const auto cpuPercent = platform::parseDecimal(takeField());
+    if (!pid || !parentPID || !cpuPercent || rest.empty()) continue;
+    processes.push_back({*pid, *parentPID, *cpuPercent, std::string(rest)});
+  }
+  return processes;
+}
+
+std::unordered_map<std::int32_t, std::string_view> ProcessDetector::parsePSArgs(
+    std::string_view output) {
+  std::unordered_map<std::int32_t, std::string_view> arguments;
+  for (const std::string_view line : platform::Pieces(output, '\n')) {
+    const std::string_view trimmed = platform::trimmedSpaces(line);
+    const std::size_t space = trimmed.find(' ');
+    if (space == trimmed.npos) continue;
+    const auto pid = platform::parseInt32(trimmed.substr(0, space));
+    if (pid) arguments.insert_or_assign(*pid, platform::trimmedSpaces(trimmed.substr(space)));
+  }
+  return arguments;
+}
+
+}  // namespace wakelatch

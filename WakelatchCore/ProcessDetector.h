@@ -1,0 +1,75 @@
+// Agents seen through the process table: which of them run, how busy each one's processes are, and
+// in how many independent sessions.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "WakelatchCore/Models.h"
+#include "WakelatchCore/ShellCommand.h"
+
+namespace wakelatch {
+
+/// One row of the process table.
+struct ProcessSnapshot {
+  std::int32_t pid = 0;
+  std::int32_t parentPID = 0;
+  double cpuPercent = 0;       ///< of one core; may exceed 100
+  std::string command = {};    ///< the executable's path as `ps` reports it
+  std::string arguments = {};  ///< the whole argument string; empty when unknown
+
+  /// The last component of the command as a file path.
+  std::string displayName() const;
+
+  friend bool operator==(const ProcessSnapshot&, const ProcessSnapshot&) = default;
+};
+
+/// Finds agents in the process table. Keeps nothing between calls, which may come from any thread
+/// that the runner allows. Nothing throws.
+class ProcessDetector {
+ public:
+  /// A time limit that holds for both listings even on a busy machine, in seconds; for the host.
+  static constexpr double busyMacTimeout = 20;
+
+  /// @param runner  the host's, outlives this
+  explicit ProcessDetector(CommandRunning& runner) : runner_(runner) {}
+  ProcessDetector(const ProcessDetector&) = delete;
+  ProcessDetector& operator=(const ProcessDetector&) = delete;
+
+  /// One signal for each agent that has a process, in the order of the first one's row: strong when
+  /// the agent's processes and all that they started use at least the CPU threshold of the profile
+  /// in force and its load means work, otherwise presence. Blocks while `ps` runs twice. A failed
+  /// first listing is logged and means no processes; a failed second one means no arguments.
+  /// @param power  absent: the battery profile's threshold
+  std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
+                                           const std::optional<PowerSnapshot>& power);
+  /// The strongest of these signals, the first among equals; ActivitySignal::none without any.
+  ActivitySignal detect(const GuardSettings& settings, const std::optional<PowerSnapshot>& power);
+
+  // The same for processes already listed; runs nothing.
+  static std::vector<ActivitySignal> detectPerApp(const std::vector<ProcessSnapshot>& processes,
+                                                  const GuardSettings& settings,
+                                                  const std::optional<PowerSnapshot>& power);
+  static ActivitySignal detect(const std::vector<ProcessSnapshot>& processes,
+                               const GuardSettings& settings,
+                               const std::optional<PowerSnapshot>& power);
+
+  // Lines that do not parse are skipped.
+
+  /// Lines of `ps -o pid=,ppid=,pcpu=,comm=`.
+  static std::vector<ProcessSnapshot> parsePSOutput(std::string_view output);
+  /// Lines of `ps -o pid=,args=`: pid to argument string, as views into `output`. The last line of
+  /// a pid counts.
+  static std::unordered_map<std::int32_t, std::string_view> parsePSArgs(std::string_view output);
+
+ private:
+  std::vector<ProcessSnapshot> liveSnapshot();
+
+  CommandRunning& runner_;
+};
+
+}  // namespace wakelatch
