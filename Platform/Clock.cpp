@@ -1,6 +1,7 @@
 #include "Platform/Clock.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 
 namespace wakelatch::platform {

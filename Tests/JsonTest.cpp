@@ -32,48 +32,39 @@ constexpr auto settings = problem<GuardSettings>;
 constexpr auto usage = problem<UsageMetrics>;
 
 TEST(Json, ErrorsNameTheKeyAndWhatIsWrong) {
+  const std::string bucket =
+      R"({"protectedSeconds":1,"keptAwakeSeconds":1,"manualSeconds":1,"sessionsSaved":1,)"
+      R"("pluggedInUnlimitedSeconds":1,"totalSessions":"1")";
+  const std::string day = R"({"installDate":0,"days":{"2025-03-01":)";
   struct Row {
     std::string (*problem)(std::string_view);
-    const char* text;
-    const char* expected;
+    std::string text, expected;
   };
-  for (const Row& row : std::to_array<Row>({
+  for (const Row& row : std::vector<Row>{
            {signal, R"({"strength":5,"reason":""})", "strength: no such case: 5"},
            {signal, R"({"strength":2.5,"reason":""})", "strength: expected an integer"},
            {signal, R"({"strength":"3","reason":""})", "strength: expected an integer"},
            {signal, R"({"strength":true,"reason":""})", "strength: expected an integer"},
-           {signal, R"({"strength":3})", "reason: missing"},
            {signal, R"({"strength":3,"reason":null})", "reason: must not be null"},
            {signal, R"({"appName":1,"strength":3})", "reason: missing"},
-           {power, R"({"isOnACPower":1,"rawDescription":""})",
-            "isOnACPower: expected true or false"},
+           {power, R"({"isOnACPower":1})", "isOnACPower: expected true or false"},
            {power,
             R"({"isOnACPower":true,"rawDescription":"","batteryPercent":9223372036854775808})",
             "batteryPercent: expected an integer of at most 64 bits"},
-           {power, R"({"isOnACPower":true,"rawDescription":"","batteryPercent":-1e19})",
-            "batteryPercent: expected an integer of at most 64 bits"},
            {settings, "[]", "expected an object"},
            {settings, R"({"batteryProfile":{}})", "batteryProfile.batteryCutoffPercent: missing"},
-           {settings, R"({"idleGracePeriodSeconds":"9"})",
-            "idleGracePeriodSeconds: expected a number"},
+           {settings, R"({"warningPercent":"9"})", "warningPercent: expected an integer"},
            {settings, R"({"idleGracePeriodSeconds":false})",
             "idleGracePeriodSeconds: expected a number"},
            {settings, R"({"targetApps":["a",null]})", "targetApps[1]: expected a text"},
            {settings, R"({"targetApps":{}})", "targetApps: expected a list"},
            {usage, R"({"days":5})", "installDate: missing"},
-           {usage, R"({"installDate":"2025-03-01T00:00:00Z"})", "installDate: expected a number"},
-           {usage, R"({"installDate":0,"days":{"2025-03-01":null}})",
-            "days.2025-03-01: expected an object"},
-           {usage,
-            R"({"installDate":0,"days":{"2025-03-01":{"protectedSeconds":1,"keptAwakeSeconds":1,
-                "manualSeconds":1,"pluggedInUnlimitedSeconds":1,"sessionsSaved":1,
-                "totalSessions":"1","protectedSecondsByAgent":{},"sessionsByAgent":{}}}})",
-            "days.2025-03-01.totalSessions: expected an integer"},
-           {usage, R"({"installDate":0,"lastRun":{"endedAt":0}})",
-            "lastRun.workedSeconds: missing"},
+           {usage, R"({"installDate":"2025-03-01"})", "installDate: expected a number"},
+           {usage, day + "null}}", "days.2025-03-01: expected an object"},
+           {usage, day + bucket + "}}}", "days.2025-03-01.totalSessions: expected an integer"},
            {usage, R"({"installDate":0,"lastCloseReason":"Idle"})",
             "lastCloseReason: no such case: \"Idle\""},
-       })) {
+       }) {
     EXPECT_EQ(row.problem(row.text), row.expected) << row.text;
   }
 }
@@ -147,13 +138,10 @@ TEST(Json, DatesInIso8601AreCutToTheSecond) {
 }
 
 TEST(Json, RefusesToWriteWhatCannotBeRead) {
-  using std::chrono::duration;
+  const Timestamp start;
   EXPECT_THROW(encode(std::nan("")), std::domain_error);
-  EXPECT_THROW(encode(Timestamp{duration<double>{1e12}}, DateCoding::iso8601), std::domain_error);
-  for (const auto coding :
-       {DateCoding::secondsSince2001, DateCoding::secondsSince1970, DateCoding::iso8601}) {
-    EXPECT_THROW(encode(Timestamp{duration<double>{-INFINITY}}, coding), std::domain_error);
-  }
+  EXPECT_THROW(encode(after(start, 1e12), DateCoding::iso8601), std::domain_error);
+  EXPECT_THROW(encode(after(start, -INFINITY), DateCoding::secondsSince2001), std::domain_error);
 }
 
 }  // namespace
