@@ -13,11 +13,12 @@ namespace {
 constexpr std::int64_t reference2001 = 978307200;
 
 /// Whether an instant (seconds since 1970) and its distance from 2001 are both doubles, so that
-/// subtracting and adding lose nothing. Before 1985 the distance needs more bits than the instant
-/// has; such instants go through decimal digits.
+/// subtracting and adding lose nothing. Before mid-1985 the distance needs more bits than the
+/// instant has; such instants go through decimal digits.
 constexpr bool hasExactDistance(double secondsSince1970) {
+  constexpr double half = 0.5 * static_cast<double>(reference2001);
   constexpr double largestWhole = 9007199254740992;  // 2^53
-  return secondsSince1970 >= reference2001 / 2 && secondsSince1970 <= largestWhole;
+  return secondsSince1970 >= half && secondsSince1970 <= largestWhole;
 }
 
 /// `decimal` ("-12.5", without exponent) plus a whole number, digit by digit.
