@@ -89,7 +89,7 @@ class JsonWriter {
   void write(double value);            ///< throws std::domain_error unless finite
   void write(std::string_view value);  ///< bytes that are no UTF-8 become U+FFFD
   void write(const char* value) { write(std::string_view(value)); }  // a pointer is no bool
-  void write(Timestamp value);         ///< throws std::domain_error when the coding has no form
+  void write(Timestamp value);  ///< throws std::domain_error when the coding has no form
   void key(std::string_view key);
   void beginObject() { open('{'); }
   void endObject() { close('}'); }
