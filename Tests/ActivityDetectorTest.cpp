@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <map>
-
 #include "Tests/ScriptedAccessibility.h"
 #include "Tests/ScriptedRunner.h"
 
@@ -12,31 +10,15 @@ namespace wakelatch {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using ::testing::Return;
 
 constexpr Timestamp start{std::chrono::duration<double>(1e9)};
 
-/// Files by the pattern that matches them.
 struct ScriptedFiles : FileActivityProbing {
-  std::map<std::string, ModificationsByPath> files;
-
-  ModificationsByPath sessionModifications(
-      const std::vector<std::string>& patterns) const override {
-    ModificationsByPath found;
-    for (const auto& pattern : patterns) {
-      if (files.count(pattern) > 0)
-        found.insert(files.at(pattern).begin(), files.at(pattern).end());
-    }
-    return found;
-  }
-  std::optional<Timestamp> newestModification(
-      const std::vector<std::string>& patterns) const override {
-    std::optional<Timestamp> newest;
-    for (const auto& [path, time] : sessionModifications(patterns)) {
-      newest = newest ? std::max(*newest, time) : time;
-    }
-    return newest;
-  }
+  MOCK_METHOD(std::optional<Timestamp>, newestModification, (const std::vector<std::string>&),
+              (const, override));
+  MOCK_METHOD(ModificationsByPath, sessionModifications, (const std::vector<std::string>&),
+              (const, override));
 };
 
 class ActivityDetectorTest : public ::testing::Test {
@@ -45,22 +27,18 @@ class ActivityDetectorTest : public ::testing::Test {
     list("");
     runner.on({"/bin/ps", {"-axo", "pid=,args="}}, "");
   }
-  std::vector<ActivitySignal> detectAt(double seconds) {
-    return detector.detectPerApp(settings, PowerSnapshot(), after(start, seconds));
-  }
-  /// What became of the only agent: nothing when none was found or not just one.
-  std::optional<ActivitySignal> onlySignal() {
-    const auto signals = detectAt(0);
-    return signals.size() == 1 ? std::optional(signals.front()) : std::nullopt;
-  }
-  std::vector<std::string> namesDetected() {
-    std::vector<std::string> names;
-    for (const auto& signal : detectAt(0)) names.push_back(*signal.appName);
-    return names;
-  }
   /// Has these processes run from now on.
   void list(const std::string& processes) {
     runner.on({"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}}, processes);
+  }
+  /// Has the files that only `pattern` matches changed so many seconds after the start.
+  void write(const std::string& pattern, const std::vector<double>& times) {
+    ModificationsByPath found;
+    for (const double time : times) found["/" + std::to_string(time)] = after(start, time);
+    ON_CALL(files, sessionModifications(ElementsAre(pattern))).WillByDefault(Return(found));
+    ON_CALL(files, newestModification(ElementsAre(pattern)))
+        .WillByDefault(
+            Return(times.empty() ? std::nullopt : std::optional(after(start, times[0]))));
   }
   void showTerminal(const std::string& text) {
     screen.show("com.apple.Terminal", "Terminal", text);
@@ -68,128 +46,86 @@ class ActivityDetectorTest : public ::testing::Test {
 
   ScriptedRunner runner;
   ScriptedAccessibility screen;
-  ScriptedFiles files;
+  ::testing::NiceMock<ScriptedFiles> files;
   ProcessDetector processDetector{runner};
   AccessibilityDetector accessibilityDetector{screen};
   SessionActivityDetector sessionDetector{files};
   ActivityDetector detector{processDetector, accessibilityDetector, sessionDetector};
+  const PowerSnapshot power;
   GuardSettings settings;
 };
-
-constexpr const char* claudeFiles = ".claude/projects/**/*.jsonl";
-constexpr const char* openCodeFiles = ".local/share/opencode/*.db-wal";
-
-TEST_F(ActivityDetectorTest, FindsNothingWithoutEvidence) {
-  EXPECT_THAT(detectAt(0), IsEmpty());
-  EXPECT_EQ(detector.detect(settings, PowerSnapshot(), start), ActivitySignal::none);
-}
 
 TEST_F(ActivityDetectorTest, BelievesSharedEvidenceWhileTheProcessIsRecent) {
   showTerminal("Context left: 12 %");  // Claude Code's alone
   const struct {
     double at;
-    const char* listing;
-    bool isBelieved, isPresent;
+    bool isRunning, isBelieved;
   } ticks[] = {
-      {0, "", false, false},
-      {10, "7 1 0.0 /bin/claude\n8 1 0.0 /bin/opencode\n", true, true},
-      {20, "", true, false},
-      {100, "", true, false},
-      {100.001, "", false, false},
-      {200, "7 1 0.0 /bin/claude\n8 1 0.0 /bin/opencode\n", true, true},
-      {150, "", true, false},  // the clock was set back
-  };
+      {0, false, false},       {10, true, true},  {20, false, true}, {100, false, true},
+      {100.001, false, false}, {200, true, true}, {150, false, true}};  // at last the clock was set
+                                                                        // back
   for (const auto& tick : ticks) {
-    list(tick.listing);
-    files.files[openCodeFiles] = {{"x.db-wal", after(start, tick.at - 5)}};
-    const auto evidence = detector.gather(settings, PowerSnapshot(), after(start, tick.at));
+    list(tick.isRunning ? "7 1 0.0 /bin/claude\n8 1 0.0 /bin/opencode\n" : "");
+    write(".local/share/opencode/*.db-wal", {tick.at - 5});
+    const auto evidence = detector.gather(settings, power, after(start, tick.at));
     for (const auto* findings : {&evidence.accessibility, &evidence.session}) {
       EXPECT_EQ(findings->kept.size(), tick.isBelieved ? 1 : 0) << tick.at;
       EXPECT_EQ(findings->dropped.size(), tick.isBelieved ? 0 : 1) << tick.at;
     }
-    EXPECT_EQ(evidence.process.size(), tick.isPresent ? 2 : 0) << tick.at;
     EXPECT_EQ(evidence.merged.size(), tick.isBelieved ? 2 : 0) << tick.at;
     for (const auto& signal : evidence.merged) {
       EXPECT_EQ(signal.strength, SignalStrength::strong) << tick.at;
-      EXPECT_EQ(signal.processPresent, tick.isPresent) << tick.at;
+      EXPECT_EQ(signal.processPresent, tick.isRunning) << tick.at;
     }
   }
   EXPECT_EQ(detector.processLastSeenAt("OpenCode"), after(start, 200));
   EXPECT_EQ(detector.processLastSeenAt("Codex CLI"), std::nullopt);
 }
 
-TEST_F(ActivityDetectorTest, BelievesAnAgentsOwnEvidenceWithoutItsProcess) {
-  settings.targetApps = {"Notes"};
-  settings.activePhrases = {"busy"};
-  screen.show("com.apple.Notes", "Notes", "busy");
-  screen.show("com.openai.chat", "ChatGPT", "Generating");
-  files.files[claudeFiles] = {{"x.jsonl", after(start, -5)}};
-  EXPECT_THAT(namesDetected(), ElementsAre("ChatGPT", "Claude Code", "Notes"));
-}
-
-TEST_F(ActivityDetectorTest, KeepsOneSignalPerAgent) {
+TEST_F(ActivityDetectorTest, KeepsOneSignalPerAgentAndCountsItsSessions) {
   constexpr const char* busy = "7 1 50.0 /bin/claude\n";
   constexpr const char* quiet = "7 1 0.0 /bin/claude\n";
-  const std::string cpu = "Claude Code CPU is above the work threshold";
-  const std::string text = "UI text matched active phrase \"Context left\"";
-  const std::string file = "Claude Code session active (5s ago)";
   const struct {
     const char *listing, *text;
-    bool isFileFresh;
+    std::vector<double> times;  // of session files, newest first
     std::string reason;
+    std::optional<std::int64_t> sessions;
   } rows[] = {
-      {quiet, "", false, "Claude Code is running"},
-      {busy, "", false, cpu},
-      {quiet, "context left", false, text},
-      {busy, "context left", false, text},  // as strong, but it names its text
-      {busy, "", true, cpu},                // as strong, so the earlier source
-      {quiet, "", true, file},
-      {"", "", true, file},
-      {quiet, "context left", true, text},
+      {quiet, "", {}, "Claude Code is running", {}},
+      {busy, "", {-61, -300, -301}, "Claude Code CPU is above the work threshold", 2},
+      {quiet, "context left", {}, "UI text matched active phrase \"Context left\"", {}},
+      // Equally strong: the earlier source, but for one that names its text.
+      {busy, "context left", {-5}, "UI text matched active phrase \"Context left\"", 1},
+      {busy, "", {-5}, "Claude Code CPU is above the work threshold", 1},
+      {quiet, "", {-5, -60}, "Claude Code session active (5s ago)", 2},
+      {"", "", {-5}, "Claude Code session active (5s ago)", 1},
+      {"7 1 0 /bin/gemini\n8 1 0 /bin/gemini\n", "", {}, "Gemini CLI is running", 2},
   };
   for (const auto& row : rows) {
     list(row.listing);
     screen.running.clear();
     showTerminal(row.text);
-    files.files[claudeFiles] = {{"x.jsonl", after(start, row.isFileFresh ? -5 : -500)}};
-    const auto signal = onlySignal();
-    ASSERT_TRUE(signal) << row.reason;
-    EXPECT_EQ(signal->reason, row.reason);
-    EXPECT_EQ(signal->processPresent, *row.listing != '\0');
-  }
-}
-
-TEST_F(ActivityDetectorTest, CountsSessionFilesBeforeProcesses) {
-  const struct {
-    const char* listing;
-    std::vector<double> ages;  // of Claude Code's session files
-    std::optional<std::int64_t> count;
-  } rows[] = {
-      {"7 1 0.0 /bin/claude\n", {5, 200, 300, 301}, 3},
-      {"7 1 0.0 /bin/claude\n", {}, std::nullopt},            // none at work, whatever runs
-      {"7 1 0.0 /bin/gemini\n8 1 0.0 /bin/gemini\n", {}, 2},  // has no session files
-  };
-  for (const auto& row : rows) {
-    list(row.listing);
-    files.files[claudeFiles].clear();
-    for (const double age : row.ages) {
-      files.files[claudeFiles][std::to_string(age)] = after(start, -age);
-    }
-    const auto signal = onlySignal();
-    ASSERT_TRUE(signal) << row.listing;
-    EXPECT_EQ(signal->sessionCount, row.count) << row.listing;
+    write(".claude/projects/**/*.jsonl", row.times);
+    const auto signals = detector.detectPerApp(settings, power, start);
+    ASSERT_EQ(signals.size(), 1u) << row.reason;
+    EXPECT_EQ(signals[0].reason, row.reason);
+    EXPECT_EQ(signals[0].sessionCount, row.sessions) << row.reason;
+    EXPECT_EQ(signals[0].processPresent, *row.listing != '\0') << row.reason;
   }
 }
 
 TEST_F(ActivityDetectorTest, SortsByComposedName) {
-  const std::string decomposed = "A\u030Ab";  // composed, its first letter comes after Z
-  settings.targetApps = {"zed app", "Zoo", decomposed};
+  EXPECT_EQ(detector.detect(settings, power, start), ActivitySignal::none);
+  settings.targetApps = {"zed app", "Zoo", "A\u030Ab"};  // composed, Å comes after Z
   settings.activePhrases = {"busy"};
   for (const auto& name : settings.targetApps) screen.show("", name, "busy");
   list("7 1 0.0 /bin/codex\n8 1 0.0 /bin/claude\n");
-  EXPECT_THAT(namesDetected(),
-              ElementsAre("Claude Code", "Codex CLI", "Zoo", "zed app", decomposed));
-  EXPECT_EQ(detector.detect(settings, PowerSnapshot(), start).appName, "Zoo");
+  std::string names;
+  for (const auto& signal : detector.detectPerApp(settings, power, start)) {
+    names += *signal.appName + ";";
+  }
+  EXPECT_EQ(names, "Claude Code;Codex CLI;Zoo;zed app;A\u030Ab;");
+  EXPECT_EQ(detector.detect(settings, power, start).appName, "Zoo");
 }
 
 }  // namespace

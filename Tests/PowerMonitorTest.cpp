@@ -12,91 +12,60 @@
 namespace wakelatch {
 namespace {
 
+const ShellCommand pmset{"/usr/bin/pmset", {"-g", "batt"}};
+const ShellCommand ioreg{"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}};
+
 std::string fixture(const std::string& name) {
-  return platform::readFile(std::filesystem::path(WAKELATCH_SOURCE_DIR) / "Tests/Fixtures" / name);
+  return platform::readFile(std::filesystem::path(WAKELATCH_SOURCE_DIR) / "Tests/Fixtures" /
+                            (name + ".txt"));
 }
 
 TEST(PowerMonitor, ReadsWhatPmsetPrints) {
-  const struct {
-    const char* file;
-    bool isOnACPower;
-    std::optional<std::int64_t> percent;
-  } rows[] = {
+  const std::tuple<const char*, bool, std::optional<std::int64_t>> rows[] = {
       {"laptop-charging", true, 64},   {"laptop-discharging", false, 42},
       {"laptop-charged", true, 100},   {"laptop-not-charging", true, 80},
       {"desktop", true, std::nullopt}, {"ups", false, 86},
       {"two-batteries", false, 7},     {"foreign", false, std::nullopt},
   };
-  for (const auto& row : rows) {
-    std::string text = fixture(std::string("pmset/") + row.file + ".txt");
-    const PowerSnapshot reading = PowerMonitor::parsePMSetBatteryOutput("\n " + text);
+  ScriptedRunner runner;
+  for (const auto& [file, isOnACPower, percent] : rows) {
+    std::string text = fixture(std::string("pmset/") + file);
+    runner.on(pmset, "\n " + text);
     text.pop_back();  // only the ends are trimmed
-    EXPECT_EQ(reading, (PowerSnapshot{row.isOnACPower, row.percent, text})) << row.file;
+    EXPECT_EQ(PowerMonitor(runner).snapshot(), (PowerSnapshot{isOnACPower, percent, text})) << file;
   }
   EXPECT_EQ(PowerMonitor::parsePMSetBatteryOutput(" \n"), PowerSnapshot());
   EXPECT_TRUE(PowerMonitor::parsePMSetBatteryOutput("drawing from AC POWER").isOnACPower);
 }
 
 TEST(PowerMonitor, FindsTheFirstPercentage) {
-  const struct {
-    const char* text;
-    std::optional<std::int64_t> percent;
-  } rows[] = {
-      {"0%", 0},
-      {"007%", 7},
-      {"999%", 999},
-      {"1234%", 234},
-      {"a5%b6%", 5},
-      {"% %% 12 % 8%", 8},
-      {"-3%", 3},
-      {"1.5%", 5},
-      {"%", {}},
-      {"12 %", {}},
-      {"é%", {}},
-      {"é9%", 9},
-      {"٤٢% 10%", {}},  // Arabic digits are digits, but no number
-      {"1٢% 10%", {}},
-      {"٣123%", 123},
-      {"𝟗% 10%", {}},
-      {"²% 10%", 10},
-      {"\xB0% \xC0\xB0", {}},
-      {"\xB0\xB0\xB0\xB0\xB0% 10%", 10},
+  const auto percent = [](const char* text) {
+    return PowerMonitor::parsePMSetBatteryOutput(text).batteryPercent;
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(PowerMonitor::parsePMSetBatteryOutput(row.text).batteryPercent, row.percent)
-        << row.text;
+  for (const char* text : {"010%", "3010%", "% %% 7 % 10%", "1.10%", "é10%", "²% 10%", "٣010%",
+                           "\xB0\xB0\xB0\xB0\xB0% 10%"}) {
+    EXPECT_EQ(percent(text), 10) << text;
   }
+  for (const char* text : {"", "%", "é%", "٤٢% 10%", "1٢% 10%", "𝟗% 10%"}) {
+    EXPECT_EQ(percent(text), std::nullopt) << text;
+  }
+  EXPECT_EQ(percent("999%"), 999);
 }
 
 TEST(LidStateDetector, ReadsWhatIoregPrints) {
   const std::pair<std::string, LidState> rows[] = {
-      {fixture("ioreg/lid-open.txt"), LidState::open},
-      {fixture("ioreg/lid-closed.txt"), LidState::closed},
-      {fixture("ioreg/no-lid.txt"), LidState::unknown},
-      {"", LidState::unknown},
+      {fixture("ioreg/lid-open"), LidState::open},
+      {fixture("ioreg/lid-closed"), LidState::closed},
+      {fixture("ioreg/no-lid"), LidState::unknown},
       {"APPLECLAMSHELLSTATE = NO", LidState::open},
-      {"AppleClamshellState = Yes", LidState::closed},
-      {"AppleClamshellState = Nothing", LidState::open},
-      {"\"AppleClamshellState\" = No\n\"AppleClamshellState\" = Yes", LidState::closed},
       {"\"AppleClamshellState\" = No\nAppleClamshellState = Yes", LidState::closed},
       {"\"AppleClamshellState\"=Yes", LidState::unknown},
-      {"\"AppleClamshellState\"  = Yes", LidState::unknown},
-      {"\"AppleClamshellState\" = 1", LidState::unknown},
   };
-  for (const auto& [text, state] : rows) EXPECT_EQ(LidStateDetector::parseIORegOutput(text), state);
-}
-
-const ShellCommand pmset{"/usr/bin/pmset", {"-g", "batt"}};
-const ShellCommand ioreg{"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}};
-
-TEST(Probes, ParseTheOutputOfTheirTool) {
   ScriptedRunner runner;
-  runner.on(pmset, [] { return CommandResult{0, "AC Power 5%", "6%"}; });
-  runner.on(ioreg, [] {
-    return CommandResult{0, "AppleClamshellState = No", "AppleClamshellState = Yes"};
-  });
-  EXPECT_EQ(PowerMonitor(runner).snapshot(), (PowerSnapshot{true, 5, "AC Power 5%"}));
-  EXPECT_EQ(LidStateDetector(runner).lidState(), LidState::open);
+  for (const auto& [text, state] : rows) {
+    runner.on(ioreg, text);
+    EXPECT_EQ(LidStateDetector(runner).lidState(), state) << text;
+  }
 }
 
 /// Both probes with tools that fail, logging under `home`.
@@ -105,8 +74,8 @@ bool fallsBack(const std::filesystem::path& home) {
   ScriptedRunner runner;
   runner.failOn(pmset, "no pmset");
   runner.failOn(ioreg, "no ioreg");
-  const PowerSnapshot fallback{false, std::nullopt, "Unable to read battery state"};
-  return PowerMonitor(runner).snapshot() == fallback &&
+  return PowerMonitor(runner).snapshot() ==
+             PowerSnapshot{false, std::nullopt, "Unable to read battery state"} &&
          LidStateDetector(runner).lidState() == LidState::unknown;
 }
 
@@ -115,7 +84,7 @@ TEST(ProbesDeathTest, LogAFailedRunAndFallBack) {
   const std::filesystem::path home = std::filesystem::path(::testing::TempDir()) / "ProbesTest";
   std::filesystem::remove_all(home);
   // In a process of its own, because the shared logger finds its file once; that process begins
-  // the test anew, so the folder has a fixed name.
+  // the test anew, so the folder has a fixed name. Its exit must not lose the lines.
   EXPECT_EXIT(std::exit(fallsBack(home) ? 0 : 1), ::testing::ExitedWithCode(0), "");
   EXPECT_THAT(platform::readFile(home / "Library/Logs/Wakelatch.log"),
               ::testing::MatchesRegex("\\[[^]]+\\] PowerMonitor failed: no pmset\n"

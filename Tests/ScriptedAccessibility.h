@@ -11,38 +11,29 @@
 
 namespace wakelatch {
 
-class ScriptedAccessibility : public platform::Accessibility {
- public:
+struct ScriptedAccessibility : platform::Accessibility {
   using Attributes = std::map<std::string, Value, std::less<>>;
 
   static Element element(Attributes attributes) {
     return std::make_shared<const Attributes>(std::move(attributes));
   }
-  static std::vector<Element> copies(std::size_t count, const Element& of) {
-    return std::vector<Element>(count, of);
-  }
-
   /// Starts an application with these attributes and returns its process identifier.
   std::int32_t start(const std::string& bundleID, const std::string& name, Attributes attributes) {
-    const auto processID = static_cast<std::int32_t>(trees_.size() + 100);
-    running.push_back({bundleID, name, processID});
-    trees_[processID] = element(std::move(attributes));
-    return processID;
+    trees.push_back(element(std::move(attributes)));
+    running.push_back({bundleID, name, static_cast<std::int32_t>(trees.size())});
+    return running.back().processID;
   }
   /// The same with a focused window that shows `text`.
   std::int32_t show(const std::string& bundleID, const std::string& name, const std::string& text) {
     return start(bundleID, name, {{"AXFocusedWindow", element({{"AXValue", text}})}});
   }
 
-  std::vector<platform::RunningApplication> runningApplications() override {
-    ++listings;
-    return running;
-  }
+  std::vector<platform::RunningApplication> runningApplications() override { return running; }
   bool isTrusted() override { return trusted; }
-  void requestPermissionPrompt() override { ++prompts; }
+  void requestPermissionPrompt() override {}
   Element application(std::int32_t processID) override {
-    ++applicationReads;
-    return trees_[processID];
+    ++reads["application"];
+    return trees.at(static_cast<std::size_t>(processID) - 1);
   }
   Value attribute(const Element& of, std::string_view name) override {
     ++reads[std::string(name)];
@@ -54,11 +45,10 @@ class ScriptedAccessibility : public platform::Accessibility {
 
   bool trusted = true;
   std::vector<platform::RunningApplication> running;
-  int listings = 0, prompts = 0, applicationReads = 0;
-  std::map<std::string, int> reads;  ///< of each attribute
+  std::map<std::string, int> reads;  ///< of each attribute, and of "application"
 
  private:
-  std::map<std::int32_t, Element> trees_;
+  std::vector<Element> trees;
 };
 
 }  // namespace wakelatch

@@ -92,6 +92,7 @@ struct AccessibilityDetector::Phrases {
   static PhraseIndex makeIndex(const std::vector<AgentProfile>& profiles,
                                const GuardSettings& settings) {
     std::vector<PhraseIndex::Lists> lists;
+    lists.reserve(profiles.size() + 1);
     for (const auto& profile : profiles) {
       lists.push_back({profile.activePhrases, profile.idlePhrases});
     }
