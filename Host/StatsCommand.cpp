@@ -114,7 +114,7 @@ class Writer {
     out_ += "  Protected   Saved\n";
     const int barWidth = std::clamp(style_.width / 4, 8, 30);
     const double longest = sane(report_.agents.front().protectedSeconds);
-    for (const StatsReport::Agent& agent : report_.agents) {
+    for (const AgentFigures& agent : report_.agents) {
       const double share = longest > 0 ? sane(agent.protectedSeconds) / longest : 0;
       const int cells = static_cast<int>(std::lround(share * barWidth));
       out_ += "  " + padded(durationText(agent.protectedSeconds), 9, true) +

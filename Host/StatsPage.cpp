@@ -33,16 +33,19 @@ body {
   background: var(--page); color: var(--text); -webkit-text-size-adjust: 100%;
   font: 16px/1.5 system-ui, -apple-system, "Segoe UI", Roboto, "Noto Sans", sans-serif;
 }
-main { max-width: 62rem; margin: 0 auto; padding: clamp(1.25rem, 5vw, 3.5rem) clamp(1rem, 4vw, 2rem); }
+main { max-width: 62rem; margin: 0 auto;
+  padding: clamp(1.25rem, 5vw, 3.5rem) clamp(1rem, 4vw, 2rem); }
 header { margin-bottom: 2rem; }
 .brand { color: var(--soft); font-size: .9375rem; display: flex; align-items: center; gap: .5rem; }
 .brand svg { width: 1.25rem; height: 1.25rem; }
-h1 { font-size: clamp(2.25rem, 8vw, 4rem); line-height: 1.1; letter-spacing: -.03em; margin: 1.25rem 0 .5rem; }
+h1 { font-size: clamp(2.25rem, 8vw, 4rem); line-height: 1.1; letter-spacing: -.03em;
+  margin: 1.25rem 0 .5rem; }
 h1.quiet { font-size: clamp(1.75rem, 5vw, 2.25rem); }
 h1 small { font-size: .45em; font-weight: 500; letter-spacing: -.01em; color: var(--soft); }
 header p + h1 + p { max-width: 40rem; font-size: 1.0625rem; color: var(--soft); }
 header b { color: var(--text); font-weight: 600; white-space: nowrap; }
-section, dl { background: var(--card); border: 1px solid var(--line); border-radius: 14px; margin-top: 1rem; }
+section, dl { background: var(--card); border: 1px solid var(--line); border-radius: 14px;
+  margin-top: 1rem; }
 section { padding: clamp(1rem, 3.5vw, 1.75rem); }
 h2 { font-size: 1.125rem; letter-spacing: -.01em; }
 dl { display: grid; grid-template-columns: repeat(auto-fit, minmax(min(100%, 14rem), 1fr)); gap: 1px;
@@ -50,25 +53,32 @@ dl { display: grid; grid-template-columns: repeat(auto-fit, minmax(min(100%, 14r
 dl div { background: var(--card); padding: 1.125rem clamp(1rem, 3.5vw, 1.75rem); min-width: 0; }
 dt, .note { color: var(--soft); font-size: .875rem; }
 dd { overflow-wrap: anywhere; }
-dd b { display: block; font-size: 1.625rem; line-height: 1.3; letter-spacing: -.02em; font-weight: 650; }
+dd b { display: block; font-size: 1.625rem; line-height: 1.3; letter-spacing: -.02em;
+  font-weight: 650; }
 .legend { display: flex; flex-wrap: wrap; gap: .375rem 1.5rem; list-style: none; padding: 0;
   margin: .75rem 0 1.25rem; font-size: .875rem; color: var(--soft); }
 .legend b { color: var(--text); font-weight: 600; }
-.legend i { display: inline-block; width: .75rem; height: .75rem; border-radius: 3px; margin-right: .5rem; }
-.kind0 { fill: var(--kind0); background: var(--kind0); } .kind1 { fill: var(--kind1); background: var(--kind1); }
-.kind2 { fill: var(--kind2); background: var(--kind2); } .kind3 { fill: var(--kind3); background: var(--kind3); }
-.days { display: block; width: calc(100% - 2.5rem); height: 250px; margin-left: 2.5rem; overflow: visible; }
+.legend i { display: inline-block; width: .75rem; height: .75rem; border-radius: 3px;
+  margin-right: .5rem; }
+.kind0 { fill: var(--kind0); background: var(--kind0); }
+.kind1 { fill: var(--kind1); background: var(--kind1); }
+.kind2 { fill: var(--kind2); background: var(--kind2); }
+.kind3 { fill: var(--kind3); background: var(--kind3); }
+.days { display: block; width: calc(100% - 2.5rem); height: 250px; margin-left: 2.5rem;
+  overflow: visible; }
 .days line { stroke: var(--line); } .days text { fill: var(--soft); font-size: 12px; }
 .days .slot { fill: transparent; } .days g:hover .slot { fill: var(--line); fill-opacity: .5; }
-table { width: 100%; border-collapse: collapse; font-variant-numeric: tabular-nums; font-size: .9375rem; }
-caption { text-align: left; }
-th, td { text-align: right; padding: .5rem 0 .5rem .75rem; border-top: 1px solid var(--line); white-space: nowrap; }
-thead th, thead td { border-top: 0; }
-thead th { color: var(--soft); font-size: .8125rem; font-weight: 500; vertical-align: bottom; }
+table { width: 100%; border-collapse: collapse; font-variant-numeric: tabular-nums;
+  font-size: .9375rem; }
+th, td { text-align: right; padding: .5rem 0 .5rem .75rem; border-top: 1px solid var(--line);
+  white-space: nowrap; }
+thead th { border-top: 0; color: var(--soft); font-size: .8125rem; font-weight: 500;
+  vertical-align: bottom; }
 th:first-child { text-align: left; padding-left: 0; font-weight: 500; }
 .zero { color: var(--soft); }
 .agents { margin-top: .5rem; }
-.agents th:first-child { width: 100%; white-space: normal; overflow-wrap: anywhere; line-height: 1.35; }
+.agents th:first-child { width: 100%; white-space: normal; overflow-wrap: anywhere;
+  line-height: 1.35; }
 .agents td, .agents th + th { padding-left: 2rem; }
 .agents svg { display: block; width: 100%; height: 10px; margin-top: .375rem; }
 .track { fill: var(--line); fill-opacity: .6; }
@@ -77,8 +87,7 @@ th:first-child { text-align: left; padding-left: 0; font-weight: 500; }
 footer { color: var(--soft); font-size: .8125rem; margin-top: 1.5rem; }
 @media (max-width: 40rem) {
   .minor { display: none; }
-  h1.quiet { font-size: clamp(1.75rem, 5vw, 2.25rem); }
-h1 small { display: block; margin-top: .25rem; line-height: 1.3; }
+  h1 small { display: block; margin-top: .25rem; line-height: 1.3; }
   thead th { white-space: normal; }
   .figures table { table-layout: auto; font-size: .75rem; }
   .figures thead th { font-size: .75rem; }
@@ -92,7 +101,8 @@ h1 small { display: block; margin-top: .25rem; line-height: 1.3; }
 )html";
 
 constexpr std::string_view brand = R"html(<p class="brand">
-<svg viewBox="0 0 20 20" aria-hidden="true"><path d="M10 1a9 9 0 1 0 9 9 7 7 0 0 1-9-9z" class="kind0"/></svg>
+<svg viewBox="0 0 20 20" aria-hidden="true">
+<path d="M10 1a9 9 0 1 0 9 9 7 7 0 0 1-9-9z" class="kind0"/></svg>
 Wakelatch</p>
 )html";
 
@@ -130,9 +140,6 @@ std::string name(const std::string& text) {
 std::string daysText(std::size_t days) {
   return std::to_string(days) + (days == 1 ? " day" : " days");
 }
-
-// ------------------------------------------------------------------------------ the parts, in
-// order
 
 std::string headerOf(const StatsReport& report) {
   const std::string since = dayText(UsageMetrics::dayKey(report.installDate), true);

@@ -14,13 +14,13 @@ std::string twoDigits(std::int64_t value) {
   return (value < 10 ? "0" : "") + std::to_string(value);
 }
 
-std::vector<StatsReport::Agent> agentsOf(const UsageMetrics& metrics) {
-  std::map<std::string, StatsReport::Agent> byID;
+std::vector<AgentFigures> agentsOf(const UsageMetrics& metrics) {
+  std::map<std::string, AgentFigures> byID;
   for (const auto& [id, seconds] : metrics.protectedSecondsByAgent()) {
     byID[id].protectedSeconds = seconds;
   }
   for (const auto& [id, sessions] : metrics.sessionsByAgent()) byID[id].sessionsSaved = sessions;
-  std::vector<StatsReport::Agent> agents;
+  std::vector<AgentFigures> agents;
   for (auto& [id, agent] : byID) {
     agent.agentID = id;
     agents.push_back(std::move(agent));

@@ -13,18 +13,19 @@
 
 namespace wakelatch::host {
 
-struct StatsReport {
-  struct LongestRun {
-    double seconds = 0;
-    std::optional<std::string> agentID;
-    std::optional<std::string> dayKey;  ///< the day on which it reached its length
-  };
-  struct Agent {
-    std::string agentID;
-    double protectedSeconds = 0;
-    std::int64_t sessionsSaved = 0;
-  };
+struct LongestRun {
+  double seconds = 0;
+  std::optional<std::string> agentID;
+  std::optional<std::string> dayKey;  ///< the day on which it reached its length
+};
 
+struct AgentFigures {
+  std::string agentID;
+  double protectedSeconds = 0;
+  std::int64_t sessionsSaved = 0;
+};
+
+struct StatsReport {
   Timestamp installDate;
   double totalProtectedSeconds = 0;
   double totalKeptAwakeSeconds = 0;
@@ -36,7 +37,7 @@ struct StatsReport {
   std::optional<double> utilization;  ///< share of the sessions that were saved, 0 to 1
   std::optional<LongestRun> longestProtectedRun;
   std::optional<LastRunSummary> lastRun;
-  std::vector<Agent> agents;                  ///< most protected time first
+  std::vector<AgentFigures> agents;           ///< most protected time first
   std::vector<UsageMetrics::RecentDay> days;  ///< oldest first
 };
 
@@ -82,16 +83,16 @@ std::string_view endingText(const LastRunSummary& run);
 namespace wakelatch {
 
 template <>
-inline constexpr auto jsonFields<host::StatsReport::LongestRun> = std::tuple{
-    required("seconds", &host::StatsReport::LongestRun::seconds),
-    optional("agentID", &host::StatsReport::LongestRun::agentID),
-    optional("dayKey", &host::StatsReport::LongestRun::dayKey),
+inline constexpr auto jsonFields<host::LongestRun> = std::tuple{
+    required("seconds", &host::LongestRun::seconds),
+    optional("agentID", &host::LongestRun::agentID),
+    optional("dayKey", &host::LongestRun::dayKey),
 };
 template <>
-inline constexpr auto jsonFields<host::StatsReport::Agent> = std::tuple{
-    required("agentID", &host::StatsReport::Agent::agentID),
-    required("protectedSeconds", &host::StatsReport::Agent::protectedSeconds),
-    required("sessionsSaved", &host::StatsReport::Agent::sessionsSaved),
+inline constexpr auto jsonFields<host::AgentFigures> = std::tuple{
+    required("agentID", &host::AgentFigures::agentID),
+    required("protectedSeconds", &host::AgentFigures::protectedSeconds),
+    required("sessionsSaved", &host::AgentFigures::sessionsSaved),
 };
 template <>
 inline constexpr auto jsonFields<UsageMetrics::RecentDay> = std::tuple{

@@ -56,11 +56,9 @@ TEST_F(UsageStoreTest, SetsADamagedFileAside) {
       {R"({"installDate":1,"days":{"2025-03-01":{"protectedSeconds":"x"}}})",
        "days.2025-03-01.protectedSeconds: expected a number"},
   };
-  const std::string names[] = {"", "-2", "-3"};
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
-    const auto& [text, problem] = cases[i];
+  std::string name = "usage.json.damaged-2025-03-01T140509Z";
+  for (const auto& [text, problem] : cases) {
     std::ofstream(file_) << text;
-    const std::string name = "usage.json.damaged-2025-03-01T140509Z" + names[i];
     UsageStore store(file_);
     const auto opened = store.open(start);
     EXPECT_THAT(opened.notice, HasSubstr(file_.string() + ": " + problem));
@@ -69,6 +67,7 @@ TEST_F(UsageStoreTest, SetsADamagedFileAside) {
     EXPECT_EQ(opened.metrics, UsageMetrics(start));
     EXPECT_EQ(store.save(opened.metrics, start), "");
     EXPECT_EQ(loadUsage(file_), opened.metrics);
+    name = "usage.json.damaged-2025-03-01T140509Z-" + std::string(name.back() == 'Z' ? "2" : "3");
   }
 }
 
