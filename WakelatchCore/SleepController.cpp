@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Platform/Files.h"
+#include "Platform/Split.h"
 #include "Platform/Text.h"
 #include "Platform/WatchedChild.h"
 
@@ -58,17 +59,6 @@ std::optional<std::int32_t> wholeNumber(std::string_view text) {
   const auto [parsedTo, error] = std::from_chars(text.data(), end, value);
   if (error != std::errc() || parsedTo != end) return std::nullopt;
   return value;
-}
-
-/// `text` cut at every character of `separators`, without the empty pieces.
-std::vector<std::string_view> pieces(std::string_view text, std::string_view separators) {
-  std::vector<std::string_view> result;
-  while (true) {
-    text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
-    if (text.empty()) return result;
-    result.push_back(text.substr(0, text.find_first_of(separators)));
-    text.remove_prefix(result.back().size());
-  }
 }
 
 void removeQuietly(const std::filesystem::path& file) {
@@ -345,9 +335,13 @@ bool SleepController::isSystemSleepDisabled() {
 }
 
 bool SleepController::parseSleepDisabled(std::string_view output) {
-  for (const std::string_view line : pieces(output, "\n")) {
-    const std::vector<std::string_view> tokens = pieces(line, " \t");
-    if (!tokens.empty() && tokens.front() == "SleepDisabled") return tokens.back() == "1";
+  constexpr std::string_view blanks = " \t";
+  for (std::string_view line : platform::Pieces(output, '\n')) {
+    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
+    line = line.substr(0, line.find_last_not_of(blanks) + 1);
+    if (line.substr(0, line.find_first_of(blanks)) == "SleepDisabled") {
+      return line.substr(line.find_last_of(blanks) + 1) == "1";  // of one word: all of it
+    }
   }
   return false;
 }
