@@ -32,7 +32,9 @@ std::string LiveSettings::refresh() {
     settings_ = loadSettings(file_);
     problem_.clear();
   } catch (const std::runtime_error& error) {
-    if (std::exchange(problem_, error.what()) != error.what()) return problem_;
+    if (std::exchange(problem_, error.what()) != error.what()) {
+      return problem_ + "; until then the settings in force stay";
+    }
   }
   return {};
 }

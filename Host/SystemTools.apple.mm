@@ -45,8 +45,6 @@ ThermalState thermalState() {
   return ThermalState::nominal;  // a step that a later system may add
 }
 
-bool canReadUIText() { return true; }
-
 std::filesystem::path keepAwakeTool() { return "/usr/bin/caffeinate"; }
 
 }  // namespace wakelatch::host

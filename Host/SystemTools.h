@@ -21,10 +21,6 @@ inline constexpr double adminTimeoutSeconds = 120;
 /// How hot the system says it is now. Reads it; callable from any thread.
 ThermalState thermalState();
 
-/// Whether the texts of other programs' windows can be read on this system, the user's permission
-/// given.
-bool canReadUIText();
-
 /// The system's keep-awake tool, or the stand-in that is built and installed with the host.
 std::filesystem::path keepAwakeTool();
 

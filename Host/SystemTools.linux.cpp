@@ -20,10 +20,6 @@ ThermalState thermalState() {
   return thermalState(LinuxRoots().thermal);
 }
 
-bool canReadUIText() {
-  return false;
-}
-
 std::filesystem::path keepAwakeTool() {
   // Never one found elsewhere: in a shared folder it would be another package's program.
   const auto program = std::filesystem::read_symlink("/proc/self/exe");

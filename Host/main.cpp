@@ -1,3 +1,40 @@
-int main() {
-  return 0;
+// `wakelatch`: drives the library the way an application would, from the command line.
+#include <exception>
+#include <variant>
+
+#include "Host/CommandLine.h"
+#include "Host/Commands.h"
+#include "Host/Notices.h"
+#include "Host/StatsCommand.h"
+#include "Host/Tools.h"
+
+namespace {
+
+using namespace wakelatch::host;
+
+struct RunCommand {
+  Tools& tools;
+
+  ExitStatus operator()(const StatusOptions& options) const { return runStatus(options, tools); }
+  ExitStatus operator()(const ExplainOptions& options) const { return runExplain(options, tools); }
+  ExitStatus operator()(const WatchOptions& options) const { return runWatch(options, tools); }
+  ExitStatus operator()(const AgentsOptions& options) const { return runAgents(options); }
+  ExitStatus operator()(const RestoreOptions& options) const { return runRestore(options, tools); }
+  ExitStatus operator()(const DoctorOptions& options) const { return runDoctor(options, tools); }
+  ExitStatus operator()(const StatsOptions& options) const { return runStats(options); }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const auto parsed = parseCommandLine(argc, argv);
+    if (const auto* status = std::get_if<ExitStatus>(&parsed)) return static_cast<int>(*status);
+    const auto& line = std::get<CommandLine>(parsed);
+    Tools tools(line.toolFolder);
+    return static_cast<int>(std::visit(RunCommand{tools}, line.command));
+  } catch (const std::exception& error) {
+    printNotice(error.what());
+    return static_cast<int>(ExitStatus::failed);
+  }
 }

@@ -21,9 +21,13 @@ std::size_t asciiPrefix(std::string_view text) {
   return length;
 }
 
+}  // namespace
+
 bool isAllAscii(std::string_view text) {
   return asciiPrefix(text) == text.size();
 }
+
+namespace {
 
 /// `text` with `map` applied to its valid runs.
 template <class Map>

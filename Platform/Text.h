@@ -21,6 +21,9 @@ Casing userCasing();
 /// nothing above U+10FFFF.
 bool isValidUtf8(std::string_view bytes);
 
+/// Whether every byte of `text` is ASCII.
+bool isAllAscii(std::string_view text);
+
 /// `text` with every letter in lower case, by Unicode's full mapping without regard to any locale.
 std::string lowercased(std::string_view text);
 

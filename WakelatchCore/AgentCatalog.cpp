@@ -7,6 +7,7 @@
 
 #include "Platform/Split.h"
 #include "Platform/Text.h"
+#include "Platform/Utf8.h"
 
 namespace wakelatch {
 
@@ -206,10 +207,6 @@ bool isInterpreter(std::string_view executable) {
          interpreters.end();
 }
 
-constexpr char asciiLower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
 constexpr char asciiUpper(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
@@ -217,7 +214,7 @@ constexpr char asciiUpper(char c) {
 bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view lowerPrefix) {
   return text.size() >= lowerPrefix.size() &&
          std::equal(lowerPrefix.begin(), lowerPrefix.end(), text.begin(),
-                    [](char lower, char c) { return asciiLower(c) == lower; });
+                    [](char lower, char c) { return platform::asciiLowercased(c) == lower; });
 }
 
 /// An empty needle is contained nowhere. Fast for needles that do not begin with a letter.
@@ -261,8 +258,8 @@ AgentResolver::NameTable::NameTable(const std::vector<AgentProfile>& profiles,
 }
 
 std::optional<std::size_t> AgentResolver::NameTable::profileNamed(std::string_view name) const {
-  std::string lower;
-  if (!platform::isAscii(name)) name = lower = platform::lowercased(name);
+  std::string lower;  // ASCII needs no copy: comparing ignores its case
+  if (!platform::isAllAscii(name)) name = lower = platform::lowercased(name);
   for (const Row& row : rows_) {
     if (row.name.size() == name.size() && startsWithIgnoringAsciiCase(name, row.name)) {
       return row.profile;
@@ -274,7 +271,7 @@ std::optional<std::size_t> AgentResolver::NameTable::profileNamed(std::string_vi
 std::optional<std::size_t> AgentResolver::NameTable::profileWithNameIn(
     std::string_view text) const {
   std::string lower;
-  if (!platform::isAscii(text)) text = lower = platform::lowercased(text);
+  if (!platform::isAllAscii(text)) text = lower = platform::lowercased(text);
   const auto found = std::find_if(rows_.begin(), rows_.end(), [&](const Row& row) {
     return containsIgnoringAsciiCase(text, row.name);
   });

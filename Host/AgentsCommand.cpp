@@ -1,0 +1,105 @@
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Host/Commands.h"
+#include "Host/Folder.h"
+#include "Host/SettingsFile.h"
+#include "WakelatchCore/AgentCatalog.h"
+
+namespace wakelatch {
+namespace host {
+namespace {
+
+struct AgentsReport {
+  std::vector<AgentProfile> agents;
+  std::vector<std::string> targetApps;
+  std::vector<std::string> uiTextOnly;
+  std::string note;
+};
+
+}  // namespace
+}  // namespace host
+
+template <>
+inline constexpr auto jsonFields<AgentProfile> = std::tuple{
+    required("id", &AgentProfile::id),
+    required("displayName", &AgentProfile::displayName),
+    required("kind", &AgentProfile::kind),
+    required("bundleIDs", &AgentProfile::bundleIDs),
+    optional("iconBundleID", &AgentProfile::iconBundleID),
+    required("appBundleNames", &AgentProfile::appBundleNames),
+    required("cliProcessNames", &AgentProfile::cliProcessNames),
+    required("cliPathMarkers", &AgentProfile::cliPathMarkers),
+    required("trustsCPUSignal", &AgentProfile::trustsCPUSignal),
+    required("scanTerminalText", &AgentProfile::scanTerminalText),
+    required("requireMultiWordPhrases", &AgentProfile::requireMultiWordPhrases),
+    required("activePhrases", &AgentProfile::activePhrases),
+    required("idlePhrases", &AgentProfile::idlePhrases),
+    required("sessionActivityGlobs", &AgentProfile::sessionActivityGlobs),
+    required("sessionGlobsSharedWithOtherApps", &AgentProfile::sessionGlobsSharedWithOtherApps),
+    required("sessionCountGlobs", &AgentProfile::sessionCountGlobs),
+};
+template <>
+inline constexpr auto jsonFields<host::AgentsReport> = std::tuple{
+    required("agents", &host::AgentsReport::agents),
+    required("targetApps", &host::AgentsReport::targetApps),
+    required("uiTextOnly", &host::AgentsReport::uiTextOnly),
+    required("note", &host::AgentsReport::note),
+};
+
+namespace host {
+namespace {
+
+std::string joined(const std::vector<std::string>& texts) {
+  std::string result;
+  for (const std::string& text : texts) result += (result.empty() ? "" : ", ") + text;
+  return result;
+}
+
+void printList(const char* title, const std::vector<std::string>& texts) {
+  if (!texts.empty()) std::cout << "    " << title << joined(texts) << '\n';
+}
+
+void printAgent(const AgentProfile& agent) {
+  std::cout << agent.displayName << "  (" << agent.id << ", " << rawValue(agent.kind) << ")\n";
+  printList("programs       ", agent.cliProcessNames);
+  printList("paths          ", agent.cliPathMarkers);
+  printList("applications   ", agent.appBundleNames);
+  printList("working texts  ", agent.activePhrases);
+  printList("waiting texts  ", agent.idlePhrases);
+  printList("session files  ", agent.sessionActivityGlobs);
+  std::cout << "    seen working by " << joined([&] {
+    std::vector<std::string> ways;
+    if (agent.trustsCPUSignal) ways.emplace_back("CPU load");
+    if (!agent.sessionActivityGlobs.empty()) ways.emplace_back("session files");
+    if (!agent.activePhrases.empty()) ways.emplace_back("UI text");
+    return ways.empty() ? std::vector<std::string>{"nothing yet"} : ways;
+  }()) << (AccessibilityNotice::isUITextOnly(agent) ? " only" : "")
+            << "\n";
+}
+
+}  // namespace
+
+ExitStatus runAgents(const AgentsOptions& options) {
+  const GuardSettings settings = loadSettings(settingsFile());
+  const std::vector<AgentProfile> watched = AgentResolver::make(settings).profiles();
+  const AgentsReport report{watched, settings.targetApps,
+                            AccessibilityNotice::uiTextOnlyNames(watched),
+                            AccessibilityNotice::onboardingNote(watched)};
+  if (options.json) {
+    std::cout << encode(report) << '\n';
+    return ExitStatus::done;
+  }
+  for (const AgentProfile& agent : report.agents) printAgent(agent);
+  for (const std::string& target : report.targetApps) {
+    std::cout << target << "  (your own target)\n"
+              << "    seen working by CPU load, UI text\n";
+  }
+  std::cout << "\nAccessibility permission\n    " << report.note << '\n';
+  printList("Seen only through their UI text: ", report.uiTextOnly);
+  return ExitStatus::done;
+}
+
+}  // namespace host
+}  // namespace wakelatch

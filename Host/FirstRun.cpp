@@ -1,0 +1,52 @@
+#include "Host/FirstRun.h"
+
+#include <exception>
+
+#include "Host/Folder.h"
+#include "Host/Notices.h"
+#include "Platform/Files.h"
+#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/Json.h"
+
+namespace wakelatch {
+namespace host {
+namespace {
+
+/// What an application would keep in its user defaults.
+struct Defaults {
+  bool hasCompletedOnboarding = false;
+};
+
+}  // namespace
+}  // namespace host
+
+template <>
+inline constexpr auto jsonFields<host::Defaults> = std::tuple{
+    defaulted(Onboarding::completedDefaultsKey, &host::Defaults::hasCompletedOnboarding),
+};
+
+namespace host {
+
+void greetOnce(const Observation& seen, const GuardSettings& settings) {
+  const auto file = supportFolder() / "defaults.json";
+  try {
+    // A program on the command line has no terms to accept first.
+    constexpr bool needsLegalAcceptance = false;
+    if (std::filesystem::exists(file) &&
+        !Onboarding::needsOnboarding(
+            decode<Defaults>(platform::readFile(file)).hasCompletedOnboarding,
+            needsLegalAcceptance)) {
+      return;
+    }
+    printNotice(
+        Onboarding::detectionHeadline(seen.strongest.strength, seen.strongest.appName).text);
+    printNotice("Accessibility permission: " +
+                AccessibilityNotice::onboardingNote(AgentResolver::make(settings).profiles()));
+    platform::writeAtomically(file, encode(Defaults{true}));
+  } catch (const std::exception& error) {
+    printNotice(std::string("cannot remember the first start: ") + error.what());
+  }
+}
+
+}  // namespace host
+}  // namespace wakelatch

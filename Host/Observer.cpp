@@ -1,0 +1,46 @@
+#include "Host/Observer.h"
+
+#include <algorithm>
+
+#include "Host/SystemTools.h"
+#include "Host/UITextNotice.h"
+#include "Platform/Files.h"
+#include "WakelatchCore/AgentCatalog.h"
+
+namespace wakelatch::host {
+
+Observer::Observer(CommandRunning& tools)
+    : power_(tools),
+      lid_(tools),
+      processes_(tools),
+      files_(platform::homeDirectory(), sessionFileDepth),
+      sessions_(files_),
+      activity_(processes_, accessibility_, sessions_) {}
+
+Observation Observer::look(const GuardSettings& settings, Timestamp now) {
+  Observation seen;
+  seen.at = now;
+  seen.power = power_.snapshot();
+  seen.lidState = lid_.lidState();
+  seen.thermalState = thermalState();
+  seen.evidence = activity_.gather(settings, seen.power, now);
+  seen.strongest = ActivitySignal::none;
+  for (const ActivitySignal& signal : seen.evidence.merged) {
+    if (signal.strength > seen.strongest.strength) seen.strongest = signal;
+  }
+  seen.uiTextNotice = uiTextNotice(accessibility_, settings);
+  return seen;
+}
+
+std::optional<std::int64_t> Observer::sessionFileAge(const std::string& agentName,
+                                                     Timestamp at) const {
+  for (const AgentProfile& profile : AgentCatalog::builtin()) {
+    if (profile.displayName != agentName || profile.sessionActivityGlobs.empty()) continue;
+    const auto newest = files_.newestModification(profile.sessionActivityGlobs);
+    if (!newest) return std::nullopt;
+    return static_cast<std::int64_t>(std::max(0.0, secondsBetween(*newest, at)));
+  }
+  return std::nullopt;
+}
+
+}  // namespace wakelatch::host

@@ -1,0 +1,55 @@
+// One look at the machine: everything that a decision needs to know.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Platform/Clock.h"
+#include "WakelatchCore/AccessibilityDetector.h"
+#include "WakelatchCore/ActivityDetector.h"
+#include "WakelatchCore/FileActivityProbe.h"
+#include "WakelatchCore/Models.h"
+#include "WakelatchCore/PowerMonitor.h"
+#include "WakelatchCore/ProcessDetector.h"
+#include "WakelatchCore/SessionActivityDetector.h"
+#include "WakelatchCore/ShellCommand.h"
+
+namespace wakelatch::host {
+
+struct Observation {
+  Timestamp at;
+  PowerSnapshot power;
+  LidState lidState = LidState::unknown;
+  ThermalState thermalState = ThermalState::nominal;
+  ActivityDetector::Evidence evidence;
+  ActivitySignal strongest;
+  std::optional<std::string> uiTextNotice;  ///< why UI text is not among the evidence
+};
+
+/// Owns the probes and detectors. Used from the tick's thread; a look blocks as long as the tools
+/// and file walks take.
+class Observer {
+ public:
+  /// How deep below the home folder session files are looked for.
+  static constexpr int sessionFileDepth = 12;
+
+  /// @param tools  owned by the caller
+  explicit Observer(CommandRunning& tools);
+
+  Observation look(const GuardSettings& settings, Timestamp now);
+
+  /// The age in whole seconds, at `at`, of the newest session file of an agent; nothing when it has
+  /// none. Walks its session files.
+  std::optional<std::int64_t> sessionFileAge(const std::string& agentName, Timestamp at) const;
+
+ private:
+  PowerMonitor power_;
+  LidStateDetector lid_;
+  ProcessDetector processes_;
+  AccessibilityDetector accessibility_;
+  FileActivityProbe files_;
+  SessionActivityDetector sessions_;
+  ActivityDetector activity_;
+};
+
+}  // namespace wakelatch::host

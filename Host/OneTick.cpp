@@ -1,0 +1,25 @@
+#include "Host/OneTick.h"
+
+#include "Host/Folder.h"
+#include "Host/SettingsFile.h"
+#include "Platform/Clock.h"
+
+namespace wakelatch::host {
+
+OneTick tickOnce(std::optional<AppMode> mode, Tools& tools) {
+  OneTick tick{};
+  tick.settings = loadSettings(settingsFile());
+  tick.watch = runningWatchState();
+  tick.mode = mode.value_or(tick.watch ? tick.watch->mode : AppMode::watchAgentUI);
+  tick.isPreventingSleep = tick.watch && tick.watch->isSleepPreventionEnabled;
+  if (tick.watch) tick.memory = tick.watch->memory();
+
+  tick.seen = Observer(tools.runner()).look(tick.settings, platform::now());
+  tick.decision = AgentStateMachine(tick.memory)
+                      .evaluate(tick.mode, tick.settings, tick.seen.power, tick.seen.lidState,
+                                tick.seen.strongest, tick.isPreventingSleep, tick.seen.thermalState,
+                                tick.seen.at);
+  return tick;
+}
+
+}  // namespace wakelatch::host

@@ -1,0 +1,21 @@
+#include <iostream>
+
+#include "Host/Commands.h"
+#include "Host/OneTick.h"
+#include "Host/StatusReport.h"
+
+namespace wakelatch::host {
+
+ExitStatus runStatus(const StatusOptions& options, Tools& tools) {
+  const OneTick tick = tickOnce(options.mode, tools);
+  StatusReport report = makeStatusReport(tick.mode, tick.seen, tick.decision);
+  report.watch = tick.watch;
+  if (options.json) {
+    std::cout << encode(report, DateCoding::iso8601) << '\n';
+  } else {
+    std::cout << statusTable(report);
+  }
+  return ExitStatus::done;
+}
+
+}  // namespace wakelatch::host

@@ -1,0 +1,16 @@
+// Why the texts of other programs' windows are not read, and whom that concerns.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "WakelatchCore/AccessibilityDetector.h"
+#include "WakelatchCore/Models.h"
+
+namespace wakelatch::host {
+
+/// A sentence for the user; nothing when UI text is read, or switched off by the settings.
+std::optional<std::string> uiTextNotice(const AccessibilityDetector& detector,
+                                        const GuardSettings& settings);
+
+}  // namespace wakelatch::host

@@ -1,0 +1,83 @@
+// The real `wakelatch` program under test, in a home folder of its own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Platform/ChildProcess.h"
+#include "Platform/Files.h"
+
+namespace wakelatch::host {
+
+struct Outcome {
+  std::int32_t status = -1;
+  std::string out, err;
+};
+
+/// A started `wakelatch`; killed at the end of the test when it still runs.
+class HostProgram {
+ public:
+  explicit HostProgram(const std::vector<std::string>& arguments)
+      : child_(WAKELATCH_HOST_PROGRAM, arguments, platform::ChildOutput::captured) {}
+
+  std::int32_t id() const { return child_.id(); }
+  void send(int signal) const { child_.send(signal); }
+  /// Whether it has ended within `seconds`; its output is read meanwhile.
+  bool awaitExit(double seconds) { return child_.awaitExit(seconds); }
+
+  /// How it ended; a program that does not end is killed, and the test fails.
+  Outcome finish(double seconds = 20) {
+    if (!child_.awaitExit(seconds)) {
+      ADD_FAILURE() << "wakelatch did not end";
+      child_.send(SIGKILL);
+    }
+    Outcome outcome;
+    outcome.status = child_.reap().value_or(-1);
+    outcome.out = child_.takeStandardOutput();
+    outcome.err = child_.takeStandardError();
+    return outcome;
+  }
+
+ private:
+  platform::ChildProcess child_;
+};
+
+inline Outcome runHost(const std::vector<std::string>& arguments, double seconds = 20) {
+  return HostProgram(arguments).finish(seconds);
+}
+
+/// Waits until `condition` holds, at most `seconds`.
+inline bool eventually(const std::function<bool()>& condition, double seconds = 10) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+inline std::string contentOf(const std::filesystem::path& file) {
+  return std::filesystem::exists(file) ? platform::readFile(file) : std::string();
+}
+
+inline void writeFile(const std::filesystem::path& file, const std::string& content) {
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file) << content;
+}
+
+/// An executable shell script.
+inline void writeScript(const std::filesystem::path& file, const std::string& body) {
+  writeFile(file, "#!/bin/sh\n" + body + "\n");
+  std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+}
+
+}  // namespace wakelatch::host

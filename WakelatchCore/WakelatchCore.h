@@ -1,0 +1,18 @@
+// Everything that an embedding program needs of the library.
+#pragma once
+
+#include "WakelatchCore/AccessibilityDetector.h"
+#include "WakelatchCore/ActivityDetector.h"
+#include "WakelatchCore/AgentAppName.h"
+#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/AgentStateMachine.h"
+#include "WakelatchCore/FileActivityProbe.h"
+#include "WakelatchCore/FileLogger.h"
+#include "WakelatchCore/Models.h"
+#include "WakelatchCore/PhraseMatcher.h"
+#include "WakelatchCore/PowerMonitor.h"
+#include "WakelatchCore/ProcessDetector.h"
+#include "WakelatchCore/SessionActivityDetector.h"
+#include "WakelatchCore/ShellCommand.h"
+#include "WakelatchCore/SleepController.h"
+#include "WakelatchCore/UsageMetrics.h"
