@@ -53,7 +53,6 @@ TEST(Host, SeesABusyAndAQuietAgentAmongTheProcesses) {
             json({{"strength", 3},
                   {"appName", "Codex CLI"},
                   {"reason", "Codex CLI CPU is above the work threshold"},
-                  {"sessionCount", 1},
                   {"processPresent", true}}));
   EXPECT_EQ(signalOf(status, "Qwen Code")["strength"], 1);
   EXPECT_EQ(status["decision"]["status"], "keepingAwake");
