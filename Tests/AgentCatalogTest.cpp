@@ -55,15 +55,11 @@ TEST(AgentResolver, NarrowsTheCatalogByTheSettings) {
   EXPECT_EQ(AgentResolver::make(settings).profiles().size(), 23u);
 }
 
-TEST(AgentResolver, FindsTheOwnerOfABundleIdentifier) {
+TEST(AgentResolver, FindsTheAgentOfABundleOrCommand) {
   const AgentResolver resolver = AgentResolver::make({});
   EXPECT_EQ(resolver.profileForBundleID("COM.OPENAI.CHAT")->id, "chatgpt-desktop");
   EXPECT_EQ(resolver.profileForBundleID("dev.\u212airo.desktop")->id, "kiro");
   EXPECT_EQ(resolver.profileForBundleID("com.openai.cha"), nullptr);
-}
-
-TEST(AgentResolver, FindsTheAgentOfACommand) {
-  const AgentResolver resolver = AgentResolver::make({});
   struct Row {
     const char *path, *arguments, *id;
   };
@@ -120,13 +116,9 @@ TEST(AgentResolver, ReportsAnUnknownHostBundleOnce) {
 }
 
 TEST(AgentResolver, TakesPathsApart) {
-  const std::pair<const char*, const char*> names[] = {
-      {"/usr/bin/ps", "ps"}, {"a//b//", "b"}, {"", ""}, {"/", "/"}, {"//", "//"}};
-  for (const auto& [path, name] : names) EXPECT_EQ(AgentResolver::basename(path), name);
-  using Bundle = std::optional<std::string>;
-  EXPECT_EQ(AgentResolver::appBundleName("/A B.app/Contents/C.app/D"), Bundle("A B"));
-  EXPECT_EQ(AgentResolver::appBundleName("x/.app"), Bundle(""));
-  EXPECT_EQ(AgentResolver::appBundleName("/usr/x.application/y.APP"), Bundle());
+  EXPECT_EQ(AgentResolver::basename("a//b//"), "b");
+  EXPECT_EQ(AgentResolver::basename("//"), "//");
+  EXPECT_EQ(AgentResolver::appBundleName("/A B.app/C.app/D"), std::optional<std::string>("A B"));
 }
 
 }  // namespace
