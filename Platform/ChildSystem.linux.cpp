@@ -4,7 +4,7 @@
 #include <sys/mman.h>
 
 #include <cerrno>
-#include <cstdint>
+#include <memory>
 #include <system_error>
 
 namespace wakelatch::platform {
@@ -30,10 +30,11 @@ int inheritOnlyStandardStreams([[maybe_unused]] posix_spawnattr_t& attributes,
 }
 
 void preferLargePages(void* memory, std::size_t size) {
-  constexpr std::uintptr_t page = 2U << 20;
-  const auto start = reinterpret_cast<std::uintptr_t>(memory);
-  const std::uintptr_t first = (start + page - 1) / page * page, end = (start + size) / page * page;
-  if (first < end) ::madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+  constexpr std::size_t page = 2U << 20;
+  void* start = memory;
+  if (std::align(page, page, start, size) != nullptr) {
+    ::madvise(start, size / page * page, MADV_HUGEPAGE);
+  }
 }
 
 }  // namespace wakelatch::platform
