@@ -64,37 +64,42 @@ constexpr char asciiFolded(char c) {
   return c == '\n' || c == '\t' ? ' ' : asciiLowercased(c);
 }
 
-/// The same for eight characters at once; what is not ASCII stays.
-constexpr std::uint64_t eightFolded(std::uint64_t eight) {
-  constexpr std::uint64_t each = 0x0101010101010101;
-  // The top bit of every byte from `low` to `high`; the sums of lower bits carry into no other
-  // byte.
-  const auto within = [eight](std::uint64_t low, std::uint64_t high) {
-    const std::uint64_t lower = eight & 0x7F * each;
-    const std::uint64_t edges = (lower + (0x80 - low) * each) ^ (lower + (0x7F - high) * each);
-    return edges & ~eight & 0x80 * each;
-  };
-  const std::uint64_t breaks = (within('\t', '\n') >> 7) * 0xFF;
-  return ((eight | within('A', 'Z') >> 2) & ~breaks) | (breaks & ' ' * each);
+/// Characters for the processor's vector instructions.
+using Sixteen = signed char __attribute__((vector_size(16)));
+
+/// asciiFolded() of each; what is not ASCII stays.
+Sixteen sixteenFolded(Sixteen c) {
+  const Sixteen capitals = (c >= 'A') & (c <= 'Z');
+  const Sixteen breaks = (c == '\n') | (c == '\t');
+  return ((c | (capitals & 0x20)) & ~breaks) | (breaks & ' ');
 }
 
 /// Folds the ASCII that `text` starts with: takes it off `text` and moves `out` past the result.
 /// `out` has room for the whole text; what lies behind the result is overwritten.
 void foldAscii(std::string_view& text, char*& out) {
   static_assert(std::endian::native == std::endian::little, "counts bytes from the lowest");
-  for (std::uint64_t eight = 0; text.size() >= sizeof eight;) {
-    std::memcpy(&eight, text.data(), sizeof eight);
-    const std::uint64_t folded = eightFolded(eight);
-    std::memcpy(out, &folded, sizeof folded);
-    const std::uint64_t tops = eight & 0x8080808080808080;
-    const auto ascii = static_cast<std::size_t>(std::countr_zero(tops)) / 8;
-    text.remove_prefix(ascii);
-    out += ascii;
-    if (tops != 0) return;
+  const auto advance = [&](std::size_t length) {
+    text.remove_prefix(length);
+    out += length;
+  };
+  while (text.size() >= sizeof(Sixteen)) {
+    Sixteen characters;
+    std::memcpy(&characters, text.data(), sizeof characters);
+    characters = sixteenFolded(characters);
+    std::memcpy(out, &characters, sizeof characters);
+
+    std::array<std::uint64_t, 2> tops;  // the bits that ASCII has not
+    std::memcpy(tops.data(), text.data(), sizeof characters);
+    for (std::uint64_t& eight : tops) eight &= 0x8080808080808080;
+    if ((tops[0] | tops[1]) != 0) {
+      const std::size_t half = tops[0] == 0 ? 1 : 0;
+      return advance(8 * half + static_cast<std::size_t>(std::countr_zero(tops[half])) / 8);
+    }
+    advance(sizeof characters);
   }
   while (!text.empty() && isAscii(text[0])) {
-    *out++ = asciiFolded(text[0]);
-    text.remove_prefix(1);
+    *out = asciiFolded(text[0]);
+    advance(1);
   }
 }
 

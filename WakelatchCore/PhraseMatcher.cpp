@@ -36,7 +36,10 @@ PhraseIndex::PhraseIndex(std::span<const Lists> matchers, platform::Casing casin
   }
   std::sort(needles_.begin(), needles_.end());
   needles_.erase(std::unique(needles_.begin(), needles_.end()), needles_.end());
-  for (std::size_t group = 0; group < 8; ++group) addToFilter(group);
+  for (std::size_t group = 0; group < platform::PrefixFilter::groups; ++group) {
+    for (std::size_t n = firstOfGroup(group); n < firstOfGroup(group + 1); ++n)
+      filter_.add(needles_[n], group);
+  }
 }
 
 void PhraseIndex::addCandidates(std::span<const std::string> phrases,
@@ -48,19 +51,6 @@ void PhraseIndex::addCandidates(std::span<const std::string> phrases,
     longest_ = std::max(longest_, needle.size());
     needles_.push_back(needle);
     matchers_.back().push_back({std::move(needle), result(phrase)});
-  }
-}
-
-void PhraseIndex::addToFilter(std::size_t group) {
-  for (std::size_t n = firstOfGroup(group); n < firstOfGroup(group + 1); ++n) {
-    for (std::size_t position = 0; position < 3; ++position) {
-      const std::uint32_t bit = std::uint32_t(1) << (8 * position + group);
-      if (position < needles_[n].size()) {
-        filter_[static_cast<unsigned char>(needles_[n][position])] |= bit;
-      } else {
-        for (std::uint32_t& groups : filter_) groups |= bit;
-      }
-    }
   }
 }
 
@@ -86,28 +76,14 @@ std::vector<PhraseMatchKind> PhraseIndex::match(std::string_view text) const {
 }
 
 void PhraseIndex::search(std::string_view text, Found& found) const {
-  const auto filter = [&](std::size_t position) {
-    return filter_[static_cast<unsigned char>(text[position])];
-  };
-  std::size_t start = 0;
-  if (text.size() > 2) {
-    std::uint32_t first = filter(0), second = filter(1);
-    for (; start + 2 < text.size(); ++start) {
-      const std::uint32_t third = filter(start + 2);
-      const std::uint32_t groups = first & second >> 8 & third >> 16;
-      if (groups != 0) searchAt(text.substr(start), groups, found);
-      first = second;
-      second = third;
-    }
-  }
-  for (; start < text.size(); ++start) searchAt(text.substr(start), 0xFF, found);
-}
-
-void PhraseIndex::searchAt(std::string_view text, std::uint32_t groups, Found& found) const {
-  for (; groups != 0; groups &= groups - 1) {
-    const auto group = static_cast<std::size_t>(std::countr_zero(groups));
-    for (std::size_t n = firstOfGroup(group); n < firstOfGroup(group + 1); ++n) {
-      if (text.starts_with(needles_[n])) found.insert(needles_[n]);
+  std::vector<platform::PrefixFilter::Candidate> places;
+  filter_.search(text, places);
+  for (auto [position, groups] : places) {
+    for (; groups != 0; groups &= groups - 1) {
+      const auto group = static_cast<std::size_t>(std::countr_zero(groups));
+      for (std::size_t n = firstOfGroup(group); n < firstOfGroup(group + 1); ++n) {
+        if (text.substr(position).starts_with(needles_[n])) found.insert(needles_[n]);
+      }
     }
   }
 }

@@ -3,9 +3,7 @@
 // thread. It takes one pass over the text, however many phrases are looked for.
 #pragma once
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
 #include <set>
 #include <span>
 #include <string>
@@ -13,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/PrefixFilter.h"
 #include "Platform/Text.h"
 
 namespace wakelatch {
@@ -56,20 +55,18 @@ class PhraseIndex {
 
   void addCandidates(std::span<const std::string> phrases,
                      PhraseMatchKind (*result)(std::string phrase));
-  void addToFilter(std::size_t group);
   void search(std::string_view text, Found& found) const;
-  void searchAt(std::string_view text, std::uint32_t groups, Found& found) const;
 
-  /// Needles are filtered in groups of neighbours; this is the first of a group, or their end.
-  std::size_t firstOfGroup(std::size_t group) const { return group * needles_.size() / 8; }
+  /// Where a group of the filter begins in needles_; the last ends where the next would begin.
+  std::size_t firstOfGroup(std::size_t group) const {
+    return group * needles_.size() / platform::PrefixFilter::groups;
+  }
 
   platform::Casing casing_;
   std::vector<std::vector<Candidate>> matchers_;  ///< the candidates of each, best first
   std::vector<std::string> needles_;              ///< those of all matchers, sorted and distinct
   std::size_t longest_ = 0;                       ///< bytes of the longest needle
-  /// The groups with a needle that has this byte first (bits 0 to 7), second (8 to 15) and third
-  /// (16 to 23), or ends before.
-  std::array<std::uint32_t, 256> filter_ = {};
+  platform::PrefixFilter filter_;                 ///< for needles_
 };
 
 /// One agent's phrases, in priority order. Two matchers with the same phrases are equal.
