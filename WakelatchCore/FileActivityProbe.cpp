@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -252,18 +253,20 @@ std::vector<Timestamp> FileActivityProbe::modificationDates(
 
 ModificationsByPath FileActivityProbe::sessionModifications(
     const std::vector<std::string>& patterns) const {
-  ModificationsByPath times;
-  const Walk::Found found = [&times](std::string_view folder, std::string_view name,
-                                     Timestamp time) {
+  std::vector<std::pair<std::string, Timestamp>> matches;
+  const Walk::Found found = [&matches](std::string_view folder, std::string_view name,
+                                       Timestamp time) {
     std::string path;
     path.reserve(folder.size() + 1 + name.size());
     path = folder;
     appendComponent(path, name);
-    times[std::move(path)] = time;
+    matches.emplace_back(std::move(path), time);
   };
   const PatternList list(patterns);
   Walk(list, maxDepth_, found).run(home_.string());
-  return times;
+  // Built at once: a table that grows would be scattered over memory again and again.
+  return ModificationsByPath(std::make_move_iterator(matches.begin()),
+                             std::make_move_iterator(matches.end()), matches.size());
 }
 
 }  // namespace wakelatch
