@@ -24,7 +24,7 @@ Observation Observer::look(const GuardSettings& settings, Timestamp now) {
   seen.lidState = lid_.lidState();
   seen.thermalState = thermalState();
   seen.evidence = activity_.gather(settings, seen.power, now);
-  seen.strongest = ActivitySignal::none;
+  seen.strongest = ActivitySignal::none();
   for (const ActivitySignal& signal : seen.evidence.merged) {
     if (signal.strength > seen.strongest.strength) seen.strongest = signal;
   }

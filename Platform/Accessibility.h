@@ -28,7 +28,8 @@ class Accessibility {
   /// A number, a truth value, a range: whatever is neither text nor elements.
   struct OtherValue {};
   /// The value of an attribute; std::monostate when there is none.
-  using Value = std::variant<std::monostate, std::string, Element, std::vector<Element>, OtherValue>;
+  using Value =
+      std::variant<std::monostate, std::string, Element, std::vector<Element>, OtherValue>;
 
   virtual ~Accessibility() = default;
 

@@ -1,10 +1,8 @@
 #include "Platform/Numbers.h"
 
 #include <charconv>
+#include <cmath>
 #include <limits>
-#include <locale>
-#include <sstream>
-#include <string>
 
 namespace wakelatch::platform {
 namespace {
@@ -18,15 +16,6 @@ bool takeSign(std::string_view& field) {
 
 constexpr bool isDigit(char c) {
   return c >= '0' && c <= '9';
-}
-
-/// Slow and right for any number of digits; `field` holds nothing but digits and a point.
-std::optional<double> parseManyDigits(std::string_view field) {
-  std::istringstream stream{std::string(field)};
-  stream.imbue(std::locale::classic());
-  double value = 0;
-  if (!(stream >> value)) return std::nullopt;  // too large
-  return value;
 }
 
 }  // namespace
@@ -45,27 +34,21 @@ std::optional<std::int32_t> parseInt32(std::string_view field) {
 
 std::optional<double> parseDecimal(std::string_view field) {
   const double sign = takeSign(field) ? -1 : 1;
-  std::int64_t digits = 0, scale = 1;  // the value is digits / scale
-  int digitCount = 0;
-  bool isFraction = false;
-  // Both stay below 2^53, so they are exact as doubles and their quotient is the nearest double.
-  constexpr int maxExactDigits = 15;
+  double digits = 0, scale = 1;  // the value is digits / scale; exact up to 15 digits
+  bool isFraction = false, hasDigits = false;
   for (const char c : field) {
     if (c == '.' && !isFraction) {
       isFraction = true;
-    } else if (!isDigit(c)) {
-      return std::nullopt;
-    } else if (++digitCount <= maxExactDigits) {
-      digits = digits * 10 + (c - '0');
-      if (isFraction) scale *= 10;
+      continue;
     }
+    if (!isDigit(c)) return std::nullopt;
+    hasDigits = true;
+    digits = digits * 10 + (c - '0');
+    if (isFraction) scale *= 10;
   }
-  if (digitCount == 0) return std::nullopt;
-  if (digitCount <= maxExactDigits) {
-    return sign * static_cast<double>(digits) / static_cast<double>(scale);
-  }
-  const auto value = parseManyDigits(field);
-  return value ? std::optional(sign * *value) : std::nullopt;
+  const double value = sign * digits / scale;
+  if (!hasDigits || !std::isfinite(value)) return std::nullopt;
+  return value;
 }
 
 }  // namespace wakelatch::platform

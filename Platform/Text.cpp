@@ -54,10 +54,8 @@ std::string_view trim(std::string_view text, bool (*drops)(char32_t)) {
     text.remove_prefix(first.length);
   }
   while (!text.empty()) {
-    std::size_t start = text.size() - 1;
-    while (start > 0 && text.size() - start < 3 && (text[start] & 0xC0) == 0x80) --start;
-    const Scalar last = firstScalar(text.substr(start));
-    if (start + last.length != text.size() || !drops(last.value)) break;
+    const Scalar last = lastScalar(text);
+    if (!drops(last.value)) break;
     text.remove_suffix(last.length);
   }
   return text;

@@ -24,6 +24,10 @@ std::thread startThread(const std::string& name, std::function<void()> body) {
   // should interrupt a wait of the host must not be swallowed here.
   sigset_t all, before;
   sigfillset(&all);
+  // A fault on the thread itself must reach whoever reports crashes.
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) {
+    sigdelset(&all, fault);
+  }
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
   try {
     std::thread thread([name, body = std::move(body)] {

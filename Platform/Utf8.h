@@ -41,6 +41,14 @@ inline Scalar firstScalar(std::string_view text) {
                                                                      : Scalar{value, length};
 }
 
+/// The last character of a text that is not empty; likewise.
+inline Scalar lastScalar(std::string_view text) {
+  std::size_t start = text.size() - 1;
+  while (start > 0 && text.size() - start < 4 && (text[start] & 0xC0) == 0x80) --start;
+  const Scalar last = firstScalar(text.substr(start));
+  return start + last.length == text.size() ? last : Scalar{brokenByte, 1};
+}
+
 /// Calls `use(run, isValid)` for the longest runs of valid UTF-8 and of broken bytes, in order.
 template <class Use>
 void forEachRun(std::string_view text, Use use) {

@@ -83,7 +83,7 @@ TEST_F(AccessibilityDetectorTest, KeepsTheStrongestSignalOfAName) {
   EXPECT_EQ(detect(), Names{});
   settings.accessibilityDetectionEnabled = true;
   screen.trusted = false;
-  EXPECT_EQ(detector.detect(settings), ActivitySignal::none);
+  EXPECT_EQ(detector.detect(settings), ActivitySignal::none());
   EXPECT_TRUE(screen.reads.empty());
 }
 

@@ -115,7 +115,7 @@ TEST_F(ActivityDetectorTest, KeepsOneSignalPerAgentAndCountsItsSessions) {
 }
 
 TEST_F(ActivityDetectorTest, SortsByComposedName) {
-  EXPECT_EQ(detector.detect(settings, power, start), ActivitySignal::none);
+  EXPECT_EQ(detector.detect(settings, power, start), ActivitySignal::none());
   settings.targetApps = {"zed app", "Zoo", "A\u030Ab"};  // composed, Å comes after Z
   settings.activePhrases = {"busy"};
   for (const auto& name : settings.targetApps) screen.show("", name, "busy");

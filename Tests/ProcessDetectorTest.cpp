@@ -165,7 +165,7 @@ TEST(ProcessDetectorDeathTest, LogsAFailedListingAndSeesNothing) {
         ::setenv("HOME", home.c_str(), 1);
         ScriptedRunner runner;
         runner.failOn(listProcesses, "x");
-        std::exit(ProcessDetector(runner).detect({}, {}) == ActivitySignal::none ? 0 : 1);
+        std::exit(ProcessDetector(runner).detect({}, {}) == ActivitySignal::none() ? 0 : 1);
       },
       ::testing::ExitedWithCode(0), "");
   EXPECT_THAT(platform::readFile(home / "Library/Logs/Wakelatch.log"),

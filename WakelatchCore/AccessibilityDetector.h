@@ -36,7 +36,7 @@ class AccessibilityDetector {
   /// At most one signal for each `appName`, in no particular order: strong for an active phrase,
   /// presence for an idle one. Nothing when switched off or not trusted.
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings);
-  /// The strongest of detectPerApp(), or ActivitySignal::none.
+  /// The strongest of detectPerApp(), or ActivitySignal::none().
   ActivitySignal detect(const GuardSettings& settings);
 
   /// The text in an application's focused window, else in its first windows, fragments joined by

@@ -56,7 +56,7 @@ class ActivityDetector {
   /// The merged signals of gather().
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
                                            const PowerSnapshot& power, Timestamp now);
-  /// The strongest of detectPerApp(), the first by name among equals; ActivitySignal::none when
+  /// The strongest of detectPerApp(), the first by name among equals; ActivitySignal::none() when
   /// there is none.
   ActivitySignal detect(const GuardSettings& settings, const PowerSnapshot& power, Timestamp now);
 

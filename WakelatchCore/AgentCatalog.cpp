@@ -232,13 +232,14 @@ bool containsIgnoringAsciiCase(std::string_view text, std::string_view lowerNeed
 }
 
 void reportUnmatchedHostBundle(const std::string& bundle, std::string_view binary) {
-  static std::mutex lock;
-  static std::unordered_set<std::string> reported;  // lower-cased; guarded by lock
+  static std::mutex unmatchedHostLock;
+  // Lower-cased; guarded by the lock. Never destroyed: other threads may detect until the end.
+  static auto& reportedUnmatchedHostBundles = *new std::unordered_set<std::string>;
 
   AgentResolver::UnmatchedHostBundleHandler handler;
   {
-    const std::lock_guard guard(lock);
-    if (!reported.insert(platform::lowercased(bundle)).second) return;
+    const std::lock_guard guard(unmatchedHostLock);
+    if (!reportedUnmatchedHostBundles.insert(platform::lowercased(bundle)).second) return;
     handler = AgentResolver::onUnmatchedHostBundle;
   }
   if (handler) handler(bundle, std::string(binary));

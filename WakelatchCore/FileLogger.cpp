@@ -48,8 +48,14 @@ void FileLogger::log(std::string_view message) noexcept try {
   const std::string_view timestamp = timestampNow();
   const std::lock_guard lock(mutex_);
   if (waiting_.ends.empty()) queue_.async([this] { writeWaitingLines(); });
-  waiting_.text.append("[").append(timestamp).append("] ").append(message).append("\n");
-  waiting_.ends.push_back(waiting_.text.size());
+  const std::size_t start = waiting_.text.size();
+  try {
+    waiting_.text.append("[").append(timestamp).append("] ").append(message).append("\n");
+    waiting_.ends.push_back(waiting_.text.size());
+  } catch (...) {
+    waiting_.text.resize(start);  // half a line would be glued to the next
+    throw;
+  }
 } catch (...) {
   // No memory or no thread: the line is lost, the caller goes on.
 }

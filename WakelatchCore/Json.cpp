@@ -250,7 +250,7 @@ std::int64_t JsonValue::integer() const {
     fail("expected an integer");
   }
   constexpr double limit = 9223372036854775808.0;  // 2^63
-  if (node_.number < -limit || node_.number >= limit) {
+  if (node_.number <= -limit || node_.number >= limit) {
     fail("expected an integer of at most 64 bits");
   }
   return static_cast<std::int64_t>(node_.number);

@@ -8,14 +8,16 @@
 
 namespace wakelatch {
 
-const ActivitySignal ActivitySignal::none{.reason = "No active agent signal"};
+const ActivitySignal& ActivitySignal::none() {
+  static const auto& signal = *new ActivitySignal{.reason = "No active agent signal"};
+  return signal;
+}
 
 ActivitySignal strongest(const std::vector<ActivitySignal>& signals) {
   const auto best = std::max_element(
-      signals.begin(), signals.end(), [](const ActivitySignal& a, const ActivitySignal& b) {
-        return a.strength < b.strength;
-      });
-  return best == signals.end() ? ActivitySignal::none : *best;
+      signals.begin(), signals.end(),
+      [](const ActivitySignal& a, const ActivitySignal& b) { return a.strength < b.strength; });
+  return best == signals.end() ? ActivitySignal::none() : *best;
 }
 
 std::string PowerSnapshot::displayName() const {

@@ -109,7 +109,7 @@ struct ActivitySignal {
   friend bool operator==(const ActivitySignal&, const ActivitySignal&) = default;
 
   /// "No active agent signal": what detectors return when they find nothing.
-  static const ActivitySignal none;
+  static const ActivitySignal& none();
 };
 template <>
 inline constexpr auto jsonFields<ActivitySignal> = std::tuple{
@@ -120,7 +120,7 @@ inline constexpr auto jsonFields<ActivitySignal> = std::tuple{
     optional("sessionCount", &ActivitySignal::sessionCount),
     optional("processPresent", &ActivitySignal::processPresent),
 };
-/// The strongest of `signals`, the first among equals; ActivitySignal::none when there are none.
+/// The strongest of `signals`, the first among equals; ActivitySignal::none() when there are none.
 ActivitySignal strongest(const std::vector<ActivitySignal>& signals);
 
 /// One reading of the power source.
@@ -155,13 +155,13 @@ struct GuardDecision {
 
 /// The thresholds and switches that exist once for battery and once for external power.
 struct GuardPowerProfile {
-  std::int64_t batteryCutoffPercent = 20;  ///< at or below: keep-awake is released
-  std::int64_t warningPercent = 30;        ///< at or below, above the cutoff: warn
-  double idleGracePeriodSeconds = 90;      ///< how long keep-awake outlasts the last active signal
-  double cpuThresholdPercent = 8;          ///< percent of one core, as the process list reports it
+  std::int64_t batteryCutoffPercent = 0;  ///< at or below: keep-awake is released
+  std::int64_t warningPercent = 0;        ///< at or below, above the cutoff: warn
+  double idleGracePeriodSeconds = 0;      ///< how long keep-awake outlasts the last active signal
+  double cpuThresholdPercent = 0;         ///< percent of one core, as the process list reports it
   bool allowUnlimitedKeepAwake = false;
-  bool sleepAfterCompletion = true;
-  bool sleepOnlyIfLidClosed = true;
+  bool sleepAfterCompletion = false;
+  bool sleepOnlyIfLidClosed = false;
 
   friend bool operator==(const GuardPowerProfile&, const GuardPowerProfile&) = default;
 };

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Platform/Text.h"
+#include "Platform/Utf8.h"
 #include "WakelatchCore/FileLogger.h"
 
 namespace wakelatch {
@@ -13,19 +14,10 @@ namespace {
 /// The length in bytes of the decimal digit, of any script, that `text` ends with; 0 when it ends
 /// otherwise.
 std::size_t endingDigitLength(std::string_view text) {
-  char32_t character = 0;
-  unsigned shift = 0;
-  for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length, shift += 6) {
-    const auto byte = static_cast<unsigned char>(text[text.size() - length]);
-    if ((byte & 0xC0) == 0x80) {  // not yet the character's first byte
-      character |= static_cast<char32_t>(byte & 0x3F) << shift;
-      continue;
-    }
-    const unsigned payload = length == 1 ? 0x7F : 0xFFu >> (length + 1);
-    character |= static_cast<char32_t>(byte & payload) << shift;
-    return platform::isDecimalDigit(character) ? length : 0;
-  }
-  return 0;
+  if (text.empty()) return 0;
+  const platform::Scalar last = platform::lastScalar(text);
+  return last.value != platform::brokenByte && platform::isDecimalDigit(last.value) ? last.length
+                                                                                    : 0;
 }
 
 /// The number before the first percent sign that has digits directly before it, up to three of

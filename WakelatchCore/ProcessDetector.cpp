@@ -236,11 +236,7 @@ std::vector<ActivitySignal> ProcessDetector::detectPerApp(
 ActivitySignal ProcessDetector::detect(const std::vector<ProcessSnapshot>& processes,
                                        const GuardSettings& settings,
                                        const std::optional<PowerSnapshot>& power) {
-  const auto signals = detectPerApp(processes, settings, power);
-  const auto strongest =
-      std::max_element(signals.begin(), signals.end(),
-                       [](const auto& a, const auto& b) { return a.strength < b.strength; });
-  return strongest == signals.end() ? ActivitySignal::none : *strongest;
+  return strongest(detectPerApp(processes, settings, power));
 }
 
 std::vector<ProcessSnapshot> ProcessDetector::liveSnapshot() {

@@ -47,7 +47,7 @@ class ProcessDetector {
   /// @param power  absent: the battery profile's threshold
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
                                            const std::optional<PowerSnapshot>& power);
-  /// The strongest of these signals, the first among equals; ActivitySignal::none without any.
+  /// The strongest of these signals, the first among equals; ActivitySignal::none() without any.
   ActivitySignal detect(const GuardSettings& settings, const std::optional<PowerSnapshot>& power);
 
   // The same for processes already listed; runs nothing.

@@ -1,6 +1,6 @@
 // A keep-awake tool for tests: writes its argument to a file named after its id in the folder
-// WAKELATCH_TEST_READY, then runs until a signal ends it; not SIGTERM where WAKELATCH_TEST_IGNORE_TERM
-// is set.
+// WAKELATCH_TEST_READY, then runs until a signal ends it; not SIGTERM where
+// WAKELATCH_TEST_IGNORE_TERM is set.
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
