@@ -117,6 +117,15 @@ int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
   return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, longest));
 }
 
+/// Gives a text that outgrows a pipe's content room for much more. A growth copies all that is
+/// there and is dear, while memory that is never written to costs nothing.
+void growForFlood(std::string& text, std::size_t needed) {
+  constexpr std::size_t much = 1U << 20, flood = 128U << 20;
+  if (needed <= 65536) return;
+  text.reserve(needed <= much ? much : std::max(flood, 2 * needed));
+  preferLargePages(text.data(), text.capacity());
+}
+
 }  // namespace
 
 ChildProcess::ChildProcess(const std::string& executable, const std::vector<std::string>& arguments,
@@ -200,11 +209,7 @@ std::size_t ChildProcess::Capture::read(std::size_t limit) {
     return 0;
   }
   const auto length = static_cast<std::size_t>(count);
-  if (text.capacity() - text.size() < length) {
-    // Fourfold, as every growth copies what is there; memory not written to costs nothing.
-    text.reserve(text.capacity() * 4 + length);
-    preferLargePages(text.data(), text.capacity());
-  }
+  if (text.capacity() - text.size() < length) growForFlood(text, text.size() + length);
   text.append(block.data(), length);
   return length;
 }
