@@ -60,7 +60,12 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
   watchCommand
       ->add_option("--release-delay", watch.releaseDelaySeconds,
                    "Seconds that a lid-closed keep-awake outlasts the work (default 60)")
-      ->check(CLI::NonNegativeNumber);
+      ->check([](const std::string& text) {
+        double seconds = 0;
+        const bool valid =
+            CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= 86400;
+        return valid ? std::string() : "must be 0 to 86400 seconds";
+      });
   watchCommand
       ->add_option("--caffeinate", watch.caffeinatePath,
                    "Keep-awake tool: called with one word of flags, runs until terminated")

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "Host/Commands.h"
@@ -63,11 +64,17 @@ std::string pidText(std::int64_t pid) {
   return pid > 0 ? "process " + std::to_string(pid) : "a process that did not say its number";
 }
 
+/// What may not be looked at counts as not there.
+bool isThere(const fs::path& file) {
+  std::error_code unreadable;
+  return fs::exists(file, unreadable);
+}
+
 Finding checkSettings(std::optional<GuardSettings>& settings) {
   const std::string file = settingsFile().string();
   try {
     settings = loadSettings(settingsFile());
-    return {"settings", true, fs::exists(file) ? file + " is valid" : "defaults (no " + file + ")"};
+    return {"settings", true, isThere(file) ? file + " is valid" : "defaults (no " + file + ")"};
   } catch (const std::exception& error) {
     return {"settings", false, error.what(), "correct the file, or move it away"};
   }
@@ -84,6 +91,15 @@ Finding checkTool(CommandRunning& runner, const ShellCommand& command) {
     return {"tool", false, line + ": " + error.what(),
             "make sure that " + command.executable + " is there and may be run"};
   }
+}
+
+/// The tool behind the administrator prompt; not run, as it would prompt.
+Finding checkPromptTool() {
+  const auto tool = administratorPromptTool();
+  if (!tool) return {"administrator prompt", true, "not on this system, nor is lid-closed mode"};
+  if (::access(tool->c_str(), X_OK) == 0) return {"administrator prompt", true, tool->string()};
+  return {"administrator prompt", false, tool->string() + " cannot be run",
+          "lid-closed mode needs it"};
 }
 
 /// Starts the keep-awake tool for a moment: one that cannot work here ends by itself.
@@ -106,7 +122,7 @@ Finding checkKeepAwakeTool() {
 
 /// No controller is made here: one that ends would take the running watch's pid file with it.
 Finding checkLidClosedSetting(CommandRunning& runner, bool isWatchRunning) {
-  const bool marked = fs::exists(SleepController::engagedMarkerURL());
+  const bool marked = isThere(SleepController::engagedMarkerURL());
   bool disabled = false;
   try {
     disabled =
@@ -133,7 +149,7 @@ Finding checkLidClosedSetting(CommandRunning& runner, bool isWatchRunning) {
 
 Finding checkPidFile(bool isWatchRunning) {
   const std::string file = SleepController::pidFileURL().string();
-  if (!fs::exists(SleepController::pidFileURL())) {
+  if (!isThere(SleepController::pidFileURL())) {
     return {"keep-awake processes", true, "none listed (no " + file + ")"};
   }
   std::string listed;
@@ -144,35 +160,43 @@ Finding checkPidFile(bool isWatchRunning) {
           "wakelatch restore"};
 }
 
-Finding checkWatch(std::optional<std::int64_t> holder) {
+/// What a running watch wants against what is in effect.
+Finding checkWatch(std::optional<std::int64_t> holder,
+                   const std::optional<GuardSettings>& settings) {
   if (!holder) return {"watch", true, "no watch is running"};
+  const std::string who = pidText(*holder);
   const auto state = runningWatchState();
-  if (!state) return {"watch", true, pidText(*holder) + " is starting"};
+  if (!state) return {"watch", true, who + " is starting"};
   // The longest interval is 8 s; a password prompt may take a tick two minutes.
   constexpr double longestTickSeconds = 8 + adminTimeoutSeconds + 20;
   const double age = secondsBetween(state->at, platform::now());
   if (age > longestTickSeconds) {
-    return {
-        "watch", false,
-        pidText(*holder) + " has not ticked for " + std::to_string(static_cast<int>(age)) + " s",
-        "stop it and start it again"};
+    return {"watch", false, who + " has not ticked for " + std::to_string(int(age)) + " s",
+            "stop it and start it again"};
   }
-  if (state->isSleepPreventionEnabled && !state->appliedLetDisplaySleep) {
-    return {"watch", false,
-            pidText(*holder) + " wants this machine awake, but its keep-awake tool does not run",
+  if (!state->isSleepPreventionEnabled) return {"watch", true, who + " lets this machine sleep"};
+  if (!state->appliedLetDisplaySleep) {
+    return {"watch", false, who + " wants this machine awake, but its keep-awake tool does not run",
             "see the log for the reason"};
   }
-  return {"watch", true,
-          pidText(*holder) + " is running and " +
-              (state->isSleepPreventionEnabled ? "keeps this machine awake"
-                                               : "lets this machine sleep")};
+  if (settings && *state->appliedLetDisplaySleep != settings->letDisplaySleep) {
+    return {"watch", false, who + " has not taken over the display setting",
+            "it does at its next tick; see its messages when it does not"};
+  }
+  if (settings && settings->keepAwakeWithLidClosed && !state->isLidClosedProtectionEngaged) {
+    return {"watch", false, "lid-closed mode is switched on, but " + who + " has not engaged it",
+            "the prompt was declined: switch the mode off and on again, or wait 15 minutes"};
+  }
+  return {"watch", true, who + " keeps this machine awake"};
 }
 
 Finding checkLog() {
   const fs::path file = FileLogger::shared().logURL();
   fs::path existing = file;
-  while (!existing.empty() && !fs::exists(existing)) existing = existing.parent_path();
-  const bool isUsable = fs::exists(file) ? fs::is_regular_file(file) : fs::is_directory(existing);
+  while (existing.has_relative_path() && !isThere(existing)) existing = existing.parent_path();
+  std::error_code unreadable;
+  const bool isUsable = isThere(file) ? fs::is_regular_file(file, unreadable)
+                                      : fs::is_directory(existing, unreadable);
   if (isUsable && ::access(existing.c_str(), W_OK) == 0) return {"log", true, file.string()};
   return {"log", false, "cannot write " + file.string(), "make " + existing.string() + " writable"};
 }
@@ -200,12 +224,13 @@ ExitStatus runDoctor(const DoctorOptions& options, Tools& tools) {
   DoctorReport report;
   report.findings = {
       checkSettings(settings),
-      checkWatch(holder),
+      checkWatch(holder, settings),
       checkPidFile(holder.has_value()),
       checkLidClosedSetting(runner, holder.has_value()),
       checkTool(runner, {"/bin/ps", {"-axo", "pid=,args="}}),
       checkTool(runner, {"/usr/bin/pmset", {"-g", "batt"}}),
       checkTool(runner, {"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}}),
+      checkPromptTool(),
       checkKeepAwakeTool(),
       checkUIText(settings),
       checkLog(),

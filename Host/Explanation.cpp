@@ -1,5 +1,6 @@
 #include "Host/Explanation.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -82,10 +83,10 @@ std::vector<std::string> whatChangesNext(const OneTick& tick) {
       next.emplace_back("ends when external power goes");
       break;
   }
-  if (watch && watch->releasePendingSince) {
-    next.push_back("the lid-closed keep-awake is held back since " +
-                   seconds(secondsBetween(*watch->releasePendingSince, seen.at)) +
-                   "; it is released soon unless work is seen");
+  if (watch && watch->releaseDueAt) {
+    next.push_back("the lid-closed keep-awake is released in " +
+                   seconds(std::max(0.0, secondsBetween(seen.at, *watch->releaseDueAt))) +
+                   " unless work is seen");
   }
   if (!seen.power.isOnACPower && seen.power.batteryPercent && decision.shouldPreventSleep) {
     next.push_back("released at " + percent(settings.batteryProfile.batteryCutoffPercent) +
@@ -107,6 +108,7 @@ Explanation explain(const OneTick& tick) {
   Explanation result;
   result.status = makeStatusReport(mode, seen, decision);
   result.status.watch = watch;
+  result.status.isWatchRunning = watch.has_value();
   const std::int64_t applied = ruleOf(decision, mode, power);
   const auto add = [&result, applied](std::int64_t number, const char* rule, std::string inputs) {
     const char* outcome = number < applied    ? "does not apply"

@@ -26,16 +26,25 @@ inline constexpr auto jsonFields<host::Defaults> = std::tuple{
 };
 
 namespace host {
+namespace {
+
+/// What cannot be read has not been completed.
+Defaults load(const std::filesystem::path& file) {
+  try {
+    return decode<Defaults>(platform::readFile(file));
+  } catch (const std::runtime_error&) {
+    return {};
+  }
+}
+
+}  // namespace
 
 void greetOnce(const Observation& seen, const GuardSettings& settings) {
   const auto file = supportFolder() / "defaults.json";
   try {
     // A program on the command line has no terms to accept first.
     constexpr bool needsLegalAcceptance = false;
-    if (std::filesystem::exists(file) &&
-        !Onboarding::needsOnboarding(
-            decode<Defaults>(platform::readFile(file)).hasCompletedOnboarding,
-            needsLegalAcceptance)) {
+    if (!Onboarding::needsOnboarding(load(file).hasCompletedOnboarding, needsLegalAcceptance)) {
       return;
     }
     printNotice(

@@ -34,6 +34,11 @@ InstanceLock::InstanceLock(const std::filesystem::path& file) {
   }
   // currentHolder() of another process takes the lock for a moment: one refusal may be its.
   for (int attempt = 0; ::flock(fd_, LOCK_EX | LOCK_NB) != 0; ++attempt) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      const int error = errno;
+      ::close(fd_);
+      throw std::system_error(error, std::generic_category(), "cannot lock " + file.string());
+    }
     if (attempt == 5) {
       holder_ = writtenPid(fd_);
       return;
@@ -54,7 +59,7 @@ std::optional<std::int64_t> InstanceLock::currentHolder(const std::filesystem::p
   const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return std::nullopt;
   std::optional<std::int64_t> holder;
-  if (::flock(fd, LOCK_SH | LOCK_NB) != 0) holder = writtenPid(fd);
+  if (::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) holder = writtenPid(fd);
   ::close(fd);
   return holder;
 }

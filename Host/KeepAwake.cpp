@@ -1,6 +1,7 @@
 #include "Host/KeepAwake.h"
 
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "WakelatchCore/AgentStateMachine.h"
@@ -13,6 +14,9 @@ bool isOver(Timestamp start, double seconds, Timestamp now) {
   const double elapsed = secondsBetween(start, now);
   return elapsed < 0 || elapsed >= seconds;
 }
+
+constexpr std::chrono::duration<double> earlyEnd(KeepAwake::earlyEndSeconds);
+constexpr std::chrono::duration<double> toolPause(KeepAwake::toolPauseSeconds);
 
 }  // namespace
 
@@ -27,48 +31,61 @@ KeepAwake::KeepAwake(SleepController& controller, double releaseDelaySeconds, No
 
 void KeepAwake::startUp(Timestamp now) {
   controller_.reconcileOrphanedCaffeinate();
-  const bool isOurs = std::filesystem::exists(SleepController::engagedMarkerURL());
+  std::error_code unreadable;
+  const bool isOurs = std::filesystem::exists(SleepController::engagedMarkerURL(), unreadable);
   if (!controller_.reconcileStuckDisableSleep()) {
     restorePrompt_.refused(now);
     notice_(
         "an earlier run left the lid-closed setting engaged and it could not be restored; "
-        "run: wakelatch restore");
+        "stop watching and run: wakelatch restore");
   } else if (!isOurs && controller_.isSystemSleepDisabled()) {
     notice_(
         "the system's sleep is disabled, but not by wakelatch; "
-        "to take that over and restore it, run: wakelatch restore --adopt");
+        "to take that over and restore it, stop watching and run: wakelatch restore --adopt");
   }
 }
 
-void KeepAwake::apply(const GuardDecision& decision, const GuardSettings& settings, Timestamp now) {
-  checkTool(now);
+void KeepAwake::apply(const GuardDecision& decision, const GuardSettings& settings,
+                      LidState lidState, Timestamp now) {
+  checkTool();
   if (!settings.keepAwakeWithLidClosed) {
     engagePrompt_.forget();
-    // Switched off while engaged: enabling alone would keep it.
-    if (controller_.isLidClosedProtectionEngaged()) release(now);
+    engageFailureNoticed_ = false;
+    // Switched off while engaged: a machine that goes into a bag now must sleep.
+    if (controller_.isLidClosedProtectionEngaged() && restorePrompt_.mayAsk(now)) {
+      noteRestore(controller_.releaseLidClosedProtection(), now);
+    }
   }
   if (decision.shouldPreventSleep) {
     releasePendingSince_.reset();
-    sleepWhenReleased_ = false;
+    sleepWhenReleased_.reset();
     enable(settings, now);
     return;
   }
-  // Asked for once only; a machine held awake cannot sleep yet.
-  if (decision.shouldSleepNow) sleepWhenReleased_ = true;
+  // Asked for once only, and a machine held awake cannot sleep yet. Who moves the lid meanwhile
+  // has taken over.
+  if (decision.shouldSleepNow) sleepWhenReleased_ = lidState;
+  if (sleepWhenReleased_ != lidState) sleepWhenReleased_.reset();
+
+  if (releasePendingSince_ > now) releasePendingSince_ = now;  // the clock was set back
   const auto plan =
       SleepReleasePolicy::planRelease(decision.status, controller_.isLidClosedProtectionEngaged(),
                                       releasePendingSince_, now, releaseDelaySeconds_);
-  releasePendingSince_ = plan.pendingSince;
-  if (plan.isHold()) {
+  // What could not be restored is no reason to hold on for another delay, and to ask again then.
+  if (plan.isHold() && restorePrompt_.mayAsk(now)) {
+    releasePendingSince_ = plan.pendingSince;
     enable(settings, now);
     return;
   }
+  releasePendingSince_.reset();
   release(now);
-  if (std::exchange(sleepWhenReleased_, false)) controller_.sleepNow();
+  if (sleepWhenReleased_) controller_.sleepNow();
+  sleepWhenReleased_.reset();
 }
 
 void KeepAwake::enable(const GuardSettings& settings, Timestamp now) {
-  if (toolPausedSince_ && !isOver(*toolPausedSince_, toolPauseSeconds, now)) return;
+  const auto steadyNow = std::chrono::steady_clock::now();
+  if (toolPausedSince_ && steadyNow - *toolPausedSince_ < toolPause) return;
   const bool wasRunning = isToolRunning();
   const bool allowLidClosed =
       settings.keepAwakeWithLidClosed &&
@@ -77,11 +94,18 @@ void KeepAwake::enable(const GuardSettings& settings, Timestamp now) {
       controller_.setSleepPrevention(true, allowLidClosed, settings.letDisplaySleep);
   if (!lidStepDone) {
     engagePrompt_.refused(now);
-    notice_(
-        "lid-closed mode was declined; the machine stays awake with its lid open only "
-        "(asked again in 15 minutes, or after lid-closed mode was switched off and on)");
+    if (!std::exchange(engageFailureNoticed_, true)) {
+      notice_(
+          "lid-closed mode was declined or is not possible here (the log says why); asked again "
+          "every 15 minutes, and after lid-closed mode was switched off and on");
+    }
+  } else if (allowLidClosed) {
+    engageFailureNoticed_ = false;
   }
-  if (!wasRunning && isToolRunning()) toolStartedAt_ = now;
+  if (!wasRunning && isToolRunning()) toolStartedAt_ = std::chrono::steady_clock::now();
+  if (!wasRunning && !isToolRunning() && controller_.isSleepPreventionEnabled()) {
+    toolStartedAt_ = steadyNow;  // already gone again: checkTool() says so
+  }
   const bool failed = !controller_.isSleepPreventionEnabled();
   if (failed && !launchFailureNoticed_) {
     notice_("the keep-awake tool could not be started (the log says why); trying every tick");
@@ -92,7 +116,11 @@ void KeepAwake::enable(const GuardSettings& settings, Timestamp now) {
 void KeepAwake::release(Timestamp now) {
   const bool engaged = controller_.isLidClosedProtectionEngaged();
   if (engaged && !isToolRunning() && !restorePrompt_.mayAsk(now)) return;
-  if (controller_.setSleepPrevention(false, false, false)) {
+  noteRestore(controller_.setSleepPrevention(false, false, false), now);
+}
+
+void KeepAwake::noteRestore(bool restored, Timestamp now) {
+  if (restored) {
     restorePrompt_.forget();
     return;
   }
@@ -102,13 +130,13 @@ void KeepAwake::release(Timestamp now) {
       "to restore it now, stop watching and run: wakelatch restore");
 }
 
-void KeepAwake::checkTool(Timestamp now) {
+void KeepAwake::checkTool() {
   if (!toolStartedAt_) return;
+  const auto now = std::chrono::steady_clock::now();
   if (isToolRunning()) {
-    if (isOver(*toolStartedAt_, earlyEndSeconds, now)) {
-      toolStartedAt_.reset();
-      toolPausedSince_.reset();
-    }
+    if (now - *toolStartedAt_ < earlyEnd) return;
+    toolStartedAt_.reset();
+    toolPausedSince_.reset();
     return;
   }
   toolStartedAt_.reset();
@@ -121,6 +149,11 @@ void KeepAwake::checkTool(Timestamp now) {
   toolPausedSince_ = now;
   // With nothing running, nothing is in effect, unless the lid-closed setting is.
   if (!controller_.isLidClosedProtectionEngaged()) controller_.restoreNormalSleep();
+}
+
+std::optional<Timestamp> KeepAwake::releaseDueAt() const {
+  if (!releasePendingSince_) return std::nullopt;
+  return after(*releasePendingSince_, releaseDelaySeconds_);
 }
 
 bool KeepAwake::restore() {

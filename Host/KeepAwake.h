@@ -2,6 +2,7 @@
 // machine expects: no password prompt on every tick, no storm of restarts.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -33,18 +34,19 @@ class KeepAwake {
   /// Undoes what an earlier run left behind. Before the first apply().
   void startUp(Timestamp now);
 
-  void apply(const GuardDecision& decision, const GuardSettings& settings, Timestamp now);
+  void apply(const GuardDecision& decision, const GuardSettings& settings, LidState lidState,
+             Timestamp now);
 
   /// The tool was started and has not been seen alive for earlyEndSeconds yet: checkTool() is due.
   bool isToolNew() const { return toolStartedAt_.has_value(); }
   /// Notices a tool that ended right after its start.
-  void checkTool(Timestamp now);
+  void checkTool();
 
   /// Restores normal sleep; false when the lid-closed setting may still be engaged.
   bool restore();
 
-  /// Since when the release of a lid-closed keep-awake is held back.
-  std::optional<Timestamp> releasePendingSince() const { return releasePendingSince_; }
+  /// When a lid-closed keep-awake that outlasts its work is released.
+  std::optional<Timestamp> releaseDueAt() const;
 
  private:
   /// Remembers that a prompt was refused.
@@ -58,8 +60,11 @@ class KeepAwake {
     std::optional<Timestamp> refusedAt_;
   };
 
+  using SteadyTime = std::chrono::steady_clock::time_point;
+
   void enable(const GuardSettings& settings, Timestamp now);
   void release(Timestamp now);
+  void noteRestore(bool restored, Timestamp now);
   bool isToolRunning() const { return controller_.appliedLetDisplaySleep().has_value(); }
 
   SleepController& controller_;
@@ -68,10 +73,11 @@ class KeepAwake {
   Prompt engagePrompt_;
   Prompt restorePrompt_;
   std::optional<Timestamp> releasePendingSince_;
-  bool sleepWhenReleased_ = false;
-  std::optional<Timestamp> toolStartedAt_;
-  std::optional<Timestamp> toolPausedSince_;
+  std::optional<LidState> sleepWhenReleased_;  ///< the lid when sleep was asked for
+  std::optional<SteadyTime> toolStartedAt_;
+  std::optional<SteadyTime> toolPausedSince_;
   bool launchFailureNoticed_ = false;
+  bool engageFailureNoticed_ = false;
 };
 
 }  // namespace wakelatch::host

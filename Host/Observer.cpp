@@ -18,6 +18,7 @@ Observer::Observer(CommandRunning& tools)
       activity_(processes_, accessibility_, sessions_) {}
 
 Observation Observer::look(const GuardSettings& settings, Timestamp now) {
+  serviceSystemEvents();
   Observation seen;
   seen.at = now;
   seen.power = power_.snapshot();

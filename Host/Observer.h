@@ -26,7 +26,7 @@ struct Observation {
   std::optional<std::string> uiTextNotice;  ///< why UI text is not among the evidence
 };
 
-/// Owns the probes and detectors. Used from the tick's thread; a look blocks as long as the tools
+/// Owns the probes and detectors. Used from the main thread; a look blocks as long as the tools
 /// and file walks take.
 class Observer {
  public:

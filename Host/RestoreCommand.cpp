@@ -1,6 +1,13 @@
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <thread>
 
 #include "Host/Commands.h"
 #include "Host/Folder.h"
@@ -10,6 +17,28 @@
 #include "WakelatchCore/SleepController.h"
 
 namespace wakelatch::host {
+
+namespace {
+
+/// Ends what an earlier run left running, and says of each process what became of it.
+void endOrphans(SleepController& controller) {
+  const auto listed = SleepController::readCaffeinatePIDs();
+  if (listed.empty()) std::cout << "No keep-awake process of an earlier run is listed.\n";
+  controller.reconcileOrphanedCaffeinate();
+  const auto isThere = [](std::int32_t pid) {
+    return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM);
+  };
+  for (int polls = 0; polls < 20 && std::any_of(listed.begin(), listed.end(), isThere); ++polls) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  for (const std::int32_t pid : listed) {
+    std::cout << "Process " << pid << ", listed as a keep-awake process, "
+              << (isThere(pid) ? "is still there: it does not end, or is another program by now.\n"
+                               : "is gone.\n");
+  }
+}
+
+}  // namespace
 
 ExitStatus runRestore(const RestoreOptions& options, Tools& tools) {
   const InstanceLock lock(lockFile());
@@ -22,25 +51,26 @@ ExitStatus runRestore(const RestoreOptions& options, Tools& tools) {
   SleepController controller(tools.runner(), tools.adminRunner(), FileLogger::shared(),
                              keepAwakeTool().string());
 
-  const auto listed = SleepController::readCaffeinatePIDs();
-  controller.reconcileOrphanedCaffeinate();
-  for (const auto pid : listed) {
-    std::cout << "Process " << pid << " was listed as a keep-awake process of an earlier run; "
-              << "it is told to end if it still is one.\n";
-  }
-  if (listed.empty()) std::cout << "No keep-awake process of an earlier run is listed.\n";
+  endOrphans(controller);
 
   using State = SleepController::DisableSleepState;
   const bool isOurs = std::filesystem::exists(SleepController::engagedMarkerURL());
   if (!isOurs && !options.adopt) {
-    if (controller.disableSleepState() == State::on) {
-      printNotice(
-          "the system's sleep is disabled, but not by wakelatch; "
-          "to take that over and restore it, run: wakelatch restore --adopt");
-      return ExitStatus::failed;
+    switch (controller.disableSleepState()) {
+      case State::off:
+        std::cout << "The lid-closed setting is not engaged.\n";
+        return ExitStatus::done;
+      case State::on:
+        printNotice(
+            "the system's sleep is disabled, but not by wakelatch; "
+            "to take that over and restore it, run: wakelatch restore --adopt");
+        return ExitStatus::failed;
+      case State::unknown:
+        printNotice(
+            "the system does not say whether its sleep is disabled (`pmset -g` failed); "
+            "to restore it anyway, run: wakelatch restore --adopt");
+        return ExitStatus::failed;
     }
-    std::cout << "The lid-closed setting is not engaged.\n";
-    return ExitStatus::done;
   }
   if (options.adopt) {
     controller.adoptDisableSleepEngaged();

@@ -1,6 +1,5 @@
 #include "Host/StatsCommand.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 
 #include "Host/Folder.h"
 #include "Host/StatsPage.h"
+#include "Host/Terminal.h"
 #include "Host/UsageStore.h"
 #include "Platform/Files.h"
 #include "Platform/Text.h"
@@ -170,8 +170,7 @@ class Writer {
 TextStyle standardOutputStyle() {
   TextStyle style;
   if (::isatty(STDOUT_FILENO) == 0) return style;
-  winsize size{};
-  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) style.width = size.ws_col;
+  style.width = terminalWidth();
   const char* noColour = std::getenv("NO_COLOR");
   const char* terminal = std::getenv("TERM");
   style.colour = (noColour == nullptr || *noColour == '\0') && terminal != nullptr &&

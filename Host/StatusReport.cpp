@@ -120,7 +120,9 @@ std::string statusTable(const StatusReport& report) {
   row("Decision", statusLine(report));
   row("", std::string("keep awake: ") + (report.decision.shouldPreventSleep ? "yes" : "no") +
               ", sleep now: " + (report.decision.shouldSleepNow ? "yes" : "no"));
-  row("Watch", report.watch ? describe(*report.watch) : "not running");
+  row("Watch", report.watch            ? describe(*report.watch)
+               : report.isWatchRunning ? "starting"
+                                       : "not running");
   return text;
 }
 

@@ -30,7 +30,8 @@ struct StatusReport {
   GuardDecision decision;
   std::vector<AgentEvidence> evidence;
   std::optional<std::string> uiTextNotice;  ///< UI text cannot be read here
-  std::optional<WatchState> watch;          ///< what a running watch has in effect
+  bool isWatchRunning = false;
+  std::optional<WatchState> watch;  ///< what a running watch has in effect, after its first tick
 };
 
 StatusReport makeStatusReport(AppMode mode, const Observation& seen, const GuardDecision& decision);
@@ -70,6 +71,7 @@ inline constexpr auto jsonFields<host::StatusReport> = std::tuple{
     required("decision", &host::StatusReport::decision),
     required("evidence", &host::StatusReport::evidence),
     optional("uiTextNotice", &host::StatusReport::uiTextNotice),
+    required("isWatchRunning", &host::StatusReport::isWatchRunning),
     optional("watch", &host::StatusReport::watch),
 };
 }  // namespace wakelatch

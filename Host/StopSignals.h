@@ -4,9 +4,11 @@
 namespace wakelatch::host {
 
 /// Takes over SIGINT, SIGTERM and SIGHUP for the rest of the process: the first one asks the host
-/// to leave, a second one ends the process at once with status 128 plus its number. SIGPIPE is
-/// ignored: a reader that went away must not leave the machine awake. Make one, early, from the
-/// main thread.
+/// to leave, a second one ends the process at once with status 128 plus its number. The same one
+/// again within half a second counts as one: some senders address a process and then its group.
+/// What the process was started to ignore (`nohup`) stays ignored. So is SIGPIPE: a reader that
+/// went away must not end the process before it has restored sleep. Make one, early, from the main
+/// thread.
 class StopSignals {
  public:
   StopSignals();

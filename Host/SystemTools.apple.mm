@@ -7,13 +7,14 @@
 namespace wakelatch::host {
 namespace {
 
-/// Starts every tool with LC_ALL=C: in a language with decimal commas `ps` would print "8,0".
+/// Starts every tool in one language: with decimal commas `ps` would print "8,0". Not in "C", where
+/// it would also print letters beyond ASCII as escapes.
 class PlainLanguageRunner : public CommandRunning {
  public:
   explicit PlainLanguageRunner(double timeoutSeconds) : runner_(timeoutSeconds) {}
 
   CommandResult run(const ShellCommand& command) override {
-    ShellCommand plain{"/usr/bin/env", {"LC_ALL=C", command.executable}};
+    ShellCommand plain{"/usr/bin/env", {"LC_ALL=en_US.UTF-8", command.executable}};
     plain.arguments.insert(plain.arguments.end(), command.arguments.begin(),
                            command.arguments.end());
     return runner_.run(plain);
@@ -31,7 +32,15 @@ std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds) {
 
 std::unique_ptr<CommandRunning> makeAdminRunner() { return makeToolRunner(adminTimeoutSeconds); }
 
+void serviceSystemEvents() {
+  @autoreleasepool {
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+  }
+}
+
 ThermalState thermalState() {
+  @autoreleasepool {
+
   switch (NSProcessInfo.processInfo.thermalState) {
     case NSProcessInfoThermalStateNominal:
       return ThermalState::nominal;
@@ -43,7 +52,10 @@ ThermalState thermalState() {
       return ThermalState::critical;
   }
   return ThermalState::nominal;  // a step that a later system may add
+  }
 }
+
+std::optional<std::filesystem::path> administratorPromptTool() { return "/usr/bin/osascript"; }
 
 std::filesystem::path keepAwakeTool() { return "/usr/bin/caffeinate"; }
 

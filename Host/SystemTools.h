@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/ShellCommand.h"
@@ -18,8 +19,15 @@ std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds);
 std::unique_ptr<CommandRunning> makeAdminRunner();
 inline constexpr double adminTimeoutSeconds = 120;
 
+/// Lets the system deliver what it has for this process, as an application's main loop would: macOS
+/// renews its list of running applications only then. From the main thread, before each tick.
+void serviceSystemEvents();
+
 /// How hot the system says it is now. Reads it; callable from any thread.
 ThermalState thermalState();
+
+/// The tool that shows the administrator prompt; nothing on a system that has none.
+std::optional<std::filesystem::path> administratorPromptTool();
 
 /// The system's keep-awake tool, or the stand-in that is built and installed with the host.
 std::filesystem::path keepAwakeTool();

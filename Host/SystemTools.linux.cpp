@@ -16,8 +16,14 @@ std::unique_ptr<CommandRunning> makeAdminRunner() {
   return makeToolRunner(adminTimeoutSeconds);
 }
 
+void serviceSystemEvents() {}
+
 ThermalState thermalState() {
   return thermalState(LinuxRoots().thermal);
+}
+
+std::optional<std::filesystem::path> administratorPromptTool() {
+  return std::nullopt;
 }
 
 std::filesystem::path keepAwakeTool() {

@@ -3,6 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -18,9 +21,11 @@
 #include "Host/SettingsFile.h"
 #include "Host/StatusReport.h"
 #include "Host/StopSignals.h"
+#include "Host/Terminal.h"
 #include "Host/UsageRecorder.h"
 #include "Host/UsageStore.h"
 #include "Host/WatchState.h"
+#include "Platform/Text.h"
 #include "WakelatchCore/AgentStateMachine.h"
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/SleepController.h"
@@ -38,20 +43,40 @@ class TickPrinter {
   TickPrinter(const TickPrinter&) = delete;
   TickPrinter& operator=(const TickPrinter&) = delete;
 
-  /// False when nobody reads any more.
+  /// False when nobody reads any more. Another failure is told once: a full disk is no reason to
+  /// stop keeping the machine awake.
   bool print(const StatusReport& report) {
+    errno = 0;
+    write(report);
+    if (std::cout) {
+      failureNoticed_ = false;
+      return true;
+    }
+    const int error = errno;
+    std::cout.clear();
+    if (error == EPIPE || error == EIO) return false;
+    if (!std::exchange(failureNoticed_, true)) {
+      printNotice("cannot print: " + std::generic_category().message(error));
+    }
+    return true;
+  }
+
+ private:
+  void write(const StatusReport& report) {
     if (json_) {
       std::cout << encode(report, DateCoding::iso8601) << std::endl;
     } else if (isTerminal_) {
-      std::cout << "\r\033[K" << *report.at << ' ' << statusLine(report) << std::flush;
+      // A line that wraps could not be taken back.
+      const std::string line = *report.at + ' ' + statusLine(report);
+      std::cout << "\r\033[K"
+                << platform::firstCharacters(line, static_cast<std::size_t>(terminalWidth() - 1))
+                << std::flush;
       lineIsOpen_ = true;
     } else if (isChange(report.decision)) {
       std::cout << *report.at << ' ' << statusLine(report) << std::endl;
     }
-    return std::cout.good();
   }
 
- private:
   /// Reasons that count seconds change on every tick; what they are about does not.
   bool isChange(const GuardDecision& decision) {
     GuardDecision key = decision;
@@ -64,6 +89,7 @@ class TickPrinter {
   const bool json_;
   const bool isTerminal_;
   bool lineIsOpen_ = false;
+  bool failureNoticed_ = false;
   std::optional<GuardDecision> last_;
 };
 
@@ -115,26 +141,36 @@ class Watch {
   }
 
   ExitStatus run(const StopSignals& signals) {
-    if (hands_) hands_->keepAwake.startUp(platform::now());
-    for (int tickNumber = 1;; ++tickNumber) {
-      const Timestamp start = platform::now();
-      const bool isRead = tick(start);
-      if (!isRead || tickNumber == options_.ticks || waitForNextTick(signals, start)) break;
+    try {
+      if (hands_) hands_->keepAwake.startUp(platform::now());
+      for (int tickNumber = 1; !signals.isStopRequested(); ++tickNumber) {
+        const auto start = SteadyClock::now();
+        if (!tick(signals) || tickNumber == options_.ticks) break;
+        waitForNextTick(signals, start);
+      }
+    } catch (const std::exception& error) {
+      printNotice(std::string("stopped by a failure: ") + error.what());
+      const ExitStatus status = leave();
+      return status == ExitStatus::done ? ExitStatus::failed : status;
     }
     return leave();
   }
 
  private:
-  /// False when its report could not be printed.
-  bool tick(Timestamp now) {
+  using SteadyClock = std::chrono::steady_clock;
+
+  /// False when the watch is to end: a stop was requested, or nobody reads its reports.
+  bool tick(const StopSignals& signals) {
+    const Timestamp now = platform::now();
     tell(settings_.refresh());
     const GuardSettings& settings = settings_.current();
     const Observation seen = observer_.look(settings, now);
+    if (signals.isStopRequested()) return false;  // no prompt for somebody who wants to leave
     const GuardDecision decision = machine_.evaluate(
         options_.mode, settings, seen.power, seen.lidState, seen.strongest,
         hands_ && hands_->controller.isSleepPreventionEnabled(), seen.thermalState, now);
     if (hands_) {
-      hands_->keepAwake.apply(decision, settings, now);
+      hands_->keepAwake.apply(decision, settings, seen.lidState, now);
       tell(hands_->usage.record({.mode = options_.mode,
                                  .settings = settings,
                                  .power = seen.power,
@@ -149,19 +185,20 @@ class Watch {
     }
     StatusReport report = makeStatusReport(options_.mode, seen, decision);
     report.at = platform::iso8601(now);
+    report.isWatchRunning = true;
     return printer_.print(report);
   }
 
-  /// True when the watch is to end.
-  bool waitForNextTick(const StopSignals& signals, Timestamp tickStart) {
-    const auto waitUntil = [&](double secondsAfterStart) {
-      return signals.waitFor(secondsAfterStart - secondsBetween(tickStart, platform::now()));
+  void waitForNextTick(const StopSignals& signals, SteadyClock::time_point tickStart) {
+    const auto secondsLeft = [&] {
+      const std::chrono::duration<double> passed = SteadyClock::now() - tickStart;
+      return options_.intervalSeconds - passed.count();
     };
     if (hands_ && hands_->keepAwake.isToolNew()) {
-      if (waitUntil(std::min(KeepAwake::earlyEndSeconds, options_.intervalSeconds))) return true;
-      hands_->keepAwake.checkTool(platform::now());
+      if (signals.waitFor(std::min(KeepAwake::earlyEndSeconds, secondsLeft()))) return;
+      hands_->keepAwake.checkTool();
     }
-    return waitUntil(options_.intervalSeconds);
+    signals.waitFor(secondsLeft());
   }
 
   void saveState(Timestamp now) {
@@ -174,7 +211,7 @@ class Watch {
         .isSleepPreventionEnabled = controller.isSleepPreventionEnabled(),
         .appliedLetDisplaySleep = controller.appliedLetDisplaySleep(),
         .isLidClosedProtectionEngaged = controller.isLidClosedProtectionEngaged(),
-        .releasePendingSince = hands_->keepAwake.releasePendingSince(),
+        .releaseDueAt = hands_->keepAwake.releaseDueAt(),
         .lastActiveSignalAt = memory.lastActiveSignalAt,
         .hasSeenWork = memory.hasSeenWork,
         .completionSleepIssued = memory.completionSleepIssued};

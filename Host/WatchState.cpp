@@ -13,9 +13,11 @@ std::optional<std::int64_t> runningWatch() {
 }
 
 std::optional<WatchState> runningWatchState() {
-  if (!runningWatch()) return std::nullopt;
+  const auto holder = runningWatch();
+  if (!holder) return std::nullopt;
   try {
-    return decode<WatchState>(platform::readFile(watchStateFile()));
+    auto state = decode<WatchState>(platform::readFile(watchStateFile()));
+    if (state.pid == holder) return state;  // else it was left by an earlier one
   } catch (const std::system_error&) {
   } catch (const DecodingError&) {
   }

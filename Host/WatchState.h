@@ -18,7 +18,7 @@ struct WatchState {
   bool isSleepPreventionEnabled = false;
   std::optional<bool> appliedLetDisplaySleep = {};
   bool isLidClosedProtectionEngaged = false;
-  std::optional<Timestamp> releasePendingSince = {};
+  std::optional<Timestamp> releaseDueAt = {};  ///< of a lid-closed keep-awake without work
   std::optional<Timestamp> lastActiveSignalAt = {};
   bool hasSeenWork = false;
   bool completionSleepIssued = false;
@@ -48,7 +48,7 @@ inline constexpr auto jsonFields<host::WatchState> = std::tuple{
     required("isSleepPreventionEnabled", &host::WatchState::isSleepPreventionEnabled),
     optional("appliedLetDisplaySleep", &host::WatchState::appliedLetDisplaySleep),
     required("isLidClosedProtectionEngaged", &host::WatchState::isLidClosedProtectionEngaged),
-    optional("releasePendingSince", &host::WatchState::releasePendingSince),
+    optional("releaseDueAt", &host::WatchState::releaseDueAt),
     optional("lastActiveSignalAt", &host::WatchState::lastActiveSignalAt),
     required("hasSeenWork", &host::WatchState::hasSeenWork),
     required("completionSleepIssued", &host::WatchState::completionSleepIssued),

@@ -1,5 +1,7 @@
 // `wakelatch`: drives the library the way an application would, from the command line.
 #include <exception>
+#include <iostream>
+#include <stdexcept>
 #include <variant>
 
 #include "Host/CommandLine.h"
@@ -32,7 +34,9 @@ int main(int argc, char** argv) {
     if (const auto* status = std::get_if<ExitStatus>(&parsed)) return static_cast<int>(*status);
     const auto& line = std::get<CommandLine>(parsed);
     Tools tools(line.toolFolder);
-    return static_cast<int>(std::visit(RunCommand{tools}, line.command));
+    const ExitStatus status = std::visit(RunCommand{tools}, line.command);
+    if (std::cout.flush()) return static_cast<int>(status);
+    throw std::runtime_error("standard output could not be written");
   } catch (const std::exception& error) {
     printNotice(error.what());
     return static_cast<int>(ExitStatus::failed);

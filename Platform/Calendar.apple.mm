@@ -1,6 +1,7 @@
 #import <Foundation/Foundation.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "Platform/Calendar.h"
 
@@ -13,8 +14,10 @@ struct TimeZone::Rules {
 TimeZone::TimeZone(std::unique_ptr<Rules> rules) : rules_(std::move(rules)) {}
 
 TimeZone::TimeZone(const std::string& name) : rules_(new Rules) {
-  NSString* text = [NSString stringWithUTF8String:name.c_str()];
-  rules_->zone = text == nil ? nil : [NSTimeZone timeZoneWithName:text];
+  @autoreleasepool {
+    NSString* text = [NSString stringWithUTF8String:name.c_str()];
+    rules_->zone = text == nil ? nil : [NSTimeZone timeZoneWithName:text];
+  }
   if (rules_->zone == nil) throw std::invalid_argument("no time zone is named " + name);
 }
 

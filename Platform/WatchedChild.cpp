@@ -39,7 +39,12 @@ bool WatchedChild::awaitExit(double seconds) const {
 }
 
 void WatchedChild::reapOnExit() {
-  while (!child_.awaitExit(std::numeric_limits<double>::infinity())) {
+  for (bool exited = false; !exited;) {
+    try {
+      exited = child_.awaitExit(std::numeric_limits<double>::infinity());
+    } catch (const std::system_error&) {  // short of memory: the child goes on, so does this
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
   }
   {
     const std::lock_guard lock(mutex_);

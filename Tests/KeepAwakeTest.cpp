@@ -25,6 +25,7 @@ struct Rig : CommandRunning {
   std::optional<SleepController> controller;
   std::optional<KeepAwake> keepAwake;
   GuardSettings settings;
+  LidState lid = LidState::closed;
 
   Rig() {
     const auto tool = home.path() / "caffeinate";
@@ -56,7 +57,7 @@ struct Rig : CommandRunning {
     decision.shouldPreventSleep = status == GuardStatus::keepingAwake;
     decision.shouldSleepNow = sleepNow;
     commands.clear();
-    keepAwake->apply(decision, settings, Timestamp(std::chrono::duration<double>(1e9 + at)));
+    keepAwake->apply(decision, settings, lid, Timestamp(std::chrono::duration<double>(1e9 + at)));
     return commands;
   }
   bool isAwake() const { return controller->appliedLetDisplaySleep().has_value(); }
@@ -82,6 +83,13 @@ TEST(KeepAwake, ReleasesALidClosedKeepAwakeAfterTheDelayAndThenSleeps) {
   rig.tick(72, watching, true);
   rig.tick(74, working);
   EXPECT_THAT(rig.tick(80, GuardStatus::batterySafety), ElementsAre("restore"));
+
+  // Nor does the machine fall asleep under the hands of who opens the lid.
+  rig.tick(90, working);
+  rig.tick(92, watching, true);
+  rig.lid = LidState::open;
+  rig.tick(94, watching);
+  EXPECT_THAT(rig.tick(152, watching), ElementsAre("restore"));
 }
 
 TEST(KeepAwake, ARefusedPromptIsNotShownOnEveryTick) {
@@ -102,9 +110,11 @@ TEST(KeepAwake, ARefusedPromptIsNotShownOnEveryTick) {
   EXPECT_THAT(rig.tick(906, GuardStatus::off), ElementsAre("restore", "direct restore"));
   EXPECT_THAT(rig.tick(908, GuardStatus::off), IsEmpty());
   EXPECT_FALSE(rig.isAwake());
+  EXPECT_THAT(rig.tick(910, watching), IsEmpty()) << "no new delay, no new prompt";
+  EXPECT_THAT(rig.tick(972, watching), IsEmpty());
   rig.refuses = false;
   EXPECT_THAT(rig.tick(1806, GuardStatus::off), ElementsAre("restore"));
-  EXPECT_EQ(rig.notices.size(), 3u);
+  EXPECT_EQ(rig.notices.size(), 2u);
 }
 
 TEST(KeepAwake, LidClosedModeSwitchedOffWhileEngagedIsRestored) {

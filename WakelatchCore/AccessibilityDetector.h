@@ -16,6 +16,7 @@ namespace wakelatch {
 /// Looks for the phrases of agents in the windows of running applications: of the agents' own, of
 /// terminals, and of those that the user named. Remembers nothing that it saw. Never throws, never
 /// logs; what cannot be read contributes nothing. Every read waits for the application's answer.
+/// macOS renews its list of running applications only while the main thread's run loop runs.
 class AccessibilityDetector {
  public:
   /// Reads the system's accessibility interface.

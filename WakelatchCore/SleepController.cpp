@@ -292,6 +292,10 @@ bool SleepController::engageLidClosedProtection() {
   return true;
 }
 
+bool SleepController::releaseLidClosedProtection() {
+  return !isLidClosedProtectionEngaged() || disengageDisableSleep();
+}
+
 bool SleepController::disengageDisableSleep() {
   bool isRestored = false;
   logger_.log("Restoring pmset disablesleep 0");

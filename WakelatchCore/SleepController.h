@@ -66,6 +66,10 @@ class SleepController {
   /// setting stayed engaged.
   bool restoreNormalSleep();
 
+  /// Restores an engaged lid-closed setting and lets the keep-awake process run on. Returns as
+  /// restoreNormalSleep().
+  bool releaseLidClosedProtection();
+
   /// Puts the machine to sleep at once.
   void sleepNow();
 
