@@ -1,6 +1,7 @@
 #include "Host/StatusReport.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 
 namespace wakelatch::host {
@@ -14,6 +15,14 @@ std::string describe(const ActivitySignal& signal) {
   std::string text = signal.reason;
   if (signal.sessionCount) text += ", " + counted(*signal.sessionCount, "session", "sessions");
   return text;
+}
+
+/// "31.5 % against 8.0 %".
+std::string load(const AgentProcesses& agent) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.1f %% against %.1f %%", agent.cpuPercent,
+                agent.thresholdPercent);
+  return std::string(text) + (agent.trustsCPU ? "" : " (says nothing for this agent)");
 }
 
 constexpr const char* unseen = " (its process was not seen for 90 s)";
@@ -34,8 +43,8 @@ std::vector<AgentEvidence> evidencePerAgent(const ActivityDetector::Evidence& ev
       at(signal).notBelieved.push_back(source + describe(signal) + unseen);
     }
   };
-  for (const ActivitySignal& signal : evidence.process) {
-    at(signal).seen.push_back("process: " + describe(signal));
+  for (const AgentProcesses& agent : evidence.process) {
+    at(agent.signal).seen.push_back("process: " + describe(agent.signal) + ", CPU " + load(agent));
   }
   addAll("UI text: ", evidence.accessibility);
   addAll("session files: ", evidence.session);

@@ -40,10 +40,12 @@ auto lookUp(const Map& map, const std::string& key) {
 ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& settings,
                                                     const PowerSnapshot& power, Timestamp now) {
   Evidence evidence;
-  evidence.process = processDetector_.detectPerApp(settings, power);
+  evidence.process = processDetector_.inspect(settings, power);
 
+  std::vector<ActivitySignal> processSignals;
   std::map<std::string, std::int64_t> processCounts;
-  for (const ActivitySignal& signal : evidence.process) {
+  for (const auto& [signal, cpuPercent, thresholdPercent, trustsCPU] : evidence.process) {
+    processSignals.push_back(signal);
     if (!signal.appName) continue;
     processLastSeenAt_[*signal.appName] = now;
     if (signal.sessionCount) processCounts[*signal.appName] = *signal.sessionCount;
@@ -59,7 +61,7 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
       settings, now, SessionActivityDetector::defaultSessionCountWindow);
 
   SignalsByName merged;
-  merge(merged, evidence.process);
+  merge(merged, processSignals);
   merge(merged, evidence.accessibility.kept);
   merge(merged, evidence.session.kept);
   for (auto& [name, signal] : merged) {

@@ -34,7 +34,7 @@ class ActivityDetector {
 
   /// What one tick found, and what came of it.
   struct Evidence {
-    std::vector<ActivitySignal> process;
+    std::vector<AgentProcesses> process;
     Findings accessibility;
     Findings session;
     /// One signal per agent name, sorted by the names' composed Unicode scalars; each says whether

@@ -202,6 +202,11 @@ std::vector<ActivitySignal> ProcessDetector::detectPerApp(
   return detectPerApp(liveSnapshot(), settings, power);
 }
 
+std::vector<AgentProcesses> ProcessDetector::inspect(const GuardSettings& settings,
+                                                     const std::optional<PowerSnapshot>& power) {
+  return inspect(liveSnapshot(), settings, power);
+}
+
 ActivitySignal ProcessDetector::detect(const GuardSettings& settings,
                                        const std::optional<PowerSnapshot>& power) {
   return detect(liveSnapshot(), settings, power);
@@ -210,6 +215,16 @@ ActivitySignal ProcessDetector::detect(const GuardSettings& settings,
 std::vector<ActivitySignal> ProcessDetector::detectPerApp(
     const std::vector<ProcessSnapshot>& processes, const GuardSettings& settings,
     const std::optional<PowerSnapshot>& power) {
+  std::vector<ActivitySignal> signals;
+  for (AgentProcesses& agent : inspect(processes, settings, power)) {
+    signals.push_back(std::move(agent.signal));
+  }
+  return signals;
+}
+
+std::vector<AgentProcesses> ProcessDetector::inspect(const std::vector<ProcessSnapshot>& processes,
+                                                     const GuardSettings& settings,
+                                                     const std::optional<PowerSnapshot>& power) {
   const double threshold = settings.profile(power.value_or(PowerSnapshot())).cpuThresholdPercent;
   const ProcessTree tree(processes);
   const std::vector<Group> groups = groupByAgent(processes, tree, settings);
@@ -218,19 +233,21 @@ std::vector<ActivitySignal> ProcessDetector::detectPerApp(
     for (const Node root : group.roots) ancestors.addMatched(root);
   }
 
-  std::vector<ActivitySignal> signals;
+  std::vector<AgentProcesses> agents;
   TreeLoad load(tree);
   for (const Group& group : groups) {
-    const bool isBusy = group.trustsCPU && load.sum(group.roots) >= threshold;
-    signals.push_back({
+    const double cpuPercent = load.sum(group.roots);
+    const bool isBusy = group.trustsCPU && cpuPercent >= threshold;
+    ActivitySignal signal{
         .strength = isBusy ? SignalStrength::strong : SignalStrength::presence,
         .appName = group.name,
         .reason = group.name + (isBusy ? " CPU is above the work threshold" : " is running"),
         .sessionCount = std::count_if(group.roots.begin(), group.roots.end(),
                                       [&](Node root) { return !ancestors.has(root); }),
-    });
+    };
+    agents.push_back({std::move(signal), cpuPercent, threshold, group.trustsCPU});
   }
-  return signals;
+  return agents;
 }
 
 ActivitySignal ProcessDetector::detect(const std::vector<ProcessSnapshot>& processes,

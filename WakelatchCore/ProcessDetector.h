@@ -28,6 +28,14 @@ struct ProcessSnapshot {
   friend bool operator==(const ProcessSnapshot&, const ProcessSnapshot&) = default;
 };
 
+/// One agent's processes: its signal, and what led to it.
+struct AgentProcesses {
+  ActivitySignal signal;
+  double cpuPercent = 0;        ///< of the agent's processes and all that they started
+  double thresholdPercent = 0;  ///< of the profile in force
+  bool trustsCPU = false;       ///< whether CPU load means work for this agent
+};
+
 /// Finds agents in the process table. Keeps nothing between calls, which may come from any thread
 /// that the runner allows. Nothing throws.
 class ProcessDetector {
@@ -47,6 +55,9 @@ class ProcessDetector {
   /// @param power  absent: the battery profile's threshold
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
                                            const std::optional<PowerSnapshot>& power);
+  /// The same signals with what led to them.
+  std::vector<AgentProcesses> inspect(const GuardSettings& settings,
+                                      const std::optional<PowerSnapshot>& power);
   /// The strongest of these signals, the first among equals; ActivitySignal::none() without any.
   ActivitySignal detect(const GuardSettings& settings, const std::optional<PowerSnapshot>& power);
 
@@ -54,6 +65,9 @@ class ProcessDetector {
   static std::vector<ActivitySignal> detectPerApp(const std::vector<ProcessSnapshot>& processes,
                                                   const GuardSettings& settings,
                                                   const std::optional<PowerSnapshot>& power);
+  static std::vector<AgentProcesses> inspect(const std::vector<ProcessSnapshot>& processes,
+                                             const GuardSettings& settings,
+                                             const std::optional<PowerSnapshot>& power);
   static ActivitySignal detect(const std::vector<ProcessSnapshot>& processes,
                                const GuardSettings& settings,
                                const std::optional<PowerSnapshot>& power);
