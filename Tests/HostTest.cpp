@@ -7,6 +7,7 @@
 #include "Host/WatchState.h"
 #include "Tests/HostProgram.h"
 #include "Tests/TemporaryFolder.h"
+#include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/SleepController.h"
 
 #include <nlohmann/json.hpp>
@@ -182,6 +183,33 @@ TEST(Host, AToolThatEndsAtOnceIsNotRestartedOnEveryTick) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(contentOf(starts), "started\n");
   EXPECT_THAT(outcome.err, HasSubstr("this system cannot be kept awake"));
+}
+
+// A stopped host is what the system's sleep looks like from inside.
+TEST(Host, AGapBetweenTicksClosesTheSessionAsInterrupted) {
+  const TemporaryHome home;
+  const fs::path tool = home.path() / "caffeinate", log = FileLogger().logURL();
+  writeScript(tool, "exec sleep 60");
+  const Impostor busy(home.path() / "codex", "busy");
+  HostProgram watch({"watch", "--interval", "0.2", "--caffeinate", tool.string()});
+  const auto isWorking = [] {
+    const auto state = runningWatchState();
+    return state && state->lastActiveSignalAt;
+  };
+  ASSERT_TRUE(eventually(isWorking));
+  EXPECT_FALSE(watch.awaitExit(0.5));
+  watch.send(SIGSTOP);
+  std::this_thread::sleep_for(std::chrono::milliseconds(10'300));
+  watch.send(SIGCONT);
+  EXPECT_TRUE(
+      eventually([&] { return contentOf(log).find(" close=interrupted ") != std::string::npos; }));
+  watch.send(SIGTERM);
+  EXPECT_EQ(watch.finish().status, 0);
+  const json usage = json::parse(
+      contentOf(log.parent_path().parent_path() / "Application Support/Lumenhold/usage.json"));
+  EXPECT_EQ(usage["wakeGapTicksDropped"], 1);
+  EXPECT_EQ(usage["lastCloseReason"], "interrupted");
+  EXPECT_EQ(usage["lastRun"]["agentDisplayName"], "Codex CLI");
 }
 
 }  // namespace
