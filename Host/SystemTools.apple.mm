@@ -40,18 +40,17 @@ void serviceSystemEvents() {
 
 ThermalState thermalState() {
   @autoreleasepool {
-
-  switch (NSProcessInfo.processInfo.thermalState) {
-    case NSProcessInfoThermalStateNominal:
-      return ThermalState::nominal;
-    case NSProcessInfoThermalStateFair:
-      return ThermalState::fair;
-    case NSProcessInfoThermalStateSerious:
-      return ThermalState::serious;
-    case NSProcessInfoThermalStateCritical:
-      return ThermalState::critical;
-  }
-  return ThermalState::nominal;  // a step that a later system may add
+    switch (NSProcessInfo.processInfo.thermalState) {
+      case NSProcessInfoThermalStateNominal:
+        return ThermalState::nominal;
+      case NSProcessInfoThermalStateFair:
+        return ThermalState::fair;
+      case NSProcessInfoThermalStateSerious:
+        return ThermalState::serious;
+      case NSProcessInfoThermalStateCritical:
+        return ThermalState::critical;
+    }
+    return ThermalState::nominal;  // a step that a later system may add
   }
 }
 

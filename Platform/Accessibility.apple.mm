@@ -77,9 +77,8 @@ class SystemAccessibility final : public Accessibility {
                                                length:name.size()
                                              encoding:NSUTF8StringEncoding];
       CFTypeRef copied = nullptr;
-      const AXError error =
-          AXUIElementCopyAttributeValue(static_cast<AXUIElementRef>(element.get()),
-                                        (__bridge CFStringRef)key, &copied);
+      const AXError error = AXUIElementCopyAttributeValue(
+          static_cast<AXUIElementRef>(element.get()), (__bridge CFStringRef)key, &copied);
       const Element value = adopt(copied);
       if (error != kAXErrorSuccess || !value) return {};
       const CFTypeID type = CFGetTypeID(value.get());
