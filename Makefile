@@ -6,9 +6,9 @@ SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
 run:
 	@cmake/bootstrap run
-	@cmake --preset release >build-release.log 2>&1 && cmake --build --preset release >>build-release.log 2>&1 \
-	  || { cat build-release.log; rm -f build-release.log; exit 1; }
-	@rm -f build-release.log
+	@mkdir -p build
+	@{ cmake --preset release && cmake --build --preset release; } >build/run.log 2>&1 \
+	  || { cat build/run.log; exit 1; }
 	@exec build/release/Host/wakelatch $(ARGS)
 
 test:

@@ -7,6 +7,7 @@
 #include "Host/WatchState.h"
 #include "Tests/HostProgram.h"
 #include "Tests/TemporaryFolder.h"
+#include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/SleepController.h"
 
@@ -31,6 +32,16 @@ class Impostor {
  private:
   ChildProcess child_;  // killed with the object
 };
+
+/// Settings under which one agent alone is watched: others may be at work on this machine.
+void watchOnly(const std::string& agentID, const fs::path& home) {
+  json disabled = json::array();
+  for (const AgentProfile& agent : AgentCatalog::builtin()) {
+    if (agent.id != agentID) disabled.push_back(agent.id);
+  }
+  const json settings = {{"idleGracePeriodSeconds", 1}, {"disabledAgentIDs", disabled}};
+  writeFile(home / "Library/Application Support/Lumenhold/settings.json", settings.dump());
+}
 
 json signalOf(const json& status, const std::string& agent) {
   for (const json& signal : status["signals"]) {
@@ -78,9 +89,8 @@ TEST(Host, BelievesSessionFilesAndSharedOnesOnlyBesideTheirProcess) {
 
 TEST(Host, AWatchGoesThroughGraceToWatchingAndLeavesOnASignal) {
   const TemporaryHome home;
-  writeFile(home.path() / "Library/Application Support/Lumenhold/settings.json",
-            R"({"idleGracePeriodSeconds":1})");
-  auto busy = std::make_unique<Impostor>(home.path() / "codex", "busy");
+  watchOnly("aider", home.path());
+  auto busy = std::make_unique<Impostor>(home.path() / "aider", "busy");
   HostProgram watch({"watch", "--dry-run", "--json", "--interval", "0.2"});
   EXPECT_FALSE(watch.awaitExit(1.5));
   busy.reset();
@@ -190,7 +200,8 @@ TEST(Host, AGapBetweenTicksClosesTheSessionAsInterrupted) {
   const TemporaryHome home;
   const fs::path tool = home.path() / "caffeinate", log = FileLogger().logURL();
   writeScript(tool, "exec sleep 60");
-  const Impostor busy(home.path() / "codex", "busy");
+  watchOnly("grok-build", home.path());
+  const Impostor busy(home.path() / "grok", "busy");
   HostProgram watch({"watch", "--interval", "0.2", "--caffeinate", tool.string()});
   const auto isWorking = [] {
     const auto state = runningWatchState();
@@ -209,7 +220,7 @@ TEST(Host, AGapBetweenTicksClosesTheSessionAsInterrupted) {
       contentOf(log.parent_path().parent_path() / "Application Support/Lumenhold/usage.json"));
   EXPECT_EQ(usage["wakeGapTicksDropped"], 1);
   EXPECT_EQ(usage["lastCloseReason"], "interrupted");
-  EXPECT_EQ(usage["lastRun"]["agentDisplayName"], "Codex CLI");
+  EXPECT_EQ(usage["lastRun"]["agentDisplayName"], "Grok Build");
 }
 
 }  // namespace
