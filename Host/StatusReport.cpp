@@ -50,6 +50,7 @@ std::vector<AgentEvidence> evidencePerAgent(const ActivityDetector::Evidence& ev
   addAll("session files: ", evidence.session);
 
   std::vector<AgentEvidence> result;
+  result.reserve(agents.size());
   for (auto& [name, entry] : agents) result.push_back(std::move(entry));
   return result;
 }
