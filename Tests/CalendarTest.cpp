@@ -5,7 +5,6 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <stdexcept>
 
 namespace wakelatch::platform {
@@ -21,57 +20,41 @@ TEST(Calendar, NamesTheLocalDay) {
   struct Row {
     const char* zone;
     const char* lastInstant;  // the last whole second of `day`
-    local_days day;
+    year_month_day day, next;
   };
-  for (const Row& row : std::to_array<Row>({
-           {"America/Sao_Paulo", "2018-11-04T02:59:59Z", local_days{2018y / 11 / 3}},
-           {"Europe/Berlin", "2024-12-31T22:59:59Z", local_days{2024y / 12 / 31}},
-           {"America/New_York", "2024-02-29T04:59:59Z", local_days{2024y / 2 / 28}},
-           {"Asia/Kathmandu", "2025-01-01T18:14:59Z", local_days{2025y / 1 / 1}},
-           {"Pacific/Kiritimati", "2024-12-31T09:59:59Z", local_days{2024y / 12 / 31}},
-           {"Etc/GMT+12", "2025-01-01T11:59:59Z", local_days{2024y / 12 / 31}},
-           {"Pacific/Apia", "2011-12-30T09:59:59Z", local_days{2011y / 12 / 29}},
-           {"UTC", "1500-02-28T23:59:59Z", local_days{1500y / 2 / 28}},
+  for (const auto& [name, lastInstant, day, next] : std::to_array<Row>({
+           {"America/Sao_Paulo", "2018-11-04T02:59:59Z", 2018y / 11 / 3, 2018y / 11 / 4},
+           {"America/New_York", "2024-02-29T04:59:59Z", 2024y / 2 / 28, 2024y / 2 / 29},
+           {"Asia/Kathmandu", "2025-01-01T18:14:59Z", 2025y / 1 / 1, 2025y / 1 / 2},
+           {"Pacific/Kiritimati", "2024-12-31T09:59:59Z", 2024y / 12 / 31, 2025y / 1 / 1},
+           {"Etc/GMT+12", "2025-01-01T11:59:59Z", 2024y / 12 / 31, 2025y / 1 / 1},
+           {"Pacific/Apia", "2011-12-30T09:59:59Z", 2011y / 12 / 29, 2011y / 12 / 31},
+           {"UTC", "1500-02-28T23:59:59Z", 1500y / 2 / 28, 1500y / 3 / 1},
        })) {
-    const TimeZone zone(row.zone);
-    const bool skipsADay = row.day == local_days{2011y / 12 / 29};
-    EXPECT_EQ(zone.day(at(row.lastInstant)), row.day) << row.zone;
-    EXPECT_EQ(zone.day(after(at(row.lastInstant), 0.999)), row.day) << row.zone;
-    EXPECT_EQ(zone.day(after(at(row.lastInstant), 1)), row.day + days{skipsADay ? 2 : 1})
-        << row.zone;
+    const TimeZone zone(name);
+    EXPECT_EQ(zone.day(after(at(lastInstant), 0.999)), local_days{day}) << name;
+    EXPECT_EQ(zone.day(after(at(lastInstant), 1)), local_days{next}) << name;
   }
 }
 
 TEST(Calendar, DaysAreAsLongAsTheClocksMakeThem) {
-  struct Row {
-    const char* zone;
-    year_month_day day;
-    double hours;
-  };
-  for (const Row& row : std::to_array<Row>({
-           {"America/Sao_Paulo", 2018y / 11 / 4, 23},  // no midnight
-           {"America/Sao_Paulo", 2018y / 2 / 17, 25},
-           {"Asia/Beirut", 2021y / 3 / 28, 23},  // no midnight
-           {"Asia/Beirut", 2021y / 10 / 30, 25},
-           {"Africa/Cairo", 2014y / 5 / 16, 23},  // no midnight
-           {"Africa/Cairo", 2014y / 9 / 25, 25},
-           {"America/Havana", 2021y / 11 / 7, 25},  // midnight comes twice
-           {"Europe/Berlin", 2025y / 3 / 30, 23},
-           {"Europe/Berlin", 2025y / 10 / 26, 25},
-           {"Australia/Lord_Howe", 2021y / 10 / 3, 23.5},
-           {"Pacific/Apia", 2011y / 12 / 29, 24},
-           {"Pacific/Apia", 2011y / 12 / 30, 0},  // there was none
-           {"Pacific/Kiritimati", 2024y / 12 / 31, 24},
-       })) {
-    const TimeZone zone(row.zone);
-    double hours = 0;
-    for (double minutes = -48 * 60; minutes < 48 * 60; minutes += 30) {
-      if (zone.day(after(Timestamp{sys_days{row.day}}, minutes * 60)) == local_days{row.day}) {
-        hours += 0.5;
-      }
+  const auto hours = [](const char* name, year_month_day day) {
+    const TimeZone zone(name);
+    const Timestamp midnight{sys_days{day}};
+    int halves = 0;
+    for (int half = -96; half < 96; ++half) {
+      halves += zone.day(after(midnight, half * 1800)) == local_days{day};
     }
-    EXPECT_EQ(hours, row.hours) << row.zone << ' ' << unsigned{row.day.day()};
-  }
+    return halves / 2.0;
+  };
+  EXPECT_EQ(hours("America/Sao_Paulo", 2018y / 11 / 4), 23) << "no midnight";
+  EXPECT_EQ(hours("America/Sao_Paulo", 2018y / 2 / 17), 25);
+  EXPECT_EQ(hours("Asia/Beirut", 2021y / 3 / 28), 23) << "no midnight";
+  EXPECT_EQ(hours("America/Havana", 2021y / 11 / 7), 25) << "midnight comes twice";
+  EXPECT_EQ(hours("Europe/Berlin", 2025y / 3 / 30), 23);
+  EXPECT_EQ(hours("Europe/Berlin", 2025y / 10 / 26), 25);
+  EXPECT_EQ(hours("Australia/Lord_Howe", 2021y / 10 / 3), 23.5);
+  EXPECT_EQ(hours("Pacific/Apia", 2011y / 12 / 30), 0) << "there was none";
 }
 
 TEST(Calendar, AnyInstantHasADay) {
