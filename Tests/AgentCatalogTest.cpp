@@ -1,18 +1,11 @@
 #include "WakelatchCore/AgentCatalog.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <map>
-#include <set>
-#include <utility>
 
 namespace wakelatch {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::Pair;
-using ::testing::SizeIs;
+using ::testing::ElementsAre, ::testing::Pair, ::testing::SizeIs;
 
 /// The id of the profile that a command resolves to; "-" for none.
 std::string resolve(const AgentResolver& resolver, std::string_view path,
@@ -64,58 +57,48 @@ TEST(AgentResolver, FindsTheAgentOfABundleOrCommand) {
     const char *path, *arguments, *id;
   };
   for (const auto& [path, arguments, id] :
-       {Row{"/x/Claude-Code/cli", "", "claude-code"},
+       {Row{"/x/Claude-Code/cli", "", "claude-code"}, Row{"/bin/claude", "", "claude-code"},
         Row{"/Applications/Cursor.app/x", "node /opt/CLAUDE-CODE/cli.js", "claude-code"},
         Row{"/usr/bin/node", "\xc3\x9c /x/pi-coding-agent/y /x/claude/versions/1", "claude-code"},
-        Row{"/usr/bin/node", "/x/pi-coding-agent", "-"}, Row{"/bin/claude", "", "claude-code"},
         Row{"XAI-GRO\u212a-pager", "", "grok-build"}, Row{"/opt/pi/", "", "pi-coding-agent"},
-        Row{"/bin/clauded", "claude", "-"}, Row{"/bin/node", "/u/bin/codex --x", "codex-cli"},
+        Row{"/bin/node", "/u/bin/codex --x", "codex-cli"}, Row{"node", "/x/gemini.js\tcodex", "-"},
         Row{"/bin/NODE", "node -x //  /opt/Gemini/ codex", "gemini-cli"},
-        Row{"node", "/x/gemini.js\tcodex", "-"}, Row{"/bin/zsh", "/u/bin/codex --x", "-"},
-        Row{"/usr/bin/\xffnode", "codex", "-"},
-        Row{"/Applications/Cursor.app/claude", "", "cursor"},
-        Row{"/a/visual studio CODE.app/Codex.app/codex", "", "vscode"},
-        Row{"/a/Cursor.APP/node", "codex", "codex-cli"}, Row{"", "codex", "-"},
-        Row{"/", "codex", "-"}}) {
+        Row{"/usr/bin/node", "/x/pi-coding-agent", "-"}, Row{"/usr/bin/\xffnode", "codex", "-"},
+        Row{"/bin/clauded", "claude", "-"}, Row{"/bin/zsh", "/u/bin/codex --x", "-"},
+        Row{"/Applications/Cursor.app/claude", "", "cursor"}, Row{"", "codex", "-"},
+        Row{"/a/visual studio CODE.app/Codex.app/codex", "", "vscode"}, Row{"/", "codex", "-"},
+        Row{"/a/Cursor.APP/node", "codex", "codex-cli"}})
     EXPECT_EQ(resolve(resolver, path, arguments), id) << path << " " << arguments;
-  }
 }
 
 TEST(AgentResolver, TheFirstProfileWinsAndMarkersMaySpanPathAndArguments) {
-  AgentProfile first{.id = "first", .cliProcessNames = {"", "Tool"}, .cliPathMarkers = {"", "B C"}};
-  AgentProfile second{.id = "second", .cliProcessNames = {"tool"}, .cliPathMarkers = {"/aa/"}};
-  const AgentResolver original({first, second});
+  const AgentResolver original(
+      {{.id = "first", .cliProcessNames = {"", "Tool"}, .cliPathMarkers = {"", "B C"}},
+       {.id = "second", .cliProcessNames = {"tool"}, .cliPathMarkers = {"/aa/"}}});
   const AgentResolver resolver = original;
   EXPECT_EQ(resolve(resolver, "/aa/b", "c"), "first");
-  EXPECT_EQ(resolve(resolver, "/aa/b", ""), "second");
-  EXPECT_EQ(resolve(resolver, "/b/TOOL"), "first");
+  EXPECT_EQ(resolve(resolver, "/aa/b"), "second");
   EXPECT_EQ(resolve(resolver, ""), "-");
-  EXPECT_EQ(resolver.profileForCommand("tool", ""), &resolver.profiles()[0]);
+  EXPECT_EQ(resolver.profileForCommand("/b/TOOL", ""), &resolver.profiles()[0]);
 }
 
-TEST(AgentResolver, ReportsAnUnknownHostBundleOnce) {
+TEST(AgentResolver, TakesPathsApartAndReportsAnUnknownHostBundleOnce) {
   const AgentResolver resolver = AgentResolver::make({});
   std::vector<std::pair<std::string, std::string>> reports;
-  const auto run = [&](const char* path, const char* arguments = "") {
-    EXPECT_EQ(resolve(resolver, path, arguments), "-");
-  };
-  run("/Applications/Early.app/codex");  // used up while nobody listens
+  resolve(resolver, "/Applications/Early.app/codex");  // used up while nobody listens
   AgentResolver::onUnmatchedHostBundle = [&](const std::string& bundle, const std::string& binary) {
     reports.emplace_back(bundle, binary);
-    run("/Applications/Nested.app/Pi");  // a handler may resolve
+    resolve(resolver, "/Applications/Nested.app/Pi");  // a handler may resolve
   };
-  run("/Applications/Early.app/codex");
-  run("/Applications/Foo.app/Contents/MacOS/Claude", "codex");
-  run("/Applications/foo.app/bin/codex");
-  run("/Applications/Bar.app/helper", "--x  /bin/CODEX pi");
-  run("/Applications/Silent.app/helper", "codex.js");
-  run("/.app/bin/codex");
+  using Command = std::pair<const char*, const char*>;
+  for (const auto& [path, arguments] :
+       {Command{"/Applications/Early.app/codex", ""}, Command{"/A/Foo.app/bin/Claude", "codex"},
+        Command{"/Applications/foo.app/bin/codex", ""}, Command{"/.app/bin/codex", ""},
+        Command{"/A/Bar.app/x", "--x  /bin/CODEX pi"}, Command{"/A/Silent.app/x", "codex.js"}})
+    EXPECT_EQ(resolve(resolver, path, arguments), "-") << path;
   AgentResolver::onUnmatchedHostBundle = nullptr;
-  EXPECT_THAT(reports, ElementsAre(Pair("Foo", "Claude"), Pair("Nested", "Pi"),
-                                   Pair("Bar", "CODEX"), Pair("", "codex")));
-}
-
-TEST(AgentResolver, TakesPathsApart) {
+  EXPECT_THAT(reports, ElementsAre(Pair("Foo", "Claude"), Pair("Nested", "Pi"), Pair("", "codex"),
+                                   Pair("Bar", "CODEX")));
   EXPECT_EQ(AgentResolver::basename("a//b//"), "b");
   EXPECT_EQ(AgentResolver::basename("//"), "//");
   EXPECT_EQ(AgentResolver::appBundleName("/A B.app/C.app/D"), std::optional<std::string>("A B"));
