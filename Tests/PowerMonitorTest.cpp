@@ -1,9 +1,7 @@
 #include "WakelatchCore/PowerMonitor.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "Platform/Files.h"
@@ -16,8 +14,7 @@ const ShellCommand pmset{"/usr/bin/pmset", {"-g", "batt"}};
 const ShellCommand ioreg{"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}};
 
 std::string fixture(const std::string& name) {
-  return platform::readFile(std::filesystem::path(WAKELATCH_SOURCE_DIR) / "Tests/Fixtures" /
-                            (name + ".txt"));
+  return platform::readFile(WAKELATCH_SOURCE_DIR "/Tests/Fixtures/" + name + ".txt");
 }
 
 TEST(PowerMonitor, ReadsWhatPmsetPrints) {
@@ -43,49 +40,43 @@ TEST(PowerMonitor, FindsTheFirstPercentage) {
     return PowerMonitor::parsePMSetBatteryOutput(text).batteryPercent;
   };
   for (const char* text : {"010%", "3010%", "% %% 7 % 10%", "1.10%", "é10%", "²% 10%", "٣010%",
-                           "\xB0\xB0\xB0\xB0\xB0% 10%"}) {
+                           "\xB0\xB0\xB0\xB0\xB0% 10%"})
     EXPECT_EQ(percent(text), 10) << text;
-  }
-  for (const char* text : {"", "%", "é%", "٤٢% 10%", "1٢% 10%", "𝟗% 10%"}) {
+  for (const char* text : {"", "%", "é%", "٤٢% 10%", "1٢% 10%", "𝟗% 10%"})
     EXPECT_EQ(percent(text), std::nullopt) << text;
-  }
   EXPECT_EQ(percent("999%"), 999);
 }
 
 TEST(LidStateDetector, ReadsWhatIoregPrints) {
-  const std::pair<std::string, LidState> rows[] = {
-      {fixture("ioreg/lid-open"), LidState::open},
-      {fixture("ioreg/lid-closed"), LidState::closed},
-      {fixture("ioreg/no-lid"), LidState::unknown},
-      {"APPLECLAMSHELLSTATE = NO", LidState::open},
-      {"\"AppleClamshellState\" = No\nAppleClamshellState = Yes", LidState::closed},
-      {"\"AppleClamshellState\"=Yes", LidState::unknown},
-  };
+  using enum LidState;
+  const std::string laptop = fixture("ioreg/lid-open"), closedLaptop = fixture("ioreg/lid-closed");
   ScriptedRunner runner;
-  for (const auto& [text, state] : rows) {
+  using Row = std::pair<std::string, LidState>;
+  for (const auto& [text, state] :
+       {Row{laptop, open}, Row{closedLaptop, closed}, Row{fixture("ioreg/no-lid"), unknown},
+        Row{"APPLECLAMSHELLSTATE = NO", open}, Row{"\"AppleClamshellState\"=Yes", unknown},
+        Row{"\"AppleClamshellState\" = No\nAppleClamshellState = Yes", closed}}) {
     runner.on(ioreg, text);
     EXPECT_EQ(LidStateDetector(runner).lidState(), state) << text;
   }
 }
 
-/// Both probes with tools that fail, logging under `home`.
-bool fallsBack(const std::filesystem::path& home) {
-  ::setenv("HOME", home.c_str(), 1);
-  ScriptedRunner runner;
-  runner.failOn(pmset, "no pmset");
-  runner.failOn(ioreg, "no ioreg");
-  return PowerMonitor(runner).snapshot() ==
-             PowerSnapshot{false, std::nullopt, "Unable to read battery state"} &&
-         LidStateDetector(runner).lidState() == LidState::unknown;
-}
-
+// In a process of its own, because the shared logger finds its file once; that process begins the
+// test anew, so the folder has a fixed name. Its exit must not lose the lines.
 TEST(ProbesDeathTest, LogAFailedRunAndFallBack) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const std::filesystem::path home = std::filesystem::path(::testing::TempDir()) / "ProbesTest";
   std::filesystem::remove_all(home);
-  // In a process of its own, because the shared logger finds its file once; that process begins
-  // the test anew, so the folder has a fixed name. Its exit must not lose the lines.
-  EXPECT_EXIT(std::exit(fallsBack(home) ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  const auto probe = [&] {
+    ::setenv("HOME", home.c_str(), 1);
+    ScriptedRunner runner;
+    runner.failOn(pmset, "no pmset");
+    runner.failOn(ioreg, "no ioreg");
+    const PowerSnapshot fallback{false, std::nullopt, "Unable to read battery state"};
+    std::exit(PowerMonitor(runner).snapshot() != fallback ||
+              LidStateDetector(runner).lidState() != LidState::unknown);
+  };
+  EXPECT_EXIT(probe(), ::testing::ExitedWithCode(0), "");
   EXPECT_THAT(platform::readFile(home / "Library/Logs/Wakelatch.log"),
               ::testing::MatchesRegex("\\[[^]]+\\] PowerMonitor failed: no pmset\n"
                                       "\\[[^]]+\\] LidStateDetector failed: no ioreg\n"));
