@@ -102,11 +102,9 @@ void KeepAwake::enable(const GuardSettings& settings, Timestamp now) {
   } else if (allowLidClosed) {
     engageFailureNoticed_ = false;
   }
-  if (!wasRunning && isToolRunning()) toolStartedAt_ = std::chrono::steady_clock::now();
-  if (!wasRunning && !isToolRunning() && controller_.isSleepPreventionEnabled()) {
-    toolStartedAt_ = steadyNow;  // already gone again: checkTool() says so
-  }
   const bool failed = !controller_.isSleepPreventionEnabled();
+  // It may be gone again already: checkTool() will see that.
+  if (!wasRunning && !failed) toolStartedAt_ = std::chrono::steady_clock::now();
   if (failed && !launchFailureNoticed_) {
     notice_("the keep-awake tool could not be started (the log says why); trying every tick");
   }
