@@ -1,29 +1,22 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
-#include <fstream>
-#include <thread>
+#include <sstream>
 
 #include "Host/linux/LinuxTools.h"
-#include "Platform/ChildProcess.h"
-#include "TemporaryFolder.h"
+#include "Tests/HostProgram.h"
+#include "Tests/TemporaryFolder.h"
 #include "WakelatchCore/PowerMonitor.h"
 
 namespace wakelatch::host {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::ChildOutput;
-using platform::ChildProcess;
+using platform::ChildProcess, platform::ChildOutput;
 using testing::HasSubstr;
 using namespace std::string_literals;
 
 const ShellCommand usage{"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}};
-
-void write(const fs::path& file, const std::string& content) {
-  fs::create_directories(file.parent_path());
-  std::ofstream(file) << content;
-}
 
 /// A folder with the files that a text such as "AC/type=Mains, AC/online=1" names.
 struct Files : TemporaryFolder {
@@ -31,7 +24,7 @@ struct Files : TemporaryFolder {
     std::istringstream files(text);
     for (std::string file; std::getline(files >> std::ws, file, ',');) {
       const std::size_t equals = file.find('=');
-      write(path() / file.substr(0, equals), file.substr(equals + 1) + "\n");
+      writeFile(path() / file.substr(0, equals), file.substr(equals + 1) + "\n");
     }
   }
 };
@@ -52,9 +45,8 @@ double cpuOf(int wanted, const std::string& listing) {
 }
 
 TEST(LinuxTools, NamesTheProgramThatAPersonWould) {
-  const struct {
-    std::string name, executable, commandLine, program;
-  } rows[] = {
+  using Row = std::array<std::string, 4>;  // name, executable, command line; what it is listed as
+  const Row rows[] = {
       {"sleep", "/usr/bin/sleep", "sleep\0001000\0"s, "/usr/bin/sleep"},
       {"codex", "/opt/codex (deleted)", "x\0"s, "/opt/codex"},
       {"codex", "/usr/bin/node", "/usr/bin/node\0/home/u/codex\0go\0"s, "/home/u/codex"},
@@ -66,17 +58,16 @@ TEST(LinuxTools, NamesTheProgramThatAPersonWould) {
       {"claude", "/versions/2.0.1", "/usr/bin/claude\0"s, "/usr/bin/claude"},
       {"MainThread", "/usr/bin/node", "node\0server.js\0"s, "/usr/bin/node"},
       {"kworker/0:1", "", "", "kworker/0:1"},
-      {"a) S 1 (b", "/x/a\nb", "y\0"s, "/x/a\\012b"},
-  };
+      {"a) S 1 (b", "/x/a\nb", "y\0"s, "/x/a\\012b"}};
   const Files proc("8/comm=gone meanwhile, uptime=1 1");
   std::string expected;
-  for (int pid = 101; const auto& row : rows) {
+  for (int pid = 101; const auto& [name, executable, commandLine, program] : rows) {
     const std::string id = std::to_string(pid++);
-    write(proc.path() / id / "stat", stat(row.name, "S", 0, 5));
-    write(proc.path() / id / "comm", row.name + "\n");
-    write(proc.path() / id / "cmdline", row.commandLine);
-    if (!row.executable.empty()) fs::create_symlink(row.executable, proc.path() / id / "exe");
-    expected += "  " + id + "     3   0.0 " + row.program + "\n";
+    writeFile(proc.path() / id / "stat", stat(name, "S", 0, 5));
+    writeFile(proc.path() / id / "comm", name + "\n");
+    writeFile(proc.path() / id / "cmdline", commandLine);
+    if (!executable.empty()) fs::create_symlink(executable, proc.path() / id / "exe");
+    expected += "  " + id + "     3   0.0 " + program + "\n";
   }
   LinuxTools tools({.proc = proc.path()});
   EXPECT_EQ(tools.run(usage).standardOutput, expected);
@@ -87,7 +78,7 @@ TEST(LinuxTools, TellsCPUUseSinceThePreviousListing) {
   const Files proc("7/comm=x");
   LinuxTools tools({.proc = proc.path()});
   const auto listed = [&](const char* state, int cpuTicks, int start) {
-    write(proc.path() / "7/stat", stat("x", state, cpuTicks, start));
+    writeFile(proc.path() / "7/stat", stat("x", state, cpuTicks, start));
     return tools.run(usage).standardOutput;
   };
   EXPECT_EQ(listed("R", 5000, 5), "    7     3   0.0 x\n");
@@ -103,7 +94,7 @@ TEST(LinuxTools, ListsRealProcesses) {
   const std::string agent = WAKELATCH_CHILDREN_DIR "/agent", codex = folder.path() / "codex",
                     claude = folder.path() / "claude";
   fs::copy(agent, codex);
-  write(claude, "#!" + agent + " option\n");
+  writeFile(claude, "#!" + agent + " option\n");
   fs::permissions(claude, fs::perms::owner_all);
   ChildProcess busy(codex, {"busy"}, ChildOutput::inherited);
   ChildProcess script(claude, {"a  b\nc"}, ChildOutput::inherited);
@@ -113,9 +104,8 @@ TEST(LinuxTools, ListsRealProcesses) {
   tools.run(usage);  // meanwhile the children get under way
   const std::string listing = tools.run(usage).standardOutput;
   EXPECT_GT(cpuOf(busy.id(), listing), 0);
-  for (const std::string& program : {codex, claude, "qwen at work"s}) {
+  for (const std::string& program : {codex, claude, "qwen at work"s})
     EXPECT_THAT(listing, HasSubstr(" " + program + "\n"));
-  }
   const std::string all = tools.run({"/bin/ps", {"-axo", "pid=,args="}}).standardOutput;
   EXPECT_THAT(all, HasSubstr(std::to_string(busy.id()) + " " + codex + " busy\n"));
   EXPECT_THAT(all, HasSubstr(" " + agent + " option " + claude + " a  b\\012c\n"));
@@ -138,8 +128,7 @@ TEST(LinuxTools, TellsPowerAndLid) {
       {battery + "Full, USB/type=USB, USB/online=1", true, 42, "\n -BAT0 (id=0)\t42%; charged"},
       {"B/type=Battery, B/status=Charging", true, {}, "\n -B (id=0)\tcharging"},
       {battery + "Unknown, BAT0/energy_full=20, B/type=Battery, B/capacity=82, B/energy_full=60",
-       false, 72, "\n -B+BAT0 (id=0)\t72%; discharging"},
-  };
+       false, 72, "\n -B+BAT0 (id=0)\t72%; discharging"}};
   for (const auto& [files, onACPower, percent, state] : supplies) {
     const Files folder(files);
     LinuxTools tools({.powerSupply = folder.path()});
@@ -150,11 +139,10 @@ TEST(LinuxTools, TellsPowerAndLid) {
               (onACPower ? "Now drawing from 'AC Power'" : "Now drawing from 'Battery Power'") +
                   state + (state.empty() ? "" : "; (no estimate) present: true"));
   }
-  const std::pair<std::string, LidState> lids[] = {
-      {"", LidState::unknown},
-      {"LID/state=state:      open", LidState::open},
-      {"LID/state=state:      closed, LID2/state=state:      open", LidState::closed}};
-  for (const auto& [files, state] : lids) {
+  using Lid = std::pair<std::string, LidState>;
+  for (const auto& [files, state] :
+       {Lid{"", LidState::unknown}, Lid{"LID/state=state:      open", LidState::open},
+        Lid{"LID/state=state:      closed, LID2/state=state:      open", LidState::closed}}) {
     const Files folder(files);
     LinuxTools tools({.lid = folder.path()});
     EXPECT_EQ(LidStateDetector(tools).lidState(), state) << files;
@@ -163,19 +151,22 @@ TEST(LinuxTools, TellsPowerAndLid) {
 
 TEST(LinuxTools, TellsTemperature) {
   std::string files = "thermal_zone0/temp=20000";
-  for (int i = 0; const char* trip : {"critical 100000", "active 50000", "hot 90000",
-                                      "passive 70000", "hot 0", "critical -274000"}) {
-    const std::string prefix = ", thermal_zone1/trip_point_" + std::to_string(i++), text = trip;
-    files += prefix + "_type=" + text.substr(0, text.find(' '));
-    files += prefix + "_temp=" + text.substr(text.find(' ') + 1);
+  for (int i = 0; const auto& [type, degrees] :
+                  std::vector<std::pair<std::string, std::string>>{{"critical", "100000"},
+                                                                   {"active", "50000"},
+                                                                   {"hot", "90000"},
+                                                                   {"passive", "70000"},
+                                                                   {"hot", "0"},
+                                                                   {"critical", "-274000"}}) {
+    const std::string trip = ", thermal_zone1/trip_point_" + std::to_string(i++);
+    files += trip + "_type=" + type + trip + "_temp=" + degrees;
   }
   const Files folder(files);
-  const std::pair<const char*, ThermalState> rows[] = {{"69999", ThermalState::nominal},
-                                                       {"70000", ThermalState::fair},
-                                                       {"99999", ThermalState::serious},
-                                                       {"100000", ThermalState::critical}};
-  for (const auto& [temperature, state] : rows) {
-    write(folder.path() / "thermal_zone1/temp", temperature);
+  using enum ThermalState;
+  using Row = std::pair<const char*, ThermalState>;
+  for (const auto& [temperature, state] : {Row{"69999", nominal}, Row{"70000", fair},
+                                           Row{"99999", serious}, Row{"100000", critical}}) {
+    writeFile(folder.path() / "thermal_zone1/temp", temperature);
     EXPECT_EQ(thermalState(folder.path()), state) << temperature;
   }
 }
