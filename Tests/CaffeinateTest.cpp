@@ -2,37 +2,32 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <fstream>
 #include <future>
 
 #include "Host/SystemTools.h"
 #include "Host/linux/LinuxTools.h"
-#include "Platform/ChildProcess.h"
-#include "TemporaryFolder.h"
+#include "Tests/HostProgram.h"
+#include "Tests/TemporaryFolder.h"
 
 namespace wakelatch::host {
 namespace {
 
-using platform::ChildOutput;
-using platform::ChildProcess;
+using platform::ChildProcess, platform::ChildOutput;
 
 /// The system bus of this process and its children, with a manager on it that gives out locks.
 class SessionManager : TemporaryFolder {
  public:
   SessionManager() {
     const std::string config = path() / "config", address = "unix:path=" + config + ".bus";
-    std::ofstream(config) << "<busconfig><listen>" << address << "</listen><auth>EXTERNAL</auth>"
-                          << "<policy context='default'><allow send_destination='*'/>"
-                          << "<allow eavesdrop='true'/><allow own='*'/></policy></busconfig>";
+    writeFile(config, "<busconfig><listen>" + address +
+                          "</listen><auth>EXTERNAL</auth>"
+                          "<policy context='default'><allow send_destination='*'/>"
+                          "<allow eavesdrop='true'/><allow own='*'/></policy></busconfig>");
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
-    daemon_.emplace("/usr/bin/dbus-daemon",
-                    std::vector<std::string>{"--nofork", "--config-file=" + config},
-                    ChildOutput::captured);
+    const std::vector<std::string> options{"--nofork", "--config-file=" + config};
+    daemon_.emplace("/usr/bin/dbus-daemon", options, ChildOutput::captured);
     while (sd_bus_open_system(&bus_) < 0 && !daemon_->awaitExit(0.01)) continue;
     EXPECT_GE(sd_bus_request_name(bus_, "org.freedesktop.login1", 0), 0);
     sd_bus_add_object(bus_, nullptr, "/org/freedesktop/login1", answer, this);
@@ -44,9 +39,8 @@ class SessionManager : TemporaryFolder {
 
   /// Waits for the next request, answers it and tells it: "Suspend" or "<what>/<mode>".
   std::string serve() {
-    for (request_.clear(); request_.empty();) {
+    for (request_.clear(); request_.empty();)
       if (sd_bus_process(bus_, nullptr) == 0) sd_bus_wait(bus_, UINT64_MAX);
-    }
     return request_;
   }
 
@@ -85,13 +79,13 @@ class SessionManager : TemporaryFolder {
 
 TEST(Caffeinate, HoldsItsLockUntilItEnds) {
   SessionManager manager;
-  const std::string system = "sleep:handle-lid-switch/block",
-                    display = "sleep:handle-lid-switch:idle/block";
-  const std::tuple<std::string, std::string, int> rows[] = {
-      {"-dimsu", display, SIGTERM}, {"-ims", system, SIGINT}, {"-ims", system, SIGKILL}};
-  for (const auto& [flags, lock, signal] : rows) {
+  const std::string system = "sleep:handle-lid-switch", display = system + ":idle";
+  using Row = std::tuple<std::string, std::string, int>;
+  for (const auto& [flags, what, signal] :
+       {Row{"-dimsu", display, SIGTERM}, Row{"-ims", system, SIGINT},
+        Row{"-ims", system, SIGKILL}}) {
     ChildProcess tool(keepAwakeTool(), {flags}, ChildOutput::inherited);
-    EXPECT_EQ(manager.serve(), lock);
+    EXPECT_EQ(manager.serve(), what + "/block");
     EXPECT_FALSE(manager.lockIsDropped(100));
     tool.send(signal);
     EXPECT_TRUE(manager.lockIsDropped(10'000)) << signal;
@@ -116,14 +110,17 @@ TEST(Caffeinate, SaysWhyItCannotHoldALock) {
 
 TEST(LinuxTools, SuspendsThroughTheSessionManager) {
   SessionManager manager;
-  const auto sleepNow = [] { return LinuxTools().run({"/usr/bin/pmset", {"sleepnow"}}); };
-  auto accepted = std::async(std::launch::async, sleepNow);
-  EXPECT_EQ(manager.serve(), "Suspend");
-  EXPECT_EQ(accepted.get(), CommandResult{});
-  manager.refuses = true;
-  auto refused = std::async(std::launch::async, sleepNow);
-  manager.serve();
-  EXPECT_THROW(refused.get(), CommandRunnerError);
+  for (const bool refuses : {false, true}) {
+    manager.refuses = refuses;
+    auto answer = std::async(std::launch::async, [] {
+      return LinuxTools().run({"/usr/bin/pmset", {"sleepnow"}});
+    });
+    EXPECT_EQ(manager.serve(), "Suspend");
+    if (refuses)
+      EXPECT_THROW(answer.get(), CommandRunnerError);
+    else
+      EXPECT_EQ(answer.get(), CommandResult{});
+  }
 }
 
 }  // namespace
