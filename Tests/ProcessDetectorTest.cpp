@@ -1,9 +1,7 @@
 #include "WakelatchCore/ProcessDetector.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <random>
 #include <set>
@@ -15,11 +13,8 @@
 namespace wakelatch {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Pair;
-using ::testing::UnorderedElementsAre;
-using ::testing::UnorderedElementsAreArray;
+using ::testing::Contains, ::testing::ElementsAre, ::testing::Pair;
+using ::testing::UnorderedElementsAre, ::testing::UnorderedElementsAreArray;
 using Processes = std::vector<ProcessSnapshot>;
 
 GuardSettings settingsWith(double threshold, std::vector<std::string> targets = {}) {
@@ -37,13 +32,12 @@ ActivitySignal present(const std::string& name, int sessions) {
 }
 
 TEST(Numbers, AreAnOptionalSignAndPlainDecimals) {
-  const std::pair<const char*, double> good[] = {
-      {"8.1", 8.1}, {"-.5", -.5}, {"+1.", 1}, {"12345678901234567.25", 12345678901234567.25}};
-  for (const auto& [text, value] : good) EXPECT_EQ(platform::parseDecimal(text), value);
+  EXPECT_EQ(platform::parseDecimal("-.5"), -.5);
+  EXPECT_EQ(platform::parseDecimal("+1."), 1);
+  EXPECT_EQ(platform::parseDecimal("12345678901234567.25"), 12345678901234567.25);
   const std::string huge(400, '9');
-  for (const char* bad : {"", "-", ".", "1e2", "inf", "8,0", " 1", "1.2.3", "+-1", huge.c_str()}) {
+  for (const char* bad : {"", "-", ".", "1e2", "inf", "8,0", " 1", "1.2.3", "+-1", huge.c_str()})
     EXPECT_FALSE(platform::parseDecimal(bad) || platform::parseInt32(bad)) << bad;
-  }
   EXPECT_EQ(platform::parseInt32("-2147483648"), -2147483647 - 1);
   EXPECT_EQ(platform::parseInt32("+0042"), 42);
   EXPECT_FALSE(platform::parseInt32("2147483648") || platform::parseInt32("1.0"));
@@ -82,13 +76,10 @@ TEST(ProcessDetector, SumsTheTreeOfEachAgent) {
                                    present("Codex CLI", 1), present("Pi", 0)));
   EXPECT_THAT(detect(57), Contains(present("Claude Code", 1)));
   EXPECT_THAT(detect(0, true), Contains(present("Codex CLI", 1)));
-  const auto strongest = [&](double threshold) {
-    return ProcessDetector::detect(processes, settingsWith(threshold), {});
-  };
+  EXPECT_EQ(ProcessDetector::detect(processes, settingsWith(4), {}), busy("Claude Code", 1));
+  EXPECT_EQ(ProcessDetector::detect(processes, settingsWith(100), {}), present("Claude Code", 1));
   EXPECT_EQ(processes[2].displayName(), "Claude");
   EXPECT_EQ((ProcessSnapshot{.command = "//"}).displayName(), "/");
-  EXPECT_EQ(strongest(4), busy("Claude Code", 1));
-  EXPECT_EQ(strongest(100), present("Claude Code", 1));
 }
 
 /// The signals by their definition, for agents "claude" and "codex" with a threshold of 4.
@@ -105,19 +96,16 @@ std::vector<ActivitySignal> literally(const Processes& processes) {
   std::vector<ActivitySignal> signals;
   for (const auto& [agent, pids] : roots) {
     std::set<std::int32_t> tree = pids;
-    for (std::size_t pass = 0; pass < processes.size(); ++pass) {
-      for (const auto& process : processes) {
+    for (std::size_t pass = 0; pass < processes.size(); ++pass)
+      for (const auto& process : processes)
         if (tree.count(process.parentPID) > 0) tree.insert(process.pid);
-      }
-    }
     double load = 0;
     for (const auto pid : tree) load += rows[pid].cpuPercent;
     int sessions = 0;
     for (const auto pid : pids) {
       auto q = rows[pid].parentPID;
-      for (std::set<std::int32_t> visited; q > 1 && matched.count(q) == 0;) {
+      for (std::set<std::int32_t> visited; q > 1 && matched.count(q) == 0;)
         q = visited.insert(q).second ? rows[q].parentPID : 0;
-      }
       sessions += q <= 1;
     }
     signals.push_back((load >= 4 ? busy : present)(agent, sessions));
@@ -156,18 +144,16 @@ TEST(ProcessDetector, JoinsTwoListingsAndDoesWithoutTheSecond) {
 
 TEST(ProcessDetectorDeathTest, LogsAFailedListingAndSeesNothing) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const std::filesystem::path home =
-      std::filesystem::path(::testing::TempDir()) / "ProcessDetectorTest";
+  const auto home = std::filesystem::path(::testing::TempDir()) / "ProcessDetectorTest";
   std::filesystem::remove_all(home);
   // In a process of its own, because the shared logger finds its file once.
-  EXPECT_EXIT(
-      {
-        ::setenv("HOME", home.c_str(), 1);
-        ScriptedRunner runner;
-        runner.failOn(listProcesses, "x");
-        std::exit(ProcessDetector(runner).detect({}, {}) == ActivitySignal::none() ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
+  const auto detect = [&] {
+    ::setenv("HOME", home.c_str(), 1);
+    ScriptedRunner runner;
+    runner.failOn(listProcesses, "x");
+    std::exit(ProcessDetector(runner).detect({}, {}) != ActivitySignal::none());
+  };
+  EXPECT_EXIT(detect(), ::testing::ExitedWithCode(0), "");
   EXPECT_THAT(platform::readFile(home / "Library/Logs/Wakelatch.log"),
               ::testing::MatchesRegex("\\[[^]]+\\] ProcessDetector failed: x\n"));
 }
