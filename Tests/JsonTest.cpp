@@ -32,41 +32,30 @@ constexpr auto settings = problem<GuardSettings>;
 constexpr auto usage = problem<UsageMetrics>;
 
 TEST(Json, ErrorsNameTheKeyAndWhatIsWrong) {
-  const std::string bucket =
-      R"({"protectedSeconds":1,"keptAwakeSeconds":1,"manualSeconds":1,"sessionsSaved":1,)"
-      R"("pluggedInUnlimitedSeconds":1,"totalSessions":"1")";
   const std::string day = R"({"installDate":0,"days":{"2025-03-01":)";
-  struct Row {
-    std::string (*problem)(std::string_view);
-    std::string text, expected;
+  const std::string tooLong =
+      R"({"isOnACPower":true,"rawDescription":"","batteryPercent":9223372036854775808})";
+  const std::tuple<std::string (*)(std::string_view), std::string, std::string> rows[] = {
+      {signal, R"({"strength":5})", "strength: no such case: 5"},
+      {signal, R"({"strength":2.5})", "strength: expected an integer"},
+      {signal, R"({"strength":"3"})", "strength: expected an integer"},
+      {signal, R"({"strength":true})", "strength: expected an integer"},
+      {signal, R"({"strength":3,"reason":null})", "reason: must not be null"},
+      {signal, R"({"appName":1,"strength":3})", "reason: missing"},
+      {power, R"({"isOnACPower":1})", "isOnACPower: expected true or false"},
+      {power, tooLong, "batteryPercent: expected an integer of at most 64 bits"},
+      {settings, "[]", "expected an object"},
+      {settings, R"({"batteryProfile":{}})", "batteryProfile.batteryCutoffPercent: missing"},
+      {settings, R"({"cpuThresholdPercent":false})", "cpuThresholdPercent: expected a number"},
+      {settings, R"({"targetApps":["a",null]})", "targetApps[1]: expected a text"},
+      {settings, R"({"targetApps":{}})", "targetApps: expected a list"},
+      {usage, R"({"installDate":"2025-03-01"})", "installDate: expected a number"},
+      {usage, day + "null}}", "days.2025-03-01: expected an object"},
+      {usage, day + "{}}}", "days.2025-03-01.protectedSeconds: missing"},
+      {usage, R"({"installDate":0,"lastCloseReason":"Idle"})",
+       R"(lastCloseReason: no such case: "Idle")"},
   };
-  for (const Row& row : std::vector<Row>{
-           {signal, R"({"strength":5,"reason":""})", "strength: no such case: 5"},
-           {signal, R"({"strength":2.5,"reason":""})", "strength: expected an integer"},
-           {signal, R"({"strength":"3","reason":""})", "strength: expected an integer"},
-           {signal, R"({"strength":true,"reason":""})", "strength: expected an integer"},
-           {signal, R"({"strength":3,"reason":null})", "reason: must not be null"},
-           {signal, R"({"appName":1,"strength":3})", "reason: missing"},
-           {power, R"({"isOnACPower":1})", "isOnACPower: expected true or false"},
-           {power,
-            R"({"isOnACPower":true,"rawDescription":"","batteryPercent":9223372036854775808})",
-            "batteryPercent: expected an integer of at most 64 bits"},
-           {settings, "[]", "expected an object"},
-           {settings, R"({"batteryProfile":{}})", "batteryProfile.batteryCutoffPercent: missing"},
-           {settings, R"({"warningPercent":"9"})", "warningPercent: expected an integer"},
-           {settings, R"({"idleGracePeriodSeconds":false})",
-            "idleGracePeriodSeconds: expected a number"},
-           {settings, R"({"targetApps":["a",null]})", "targetApps[1]: expected a text"},
-           {settings, R"({"targetApps":{}})", "targetApps: expected a list"},
-           {usage, R"({"days":5})", "installDate: missing"},
-           {usage, R"({"installDate":"2025-03-01"})", "installDate: expected a number"},
-           {usage, day + "null}}", "days.2025-03-01: expected an object"},
-           {usage, day + bucket + "}}}", "days.2025-03-01.totalSessions: expected an integer"},
-           {usage, R"({"installDate":0,"lastCloseReason":"Idle"})",
-            "lastCloseReason: no such case: \"Idle\""},
-       }) {
-    EXPECT_EQ(row.problem(row.text), row.expected) << row.text;
-  }
+  for (const auto& [problem, text, expected] : rows) EXPECT_EQ(problem(text), expected) << text;
 }
 
 TEST(Json, WhatIsNoJsonIsAnError) {
@@ -93,19 +82,14 @@ TEST(Json, ReadsWhatIsMeantAndWritesInOrder) {
   EXPECT_EQ(encode(std::string("a\"\\\x01\x7f\xff")), "\"a\\\"\\\\\\u0001\x7f\xEF\xBF\xBD\"");
   EXPECT_EQ(encode(std::vector<double>{0.1, -0.0, 5, 1e300}), "[0.1,-0.0,5,1e+300]");
   EXPECT_TRUE(std::signbit(decode<double>("-0.0")));
-  EXPECT_EQ(decode<double>("18446744073709551616"), 18446744073709551616.0);
+  EXPECT_EQ(decode<double>("18446744073709551616"), 0x1p64);
 }
 
 TEST(Json, NumericDatesKeepEveryBit) {
   std::mt19937_64 random(1);
-  const auto fraction = [&] { return std::ldexp(static_cast<double>(random() >> 11), -53); };
-  std::vector<double> instants = {0,           0.1,
-                                  -0.1,        1e-300,
-                                  -978307200,  978307200.1,
-                                  489153599.9, 1.7e9 + 0.123456789,
-                                  -5e9 / 3,    1.8446744073709552e19};
+  std::vector<double> instants = {0, 0.1, -0.1, 1e-300, 978307200.1, 489153599.9, -5e9 / 3, 1.8e19};
   for (int i = 0; i < 2000; ++i) {
-    instants.push_back(fraction() * 4e9 - 1e9);
+    instants.push_back(std::uniform_real_distribution(-1e9, 3e9)(random));
     double anything = 0;
     const std::uint64_t bits = random();
     std::memcpy(&anything, &bits, sizeof anything);
@@ -114,34 +98,28 @@ TEST(Json, NumericDatesKeepEveryBit) {
   for (const double seconds : instants) {
     const Timestamp instant{std::chrono::duration<double>{seconds}};
     for (const auto coding : {DateCoding::secondsSince2001, DateCoding::secondsSince1970}) {
-      EXPECT_EQ(decode<Timestamp>(encode(instant, coding), coding), instant)
-          << encode(instant, coding);
+      EXPECT_EQ(decode<Timestamp>(encode(instant, coding), coding), instant) << seconds;
     }
   }
-  const Timestamp instant = platform::parseIso8601("2025-03-01T14:05:09Z").value();
-  EXPECT_EQ(encode(after(instant, 0.25)), "762530709.25");
-  EXPECT_EQ(encode(Timestamp{}), "-978307200");
   EXPECT_EQ(encode(after(Timestamp{}, 0.1)), "-978307199.9");
-  EXPECT_EQ(decode<Timestamp>("762530709"), instant);
   EXPECT_EQ(decode<Timestamp>("-9.783072e8"), Timestamp{});
 }
 
 TEST(Json, DatesInIso8601AreCutToTheSecond) {
   constexpr auto iso = DateCoding::iso8601;
-  const Timestamp instant = platform::parseIso8601("1969-12-31T23:59:58Z").value();
-  EXPECT_EQ(encode(after(instant, 0.9), iso), "\"1969-12-31T23:59:58Z\"");
-  EXPECT_EQ(decode<Timestamp>("\"1969-12-31T23:59:58Z\"", iso), instant);
-  for (const char* text : {"\"1969-12-31T23:59:58\"", "\"1969-02-29T23:59:58Z\"", "5",
-                           "\"1969-12-31T24:00:00Z\"", "\"1969-12-31T23:59:58.5Z\""}) {
-    EXPECT_THROW(decode<Timestamp>(text, iso), DecodingError) << text;
+  const std::string text = R"("1969-12-31T23:59:58Z")";
+  EXPECT_EQ(encode(Timestamp{std::chrono::duration<double>{-1.1}}, iso), text);
+  EXPECT_EQ(encode(decode<Timestamp>(text, iso), iso), text);
+  for (const char* wrong : {"1969-12-31T23:59:58", "1969-02-29T23:59:58Z", "1969-12-31T24:00:00Z",
+                            "1969-12-31T23:59:58.5Z"}) {
+    EXPECT_THROW(decode<Timestamp>(encode(std::string(wrong)), iso), DecodingError) << wrong;
   }
 }
 
 TEST(Json, RefusesToWriteWhatCannotBeRead) {
-  const Timestamp start;
   EXPECT_THROW(encode(std::nan("")), std::domain_error);
-  EXPECT_THROW(encode(after(start, 1e12), DateCoding::iso8601), std::domain_error);
-  EXPECT_THROW(encode(after(start, -INFINITY), DateCoding::secondsSince2001), std::domain_error);
+  EXPECT_THROW(encode(after({}, 1e12), DateCoding::iso8601), std::domain_error);
+  EXPECT_THROW(encode(after({}, -INFINITY)), std::domain_error);
 }
 
 }  // namespace
