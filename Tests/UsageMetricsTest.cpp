@@ -1,8 +1,7 @@
 #include "WakelatchCore/UsageMetrics.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
@@ -14,6 +13,7 @@ namespace {
 
 using Trigger = KeepAwakeTrigger;
 using Reason = SessionCloseReason;
+using testing::HasSubstr;
 using namespace std::chrono_literals;
 
 /// Midnight of a day in the process's zone, on which no zone changes its clocks.
@@ -43,19 +43,20 @@ struct Store {
     (*this)({{.seconds = 0}});
   }
   const UsageMetrics& operator()(const std::vector<Tick>& ticks) {
-    for (const Tick& tick : ticks) {
-      now = after(now, tick.seconds);
-      metrics =
-          UsageMetrics::recording(std::move(metrics), tick.keepAwake, tick.trigger, tick.strength,
-                                  tick.lid, tick.agent, grace, tick.alive, now);
+    for (const auto& [seconds, trigger, strength, lid, agent, keepAwake, alive] : ticks) {
+      now = after(now, seconds);
+      metrics = UsageMetrics::recording(std::move(metrics), keepAwake, trigger, strength, lid,
+                                        agent, grace, alive, now);
     }
     return metrics;
   }
   const DayBucket& today() const { return metrics.days.at(UsageMetrics::dayKey(now)); }
 };
 
-Tick quiet(double seconds) {
-  return {.seconds = seconds, .trigger = Trigger::idleGrace, .strength = SignalStrength::presence};
+/// A tick without work, and what is known of the agent's process.
+Tick quiet(double seconds, std::optional<bool> alive = {}) {
+  return {seconds, Trigger::idleGrace, SignalStrength::presence, LidState::closed, "a", true,
+          alive};
 }
 
 TEST(UsageAccounting, TimeGoesToTheReasonForBeingAwake) {
@@ -97,15 +98,12 @@ TEST(UsageAccounting, SessionClosesForOneOfThreeReasons) {
     std::optional<Reason> reason;
     std::int64_t gaps = 0;
   };
-  Tick gone = quiet(1), alive = quiet(1), working;
-  gone.alive = working.alive = false;
-  alive.alive = true;
-  for (const Row& row : std::vector<Row>{
+  for (const auto& [last, reason, gaps] : std::vector<Row>{
            {quiet(9.99), {}},
            {quiet(10), Reason::idle},  // exactly the grace period, exactly the longest tick
-           {alive, {}},
-           {gone, Reason::vanished},
-           {working, {}},
+           {quiet(1, true), {}},
+           {quiet(1, false), Reason::vanished},
+           {{.alive = false}, {}},  // its signal tells that it works
            {{.seconds = 11}, Reason::interrupted, 1},
            {{.seconds = 0}, Reason::interrupted},
            {{.seconds = -3600}, Reason::interrupted},
@@ -113,9 +111,9 @@ TEST(UsageAccounting, SessionClosesForOneOfThreeReasons) {
     Store store;
     store.grace = 10;
     const UsageMetrics open = store({{}, {.lid = LidState::open}});
-    const UsageMetrics& closed = store({row.last});
-    EXPECT_EQ(closed.sessionStartedAt.has_value(), !row.reason);
-    if (!row.reason) continue;
+    const UsageMetrics& closed = store({last});
+    EXPECT_EQ(closed.sessionStartedAt.has_value(), !reason);
+    if (!reason) continue;
 
     UsageMetrics expected(open.installDate);
     expected.days = open.days;
@@ -125,11 +123,10 @@ TEST(UsageAccounting, SessionClosesForOneOfThreeReasons) {
     expected.longestProtectedRunAgent = "a";
     expected.longestProtectedRunDate = open.days.begin()->first;
     expected.lastTickAt = store.now;
-    expected.wakeGapTicksDropped = row.gaps;
-    expected.lastCloseReason = row.reason;
-    const bool interrupted = row.reason == Reason::interrupted;
-    expected.lastRun = {
-        "a", interrupted ? *open.lastTickAt : store.now, 5, 5, 5, row.reason == Reason::idle};
+    expected.wakeGapTicksDropped = gaps;
+    expected.lastCloseReason = reason;
+    const Timestamp end = reason == Reason::interrupted ? *open.lastTickAt : store.now;
+    expected.lastRun = {"a", end, 5, 5, 5, reason == Reason::idle};
     EXPECT_EQ(closed, expected);
   }
 }
@@ -160,43 +157,41 @@ TEST(UsageAccounting, ACloseCountsOnItsOwnDay) {
 
 TEST(UsageLogLine, DescribesTheClosedSession) {
   const Timestamp start = platform::parseIso8601("2025-03-01T14:00:00Z").value();
+  const auto line = UsageMetrics::runLogLine;
   UsageMetrics session;
-  EXPECT_EQ(
-      UsageMetrics::runLogLine(session, Reason::interrupted, start, {}, {}, LidState::unknown),
-      "ts=2025-03-01T14:00:00Z agent=\"-\" started=- worked_s=0 protected_s=0 kept_awake_s=0 "
-      "close=interrupted process_at_close=unknown session_file_age_s=- lid=unknown");
+  EXPECT_EQ(line(session, Reason::interrupted, start, {}, {}, LidState::unknown),
+            "ts=2025-03-01T14:00:00Z agent=\"-\" started=- worked_s=0 protected_s=0 kept_awake_s=0 "
+            "close=interrupted process_at_close=unknown session_file_age_s=- lid=unknown");
   session.sessionStartedAt = start;
   session.lastActiveSignalAt = after(start, 59.9);
   session.sessionProtectedSeconds = 1e300;
   session.sessionKeptAwakeSeconds = 41.99;
   session.sessionAgentID = "cli/\"codex\"";
-  EXPECT_EQ(UsageMetrics::runLogLine(session, Reason::vanished, after(start, 100.9), false, 12,
-                                     LidState::closed),
+  EXPECT_EQ(line(session, Reason::vanished, after(start, 100.9), false, 12, LidState::closed),
             "ts=2025-03-01T14:01:40Z agent=\"'codex'\" started=2025-03-01T14:00:00Z worked_s=59 "
             "protected_s=9223372036854775807 kept_awake_s=41 close=vanished process_at_close=gone "
             "session_file_age_s=12 lid=closed");
   session.lastActiveSignalAt = after(start, -5);
   session.sessionProtectedSeconds = std::nan("");
-  EXPECT_NE(UsageMetrics::runLogLine(session, Reason::idle, start, true, {}, LidState::open)
-                .find("worked_s=0 protected_s=0 kept_awake_s=41 close=idle process_at_close=alive"),
-            std::string::npos);
+  EXPECT_THAT(
+      line(session, Reason::idle, start, true, {}, LidState::open),
+      HasSubstr("worked_s=0 protected_s=0 kept_awake_s=41 close=idle process_at_close=alive"));
 }
 
 TEST(UsageLogLine, LabelIsTheLastPieceOfTheAgentId) {
   std::string families, accents;
   for (int i = 0; i < 64; ++i) families += "👨‍👩‍👧", accents += "a\u0301\u0323";
-  for (const auto& [id, label] : std::vector<std::pair<std::string, std::string>>{
-           {"", "-"},
-           {"///", "-"},
-           {"a/b c//", "b c"},
-           {"x/" + std::string(65, 'y'), std::string(64, 'y')},
-           {families + "👨‍👩‍👧", families},
-           {accents + "a", accents}}) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"", "-"},
+      {"///", "-"},
+      {"a/b c//", "b c"},
+      {"x/" + families + "👨‍👩‍👧", families},
+      {accents + "a", accents}};
+  for (const auto& [id, label] : rows) {
     UsageMetrics session;
     session.sessionAgentID = id;
-    const std::string line =
-        UsageMetrics::runLogLine(session, Reason::idle, {}, {}, {}, LidState::open);
-    EXPECT_NE(line.find(" agent=\"" + label + "\" started="), std::string::npos) << line;
+    EXPECT_THAT(UsageMetrics::runLogLine(session, Reason::idle, {}, {}, {}, LidState::open),
+                HasSubstr(" agent=\"" + label + "\" started="));
   }
 }
 
@@ -234,38 +229,29 @@ TEST(UsageStatistics, RecentDaysEndWithToday) {
 // Each row runs in a process of its own, since the zone is taken once.
 TEST(UsageStatisticsDeathTest, RecentDaysFollowTheCalendarOfTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  using Row = std::array<const char*, 3>;  // zone, instant, the last three days
-  for (const auto& [zone, instant, expected] : std::to_array<Row>({
-           {"America/Sao_Paulo", "2018-11-05T12:00:00Z", "2018-11-03 2018-11-04 2018-11-05 "},
-           {"Asia/Beirut", "2021-03-28T22:30:00Z", "2021-03-27 2021-03-28 2021-03-29 "},
-           {":Europe/Berlin", "2024-12-31T23:30:00Z", "2024-12-30 2024-12-31 2025-01-01 "},
-           {"Etc/GMT+12", "2024-03-01T11:00:00Z", "2024-02-27 2024-02-28 2024-02-29 "},
-       })) {
-    const auto print = [zone = zone, instant = instant] {
-      ::setenv("TZ", zone, 1);
-      const auto end = platform::parseIso8601(instant).value();
-      for (const auto& day : UsageMetrics().recentDays(3, end)) std::cerr << day.dayKey << ' ';
-      std::exit(0);
-    };
-    EXPECT_EXIT(print(), testing::ExitedWithCode(0), expected);
-  }
+  const auto printDays = [](const char* zone, const char* end) {
+    ::setenv("TZ", zone, 1);
+    const auto days = UsageMetrics().recentDays(3, platform::parseIso8601(end).value());
+    for (const auto& day : days) std::cerr << day.dayKey << ' ';
+    std::exit(0);
+  };
+  const auto done = testing::ExitedWithCode(0);
+  EXPECT_EXIT(printDays("America/Sao_Paulo", "2018-11-05T12:00:00Z"), done,
+              "2018-11-03 2018-11-04 2018-11-05 ");  // the midnight that is missing
+  EXPECT_EXIT(printDays(":Europe/Berlin", "2024-12-31T23:30:00Z"), done,
+              "2024-12-30 2024-12-31 2025-01-01 ");
 }
 
 TEST(UsageJson, WritesFieldsInOrderAndReadsThemBack) {
   const Timestamp since = platform::parseIso8601("2025-03-01T14:05:09Z").value();
-  EXPECT_EQ(
-      encode(UsageMetrics(since)),
-      R"({"days":{},"installDate":762530709,"longestProtectedRunSeconds":0,"sessionQualified":false,)"
-      R"("sessionRunSeconds":0,"wakeGapTicksDropped":0,"sessionProtectedSeconds":0,)"
-      R"("sessionKeptAwakeSeconds":0})");
   EXPECT_EQ(decode<UsageMetrics>(R"({"installDate":762530709,"days":null,"lastRun":null})"),
             UsageMetrics(since));
 
   Store store(after(midnight(), 0.1));
   store({{.seconds = 0.3}, {.seconds = 0.7, .agent = {}}, {.seconds = 20}, {.seconds = 1.1}});
-  EXPECT_EQ(decode<UsageMetrics>(encode(store.metrics)), store.metrics);
-  std::string keys;
   const std::string text = encode(store.metrics);
+  EXPECT_EQ(decode<UsageMetrics>(text), store.metrics);
+  std::string keys;
   JsonDocument(text).root().forEachMember(
       [&](const std::string& key, const JsonValue&) { keys += key + ' '; });
   EXPECT_EQ(keys,
