@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
+#include <array>
 #include <csignal>
 #include <fstream>
 
@@ -19,70 +20,63 @@ const Timestamp start = *platform::parseIso8601("2025-03-01T14:05:09Z");
 
 class UsageStoreTest : public testing::Test {
  protected:
-  UsageMetrics someMetrics() {
-    UsageMetrics metrics(start);
-    metrics.days["2025-03-01"].protectedSeconds = 0.1;
-    metrics.lastTickAt = after(start, 1.0 / 3);
-    return metrics;
+  UsageStoreTest() {
+    metrics_.days["2025-03-01"].protectedSeconds = 0.1;
+    metrics_.lastTickAt = after(start, 1.0 / 3);
   }
 
   const TemporaryFolder folder_;
   const fs::path file_ = folder_.path() / "made" / "usage.json";
   UsageStore store_{file_};
+  UsageMetrics metrics_{start};
 };
 
 TEST_F(UsageStoreTest, BeginsAnewAndSavesOnceAMinute) {
   const auto opened = store_.open(start);
   EXPECT_EQ(opened.metrics, UsageMetrics(start));
   EXPECT_EQ(opened.notice, "");
-  EXPECT_EQ(store_.saveIfDue(someMetrics(), after(start, 59)), "");
+  EXPECT_EQ(store_.saveIfDue(metrics_, after(start, 59)), "");
   EXPECT_FALSE(fs::exists(file_));
-  EXPECT_EQ(store_.saveIfDue(someMetrics(), after(start, 60)), "");
-  EXPECT_EQ(loadUsage(file_), someMetrics());
-
+  EXPECT_EQ(store_.saveIfDue(metrics_, after(start, 60)), "");
   const UsageMetrics other(after(start, 7));
   store_.saveIfDue(other, after(start, 61));
-  EXPECT_EQ(loadUsage(file_), someMetrics());
+  EXPECT_EQ(loadUsage(file_), metrics_);
   store_.saveIfDue(other, after(start, -7200));
-  EXPECT_EQ(loadUsage(file_), other) << "a clock set back must not stop the saving";
-  EXPECT_EQ(UsageStore(file_).open(start).metrics, other);
+  EXPECT_EQ(UsageStore(file_).open(start).metrics, other) << "a clock set back must not stop it";
 }
 
 TEST_F(UsageStoreTest, SetsADamagedFileAside) {
   fs::create_directories(file_.parent_path());
-  const std::pair<std::string, std::string> cases[] = {
-      {R"({"installDate":)", "not JSON"},
-      {R"({"days":{}})", "installDate: missing"},
-      {R"({"installDate":1,"days":{"2025-03-01":{"protectedSeconds":"x"}}})",
-       "days.2025-03-01.protectedSeconds: expected a number"},
-  };
-  std::string name = "usage.json.damaged-2025-03-01T140509Z";
-  for (const auto& [text, problem] : cases) {
+  const std::string name = "usage.json.damaged-2025-03-01T140509Z";
+  const std::array<std::string, 3> cases[] = {
+      {R"({"installDate":)", "not JSON", name},
+      {R"({"days":{}})", "installDate: missing", name + "-2"},
+      {R"({"installDate":"x"})", "installDate: expected a number", name + "-3"}};
+  for (const auto& [text, problem, aside] : cases) {
     std::ofstream(file_) << text;
     UsageStore store(file_);
     const auto opened = store.open(start);
     EXPECT_THAT(opened.notice, HasSubstr(file_.string() + ": " + problem));
-    EXPECT_THAT(opened.notice, HasSubstr("set aside as " + name));
-    EXPECT_EQ(platform::readFile(file_.parent_path() / name), text);
+    EXPECT_THAT(opened.notice, HasSubstr("set aside as " + aside));
+    EXPECT_EQ(platform::readFile(file_.parent_path() / aside), text);
     EXPECT_EQ(opened.metrics, UsageMetrics(start));
-    EXPECT_EQ(store.save(opened.metrics, start), "");
-    EXPECT_EQ(loadUsage(file_), opened.metrics);
-    name = "usage.json.damaged-2025-03-01T140509Z-" + std::string(name.back() == 'Z' ? "2" : "3");
+    EXPECT_EQ(store.save(metrics_, start), "");
+    EXPECT_EQ(loadUsage(file_), metrics_);
   }
 }
 
 TEST_F(UsageStoreTest, LeavesAloneWhatItCannotRead) {
   fs::create_directories(file_);
   EXPECT_THAT(store_.open(start).notice, HasSubstr("cannot read " + file_.string()));
-  EXPECT_EQ(store_.save(someMetrics(), start), "");
+  EXPECT_EQ(store_.save(metrics_, start), "");
   EXPECT_TRUE(fs::is_empty(file_) && fs::is_directory(file_));
   EXPECT_THROW(loadUsage(file_), std::system_error);
 }
 
 TEST_F(UsageStoreTest, FullDiskKeepsTheOldFileAndIsToldOnce) {
   store_.open(start);
-  store_.save(someMetrics(), start);
-  UsageMetrics large = someMetrics();
+  store_.save(metrics_, start);
+  UsageMetrics large = metrics_;
   for (int i = 0; i < 100; ++i) large.days[std::to_string(i)];
 
   rlimit limit{};
@@ -96,7 +90,7 @@ TEST_F(UsageStoreTest, FullDiskKeepsTheOldFileAndIsToldOnce) {
 
   EXPECT_THAT(first, HasSubstr("cannot write " + file_.string()));
   EXPECT_EQ(second, "");
-  EXPECT_EQ(loadUsage(file_), someMetrics());
+  EXPECT_EQ(loadUsage(file_), metrics_);
   EXPECT_EQ(std::distance(fs::directory_iterator(file_.parent_path()), {}), 1) << "no scraps";
   EXPECT_EQ(store_.save(large, start), "");
   EXPECT_EQ(loadUsage(file_), large);
