@@ -21,12 +21,11 @@ class HostRun {
   /// Leaves, if it runs, and starts again.
   void restart() {
     if (recorder_) recorder_->finish(start);
-    store_.emplace(folder_.path() / "usage.json");
-    recorder_.emplace(*store_, *logger_, store_->open(start).metrics,
-                      [](const std::string& agentID, Timestamp at) {
-                        EXPECT_EQ(agentID, "Codex CLI");
-                        return static_cast<std::int64_t>(secondsBetween(start, at));
-                      });
+    const auto fileAge = [](const std::string& agentID, Timestamp at) {
+      return agentID == "Codex CLI" ? static_cast<std::int64_t>(secondsBetween(start, at)) : -1;
+    };
+    store_.emplace(file_);
+    recorder_.emplace(*store_, *logger_, store_->open(start).metrics, fileAge);
   }
 
   void tick(double seconds, Seen seen, LidState lid = LidState::closed) {
@@ -45,7 +44,7 @@ class HostRun {
   }
 
   const UsageMetrics& metrics() const { return recorder_->metrics(); }
-  std::optional<UsageMetrics> saved() const { return loadUsage(folder_.path() / "usage.json"); }
+  std::optional<UsageMetrics> saved() const { return loadUsage(file_); }
 
   /// The only line of the log, without its date. Ends the run.
   std::string logLine() {
@@ -57,6 +56,7 @@ class HostRun {
 
  private:
   const TemporaryFolder folder_;
+  const std::filesystem::path file_ = folder_.path() / "usage.json";
   std::optional<FileLogger> logger_{folder_.path() / "log"};
   std::optional<UsageStore> store_;
   std::optional<UsageRecorder> recorder_;
@@ -67,27 +67,20 @@ class HostRun {
 TEST(UsageRecorder, CountsTimeAsTheDecisionSays) {
   using Status = GuardStatus;
   using Trigger = KeepAwakeTrigger;
-  const std::tuple<Status, AppMode, Trigger> cases[] = {
-      {Status::keepingAwake, AppMode::manualKeepAwake, Trigger::manual},
-      {Status::keepingAwake, AppMode::watchAgentUI, Trigger::activeSignal},
-      {Status::pluggedInUnlimited, AppMode::pluggedInUnlimited, Trigger::pluggedInUnlimited},
-      {Status::idleGrace, AppMode::watchAgentUI, Trigger::idleGrace},
-      {Status::thermalSafety, AppMode::manualKeepAwake, Trigger::none},
-      {Status::watching, AppMode::watchAgentUI, Trigger::none},
+  const auto trigger = [](Status status, AppMode mode) {
+    return keepAwakeTrigger({.status = status}, mode);
   };
-  for (const auto& [status, mode, trigger] : cases) {
-    GuardDecision decision;
-    decision.status = status;
-    EXPECT_EQ(keepAwakeTrigger(decision, mode), trigger) << rawValue(status) << rawValue(mode);
-  }
+  constexpr auto manual = AppMode::manualKeepAwake, watch = AppMode::watchAgentUI;
+  EXPECT_EQ(trigger(Status::keepingAwake, manual), Trigger::manual);
+  EXPECT_EQ(trigger(Status::keepingAwake, watch), Trigger::activeSignal);
+  EXPECT_EQ(trigger(Status::pluggedInUnlimited, watch), Trigger::pluggedInUnlimited);
+  EXPECT_EQ(trigger(Status::idleGrace, watch), Trigger::idleGrace);
+  EXPECT_EQ(trigger(Status::thermalSafety, manual), Trigger::none);
 }
 
 TEST(UsageRecorder, LogsAndSavesAClosedSession) {
   HostRun run;
-  for (const double at : {0, 5, 10, 15}) run.tick(at, Seen::working);
-  for (int at = 20; at < 50; at += 5) run.tick(at, Seen::present);
-  EXPECT_EQ(run.saved(), std::nullopt) << "not before a minute";
-  for (int at = 50; at <= 105; at += 5) run.tick(at, Seen::present);
+  for (int at = 0; at <= 105; at += 5) run.tick(at, at <= 15 ? Seen::working : Seen::present);
   EXPECT_EQ(run.saved(), run.metrics());
   EXPECT_EQ(run.logLine(),
             "ts=2025-03-01T12:01:45Z agent=\"Codex CLI\" started=2025-03-01T12:00:05Z worked_s=10 "
@@ -112,23 +105,20 @@ TEST(UsageRecorder, GapInTheTicksInterruptsTheSessionAsOfTheTickBefore) {
 
 TEST(UsageRecorder, AgentIsGoneWhenItsListedProcessIsMissingTwice) {
   using enum Seen;
-  const std::pair<std::vector<Seen>, bool> cases[] = {
-      {{working, working, nothing, nothing}, true},
-      {{working, working, textOnly, textOnly}, true},
-      {{working, working, nothing}, false},
-      {{working, working, nothing, present, nothing}, false},
-      {{textOnly, textOnly, nothing, nothing}, false},
-      {{nothing, nothing, nothing, nothing}, false},
-  };
-  for (const auto& [seen, vanishes] : cases) {
+  const auto vanishes = [](const std::vector<Seen>& seen) {
     HostRun run;
     double at = 0;
     run.tick(at, nothing);
     run.tick(at += 2, working);  // opens the session
     for (const Seen& each : seen) run.tick(at += 2, each);
-    EXPECT_EQ(run.metrics().lastCloseReason == SessionCloseReason::vanished, vanishes)
-        << "case " << &seen - &cases[0].first;
-  }
+    return run.metrics().lastCloseReason == SessionCloseReason::vanished;
+  };
+  EXPECT_TRUE(vanishes({working, working, nothing, nothing}));
+  EXPECT_TRUE(vanishes({working, working, textOnly, textOnly}));
+  EXPECT_FALSE(vanishes({working, working, nothing}));
+  EXPECT_FALSE(vanishes({working, working, nothing, present, nothing}));
+  EXPECT_FALSE(vanishes({textOnly, textOnly, nothing, nothing})) << "was never listed";
+  EXPECT_FALSE(vanishes({nothing, nothing, nothing, nothing}));
 }
 
 }  // namespace
