@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 
 #include "Host/Folder.h"
 #include "Host/StatsCommand.h"
@@ -64,29 +63,26 @@ TEST(Stats, CommandReadsAndNeverWrites) {
   const auto run = [](const StatsOptions& options) {
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const ExitStatus status = runStats(options);
-    return std::tuple(status, testing::internal::GetCapturedStdout(),
-                      testing::internal::GetCapturedStderr());
+    const bool done = runStats(options) == ExitStatus::done;
+    const auto out = testing::internal::GetCapturedStdout();
+    return std::tuple(done, out, testing::internal::GetCapturedStderr());
   };
-  EXPECT_EQ(std::get<0>(run({})), ExitStatus::done);
+  EXPECT_TRUE(std::get<0>(run({})));
   EXPECT_TRUE(fs::is_empty(home.path())) << "not even a folder";
 
   platform::createFolders(supportFolder());
   platform::writeAtomically(usageFile(), encode(someMetrics()));
-  const auto [done, json, nothing] = run({2, true, ""});
+  const std::string json = std::get<1>(run({2, true, ""}));
   EXPECT_THAT(json, HasSubstr(R"({"installDate":"2025-03-01T12:00:00Z","totalProtectedSeconds":)"));
   EXPECT_THAT(json, HasSubstr(R"("utilization":0.75,"longestProtectedRun":{"seconds":5000,)"));
   EXPECT_EQ(decode<StatsReport>(json, DateCoding::iso8601).days.size(), 2u);
-
-  const std::string page = home.path() / "page.html";
-  run({14, false, page});
-  EXPECT_THAT(platform::readFile(page), HasSubstr("</html>"));
-  EXPECT_EQ(std::get<0>(run({14, false, home.path() / "no/folder"})), ExitStatus::failed);
+  EXPECT_TRUE(std::get<0>(run({14, false, home.path() / "page.html"})));
+  EXPECT_THAT(platform::readFile(home.path() / "page.html"), HasSubstr("</html>"));
+  EXPECT_FALSE(std::get<0>(run({14, false, home.path() / "no/folder"})));
 
   platform::writeAtomically(usageFile(), R"({"days":{}})");
-  const auto [damaged, out, message] = run({});
-  EXPECT_EQ(std::pair(damaged, out), std::pair(ExitStatus::failed, std::string()));
-  EXPECT_THAT(message, HasSubstr("usage.json: installDate: missing"));
+  const auto message = HasSubstr("usage.json: installDate: missing");
+  EXPECT_THAT(run({}), testing::FieldsAre(false, "", message));
   EXPECT_EQ(platform::readFile(usageFile()), R"({"days":{}})");
   EXPECT_EQ(std::distance(fs::directory_iterator(supportFolder()), {}), 1);
 }
@@ -103,9 +99,9 @@ TEST(Stats, PageEscapesNamesAndLoadsNothing) {
 
 TEST(Stats, PageIsLaidOutInABrowser) {
   if (std::system("command -v chromium >/dev/null") != 0) GTEST_SKIP() << "no chromium here";
-  const TemporaryFolder folder;
-  std::ofstream(folder.path() / "stats.html") << statsPage(someMetrics(), now, 14);
-  std::ofstream(folder.path() / "probe.html") << R"html(<!DOCTYPE html><body>
+  const TemporaryHome home;
+  platform::writeAtomically(home.path() / "stats.html", statsPage(someMetrics(), now, 14));
+  platform::writeAtomically(home.path() / "probe.html", R"html(<!DOCTYPE html><body>
 <iframe src="stats.html" width="1080" height="900"></iframe>
 <iframe src="stats.html" width="390" height="800"></iframe><script>
 onload = () => { document.body.textContent = 'LAYOUT' + JSON.stringify(Array.from(frames, frame => {
@@ -113,37 +109,33 @@ onload = () => { document.body.textContent = 'LAYOUT' + JSON.stringify(Array.fro
   const chart = page.querySelector('.days').getBoundingClientRect();
   const bars = [...page.querySelectorAll('.days rect:not(.slot)')];
   const boxes = bars.map(bar => bar.getBoundingClientRect());
-  return {
-    closed: boxes[1].height, open: boxes[2].height, overflow: root.scrollWidth - root.clientWidth, bars: bars.length,
-    requests: frame.performance.getEntriesByType('resource').length,
-    rows: page.querySelectorAll('.figures tbody tr').length,
-    colours: new Set(bars.map(bar => frame.getComputedStyle(bar).fill)).size,
-    narrowest: Math.min(...boxes.map(box => box.width)),
-    outside: boxes.filter(box => box.left < chart.left || box.right > chart.right ||
-                                 box.top < chart.top || box.bottom > chart.bottom).length,
-  };
-})) + 'END' };</script>)html";
-  const std::string at = "'" + folder.path().string();
+  return [
+    root.scrollWidth - root.clientWidth,
+    frame.performance.getEntriesByType('resource').length,
+    page.querySelectorAll('.figures tbody tr').length,
+    new Set(bars.map(bar => frame.getComputedStyle(bar).fill)).size,
+    boxes.filter(box => box.left < chart.left || box.right > chart.right || box.width < 10 ||
+                        box.top < chart.top || box.bottom > chart.bottom).length,
+    ...boxes.map(box => box.height)];
+})) + 'END' };</script>)html");
   const std::string command =
-      "HOME=" + at +
-      "' chromium --headless --no-sandbox --disable-gpu --disable-quic "
-      "--no-first-run --disable-background-networking --disable-component-update --disable-sync "
-      "--allow-file-access-from-files --user-data-dir=" +
-      at + "/profile' --dump-dom " + at + "/probe.html' >" + at + "/dom' 2>" + at + "/errors'";
-  ASSERT_EQ(std::system(command.c_str()), 0) << platform::readFile(folder.path() / "errors");
-  const std::string dom = platform::readFile(folder.path() / "dom");
+      "cd ~ && chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+      "--disable-background-networking --disable-component-update --disable-sync "
+      "--allow-file-access-from-files --user-data-dir=profile --dump-dom probe.html >dom 2>errors";
+  ASSERT_EQ(std::system(command.c_str()), 0) << platform::readFile(home.path() / "errors");
+  const std::string dom = platform::readFile(home.path() / "dom");
   const auto begin = dom.rfind("LAYOUT") + 6;
-  const auto layouts = decode<std::vector<std::map<std::string, double>>>(
-      dom.substr(begin, dom.rfind("END") - begin));
+  const auto layouts =
+      decode<std::vector<std::vector<double>>>(dom.substr(begin, dom.rfind("END") - begin));
 
   ASSERT_EQ(layouts.size(), 2u);
-  const std::pair<const char*, double> expected[] = {
-      {"overflow", 0}, {"requests", 0}, {"outside", 0}, {"rows", 14}, {"bars", 3}, {"colours", 3}};
   for (const auto& layout : layouts) {
-    for (const auto& [what, value] : expected) EXPECT_EQ(layout.at(what), value) << what;
-    EXPECT_GT(layout.at("narrowest"), 10);
-    EXPECT_GT(layout.at("closed"), 100);
-    EXPECT_NEAR(layout.at("closed"), layout.at("open") * 2, 3);
+    // Overflow, requests, rows, colours, bars out of place, and the heights of three bars: ten
+    // minutes by hand, two hours protected, one kept awake.
+    const double open = layout.back();
+    EXPECT_GT(open, 50);
+    EXPECT_THAT(layout, testing::ElementsAre(0, 0, 14, 3, 0, testing::Gt(0),
+                                             testing::DoubleNear(2 * open, 3), open));
   }
 }
 
