@@ -1,7 +1,6 @@
 #include "WakelatchCore/ActivityDetector.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Tests/ScriptedAccessibility.h"
 #include "Tests/ScriptedRunner.h"
@@ -9,16 +8,15 @@
 namespace wakelatch {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::Return;
+using ::testing::ElementsAre, ::testing::Return;
+using Patterns = std::vector<std::string>;
+using Newest = std::optional<Timestamp>;
 
 constexpr Timestamp start{std::chrono::duration<double>(1e9)};
 
 struct ScriptedFiles : FileActivityProbing {
-  MOCK_METHOD(std::optional<Timestamp>, newestModification, (const std::vector<std::string>&),
-              (const, override));
-  MOCK_METHOD(ModificationsByPath, sessionModifications, (const std::vector<std::string>&),
-              (const, override));
+  MOCK_METHOD(Newest, newestModification, (const Patterns&), (const, override));
+  MOCK_METHOD(ModificationsByPath, sessionModifications, (const Patterns&), (const, override));
 };
 
 class ActivityDetectorTest : public ::testing::Test {
@@ -36,12 +34,8 @@ class ActivityDetectorTest : public ::testing::Test {
     ModificationsByPath found;
     for (const double time : times) found["/" + std::to_string(time)] = after(start, time);
     ON_CALL(files, sessionModifications(ElementsAre(pattern))).WillByDefault(Return(found));
-    ON_CALL(files, newestModification(ElementsAre(pattern)))
-        .WillByDefault(
-            Return(times.empty() ? std::nullopt : std::optional(after(start, times[0]))));
-  }
-  void showTerminal(const std::string& text) {
-    screen.show("com.apple.Terminal", "Terminal", text);
+    const Newest newest = times.empty() ? Newest() : after(start, times[0]);
+    ON_CALL(files, newestModification(ElementsAre(pattern))).WillByDefault(Return(newest));
   }
 
   ScriptedRunner runner;
@@ -56,55 +50,47 @@ class ActivityDetectorTest : public ::testing::Test {
 };
 
 TEST_F(ActivityDetectorTest, BelievesSharedEvidenceWhileTheProcessIsRecent) {
-  showTerminal("Context left: 12 %");  // Claude Code's alone
-  const struct {
-    double at;
-    bool isRunning, isBelieved;
-  } ticks[] = {
-      {0, false, false},       {10, true, true},  {20, false, true}, {100, false, true},
-      {100.001, false, false}, {200, true, true}, {150, false, true}};  // at last the clock was set
-                                                                        // back
-  for (const auto& tick : ticks) {
-    list(tick.isRunning ? "7 1 0.0 /bin/claude\n8 1 0.0 /bin/opencode\n" : "");
-    write(".local/share/opencode/*.db-wal", {tick.at - 5});
-    const auto evidence = detector.gather(settings, power, after(start, tick.at));
+  screen.show("com.apple.Terminal", "Terminal", "Context left: 12 %");  // Claude Code's alone
+  using Tick = std::tuple<double, bool, bool>;  // the last one after the clock was set back
+  for (const auto& [at, isRunning, isBelieved] :
+       {Tick{0, false, false}, Tick{10, true, true}, Tick{20, false, true}, Tick{100, false, true},
+        Tick{100.001, false, false}, Tick{200, true, true}, Tick{150, false, true}}) {
+    list(isRunning ? "7 1 0.0 /bin/claude\n8 1 0.0 /bin/opencode\n" : "");
+    write(".local/share/opencode/*.db-wal", {at - 5});
+    const auto evidence = detector.gather(settings, power, after(start, at));
     for (const auto* findings : {&evidence.accessibility, &evidence.session}) {
-      EXPECT_EQ(findings->kept.size(), tick.isBelieved ? 1 : 0) << tick.at;
-      EXPECT_EQ(findings->dropped.size(), tick.isBelieved ? 0 : 1) << tick.at;
+      EXPECT_EQ(findings->kept.size(), isBelieved ? 1 : 0) << at;
+      EXPECT_EQ(findings->dropped.size(), isBelieved ? 0 : 1) << at;
     }
-    EXPECT_EQ(evidence.merged.size(), tick.isBelieved ? 2 : 0) << tick.at;
-    for (const auto& signal : evidence.merged) {
-      EXPECT_EQ(signal.strength, SignalStrength::strong) << tick.at;
-      EXPECT_EQ(signal.processPresent, tick.isRunning) << tick.at;
-    }
+    EXPECT_EQ(evidence.merged.size(), isBelieved ? 2 : 0) << at;
+    for (const auto& signal : evidence.merged)
+      EXPECT_TRUE(signal.strength == SignalStrength::strong && signal.processPresent == isRunning)
+          << at;
   }
   EXPECT_EQ(detector.processLastSeenAt("OpenCode"), after(start, 200));
   EXPECT_EQ(detector.processLastSeenAt("Codex CLI"), std::nullopt);
 }
 
 TEST_F(ActivityDetectorTest, KeepsOneSignalPerAgentAndCountsItsSessions) {
-  constexpr const char* busy = "7 1 50.0 /bin/claude\n";
-  constexpr const char* quiet = "7 1 0.0 /bin/claude\n";
+  const auto busy = "7 1 50.0 /bin/claude\n", quiet = "7 1 0.0 /bin/claude\n";
   const struct {
     const char *listing, *text;
     std::vector<double> times;  // of session files, newest first
     std::string reason;
     std::optional<std::int64_t> sessions;
-  } rows[] = {
-      {quiet, "", {}, "Claude Code is running", {}},
-      {busy, "", {-61, -300, -301}, "Claude Code CPU is above the work threshold", 2},
-      {quiet, "context left", {}, "UI text matched active phrase \"Context left\"", {}},
-      // Equally strong: the earlier source, but for one that names its text.
-      {busy, "context left", {-5}, "UI text matched active phrase \"Context left\"", 1},
-      {busy, "", {-5}, "Claude Code CPU is above the work threshold", 1},
-      {quiet, "", {-5, -60}, "Claude Code session active (5s ago)", 2},
-      {"", "", {-5}, "Claude Code session active (5s ago)", 1},
-      {"7 1 0 /bin/gemini\n8 1 0 /bin/gemini\n", "", {}, "Gemini CLI is running", 2},
-  };
+  } rows[] = {{quiet, "", {}, "Claude Code is running", {}},
+              {busy, "", {-61, -300, -301}, "Claude Code CPU is above the work threshold", 2},
+              {quiet, "context left", {}, "UI text matched active phrase \"Context left\"", {}},
+              // Equally strong: the earlier source, but for one that names its text.
+              {busy, "context left", {-5}, "UI text matched active phrase \"Context left\"", 1},
+              {busy, "", {-5}, "Claude Code CPU is above the work threshold", 1},
+              {quiet, "", {-5, -60}, "Claude Code session active (5s ago)", 2},
+              {"", "", {-5}, "Claude Code session active (5s ago)", 1},
+              {"7 1 0 /bin/gemini\n8 1 0 /bin/gemini\n", "", {}, "Gemini CLI is running", 2}};
   for (const auto& row : rows) {
     list(row.listing);
     screen.running.clear();
-    showTerminal(row.text);
+    screen.show("com.apple.Terminal", "Terminal", row.text);
     write(".claude/projects/**/*.jsonl", row.times);
     const auto signals = detector.detectPerApp(settings, power, start);
     ASSERT_EQ(signals.size(), 1u) << row.reason;
@@ -121,9 +107,8 @@ TEST_F(ActivityDetectorTest, SortsByComposedName) {
   for (const auto& name : settings.targetApps) screen.show("", name, "busy");
   list("7 1 0.0 /bin/codex\n8 1 0.0 /bin/claude\n");
   std::string names;
-  for (const auto& signal : detector.detectPerApp(settings, power, start)) {
+  for (const auto& signal : detector.detectPerApp(settings, power, start))
     names += *signal.appName + ";";
-  }
   EXPECT_EQ(names, "Claude Code;Codex CLI;Zoo;zed app;A\u030Ab;");
   EXPECT_EQ(detector.detect(settings, power, start).appName, "Zoo");
 }
