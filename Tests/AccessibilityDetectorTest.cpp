@@ -1,7 +1,6 @@
 #include "WakelatchCore/AccessibilityDetector.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 
@@ -11,13 +10,10 @@ namespace wakelatch {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::Pair;
-using ::testing::UnorderedElementsAre;
 using Element = platform::Accessibility::Element;
 using Names = std::vector<std::string>;
 
-constexpr const char* claudeApp = "com.Anthropic.ClaudeForDesktop";
-constexpr const char* terminal = "com.apple.Terminal";
+const auto claudeApp = "com.Anthropic.ClaudeForDesktop", terminal = "com.apple.Terminal";
 const auto element = ScriptedAccessibility::element;
 
 class AccessibilityDetectorTest : public ::testing::Test {
@@ -57,8 +53,7 @@ TEST_F(AccessibilityDetectorTest, JudgesEachApplicationByItsKind) {
       // The user's own targets go by name; only the first entry that matches is tried.
       {"com.apple.Notes", "Notes", "BUSY, your turn", {"3 notes.app : busy"}},
       {"", "NOTES", "your\tturn", {"1 notes.app : your turn"}},
-      {"", "", "busy", {}},
-  };
+      {"", "", "busy", {}}};
   for (const auto& row : rows) {
     screen.running.clear();
     screen.show(row.bundleID, row.name, row.text);
@@ -71,9 +66,8 @@ TEST_F(AccessibilityDetectorTest, JudgesEachApplicationByItsKind) {
 }
 
 TEST_F(AccessibilityDetectorTest, KeepsTheStrongestSignalOfAName) {
-  for (const char* text : {"How can I help", "Thinking", "Stop response"}) {
+  for (const char* text : {"How can I help", "Thinking", "Stop response"})
     screen.show(claudeApp, "Claude", text);
-  }
   screen.show("com.openai.chat", "ChatGPT", "Ask anything");
   EXPECT_EQ(detect(), (Names{"1 ChatGPT: Ask anything", "3 Claude: Thinking"}));
   EXPECT_EQ(screen.reads["application"], 4);
@@ -90,13 +84,10 @@ TEST_F(AccessibilityDetectorTest, KeepsTheStrongestSignalOfAName) {
 TEST_F(AccessibilityDetectorTest, ReadsTheFocusedWindowElseTheFirstThree) {
   const platform::Accessibility::OtherValue other;
   const Element a = element({{"AXTitle", "a"}}), empty = element({{"AXTitle", ""}}), none;
-  const Element tree =
-      element({{"AXHelp", "help"},
-               {"AXTitle", " title "},
-               {"AXDescription", " \n "},
-               {"AXValue", other},
-               {"AXChildren", std::vector{element({{"AXChildren", std::vector{a}}}), a}}});
-  const std::vector windows{a, tree, empty, a, none};
+  const std::vector children{element({{"AXChildren", std::vector{a}}}), a};
+  ScriptedAccessibility::Attributes of{{"AXHelp", "help"}, {"AXTitle", " title "}};
+  of["AXDescription"] = " \n ", of["AXValue"] = other, of["AXChildren"] = children;
+  const std::vector windows{a, element(of), empty, a, none};
   const std::pair<platform::Accessibility::Value, const char*> rows[] = {
       {{}, "a  title  help a a"}, {"text", "a  title  help a a"}, {empty, ""}, {a, "a"}};
   for (const auto& [focused, text] : rows) {
@@ -119,24 +110,23 @@ TEST_F(AccessibilityDetectorTest, ReadsNoMoreThanItsLimits) {
   const struct {
     ScriptedAccessibility::Attributes application;
     int fragments, texts, children;  // found; reads of each text attribute and of the children
-  } rows[] = {
-      {{{"AXFocusedWindow", chain}}, 5, 5, 4},
-      {{{"AXWindows", std::vector(5, chain)}}, 12, 12, 9},
-      {{{"AXFocusedWindow", node(node(nullptr, 0), 100)}}, 81, 81, 81},
-      {{{"AXFocusedWindow", node(node(four, 60), 60)}}, 303, 78, 77},
-      {{{"AXWindows", std::vector(3, node(two, 80))}}, 300, 151, 150},
-  };
+  } rows[] = {{{{"AXFocusedWindow", chain}}, 5, 5, 4},
+              {{{"AXWindows", std::vector(5, chain)}}, 12, 12, 9},
+              {{{"AXFocusedWindow", node(node(nullptr, 0), 100)}}, 81, 81, 81},
+              {{{"AXFocusedWindow", node(node(four, 60), 60)}}, 303, 78, 77},
+              {{{"AXWindows", std::vector(3, node(two, 80))}}, 300, 151, 150}};
   for (const auto& row : rows) {
     const auto id = screen.start("", "", row.application);
     screen.reads.clear();
     const std::string text = detector.visibleText(id);
     EXPECT_EQ(std::count(text.begin(), text.end(), ' ') + 1, row.fragments);
     EXPECT_EQ(screen.reads.erase("AXWindows"), row.application.count("AXWindows"));
-    EXPECT_THAT(screen.reads,
-                UnorderedElementsAre(Pair("application", 1), Pair("AXFocusedWindow", 1),
-                                     Pair("AXTitle", row.texts), Pair("AXValue", row.texts),
-                                     Pair("AXDescription", row.texts), Pair("AXHelp", row.texts),
-                                     Pair("AXChildren", row.children)));
+    const int texts = row.texts;
+    const std::map<std::string, int> reads{{"application", 1},          {"AXFocusedWindow", 1},
+                                           {"AXTitle", texts},          {"AXValue", texts},
+                                           {"AXDescription", texts},    {"AXHelp", texts},
+                                           {"AXChildren", row.children}};
+    EXPECT_EQ(screen.reads, reads);
   }
 }
 
