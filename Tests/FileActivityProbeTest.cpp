@@ -2,13 +2,11 @@
 
 #include <fnmatch.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <limits>
 #include <random>
-#include <tuple>
 
 #include "Platform/Folder.h"
 #include "Tests/TemporaryFolder.h"
@@ -37,27 +35,25 @@ class FileActivityProbeTest : public ::testing::Test {
 };
 
 TEST_F(FileActivityProbeTest, MatchesWhatThePatternsSay) {
-  const Strings jsonl = {"/a/.2.jsonl", "/a/odd\n\xff.jsonl",
-                         "/a/" + std::string(249, 'n') + ".jsonl"};
+  const std::string longest = "/a/" + std::string(249, 'n') + ".jsonl";
+  const Strings jsonl = {"/a/.2.jsonl", "/a/odd\n\xff.jsonl", longest};
   for (const std::string& file : jsonl) touch(file.substr(1));
   touch("a/3.JSONL"), touch("q[1]?.log"), touch("q1x.log", 0.5);
   fs::create_symlink("nowhere", home / "link");
   constexpr auto unlimited = std::numeric_limits<std::int64_t>::max();
-  const std::vector<std::tuple<Strings, std::int64_t, Strings>> rows = {
+  const std::tuple<Strings, std::int64_t, Strings> rows[] = {
       {{"", "~/", "//"}, 0, {""}},
       {{"", "*", "**/q1x.log"}, -1, {}},
       {{"~/a//*.jsonl/", "/a/*.jsonl"}, 2, jsonl},
       {{"**/*.jsonl"}, unlimited, jsonl},
       {{"a/../q*[x].log", "li*"}, 9, {"/a/../q1x.log", "/link"}},
       {{"q[1]?.log", "~/~/a", std::string("a\0b", 3)}, 9, {"/q[1]?.log"}},
-      {{"q1x.log/**", "q1x.log/*", "*/*/x", "missing/**/*"}, 9, {"/q1x.log"}},
-  };
+      {{"q1x.log/**", "q1x.log/*", "*/*/x", "missing/**/*"}, 9, {"/q1x.log"}}};
   for (const auto& [patterns, maxDepth, matches] : rows) {
+    const FileActivityProbe probe(home / "", maxDepth);
     Strings found;
-    for (const auto& [path, time] :
-         FileActivityProbe(home / "", maxDepth).sessionModifications(patterns)) {
+    for (const auto& [path, time] : probe.sessionModifications(patterns))
       found.push_back(path.substr(home.string().size()));
-    }
     EXPECT_THAT(found, UnorderedElementsAreArray(matches)) << PrintToString(patterns);
   }
   EXPECT_EQ(newest({"missing*", "q1x.log", "q[1]?.log"}), after(start, 0.5));
@@ -73,21 +69,18 @@ void plainWalk(const std::string& at, const Strings& components, std::size_t nex
   if (depth < 0) return;
   if (next == components.size()) {
     const auto time = platform::Folder::working().modificationTime(at.c_str());
-    if (time) matches[at] = *time;
-    return;
+    return time ? void(matches[at] = *time) : void();
   }
   const std::string& head = components[next];
-  if (head.find('*') == std::string::npos) {
+  if (head.find('*') == std::string::npos)
     return plainWalk(at + "/" + head, components, next + 1, depth - 1, matches);
-  }
   if (head == "**") plainWalk(at, components, next + 1, depth, matches);
   std::error_code none;
   for (const auto& entry : fs::directory_iterator(at, none)) {
     const std::string name = entry.path().filename().string();
     if (head == "**" ? fs::is_directory(entry.symlink_status())
-                     : ::fnmatch(head.c_str(), name.c_str(), 0) == 0) {
+                     : ::fnmatch(head.c_str(), name.c_str(), 0) == 0)
       plainWalk(at + "/" + name, components, next + (head != "**"), depth - 1, matches);
-    }
   }
 }
 
