@@ -2,14 +2,11 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <thread>
 
 #include "Platform/ChildProcess.h"
@@ -18,8 +15,7 @@
 namespace wakelatch {
 namespace {
 
-using ::testing::AnyOf;
-using ::testing::HasSubstr;
+using ::testing::AnyOf, ::testing::HasSubstr;
 
 ShellCommand shell(const std::string& script) {
   return {"/bin/sh", {"-c", script}};
@@ -60,8 +56,7 @@ TEST(CommandRunner, CollectsStatusAndBothStreamsOfAnyChild) {
       {"exec sleep 60", {SIGTERM, "", ""}, -1},
       {"trap \"" + flood + "; exit 0\" TERM; " + loop, {0, flooded, ""}, 0.5, 0.5},
       {"trap 'echo t' TERM; trap 'echo i; exit 7' INT; " + loop, {7, "t\ni\n", ""}, 0.5, 0.7},
-      {"trap '' TERM INT; echo ready; " + loop, {SIGKILL, "ready\n", ""}, 0.5, 2.7},
-  };
+      {"trap '' TERM INT; echo ready; " + loop, {SIGKILL, "ready\n", ""}, 0.5, 2.7}};
   for (const auto& row : rows) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(outcome(shell(row.script), row.timeout), row.expected) << row.script;
@@ -72,15 +67,13 @@ TEST(CommandRunner, CollectsStatusAndBothStreamsOfAnyChild) {
 }
 
 TEST(CommandRunner, ErrorsSayWhatWentWrong) {
-  for (const std::string path : {"/nonexistent/tool", "/etc", "/etc/passwd"}) {
-    try {
+  for (const std::string path : {"/nonexistent/tool", "/etc", "/etc/passwd"}) try {
       ProcessCommandRunner(60).run({path, {}});
       ADD_FAILURE() << path;
     } catch (const platform::LaunchError& error) {
       EXPECT_THAT(error.what(), AnyOf("cannot start " + path + ": No such file or directory",
                                       "cannot start " + path + ": Permission denied"));
     }
-  }
   const auto text = [](int code, const std::string& standardError) {
     return std::string(CommandRunnerError::nonZeroExit({code, "out", standardError}).what());
   };
@@ -111,10 +104,9 @@ TEST(CommandRunnerDeathTest, WorksWithAnyDescriptorsAndSignalsOfTheHost) {
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
     for (const int ignored : {SIGINT, SIGPIPE, SIGHUP}) ::signal(ignored, SIG_IGN);
-    ::close(STDOUT_FILENO);
-    ::close(STDERR_FILENO);
-    const CommandResult expected{
-        0, home.path().string() + " " + std::filesystem::current_path().string() + " hello", ""};
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+    const std::string folder = std::filesystem::current_path();
+    const CommandResult expected{0, home.path().string() + " " + folder + " hello", ""};
     ::_exit(outcome({WAKELATCH_CHILDREN_DIR "/SpawnReport", {}}) == expected ? 0 : 1);
   };
   EXPECT_EXIT(report(), ::testing::ExitedWithCode(0), "");
@@ -142,18 +134,15 @@ TEST(CommandRunner, TenThousandRunsOnTenThreadsLeaveNothingBehind) {
   ProcessCommandRunner runner(60);
   std::atomic<int> right = 0;
   std::vector<std::thread> threads;
-  for (int t = 0; t < 10; ++t) {
+  for (int t = 0; t < 10; ++t)
     threads.emplace_back([&runner, &right, t] {
-      for (int i = 0; i < 1000; ++i) {
-        const std::string token = std::to_string(t) + "-" + std::to_string(i);
-        right += runner.run({"/bin/echo", {token}}).standardOutput == token + "\n" ? 1 : 0;
-      }
+      for (int token = t * 1000; token < t * 1000 + 1000; ++token)
+        right += runner.run({"/bin/echo", {std::to_string(token)}}).standardOutput ==
+                 std::to_string(token) + "\n";
     });
-  }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(right, 10'000);
-  EXPECT_EQ(descriptorCount(), descriptorsBefore);
-  EXPECT_EQ(threadCount(), threadsBefore);
+  EXPECT_TRUE(descriptorCount() == descriptorsBefore && threadCount() == threadsBefore);
   EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD);
 }
 
