@@ -137,7 +137,7 @@ TEST(ProcessDetector, JoinsTwoListingsAndDoesWithoutTheSecond) {
   runner.on(listArguments, "7 x\n5 node /opt/codex\n");
   EXPECT_THAT(detector.detectPerApp(settingsWith(9), {}),
               UnorderedElementsAre(busy("Codex CLI", 1), present("Pi", 1)));
-  EXPECT_THAT(runner.calls(), ElementsAre(listProcesses, listArguments));
+  EXPECT_THAT(runner.calls, ElementsAre(listProcesses, listArguments));
   runner.failOn(listArguments, "no");
   EXPECT_EQ(detector.detect(settingsWith(9), {}), present("Pi", 1));
 }
