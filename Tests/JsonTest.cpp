@@ -37,14 +37,11 @@ TEST(Json, ErrorsNameTheKeyAndWhatIsWrong) {
       R"({"isOnACPower":true,"rawDescription":"","batteryPercent":9223372036854775808})";
   const std::tuple<std::string (*)(std::string_view), std::string, std::string> rows[] = {
       {signal, R"({"strength":5})", "strength: no such case: 5"},
-      {signal, R"({"strength":2.5})", "strength: expected an integer"},
       {signal, R"({"strength":"3"})", "strength: expected an integer"},
-      {signal, R"({"strength":true})", "strength: expected an integer"},
       {signal, R"({"strength":3,"reason":null})", "reason: must not be null"},
       {signal, R"({"appName":1,"strength":3})", "reason: missing"},
       {power, R"({"isOnACPower":1})", "isOnACPower: expected true or false"},
       {power, tooLong, "batteryPercent: expected an integer of at most 64 bits"},
-      {settings, "[]", "expected an object"},
       {settings, R"({"batteryProfile":{}})", "batteryProfile.batteryCutoffPercent: missing"},
       {settings, R"({"cpuThresholdPercent":false})", "cpuThresholdPercent: expected a number"},
       {settings, R"({"targetApps":["a",null]})", "targetApps[1]: expected a text"},
