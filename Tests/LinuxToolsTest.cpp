@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include <csignal>
+#include <regex>
 #include <sstream>
 
 #include "Host/linux/LinuxTools.h"
@@ -34,14 +34,10 @@ std::string stat(const std::string& name, const std::string& state, int cpuTicks
          " 10 90 90 20 0 1 0 " + std::to_string(start) + " 1000 10 1\n";
 }
 
-double cpuOf(int wanted, const std::string& listing) {
-  std::istringstream lines(listing);
-  int pid = 0, parent = 0;
-  double cpu = -1;
-  for (std::string command; lines >> pid >> parent >> cpu && std::getline(lines, command);) {
-    if (pid == wanted) return cpu;
-  }
-  return -1;
+double cpuOf(int pid, const std::string& listing) {
+  std::smatch row;
+  const std::regex wanted("(^|\n) *" + std::to_string(pid) + " +\\d+ +(\\S+)");
+  return std::regex_search(listing, row, wanted) ? std::stod(row[2]) : -1;
 }
 
 TEST(LinuxTools, NamesTheProgramThatAPersonWould) {
@@ -151,13 +147,10 @@ TEST(LinuxTools, TellsPowerAndLid) {
 
 TEST(LinuxTools, TellsTemperature) {
   std::string files = "thermal_zone0/temp=20000";
+  using Trip = std::pair<std::string, std::string>;
   for (int i = 0; const auto& [type, degrees] :
-                  std::vector<std::pair<std::string, std::string>>{{"critical", "100000"},
-                                                                   {"active", "50000"},
-                                                                   {"hot", "90000"},
-                                                                   {"passive", "70000"},
-                                                                   {"hot", "0"},
-                                                                   {"critical", "-274000"}}) {
+                  {Trip{"critical", "100000"}, Trip{"active", "50000"}, Trip{"hot", "90000"},
+                   Trip{"passive", "70000"}, Trip{"hot", "0"}, Trip{"critical", "-274000"}}) {
     const std::string trip = ", thermal_zone1/trip_point_" + std::to_string(i++);
     files += trip + "_type=" + type + trip + "_temp=" + degrees;
   }
