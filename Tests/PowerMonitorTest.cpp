@@ -6,11 +6,13 @@
 
 #include "Platform/Files.h"
 #include "Tests/ScriptedRunner.h"
+#include "WakelatchCore/ProcessDetector.h"
 
 namespace wakelatch {
 namespace {
 
 const ShellCommand pmset{"/usr/bin/pmset", {"-g", "batt"}};
+const ShellCommand listProcesses{"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}};
 const ShellCommand ioreg{"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}};
 
 std::string fixture(const std::string& name) {
@@ -65,21 +67,22 @@ TEST(LidStateDetector, ReadsWhatIoregPrints) {
 // test anew, so the folder has a fixed name. Its exit must not lose the lines.
 TEST(ProbesDeathTest, LogAFailedRunAndFallBack) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const std::filesystem::path home = std::filesystem::path(::testing::TempDir()) / "ProbesTest";
+  const auto home = std::filesystem::path(::testing::TempDir()) / "ProbesTest";
   std::filesystem::remove_all(home);
   const auto probe = [&] {
     ::setenv("HOME", home.c_str(), 1);
     ScriptedRunner runner;
-    runner.failOn(pmset, "no pmset");
-    runner.failOn(ioreg, "no ioreg");
+    for (const auto& command : {pmset, ioreg, listProcesses}) runner.failOn(command, "no");
     const PowerSnapshot fallback{false, std::nullopt, "Unable to read battery state"};
     std::exit(PowerMonitor(runner).snapshot() != fallback ||
-              LidStateDetector(runner).lidState() != LidState::unknown);
+              LidStateDetector(runner).lidState() != LidState::unknown ||
+              ProcessDetector(runner).detect({}, {}) != ActivitySignal::none());
   };
   EXPECT_EXIT(probe(), ::testing::ExitedWithCode(0), "");
+  const std::string line = "\\[[^]]+\\] ", end = " failed: no\n";
   EXPECT_THAT(platform::readFile(home / "Library/Logs/Wakelatch.log"),
-              ::testing::MatchesRegex("\\[[^]]+\\] PowerMonitor failed: no pmset\n"
-                                      "\\[[^]]+\\] LidStateDetector failed: no ioreg\n"));
+              ::testing::MatchesRegex(line + "PowerMonitor" + end + line + "LidStateDetector" +
+                                      end + line + "ProcessDetector" + end));
   std::filesystem::remove_all(home);
 }
 
