@@ -216,33 +216,24 @@ TEST(SleepController, ReadsWhetherSleepIsDisabled) {
 // What each operation of the lid-closed setting runs, logs, returns and leaves behind, each command
 // and message as one letter.
 TEST(SleepController, LidClosedOperations) {
-  const auto script = [](const char* setting, const std::string& prompt) {
-    return std::string("admin /usr/bin/osascript -e do shell script \"pmset -a disablesleep ") +
-           setting + "\" with prompt \"Lumenhold is " + prompt + "\" with administrator privileges";
-  };
-  const std::map<char, std::string> texts = {
-      {'E', script("1",
-                   "turning on the lid-closed power setting (pmset disablesleep 1) so the Mac can "
-                   "stay awake with the lid closed. It is restored when lid-closed mode ends.")},
-      {'P', script("0", "restoring the normal sleep setting (pmset disablesleep 0).")},
-      {'D', "/usr/bin/pmset -a disablesleep 0"},
-      {'R', "/usr/bin/pmset -g"},
-      {'S', "/usr/bin/pmset sleepnow"},
-      {'e', "Engaging pmset disablesleep for lid-closed mode"},
-      {'d',
-       "Lid-closed admin step declined; continuing in lid-open (caffeinate) mode: exit code 1: no"},
-      {'r', "Restoring pmset disablesleep 0"},
-      {'t', "Admin restore failed, trying direct restore: exit code 1: no"},
-      {'w',
-       "WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it "
-       "tracked for retry (REVIEW #18)"},
-      {'o', "Stale disablesleep marker found (system reports sleep enabled) — removing it"},
-      {'k',
-       "disablesleep marker from a previous run found — clearing stuck pmset disablesleep (REVIEW "
-       "#2)"},
-      {'x', "Emergency restore requested"},
-      {'s', "Requesting pmset sleepnow"},
-      {'f', "pmset sleepnow failed: exit code 1: no"}};
+  std::istringstream table(
+      R"(E admin /usr/bin/osascript -e do shell script "pmset -a disablesleep 1" with prompt "Lumenhold is turning on the lid-closed power setting (pmset disablesleep 1) so the Mac can stay awake with the lid closed. It is restored when lid-closed mode ends." with administrator privileges
+P admin /usr/bin/osascript -e do shell script "pmset -a disablesleep 0" with prompt "Lumenhold is restoring the normal sleep setting (pmset disablesleep 0)." with administrator privileges
+D /usr/bin/pmset -a disablesleep 0
+R /usr/bin/pmset -g
+S /usr/bin/pmset sleepnow
+e Engaging pmset disablesleep for lid-closed mode
+d Lid-closed admin step declined; continuing in lid-open (caffeinate) mode: exit code 1: no
+r Restoring pmset disablesleep 0
+t Admin restore failed, trying direct restore: exit code 1: no
+w WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it tracked for retry (REVIEW #18)
+o Stale disablesleep marker found (system reports sleep enabled) — removing it
+k disablesleep marker from a previous run found — clearing stuck pmset disablesleep (REVIEW #2)
+x Emergency restore requested
+s Requesting pmset sleepnow
+f pmset sleepnow failed: exit code 1: no)");
+  std::map<char, std::string> texts;
+  for (std::string line; std::getline(table, line);) texts[line[0]] = line.substr(2);
   const auto spelled = [&](const std::string& letters) {
     std::vector<std::string> list;
     for (const char letter : letters) list.push_back(texts.at(letter));
