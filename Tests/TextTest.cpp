@@ -48,7 +48,7 @@ TEST(Text, FirstCharactersCountsAsAReaderDoes) {
                                   "e\u0301" + family + "\r\n\xFF"};
   for (std::size_t count = 0; count < std::size(prefixes); ++count)
     EXPECT_EQ(firstCharacters(text, count), prefixes[count]) << count;
-  for (const std::size_t count : {6, 1000}) EXPECT_EQ(firstCharacters(text, count), text);
+  for (const std::size_t count : {6u, 1000u}) EXPECT_EQ(firstCharacters(text, count), text);
 }
 
 TEST(Text, ContainsIgnoringCaseFollowsTheLocale) {
