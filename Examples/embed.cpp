@@ -1,32 +1,63 @@
-// The smallest program that embeds the library: one tick, from observation to decision.
+// The smallest host: one tick from start-up to restore. A real one repeats the tick every two
+// seconds or so, and keeps settings and statistics in files of its own.
+#include <stdlib.h>
+#include <sys/stat.h>
+
 #include <iostream>
+#include <utility>
 
 #include "Platform/Clock.h"
-#include "Platform/Files.h"
 #include "WakelatchCore/WakelatchCore.h"
 
-int main() {
+int main(int argc, char** argv) {
   using namespace wakelatch;
+  ::umask(077);                          // the log names what the user works with
+  ::setenv("LC_ALL", "en_US.UTF-8", 1);  // `ps` must not print decimal commas
+  const char* home = ::getenv("HOME");
+  const char* keepAwakeTool = argc > 1 ? argv[1] : "/usr/bin/caffeinate";
 
-  // What the host owns for its whole life.
-  ProcessCommandRunner runner(/*timeoutSeconds=*/5);
+  // What the host owns for its whole life. A prompt waits for somebody to type a password.
+  ProcessCommandRunner runner(ProcessDetector::busyMacTimeout);
+  ProcessCommandRunner adminRunner(/*timeoutSeconds=*/120);
   PowerMonitor powerMonitor(runner);
   LidStateDetector lidDetector(runner);
   ProcessDetector processes(runner);
   AccessibilityDetector accessibility;
-  FileActivityProbe files(platform::homeDirectory(), /*maxDepth=*/12);
+  FileActivityProbe files(home != nullptr ? home : "/", /*maxDepth=*/12);
   SessionActivityDetector sessions(files);
   ActivityDetector activity(processes, accessibility, sessions);
   AgentStateMachine machine;
+  SleepController controller(runner, adminRunner, FileLogger::shared(), keepAwakeTool);
 
-  // One tick. A real host goes on: SleepController carries the decision out.
+  // Start-up: undo what a crash may have left, before the first enabling call.
+  controller.reconcileOrphanedCaffeinate();
+  controller.reconcileStuckDisableSleep();
+
+  // One tick: look, decide, carry out, count.
   const GuardSettings settings;
+  const AppMode mode = AppMode::watchAgentUI;
   const Timestamp now = platform::now();
+  UsageMetrics usage(now);
   const PowerSnapshot power = powerMonitor.snapshot();
   const LidState lid = lidDetector.lidState();
   const ActivitySignal signal = activity.detect(settings, power, now);
   const GuardDecision decision =
-      machine.evaluate(AppMode::watchAgentUI, settings, power, lid, signal,
-                       /*isPreventingSleep=*/false, ThermalState::nominal, now);
-  std::cout << displayName(decision.status) << ": " << decision.reason << "\n";
+      machine.evaluate(mode, settings, power, lid, signal, controller.isSleepPreventionEnabled(),
+                       ThermalState::nominal, now);
+  // Work that ends with the lid closed: SleepReleasePolicy::planRelease() says for how long the
+  // machine stays awake all the same.
+  controller.setSleepPrevention(decision.shouldPreventSleep, settings.keepAwakeWithLidClosed,
+                                settings.letDisplaySleep);
+  if (decision.shouldSleepNow) controller.sleepNow();
+  const KeepAwakeTrigger trigger = decision.status == GuardStatus::keepingAwake
+                                       ? KeepAwakeTrigger::activeSignal
+                                       : KeepAwakeTrigger::none;
+  usage = UsageMetrics::recording(
+      std::move(usage), controller.isSleepPreventionEnabled(), trigger, signal.strength, lid,
+      signal.appName, settings.profile(power).idleGracePeriodSeconds, signal.processPresent, now);
+
+  std::cout << displayName(decision.status) << ": " << decision.reason << '\n';
+
+  // On leaving; false when the lid-closed setting may still be on.
+  return controller.restoreNormalSleep() ? 0 : 1;
 }

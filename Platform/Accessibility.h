@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace wakelatch::platform {
 
 /// An application as the workspace lists it.
@@ -51,3 +52,4 @@ class Accessibility {
 Accessibility& systemAccessibility();
 
 }  // namespace wakelatch::platform
+#pragma GCC visibility pop

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// An instant of the wall clock with sub-second precision, counted in seconds since
@@ -38,3 +39,4 @@ std::string iso8601(Timestamp time);
 std::optional<Timestamp> parseIso8601(std::string_view text);
 
 }  // namespace wakelatch::platform
+#pragma GCC visibility pop

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace wakelatch::platform {
 
 /// Passes every place at which one of its prefixes stands, and some others. The prefixes are in up
@@ -40,3 +41,4 @@ class PrefixFilter {
 };
 
 }  // namespace wakelatch::platform
+#pragma GCC visibility pop

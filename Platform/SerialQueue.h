@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace wakelatch::platform {
 
 /// Tasks may be submitted from any thread and run in the order of submission, one at a time. The
@@ -42,3 +43,4 @@ class SerialQueue {
 };
 
 }  // namespace wakelatch::platform
+#pragma GCC visibility pop

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace wakelatch::platform {
 
 /// Which letters differ in case alone.
@@ -56,3 +57,4 @@ std::string_view firstCharacters(std::string_view text, std::size_t count);
 void appendFolded(std::string_view text, std::string& out, Casing casing = userCasing());
 
 }  // namespace wakelatch::platform
+#pragma GCC visibility pop

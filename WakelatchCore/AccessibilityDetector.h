@@ -11,6 +11,7 @@
 #include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/Models.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Looks for the phrases of agents in the windows of running applications: of the agents' own, of
@@ -57,3 +58,4 @@ class AccessibilityDetector {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

@@ -15,6 +15,7 @@
 #include "WakelatchCore/ProcessDetector.h"
 #include "WakelatchCore/SessionActivityDetector.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Asks the three detectors and weighs their answers. Remembers between ticks when each agent's
@@ -85,3 +86,4 @@ class ActivityDetector {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

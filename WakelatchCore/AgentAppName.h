@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace wakelatch::AgentAppName {
 
 /// The name in the form in which names are compared: "Claude Desktop" becomes "claude".
@@ -32,3 +33,4 @@ bool requiresMultiWordPhrases(std::string_view name);
 std::string cleanedReason(std::string_view reason);
 
 }  // namespace wakelatch::AgentAppName
+#pragma GCC visibility pop

@@ -13,6 +13,7 @@
 #include "WakelatchCore/Enum.h"
 #include "WakelatchCore/Models.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// How one agent is recognised: by bundle, executable, path, UI text and session files.
@@ -126,3 +127,4 @@ class AgentResolver {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

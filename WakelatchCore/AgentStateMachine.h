@@ -7,6 +7,7 @@
 #include "Platform/Clock.h"
 #include "WakelatchCore/Models.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Decides once per tick. No lock: all calls on one instance come from one thread at a time. Never
@@ -69,3 +70,4 @@ Plan planRelease(GuardStatus status, bool lidClosedEngaged, std::optional<Timest
 }  // namespace SleepReleasePolicy
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

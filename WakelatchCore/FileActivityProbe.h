@@ -10,6 +10,7 @@
 
 #include "Platform/Clock.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Modification times by path; a path is the bytes the file system knows the entry by.
@@ -70,3 +71,4 @@ class FileActivityProbe : public FileActivityProbing {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

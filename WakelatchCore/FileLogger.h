@@ -11,6 +11,7 @@
 
 #include "Platform/SerialQueue.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Appends one line "[2025-03-01T14:05:09Z] message" per call to a text file. Any thread may log;
@@ -52,3 +53,4 @@ class FileLogger {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

@@ -19,6 +19,7 @@
 #include "Platform/Clock.h"
 #include "WakelatchCore/Enum.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Why a text could not be decoded, and where: `what()` is "days.2025-03-01.totalSessions: expected
@@ -373,3 +374,4 @@ T decode(std::string_view text, DateCoding dates = DateCoding::secondsSince2001)
 }
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

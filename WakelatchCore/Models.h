@@ -13,6 +13,7 @@
 #include "WakelatchCore/Enum.h"
 #include "WakelatchCore/Json.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 struct AgentProfile;
@@ -296,3 +297,4 @@ std::optional<std::string> panelWarning(const std::vector<AgentProfile>& running
 }  // namespace AccessibilityNotice
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

@@ -14,6 +14,7 @@
 #include "Platform/PrefixFilter.h"
 #include "Platform/Text.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// What a text shows of an agent: at work, waiting or neither, and the phrase that tells.
@@ -94,3 +95,4 @@ class PhraseMatcher {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

@@ -6,6 +6,7 @@
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/ShellCommand.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Reads power source and battery from `pmset -g batt`. Keeps nothing between calls; any thread
@@ -47,3 +48,4 @@ class LidStateDetector {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

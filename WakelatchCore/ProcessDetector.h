@@ -12,6 +12,7 @@
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/ShellCommand.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// One row of the process table.
@@ -87,3 +88,4 @@ class ProcessDetector {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

@@ -11,6 +11,7 @@
 #include "WakelatchCore/FileActivityProbe.h"
 #include "WakelatchCore/Models.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Judges agents by the modification times of their session files. Keeps nothing between calls;
@@ -48,3 +49,4 @@ class SessionActivityDetector {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

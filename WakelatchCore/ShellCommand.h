@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// A program and its arguments, passed as they are: no shell, no quoting.
@@ -74,3 +75,4 @@ class ProcessCommandRunner : public CommandRunning {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

@@ -15,6 +15,7 @@
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/ShellCommand.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 namespace platform {
@@ -136,3 +137,4 @@ class SleepController {
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

@@ -15,6 +15,7 @@
 #include "WakelatchCore/Json.h"
 #include "WakelatchCore/Models.h"
 
+#pragma GCC visibility push(default)
 namespace wakelatch {
 
 /// Why the machine is kept awake in a tick, and so where its time is booked.
@@ -191,3 +192,4 @@ inline constexpr auto jsonFields<UsageMetrics> = std::tuple{
 };
 
 }  // namespace wakelatch
+#pragma GCC visibility pop

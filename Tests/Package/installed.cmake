@@ -1,0 +1,29 @@
+# Installs the build, moves what was installed elsewhere, and builds the example against it: with
+# CMake and each of the two libraries, and with pkg-config. Run by ctest as
+#   cmake -DBUILD=... -DSOURCE=... -DWORK=... -DCOMPILER=... -DGENERATOR=... -P installed.cmake
+include(${CMAKE_CURRENT_LIST_DIR}/run.cmake)
+
+file(REMOVE_RECURSE ${WORK})
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/first)
+file(RENAME ${WORK}/first ${WORK}/moved)
+set(prefix ${WORK}/moved)
+
+foreach(shared IN ITEMS OFF ON)
+  set(build ${WORK}/shared-${shared})
+  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${SOURCE}/Examples -B ${build}
+      -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_PREFIX_PATH=${prefix} -DBUILD_SHARED_LIBS=${shared})
+  run(${CMAKE_COMMAND} --build ${build})
+  run(${CMAKE_CTEST_COMMAND} --test-dir ${build} --output-on-failure --no-tests=error)
+endforeach()
+
+file(GLOB_RECURSE pc ${prefix}/wakelatchcore.pc)
+get_filename_component(pc_folder ${pc} DIRECTORY)
+get_filename_component(libraries ${pc_folder} DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} ${pc_folder})
+run(pkg-config --cflags --libs wakelatchcore)
+separate_arguments(flags UNIX_COMMAND "${output}")
+run(${COMPILER} -std=c++20 ${SOURCE}/Examples/embed.cpp ${flags} -Wl,-rpath,${libraries}
+    -o ${WORK}/embed)
+set(ENV{HOME} ${WORK})
+run(${WORK}/embed)
+run(${prefix}/bin/wakelatch --help)
