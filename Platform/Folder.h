@@ -16,8 +16,8 @@ namespace wakelatch::platform {
 /// Movable only. Needs the right to search the folder; only listing needs the right to read it.
 class Folder {
  public:
-  /// What an entry itself is; a link is a link wherever it leads.
-  enum class EntryKind { folder, link, other };
+  /// What an entry itself is; a link is a link wherever it leads. A listing tells it of each entry.
+  enum class EntryKind { unlisted, folder, link, other };
   using Visit = std::function<void(const char* name, EntryKind kind)>;
 
   /// A closed one: has no entries.

@@ -91,7 +91,7 @@ class Walk {
     if (maxDepth_ < 0) return;
     while (home.size() > 1 && home.back() == '/') home.pop_back();
     levels_.push_back({Folder::working()});
-    reach(home.c_str(), std::nullopt, patterns_.starts());
+    reach(home.c_str(), Folder::EntryKind::unlisted, patterns_.starts());
     while (!levels_.empty()) {
       if (levels_.back().pending.empty()) {
         leave();
@@ -155,12 +155,12 @@ class Walk {
 
   /// Lists the last level's folder if a pattern asks for that, and goes to what they name there.
   void visitEntries(const Positions& positions) {
-    std::map<std::string_view, std::optional<Folder::EntryKind>> named;
+    std::map<std::string_view, Folder::EntryKind> named;
     bool lists = false;
     for (const std::size_t position : positions) {
       const Component& component = patterns_[position];
       if (component.kind == Component::Kind::name) {
-        named.try_emplace(component.text);
+        named.try_emplace(component.text, Folder::EntryKind::unlisted);
       } else if (component.kind != Component::Kind::end) {
         lists = true;
       }
@@ -179,10 +179,9 @@ class Walk {
     }
   }
 
-  /// From the positions of a folder those of one entry. An entry that was not listed has no kind,
-  /// and only its name leads to it.
-  const Positions& advanced(const Positions& positions, const char* name,
-                            std::optional<Folder::EntryKind> kind) {
+  /// From the positions of a folder those of one entry. Only its name leads to an entry that
+  /// was not listed.
+  const Positions& advanced(const Positions& positions, const char* name, Folder::EntryKind kind) {
     advanced_.clear();
     for (const std::size_t position : positions) {
       const Component& component = patterns_[position];
@@ -191,7 +190,9 @@ class Walk {
           if (component.text == name) patterns_.add(advanced_, position + 1);
           break;
         case Component::Kind::wildcard:
-          if (kind && component.wildcard.matches(name)) patterns_.add(advanced_, position + 1);
+          if (kind != Folder::EntryKind::unlisted && component.wildcard.matches(name)) {
+            patterns_.add(advanced_, position + 1);
+          }
           break;
         case Component::Kind::anyLevels:
           if (kind == Folder::EntryKind::folder) patterns_.add(advanced_, position);
@@ -205,7 +206,7 @@ class Walk {
 
   /// Reports an entry of the last level if a pattern ends there, and plans to enter it if one leads
   /// on from there.
-  void reach(const char* name, std::optional<Folder::EntryKind> kind, const Positions& positions) {
+  void reach(const char* name, Folder::EntryKind kind, const Positions& positions) {
     const auto ends = std::count_if(positions.begin(), positions.end(), [this](std::size_t at) {
       return patterns_[at].kind == Component::Kind::end;
     });
