@@ -3,7 +3,7 @@ ARGS ?= watch
 PREFIX ?= /usr/local
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
-.PHONY: run test valgrind format check-format tidy bench install
+.PHONY: run test valgrind fuzz format check-format tidy bench soak docs install
 
 run:
 	@cmake/bootstrap run
@@ -47,6 +47,11 @@ bench:
 	cmake --build --preset bench
 	@for program in build/bench/benchmarks/*Benchmark; do \
 	  echo "== $$(basename $$program)"; $$program || exit 1; done
+
+docs:
+	@cmake/bootstrap docs
+	@mkdir -p build/docs
+	doxygen docs/Doxyfile
 
 install:
 	@cmake/bootstrap run

@@ -14,9 +14,9 @@ namespace wakelatch::platform {
 
 /// An application as the workspace lists it.
 struct RunningApplication {
-  std::optional<std::string> bundleID = {};
-  std::optional<std::string> localizedName = {};
-  std::int32_t processID = 0;
+  std::optional<std::string> bundleID = {};       ///< absent for a bare program
+  std::optional<std::string> localizedName = {};  ///< as the user sees it
+  std::int32_t processID = 0;                     ///< what application() takes
 };
 
 /// A user interface that can be read. Nothing here throws or logs: what cannot be read is absent.
@@ -44,6 +44,7 @@ class Accessibility {
   virtual void requestPermissionPrompt() = 0;
   /// The element of the application with this process identifier.
   virtual Element application(std::int32_t processID) = 0;
+  /// One attribute of `element`; none when that is null.
   /// @param name  as the system names it, such as "AXTitle"
   virtual Value attribute(const Element& element, std::string_view name) = 0;
 };

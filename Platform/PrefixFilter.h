@@ -15,14 +15,15 @@ namespace wakelatch::platform {
 /// to eight groups: the fewer and the more alike in a group, the fewer others.
 class PrefixFilter {
  public:
-  static constexpr std::size_t groups = 8;
+  static constexpr std::size_t groups = 8;        ///< a bit of a byte each
   static constexpr std::size_t prefixLength = 4;  ///< in bytes; what follows does not count
 
   /// An empty prefix stands everywhere.
   void add(std::string_view prefix, std::size_t group);
 
+  /// A place, and the groups that one of the prefixes standing there may belong to.
   struct Candidate {
-    std::size_t position;
+    std::size_t position;  ///< in bytes
     std::uint64_t groups;  ///< a bit each
   };
   /// Appends the places that pass, in order.

@@ -15,6 +15,7 @@ namespace wakelatch::platform {
 /// thread starts with the first task.
 class SerialQueue {
  public:
+  /// Destroyed on the queue's thread after it has run.
   using Task = std::function<void()>;
 
   /// @param label  the thread's name, see startThread()

@@ -29,15 +29,15 @@ class ActivityDetector {
 
   /// The signals of one kind, in their detector's order.
   struct Findings {
-    std::vector<ActivitySignal> kept;
+    std::vector<ActivitySignal> kept;     ///< believed
     std::vector<ActivitySignal> dropped;  ///< not believed: no process within the window
   };
 
   /// What one tick found, and what came of it.
   struct Evidence {
-    std::vector<AgentProcesses> process;
-    Findings accessibility;
-    Findings session;
+    std::vector<AgentProcesses> process;  ///< always believed
+    Findings accessibility;               ///< by UI text
+    Findings session;                     ///< by session files
     /// One signal per agent name, sorted by the names' composed Unicode scalars; each says whether
     /// the agent's process was seen, and how many sessions were where that is known.
     std::vector<ActivitySignal> merged;

@@ -1,11 +1,12 @@
 // When two names that applications and processes report denote the same application, and what a
-// name alone says about it. Pure functions, callable from any thread; none of them fails.
+// name alone says about it.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #pragma GCC visibility push(default)
+/// Names of applications compared. Pure functions, callable from any thread; none of them fails.
 namespace wakelatch::AgentAppName {
 
 /// The name in the form in which names are compared: "Claude Desktop" becomes "claude".

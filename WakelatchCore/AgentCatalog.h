@@ -28,7 +28,7 @@ struct AgentProfile {
 
   std::string id = {};           ///< stable; what GuardSettings::disabledAgentIDs lists
   std::string displayName = {};  ///< as shown to the user and named in signals
-  Kind kind = Kind::cli;
+  Kind kind = Kind::cli;         ///< browsers are watched only when the settings enable them
   std::vector<std::string> bundleIDs = {};        ///< of the agent's own application, lower case
   std::optional<std::string> iconBundleID = {};   ///< of the application whose icon it shows
   std::vector<std::string> appBundleNames = {};   ///< bundle folders without ".app"
@@ -75,20 +75,24 @@ class AgentResolver {
   /// Install it before detection starts: setting it takes no lock.
   static UnmatchedHostBundleHandler onUnmatchedHostBundle;
 
+  /// @param profiles  in the order in which they are tried
   explicit AgentResolver(std::vector<AgentProfile> profiles);
 
   /// The catalog without the agents switched off, and without browsers unless they are enabled.
   static AgentResolver make(const GuardSettings& settings);
 
+  /// In the order in which they are tried.
   const std::vector<AgentProfile>& profiles() const { return profiles_; }
   /// The profiles whose phrases are looked for in terminals, in order.
   std::vector<AgentProfile> terminalScanProfiles() const;
 
-  // Found profiles belong to the resolver.
+  /// The agent whose own application has this identifier, regardless of case; null when there is
+  /// none. The profile belongs to the resolver.
   const AgentProfile* profileForBundleID(std::string_view bundleID) const;
+  /// The agent that a process runs, null and owned likewise. One started from inside an application
+  /// bundle that no profile names resolves to nothing and is reported to the handler.
+  /// @param path       of the executable
   /// @param arguments  the process's whole argument string
-  /// An agent started from inside an application bundle that no profile names resolves to nothing
-  /// and is reported to the handler.
   const AgentProfile* profileForCommand(std::string_view path, std::string_view arguments) const;
 
   /// The outermost application bundle on the path, without ".app".

@@ -16,8 +16,8 @@ class AgentStateMachine {
  public:
   /// What is remembered between ticks.
   struct Memory {
-    std::optional<Timestamp> lastActiveSignalAt = {};
-    bool hasSeenWork = false;            ///< since the last reset
+    std::optional<Timestamp> lastActiveSignalAt = {};  ///< the idle grace counts from here
+    bool hasSeenWork = false;                          ///< since the last reset
     bool completionSleepIssued = false;  ///< the one sleep after finished work was asked for
   };
 
@@ -27,6 +27,7 @@ class AgentStateMachine {
   AgentStateMachine(const AgentStateMachine&) = delete;
   AgentStateMachine& operator=(const AgentStateMachine&) = delete;
 
+  /// To be stored, or handed to another instance.
   const Memory& memory() const { return memory_; }
 
   /// Forgets all work seen.
@@ -37,6 +38,7 @@ class AgentStateMachine {
   /// the next evaluation without an active signal goes straight to the completion sleep.
   void markFinished(Timestamp time, double gracePeriod);
 
+  /// The first rule that applies decides, in a fixed order; `signal` is the strongest of the tick.
   /// @param isPreventingSleep  the sleep controller holds the machine awake at this moment
   /// @param thermalState       of the process, as the platform reports it
   GuardDecision evaluate(AppMode mode, const GuardSettings& settings, const PowerSnapshot& power,
@@ -54,9 +56,12 @@ namespace SleepReleasePolicy {
 struct Plan {
   std::optional<Timestamp> pendingSince = {};  ///< absent: release now
 
+  ///@{
+  /// The two kinds of plan, and which of them this is.
   static Plan releaseNow() { return {}; }
   static Plan hold(Timestamp since) { return {since}; }
   bool isHold() const { return pendingSince.has_value(); }
+  ///@}
 
   friend bool operator==(const Plan&, const Plan&) = default;
 };

@@ -12,9 +12,9 @@ namespace wakelatch {
 /// One case: its value, its raw value (text or integer) and, where the user sees it, its name.
 template <class E, class Raw = std::string_view>
 struct EnumCase {
-  E value;
-  Raw rawValue;
-  std::string_view displayName = {};
+  E value;                            ///< the case itself
+  Raw rawValue;                       ///< stays the same for ever: stored files hold it
+  std::string_view displayName = {};  ///< for the user; empty for what is never shown
 };
 
 /// The cases of `E` in their documented order; specialised beside each enumeration.

@@ -56,8 +56,11 @@ class FileActivityProbe : public FileActivityProbing {
   /// @param maxDepth  how many levels below `home` are looked at; negative: none, nor `home` itself
   FileActivityProbe(std::filesystem::path home, std::int64_t maxDepth);
 
+  ///@{
+  /// As given to the constructor.
   const std::filesystem::path& home() const { return home_; }
   std::int64_t maxDepth() const { return maxDepth_; }
+  ///@}
 
   std::optional<Timestamp> newestModification(
       const std::vector<std::string>& patterns) const override;

@@ -33,6 +33,7 @@ class FileLogger {
   /// are written; those logged later still may be, as long as the process lives.
   static FileLogger& shared();
 
+  /// The file, whether or not it exists yet.
   const std::filesystem::path& logURL() const { return logURL_; }
 
   /// Dates the line now and returns at once. Never fails. A message with line breaks spans lines.

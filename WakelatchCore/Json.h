@@ -26,9 +26,13 @@ namespace wakelatch {
 /// an integer", or the problem alone when it concerns the whole text.
 class DecodingError : public std::runtime_error {
  public:
+  ///@{
+  /// The way to the value, "days.2025-03-01.totalSessions" or "targetApps[2]", empty for the whole
+  /// text; and what is wrong with it.
   DecodingError(std::string path, std::string problem);
   const std::string& path() const { return path_; }
   const std::string& problem() const { return problem_; }
+  ///@}
 
  private:
   std::string path_;
@@ -44,19 +48,23 @@ enum class DateCoding {
 
 // ---------------------------------------------------------------------------------- field tables
 
+/// How a field is written, and what becomes of it when the JSON object lacks it.
 enum class Presence {
   required,   ///< always written; missing or null is an error
   defaulted,  ///< always written; missing or null leaves the record's initial value
   optional,   ///< an std::optional: written when present; missing or null means absent
 };
 
+/// One row of a record's table, made by required(), defaulted() or optional().
 template <class Record, class Member>
 struct JsonField {
-  std::string_view key;
-  Member Record::*member;
-  Presence presence;
+  std::string_view key;    ///< in the JSON object
+  Member Record::*member;  ///< where the value lives in the record
+  Presence presence;       ///< std::optional members are Presence::optional and no others
 };
 
+///@{
+/// The rows of a table, one function for each Presence.
 template <class Record, class Member>
 constexpr JsonField<Record, Member> required(std::string_view key, Member Record::*member) {
   return {key, member, Presence::required};
@@ -70,11 +78,13 @@ constexpr JsonField<Record, std::optional<Member>> optional(std::string_view key
                                                             std::optional<Member> Record::*member) {
   return {key, member, Presence::optional};
 }
+///@}
 
 /// The fields of a record, a std::tuple of JsonField; specialised beside each record.
 template <class Record>
 inline constexpr auto jsonFields = nullptr;
 
+/// A type that has a table of fields.
 template <class T>
 concept JsonRecord = !std::is_same_v<decltype(jsonFields<T>), const std::nullptr_t>;
 
@@ -83,19 +93,27 @@ concept JsonRecord = !std::is_same_v<decltype(jsonFields<T>), const std::nullptr
 /// Appends JSON text to a string, without blanks. The caller keeps objects and lists balanced.
 class JsonWriter {
  public:
+  /// @param out  appended to, and used as long as the writer is
   JsonWriter(std::string& out, DateCoding dates) : out_(out), dates_(dates) {}
 
+  ///@{
+  /// A value: of a list, of a key just written, or the whole text. Commas come by themselves.
   void write(bool value);
   void write(std::int64_t value);
   void write(double value);            ///< throws std::domain_error unless finite
   void write(std::string_view value);  ///< bytes that are no UTF-8 become U+FFFD
   void write(const char* value) { write(std::string_view(value)); }  // a pointer is no bool
   void write(Timestamp value);  ///< throws std::domain_error when the coding has no form
+  ///@}
+  /// The name of an object's member; its value follows.
   void key(std::string_view key);
+  ///@{
+  /// Brackets around members or elements.
   void beginObject() { open('{'); }
   void endObject() { close('}'); }
   void beginList() { open('['); }
   void endList() { close(']'); }
+  ///@}
 
  private:
   void literal(std::string_view text);
@@ -113,13 +131,17 @@ class JsonWriter {
 /// One value of a parsed text. The values of a text stand in one sequence: directly after a list or
 /// an object comes what it holds, so that no depth of nesting costs stack.
 struct JsonNode {
+  /// An integer is a number without fraction and exponent that fits 64 bits.
   enum class Kind : char { null, boolean, integer, number, text, list, object };
 
+  ///@{
+  /// Which of the values counts, and the values.
   Kind kind = Kind::null;
   bool boolean = false;
   std::int64_t integer = 0;
-  double number = 0;       ///< of an integer too
-  std::string text;        ///< a text, or the digits of a number that a date may need to the last
+  double number = 0;  ///< of an integer too
+  std::string text;   ///< a text, or the digits of a number that a date may need to the last
+  ///@}
   std::string key;         ///< the name of an object's member
   std::size_t extent = 1;  ///< how many nodes it takes up: itself and all that it holds
 };
@@ -128,13 +150,17 @@ struct JsonNode {
 /// document and to the values around it, and is used while they live.
 class JsonValue {
  public:
+  /// The value at the root; JsonDocument::root() makes it.
   JsonValue(const JsonNode& node, DateCoding dates) : node_(node), dates_(dates) {}
 
+  ///@{
+  /// The value as this kind; throws DecodingError when it is of another.
   bool boolean() const;
   std::int64_t integer() const;  ///< 20 or 20.0; within 64 bits
   double number() const;
   const std::string& text() const;
   Timestamp timestamp() const;
+  ///@}
 
   /// Calls `use(value)` with the member's value; false when there is none or it is null. Of members
   /// that share a name the last one counts.
@@ -145,6 +171,7 @@ class JsonValue {
     use(JsonValue(*found, *this));
     return true;
   }
+  ///@{
   /// Calls `use(key, value)` for every member, or `use(value)` for every element, in order.
   template <class Use>
   void forEachMember(Use&& use) const {
@@ -161,9 +188,14 @@ class JsonValue {
       use(JsonValue(*child, *this, index++));
     }
   }
+  ///@}
 
+  ///@{
+  /// Throws DecodingError for a value of another kind.
   void expectObject() const;
   void expectList() const;
+  ///@}
+  /// Throws DecodingError with the way to this value.
   [[noreturn]] void fail(std::string problem) const;
   /// Fails naming `key` inside this object, which is missing or null.
   [[noreturn]] void failMissing(std::string_view key) const;
@@ -183,12 +215,14 @@ class JsonValue {
   std::size_t index_ = 0;  ///< inside a list
 };
 
-/// A parsed text that decode() reads from. Throws DecodingError when the text is no JSON.
+/// A parsed text that decode() reads from.
 class JsonDocument {
  public:
+  /// Keeps nothing of `text`. Throws DecodingError when it is no JSON.
   explicit JsonDocument(std::string_view text, DateCoding dates = DateCoding::secondsSince2001);
   JsonDocument(const JsonDocument&) = delete;
   JsonDocument& operator=(const JsonDocument&) = delete;
+  /// Refers to the document.
   JsonValue root() const { return JsonValue(nodes_.front(), dates_); }
 
  private:
@@ -198,9 +232,14 @@ class JsonDocument {
 
 // ------------------------------------------------------------------------ the form of each type
 
+/// How a type is written and read: two static functions, of which `read` throws DecodingError.
+/// There is one for bool, std::int64_t, double, std::string, Timestamp, enumerations and records
+/// with a table, and lists and maps of these.
 template <class T>
 struct JsonForm;
 
+///@{
+/// One value through its form. A record that reads more than its table says specialises readJson().
 template <class T>
 void writeJson(JsonWriter& out, const T& value) {
   JsonForm<T>::write(out, value);
@@ -209,6 +248,9 @@ template <class T>
 void readJson(const JsonValue& in, T& value) {
   JsonForm<T>::read(in, value);
 }
+///@}
+
+/// @cond
 
 template <>
 struct JsonForm<bool> {
@@ -301,6 +343,8 @@ inline constexpr bool isOptional = false;
 template <class T>
 inline constexpr bool isOptional<std::optional<T>> = true;
 
+/// @endcond
+
 /// Reads one field of an object into `record`, as its presence says.
 template <class Record, class Member>
 void readField(const JsonValue& object, const JsonField<Record, Member>& field, Record& record) {
@@ -328,6 +372,7 @@ void readFields(const JsonValue& object, Record& record) {
       jsonFields<Record>);
 }
 
+/// @cond
 template <JsonRecord Record>
 struct JsonForm<Record> {
   static void write(JsonWriter& out, const Record& record) {
@@ -351,6 +396,7 @@ struct JsonForm<Record> {
     readFields(in, record);
   }
 };
+/// @endcond
 
 // ---------------------------------------------------------------------------------- entry points
 

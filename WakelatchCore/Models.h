@@ -75,6 +75,8 @@ inline constexpr auto enumCases<SignalStrength> =
         {SignalStrength::weak, 2},
         {SignalStrength::strong, 3},
     });
+
+/// Whether it counts as work.
 constexpr bool isActive(SignalStrength strength) {
   return strength >= SignalStrength::weak;
 }
@@ -100,9 +102,9 @@ inline constexpr auto enumCases<ThermalState> = std::to_array<EnumCase<ThermalSt
 
 /// One piece of detected activity.
 struct ActivitySignal {
-  SignalStrength strength = SignalStrength::none;
-  std::optional<std::string> appName = {};  ///< display name of the agent or application
-  std::string reason = {};                  ///< the decision's reason while the signal is active
+  SignalStrength strength = SignalStrength::none;  ///< none in none() alone
+  std::optional<std::string> appName = {};         ///< display name of the agent or application
+  std::string reason = {};  ///< the decision's reason while the signal is active
   std::optional<std::string> matchedText = {};    ///< the phrase that matched
   std::optional<std::int64_t> sessionCount = {};  ///< live sessions seen
   std::optional<bool> processPresent = {};        ///< whether a process of the agent was seen
@@ -126,7 +128,7 @@ ActivitySignal strongest(const std::vector<ActivitySignal>& signals);
 
 /// One reading of the power source.
 struct PowerSnapshot {
-  bool isOnACPower = false;
+  bool isOnACPower = false;                         ///< false when not readable
   std::optional<std::int64_t> batteryPercent = {};  ///< absent: not readable, or no battery
   std::string rawDescription = {};                  ///< the probe's raw text
 
@@ -144,12 +146,12 @@ inline constexpr auto jsonFields<PowerSnapshot> = std::tuple{
 
 /// The result of one evaluation.
 struct GuardDecision {
-  GuardStatus status = GuardStatus::off;
-  bool shouldPreventSleep = false;  ///< the keep-awake assertion is wanted now
-  bool shouldSleepNow = false;      ///< one-shot: put the machine to sleep now
-  std::optional<std::string> detectedAppName = {};
-  std::string reason = {};
-  bool isBatteryWarning = false;  ///< low enough to warn, above the cutoff
+  GuardStatus status = GuardStatus::off;            ///< names the rule that applied
+  bool shouldPreventSleep = false;                  ///< the keep-awake assertion is wanted now
+  bool shouldSleepNow = false;                      ///< one-shot: put the machine to sleep now
+  std::optional<std::string> detectedAppName = {};  ///< the signal's, whichever rule applied
+  std::string reason = {};                          ///< one sentence for the user
+  bool isBatteryWarning = false;                    ///< low enough to warn, above the cutoff
 
   friend bool operator==(const GuardDecision&, const GuardDecision&) = default;
 };
@@ -160,9 +162,10 @@ struct GuardPowerProfile {
   std::int64_t warningPercent = 0;        ///< at or below, above the cutoff: warn
   double idleGracePeriodSeconds = 0;      ///< how long keep-awake outlasts the last active signal
   double cpuThresholdPercent = 0;         ///< percent of one core, as the process list reports it
-  bool allowUnlimitedKeepAwake = false;
-  bool sleepAfterCompletion = false;
-  bool sleepOnlyIfLidClosed = false;
+  bool allowUnlimitedKeepAwake =
+      false;                          ///< whether AppMode::pluggedInUnlimited acts; plugged in only
+  bool sleepAfterCompletion = false;  ///< sleep after finished work although the lid is not closed
+  bool sleepOnlyIfLidClosed = false;  ///< not then, nor in AppMode::sleepAfterCurrentWork
 
   friend bool operator==(const GuardPowerProfile&, const GuardPowerProfile&) = default;
 };
@@ -179,22 +182,25 @@ inline constexpr auto jsonFields<GuardPowerProfile> = std::tuple{
 
 /// Every user setting that the library consults, and four that it keeps for its host.
 struct GuardSettings {
-  GuardPowerProfile batteryProfile;
-  GuardPowerProfile pluggedInProfile;
-  std::vector<std::string> targetApps;     ///< extra application names to watch
-  std::vector<std::string> activePhrases;  ///< texts that mark a target's window as working
-  std::vector<std::string> idlePhrases;    ///< texts that mark it as idle
-  bool accessibilityDetectionEnabled = true;
-  bool launchAtLoginEnabled = false;     ///< for the host
-  bool restoreNormalSleepOnQuit = true;  ///< for the host
-  std::vector<std::string> disabledAgentIDs;
-  bool enableBrowsers = false;
-  bool keepAwakeWithLidClosed = false;  ///< for the host
-  bool letDisplaySleep = false;         ///< for the host
+  GuardPowerProfile batteryProfile;           ///< on battery; the battery levels count here alone
+  GuardPowerProfile pluggedInProfile;         ///< on external power
+  std::vector<std::string> targetApps;        ///< extra application names to watch
+  std::vector<std::string> activePhrases;     ///< texts that mark a target's window as working
+  std::vector<std::string> idlePhrases;       ///< texts that mark it as idle
+  bool accessibilityDetectionEnabled = true;  ///< whether UI text is read
+  bool launchAtLoginEnabled = false;          ///< for the host
+  bool restoreNormalSleepOnQuit = true;       ///< for the host
+  std::vector<std::string> disabledAgentIDs;  ///< catalog agents not watched, by AgentProfile::id
+  bool enableBrowsers = false;                ///< watch the catalog's browsers
+  bool keepAwakeWithLidClosed = false;        ///< for the host
+  bool letDisplaySleep = false;               ///< for the host
 
+  ///@{
+  /// What the field is when the settings file has none; the apps are an empty list.
   static const std::vector<std::string>& defaultTargetApps();
   static const std::vector<std::string>& defaultActivePhrases();
   static const std::vector<std::string>& defaultIdlePhrases();
+  ///@}
 
   /// The settings that an empty JSON object decodes to.
   GuardSettings();
@@ -221,8 +227,9 @@ struct GuardSettings {
   /// themselves; what stays keeps its order and its exact text.
   static std::vector<std::string> migrateLegacyTargets(std::vector<std::string> targets);
 
-  // The older flat view. Reads come from the battery profile, but for the unlimited switch; the
-  // battery levels are written to that profile alone, the other values to both.
+  ///@{
+  /// The older flat view. Reads come from the battery profile, but for the unlimited switch; the
+  /// battery levels are written to that profile alone, the other values to both.
   std::int64_t batteryCutoffPercent() const { return batteryProfile.batteryCutoffPercent; }
   std::int64_t warningPercent() const { return batteryProfile.warningPercent; }
   double idleGracePeriodSeconds() const { return batteryProfile.idleGracePeriodSeconds; }
@@ -237,6 +244,7 @@ struct GuardSettings {
   void setAllowUnlimitedWhilePluggedIn(bool allow);
   void setSleepAfterCompletion(bool sleep);
   void setSleepOnlyIfLidClosed(bool only);
+  ///@}
 
   friend bool operator==(const GuardSettings&, const GuardSettings&) = default;
 };
@@ -261,9 +269,13 @@ void readJson(const JsonValue& in, GuardSettings& settings);
 
 /// Which version of the terms the user must have accepted, and where the host keeps that.
 namespace Legal {
+/// Of the terms, compared as it stands.
 inline constexpr std::string_view currentVersion = "1.6";
+///@{
+/// Keys of the host's user defaults: which version, and when.
 inline constexpr std::string_view acceptedVersionDefaultsKey = "Lumenhold.acceptedLegalVersion";
 inline constexpr std::string_view acceptedDateDefaultsKey = "Lumenhold.acceptedLegalVersion.date";
+///@}
 
 /// True unless exactly the current version was accepted.
 bool needsAcceptance(const std::optional<std::string>& acceptedVersion);
@@ -271,16 +283,19 @@ bool needsAcceptance(const std::optional<std::string>& acceptedVersion);
 
 /// Whether to show the first-run flow, and the headline it shows.
 namespace Onboarding {
+/// Key of the host's user defaults: the flow was shown to its end.
 inline constexpr std::string_view completedDefaultsKey = "Lumenhold.hasCompletedOnboarding";
 
+/// The flow's first line.
 struct Headline {
-  std::string text;
+  std::string text;       ///< a sentence without its full stop
   bool detected = false;  ///< an agent was found
   friend bool operator==(const Headline&, const Headline&) = default;
 };
 
 /// The terms come first: false while they wait to be accepted.
 bool needsOnboarding(bool hasCompleted, bool needsLegalAcceptance);
+/// For the strongest signal of a tick.
 Headline detectionHeadline(SignalStrength strength, const std::optional<std::string>& appName);
 }  // namespace Onboarding
 
@@ -290,6 +305,7 @@ namespace AccessibilityNotice {
 bool isUITextOnly(const AgentProfile& profile);
 /// The display names of the UI-text-only profiles, in order.
 std::vector<std::string> uiTextOnlyNames(const std::vector<AgentProfile>& profiles);
+/// Whether the permission is needed, and which of the agents need it.
 std::string onboardingNote(const std::vector<AgentProfile>& watched);
 /// A warning, or nothing when the permission is granted or no running agent needs it.
 std::optional<std::string> panelWarning(const std::vector<AgentProfile>& running,

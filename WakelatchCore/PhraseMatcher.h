@@ -19,14 +19,19 @@ namespace wakelatch {
 
 /// What a text shows of an agent: at work, waiting or neither, and the phrase that tells.
 struct PhraseMatchKind {
+  ///@{
+  /// Where both kinds of phrases stand in a text, it is active.
   enum class Case { none, active, idle };
-
   Case kind = Case::none;
+  ///@}
   std::string phrase = {};  ///< as written in the matcher's list; empty for none
 
+  ///@{
+  /// One of each kind.
   static PhraseMatchKind active(std::string phrase) { return {Case::active, std::move(phrase)}; }
   static PhraseMatchKind idle(std::string phrase) { return {Case::idle, std::move(phrase)}; }
   static PhraseMatchKind none() { return {}; }
+  ///@}
 
   friend bool operator==(const PhraseMatchKind&, const PhraseMatchKind&) = default;
 };
@@ -34,10 +39,13 @@ struct PhraseMatchKind {
 /// Many matchers over one text: phrases are folded once, each text once for all matchers.
 class PhraseIndex {
  public:
-  /// One matcher's lists, in priority order. A phrase of white space alone is never found.
+  /// One matcher's lists. A phrase of white space alone is never found.
   struct Lists {
+    ///@{
+    /// In priority order.
     std::span<const std::string> activePhrases;
     std::span<const std::string> idlePhrases;
+    ///@}
   };
 
   /// Copies what it needs of the lists.
@@ -70,20 +78,25 @@ class PhraseIndex {
   platform::PrefixFilter filter_;                 ///< for needles_
 };
 
-/// One agent's phrases, in priority order. Two matchers with the same phrases are equal.
+/// One agent's phrases.
 class PhraseMatcher {
  public:
+  /// Both in priority order.
   PhraseMatcher(std::vector<std::string> activePhrases, std::vector<std::string> idlePhrases);
 
+  ///@{
+  /// Setting one list prepares the matcher anew.
   const std::vector<std::string>& activePhrases() const { return activePhrases_; }
   const std::vector<std::string>& idlePhrases() const { return idlePhrases_; }
   void setActivePhrases(std::vector<std::string> phrases);
   void setIdlePhrases(std::vector<std::string> phrases);
+  ///@}
 
   /// The first active phrase that stands in the text, else the first idle one, else none. Inside a
   /// longer word counts; a phrase of white space alone does not.
   PhraseMatchKind match(std::string_view text) const;
 
+  /// Two matchers with the same phrases in the same order are equal.
   friend bool operator==(const PhraseMatcher& a, const PhraseMatcher& b) {
     return a.activePhrases_ == b.activePhrases_ && a.idlePhrases_ == b.idlePhrases_;
   }

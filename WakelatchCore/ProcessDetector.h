@@ -17,8 +17,8 @@ namespace wakelatch {
 
 /// One row of the process table.
 struct ProcessSnapshot {
-  std::int32_t pid = 0;
-  std::int32_t parentPID = 0;
+  std::int32_t pid = 0;        ///< of several rows with one id the first tells load and parent
+  std::int32_t parentPID = 0;  ///< 1 or less: started by the system itself
   double cpuPercent = 0;       ///< of one core; may exceed 100
   std::string command = {};    ///< the executable's path as `ps` reports it
   std::string arguments = {};  ///< the whole argument string; empty when unknown
@@ -31,7 +31,7 @@ struct ProcessSnapshot {
 
 /// One agent's processes: its signal, and what led to it.
 struct AgentProcesses {
-  ActivitySignal signal;
+  ActivitySignal signal;        ///< strong when busy and trusted, else presence
   double cpuPercent = 0;        ///< of the agent's processes and all that they started
   double thresholdPercent = 0;  ///< of the profile in force
   bool trustsCPU = false;       ///< whether CPU load means work for this agent
@@ -53,7 +53,8 @@ class ProcessDetector {
   /// the agent's processes and all that they started use at least the CPU threshold of the profile
   /// in force and its load means work, otherwise presence. Blocks while `ps` runs twice. A failed
   /// first listing is logged and means no processes; a failed second one means no arguments.
-  /// @param power  absent: the battery profile's threshold
+  /// @param settings  which agents, the user's own targets, the thresholds
+  /// @param power     absent: the battery profile's threshold
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
                                            const std::optional<PowerSnapshot>& power);
   /// The same signals with what led to them.
@@ -62,7 +63,8 @@ class ProcessDetector {
   /// The strongest of these signals, the first among equals; ActivitySignal::none() without any.
   ActivitySignal detect(const GuardSettings& settings, const std::optional<PowerSnapshot>& power);
 
-  // The same for processes already listed; runs nothing.
+  ///@{
+  /// The same for processes already listed; runs nothing.
   static std::vector<ActivitySignal> detectPerApp(const std::vector<ProcessSnapshot>& processes,
                                                   const GuardSettings& settings,
                                                   const std::optional<PowerSnapshot>& power);
@@ -73,12 +75,12 @@ class ProcessDetector {
                                const GuardSettings& settings,
                                const std::optional<PowerSnapshot>& power);
 
-  // Lines that do not parse are skipped.
+  ///@}
 
-  /// Lines of `ps -o pid=,ppid=,pcpu=,comm=`.
+  /// Lines of `ps -o pid=,ppid=,pcpu=,comm=`; those that do not parse are skipped.
   static std::vector<ProcessSnapshot> parsePSOutput(std::string_view output);
   /// Lines of `ps -o pid=,args=`: pid to argument string, as views into `output`. The last line of
-  /// a pid counts.
+  /// a pid counts; lines that do not parse are skipped.
   static std::unordered_map<std::int32_t, std::string_view> parsePSArgs(std::string_view output);
 
  private:

@@ -13,8 +13,8 @@ namespace wakelatch {
 
 /// A program and its arguments, passed as they are: no shell, no quoting.
 struct ShellCommand {
-  std::string executable;  ///< absolute path
-  std::vector<std::string> arguments;
+  std::string executable;              ///< absolute path
+  std::vector<std::string> arguments;  ///< without the program's own name
 
   friend bool operator==(const ShellCommand&, const ShellCommand&) = default;
 };
@@ -28,6 +28,7 @@ struct CommandResult {
   std::string standardOutput;  ///< empty when it was not valid UTF-8
   std::string standardError;   ///< likewise
 
+  /// False for an unknown exit code too.
   bool succeeded() const { return exitCode == 0; }
 
   friend bool operator==(const CommandResult&, const CommandResult&) = default;
@@ -37,9 +38,11 @@ struct CommandResult {
 /// code and the first line of standard error.
 class CommandRunnerError : public std::runtime_error {
  public:
+  /// @param result  of a run that did not succeed
   static CommandRunnerError nonZeroExit(CommandResult result) {
     return CommandRunnerError(std::move(result));
   }
+  /// With its output, whole.
   const CommandResult& result() const { return result_; }
 
  private:

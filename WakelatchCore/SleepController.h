@@ -38,6 +38,7 @@ class SleepController {
   /// Runners and logger are used, not owned.
   /// @param runner          runs commands that need no privilege
   /// @param adminRunner     runs the commands that prompt for the administrator's password
+  /// @param logger          takes a line for everything done and everything that failed
   /// @param caffeinatePath  the keep-awake tool; has to run until it is terminated
   SleepController(CommandRunning& runner, CommandRunning& adminRunner, FileLogger& logger,
                   std::string caffeinatePath);
@@ -89,7 +90,9 @@ class SleepController {
   /// Prompts unless engaged already. False when declined; the next call prompts again.
   bool engageLidClosedProtection();
 
+  /// Asks `pmset -g`, whoever set it.
   DisableSleepState disableSleepState();
+  /// The same; no answer counts as off.
   bool isSystemSleepDisabled();
 
   /// Takes over a setting that something else engaged, so that the next release restores it.
@@ -107,6 +110,7 @@ class SleepController {
   /// "disablesleep.engaged" beside it, empty: the setting was engaged and is not known restored.
   static std::filesystem::path engagedMarkerURL();
 
+  /// The one word of flags that the keep-awake tool is started with.
   static std::vector<std::string> caffeinateArguments(bool letDisplaySleep);
   /// The ids in the pid file; none when it is missing, unreadable or no UTF-8.
   static std::vector<std::int32_t> readCaffeinatePIDs();

@@ -50,12 +50,12 @@ inline constexpr auto enumCases<SessionCloseReason> = std::to_array<EnumCase<Ses
 
 /// The statistics of one calendar day.
 struct DayBucket {
-  double protectedSeconds = 0;  ///< kept awake for an active agent, lid closed
-  double keptAwakeSeconds = 0;  ///< kept awake for an active agent, lid open or unknown
-  double manualSeconds = 0;
-  double pluggedInUnlimitedSeconds = 0;
-  std::int64_t sessionsSaved = 0;  ///< sessions closed on this day that had protected time
-  std::int64_t totalSessions = 0;  ///< sessions closed on this day
+  double protectedSeconds = 0;           ///< kept awake for an active agent, lid closed
+  double keptAwakeSeconds = 0;           ///< kept awake for an active agent, lid open or unknown
+  double manualSeconds = 0;              ///< in AppMode::manualKeepAwake
+  double pluggedInUnlimitedSeconds = 0;  ///< in AppMode::pluggedInUnlimited
+  std::int64_t sessionsSaved = 0;        ///< sessions closed on this day that had protected time
+  std::int64_t totalSessions = 0;        ///< sessions closed on this day
   std::map<std::string, double> protectedSecondsByAgent = {};  ///< keyed by agent id
   std::map<std::string, std::int64_t> sessionsByAgent = {};    ///< sessionsSaved by agent id
 
@@ -76,10 +76,13 @@ inline constexpr auto jsonFields<DayBucket> = std::tuple{
 /// The last session that kept the machine awake.
 struct LastRunSummary {
   std::optional<std::string> agentDisplayName = {};  ///< the session's agent id
-  Timestamp endedAt = {};
+  Timestamp endedAt = {};    ///< an interrupted one: at the last tick before the gap
   double workedSeconds = 0;  ///< from its start to its last active signal, never negative
+  ///@{
+  /// As in DayBucket, of this session.
   double protectedSeconds = 0;
   double keptAwakeSeconds = 0;
+  ///@}
   bool finishedNormally = false;  ///< it closed because the agent went idle
 
   friend bool operator==(const LastRunSummary&, const LastRunSummary&) = default;
@@ -98,20 +101,24 @@ inline constexpr auto jsonFields<LastRunSummary> = std::tuple{
 struct UsageMetrics {
   std::map<std::string, DayBucket> days = {};  ///< by day key; entries are never removed
   Timestamp installDate = {};                  ///< when statistics began
-  double longestProtectedRunSeconds = 0;
-  std::optional<std::string> longestProtectedRunAgent = {};
-  std::optional<std::string> longestProtectedRunDate = {};  ///< the day key it ended on
-  std::optional<Timestamp> sessionStartedAt = {};           ///< absent: no session is open
-  bool sessionQualified = false;                            ///< the session had protected time
-  std::optional<std::string> sessionAgentID = {};
-  double sessionRunSeconds = 0;  ///< length of the current uninterrupted protected run
-  std::optional<Timestamp> lastTickAt = {};
-  std::optional<Timestamp> lastActiveSignalAt = {};
-  std::int64_t wakeGapTicksDropped = 0;  ///< ticks not counted, too long after the one before
-  std::optional<LastRunSummary> lastRun = {};
-  std::optional<SessionCloseReason> lastCloseReason = {};
+  double longestProtectedRunSeconds = 0;       ///< of consecutive ticks
+  std::optional<std::string> longestProtectedRunAgent = {};  ///< of its last tick
+  std::optional<std::string> longestProtectedRunDate = {};   ///< the day key it ended on
+  std::optional<Timestamp> sessionStartedAt = {};            ///< absent: no session is open
+  bool sessionQualified = false;                             ///< the session had protected time
+  std::optional<std::string> sessionAgentID = {};            ///< the agent that opened it
+  double sessionRunSeconds = 0;              ///< length of the current uninterrupted protected run
+  std::optional<Timestamp> lastTickAt = {};  ///< time is counted from here
+  std::optional<Timestamp> lastActiveSignalAt = {};  ///< of the open session
+  std::int64_t wakeGapTicksDropped = 0;        ///< ticks not counted, too long after the one before
+  std::optional<LastRunSummary> lastRun = {};  ///< absent: none kept the machine awake yet
+  std::optional<SessionCloseReason> lastCloseReason =
+      {};  ///< of the last session, whatever it kept awake
+  ///@{
+  /// As in DayBucket, of the open session, or for the next one to open.
   double sessionProtectedSeconds = 0;
   double sessionKeptAwakeSeconds = 0;
+  ///@}
 
   /// Seconds: a tick that comes later after the one before is not counted.
   static constexpr double maxClampedElapsed = 10;
@@ -143,7 +150,8 @@ struct UsageMetrics {
                                 std::optional<std::int64_t> sessionFileAgeSeconds,
                                 LidState lidState);
 
-  // Figures over all recorded days, computed on every call.
+  ///@{
+  /// Figures over all recorded days, computed on every call.
   double totalProtectedSeconds() const;
   double totalKeptAwakeSeconds() const;
   double totalManualSeconds() const;
@@ -156,10 +164,12 @@ struct UsageMetrics {
   std::optional<double> utilization() const;
   std::map<std::string, double> protectedSecondsByAgent() const;
   std::map<std::string, std::int64_t> sessionsByAgent() const;
+  ///@}
 
+  /// A day of recentDays().
   struct RecentDay {
-    std::string dayKey;
-    DayBucket bucket;  ///< empty when nothing was recorded
+    std::string dayKey;  ///< as of UsageMetrics::dayKey()
+    DayBucket bucket;    ///< empty when nothing was recorded
     friend bool operator==(const RecentDay&, const RecentDay&) = default;
   };
   /// The last `count` calendar days, oldest first, the local day of `endingAt` last. Days before

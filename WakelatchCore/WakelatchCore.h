@@ -16,3 +16,10 @@
 #include "WakelatchCore/ShellCommand.h"
 #include "WakelatchCore/SleepController.h"
 #include "WakelatchCore/UsageMetrics.h"
+
+/// @namespace wakelatch
+/// The library: what observes, what decides and what acts, one header each.
+
+/// @namespace wakelatch::platform
+/// What the library needs of the operating system. A host meets the clock, the text services, the
+/// serial queue and the interface that reads user interfaces.
