@@ -64,11 +64,12 @@ const std::set<std::string, std::less<>>& terminalBundleIDs();
 }  // namespace AgentCatalog
 
 /// The agents watched under some settings, and the questions detectors ask about them. A value;
-/// lookups touch no shared state and may run on any thread.
+/// lookups change nothing but what was reported to the handler and may run on any thread.
 class AgentResolver {
  public:
   /// Called with the bundle's name and the executable's name, once per unknown application bundle
   /// (regardless of case) in the life of the process, on the detecting thread and outside any lock.
+  /// Must not throw.
   using UnmatchedHostBundleHandler =
       std::function<void(const std::string& bundle, const std::string& binary)>;
 

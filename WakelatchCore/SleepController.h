@@ -25,7 +25,8 @@ class WatchedChild;
 /// The properties may be read from any thread at any moment. The other operations come from one
 /// thread at a time; they block while a command runs (the administrator prompt waits for the user,
 /// up to its runner's time-out) and for up to 4 seconds for a keep-awake process that has to be
-/// ended. None of them throws: every failure is one line of log and the fallback named below.
+/// ended. None of them throws: a failure is a line of log, where somebody could mend it, and the
+/// fallback named below.
 class SleepController {
  public:
   /// What the system says about its lid-closed setting, `disablesleep`.
@@ -42,7 +43,8 @@ class SleepController {
   /// @param caffeinatePath  the keep-awake tool; has to run until it is terminated
   SleepController(CommandRunning& runner, CommandRunning& adminRunner, FileLogger& logger,
                   std::string caffeinatePath);
-  /// Stops the keep-awake process and leaves the lid-closed setting as it is.
+  /// Stops the keep-awake process, removes the pid file, even that of another controller, and
+  /// leaves the lid-closed setting as it is.
   ~SleepController();
   SleepController(const SleepController&) = delete;
   SleepController& operator=(const SleepController&) = delete;
@@ -77,8 +79,8 @@ class SleepController {
 
   // ------------------------------------------------- at start-up, before the first enabling call
 
-  /// Ends the keep-awake processes that the pid file names, and removes the file. A process that is
-  /// no keep-awake tool is left alone.
+  /// Tells the keep-awake processes that the pid file names to end (SIGTERM, without waiting), and
+  /// removes the file. A process that `ps` does not name as a keep-awake tool is left alone.
   void reconcileOrphanedCaffeinate();
 
   /// Restores the lid-closed setting when a marker says that an earlier run left it engaged.
