@@ -1,0 +1,49 @@
+# Completion of wakelatch in bash, from version 3.2 on.
+_wakelatch() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local command='' options='' i IFS=$' \t\n'
+  COMPREPLY=()
+  # In "--mode=off" the sign is a word of its own.
+  if [[ $current == = ]]; then
+    current=''
+  elif [[ $previous == = ]]; then
+    previous=${COMP_WORDS[COMP_CWORD - 2]}
+  fi
+
+  case $previous in
+    --mode)
+      COMPREPLY=($(compgen -W 'off manualKeepAwake watchAgentUI sleepAfterCurrentWork
+        pluggedInUnlimited' -- "$current"))
+      return ;;
+    --tools | --caffeinate | --html)
+      local kind=-f
+      [[ $previous == --tools ]] && kind=-d
+      compopt -o filenames 2>/dev/null
+      IFS=$'\n'
+      COMPREPLY=($(compgen $kind -- "$current"))
+      return ;;
+    --interval | --ticks | --release-delay | --days)
+      return ;;
+  esac
+
+  for ((i = 1; i < COMP_CWORD; ++i)); do
+    case ${COMP_WORDS[i]} in
+      --tools) # its folder is no command, whatever its name
+        ((++i))
+        [[ ${COMP_WORDS[i]} == = ]] && ((++i)) ;;
+      [a-z]*)
+        command=${COMP_WORDS[i]}
+        break ;;
+    esac
+  done
+  case $command in
+    '') options='status explain watch agents stats restore doctor --tools' ;;
+    status | explain) options='--json --mode' ;;
+    watch) options='--mode --interval --ticks --json --dry-run --release-delay --caffeinate' ;;
+    agents | doctor) options='--json' ;;
+    stats) options='--days --json --html' ;;
+    restore) options='--adopt' ;;
+  esac
+  COMPREPLY=($(compgen -W "$options --help" -- "$current"))
+}
+complete -F _wakelatch wakelatch
