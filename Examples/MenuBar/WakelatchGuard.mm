@@ -1,0 +1,194 @@
+#import "WakelatchGuard.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Host/KeepAwake.h"
+#include "WakelatchCore/WakelatchCore.h"
+
+// No "using namespace wakelatch": its id() and Objective-C's id would be ambiguous.
+namespace core = wakelatch;
+
+namespace {
+
+constexpr double tickSeconds = 2, toolSeconds = 10, promptSeconds = 120, releaseDelaySeconds = 60;
+constexpr int sessionFileDepth = 12;
+
+/// Starts every tool in one language: with decimal commas the process listing cannot be read, and
+/// in "C" letters beyond ASCII are printed as escapes.
+class PlainLanguageRunner final : public core::CommandRunning {
+ public:
+  explicit PlainLanguageRunner(double timeoutSeconds) : runner_(timeoutSeconds) {}
+
+  core::CommandResult run(const core::ShellCommand &command) override {
+    core::ShellCommand plain{"/usr/bin/env", {"LC_ALL=en_US.UTF-8", command.executable}};
+    plain.arguments.insert(plain.arguments.end(), command.arguments.begin(),
+                           command.arguments.end());
+    return runner_.run(plain);
+  }
+
+ private:
+  core::ProcessCommandRunner runner_;
+};
+
+core::ThermalState thermalState() {
+  switch (NSProcessInfo.processInfo.thermalState) {
+    case NSProcessInfoThermalStateNominal:
+      return core::ThermalState::nominal;
+    case NSProcessInfoThermalStateFair:
+      return core::ThermalState::fair;
+    case NSProcessInfoThermalStateSerious:
+      return core::ThermalState::serious;
+    case NSProcessInfoThermalStateCritical:
+      return core::ThermalState::critical;
+  }
+  return core::ThermalState::nominal;
+}
+
+NSString *toNSString(std::string_view text) {
+  NSString *string = [[NSString alloc] initWithBytes:text.data()
+                                              length:text.size()
+                                            encoding:NSUTF8StringEncoding];
+  return string != nil ? string : @"";
+}
+
+/// What the host of the library owns for its whole life. Used from the guard's queue alone.
+struct Machinery {
+  PlainLanguageRunner runner{toolSeconds}, adminRunner{promptSeconds};
+  core::PowerMonitor power{runner};
+  core::LidStateDetector lid{runner};
+  core::ProcessDetector processes{runner};
+  core::AccessibilityDetector accessibility;
+  core::FileActivityProbe files{NSHomeDirectory().fileSystemRepresentation, sessionFileDepth};
+  core::SessionActivityDetector sessions{files};
+  core::ActivityDetector activity{processes, accessibility, sessions};
+  core::AgentStateMachine machine;
+  core::SleepController controller{runner, adminRunner, core::FileLogger::shared(),
+                                   "/usr/bin/caffeinate"};
+  core::host::KeepAwake keepAwake;
+  core::AppMode mode = core::AppMode::watchAgentUI;
+  core::GuardSettings settings;
+
+  explicit Machinery(core::host::KeepAwake::Notice notice)
+      : keepAwake(controller, releaseDelaySeconds, std::move(notice)) {}
+
+  core::GuardDecision tick() {
+    const core::Timestamp now = core::platform::now();
+    const core::PowerSnapshot reading = power.snapshot();
+    const core::LidState lidState = lid.lidState();
+    const core::ActivitySignal signal = activity.detect(settings, reading, now);
+    const core::GuardDecision decision =
+        machine.evaluate(mode, settings, reading, lidState, signal,
+                         controller.isSleepPreventionEnabled(), thermalState(), now);
+    keepAwake.apply(decision, settings, lidState, now);
+    return decision;
+  }
+};
+
+}  // namespace
+
+@implementation WakelatchStatus
+
+- (instancetype)initWithDecision:(const core::GuardDecision &)decision keepsAwake:(BOOL)keepsAwake {
+  if ((self = [super init])) {
+    _title = toNSString(core::displayName(decision.status));
+    _reason = toNSString(decision.reason);
+    _keepsAwake = keepsAwake;
+    _isBatteryWarning = decision.isBatteryWarning;
+  }
+  return self;
+}
+
+@end
+
+@implementation WakelatchGuard {
+  dispatch_queue_t _queue;
+  dispatch_source_t _timer;
+  id<NSObject> _activity;
+  std::unique_ptr<Machinery> _machinery;
+}
+
+- (instancetype)init {
+  if ((self = [super init])) {
+    _queue = dispatch_queue_create("com.lumenhold.wakelatch", DISPATCH_QUEUE_SERIAL);
+    __weak WakelatchGuard *weakSelf = self;
+    _machinery = std::make_unique<Machinery>([weakSelf](const std::string &text) {
+      NSString *notice = toNSString(text);
+      dispatch_async(dispatch_get_main_queue(), ^{
+        WakelatchGuard *guard = weakSelf;
+        if (guard.onNotice) guard.onNotice(notice);
+      });
+    });
+  }
+  return self;
+}
+
+- (void)start {
+  // An application without windows is put to nap, and its timers with it. The system may sleep.
+  _activity = [NSProcessInfo.processInfo
+      beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
+                        reason:@"Watching agents"];
+  dispatch_async(_queue, ^{
+    self->_machinery->keepAwake.startUp(core::platform::now());
+  });
+  _timer = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, _queue);
+  // Ticks that come due while one is under way, or waits for a password, are one tick.
+  dispatch_source_set_timer(_timer, DISPATCH_TIME_NOW, uint64_t(tickSeconds * NSEC_PER_SEC),
+                            NSEC_PER_SEC / 10);
+  dispatch_source_set_event_handler(_timer, ^{
+    [self tick];
+  });
+  dispatch_resume(_timer);
+}
+
+- (void)tick {
+  const core::GuardDecision decision = _machinery->tick();
+  const BOOL keepsAwake = _machinery->controller.appliedLetDisplaySleep().has_value();
+  WakelatchStatus *status = [[WakelatchStatus alloc] initWithDecision:decision
+                                                           keepsAwake:keepsAwake];
+  dispatch_async(dispatch_get_main_queue(), ^{
+    if (self.onStatus) self.onStatus(status);
+  });
+}
+
+- (BOOL)setMode:(NSString *)rawValue {
+  const auto mode = core::fromRawValue<core::AppMode>(std::string_view(rawValue.UTF8String));
+  if (!mode) return NO;
+  dispatch_async(_queue, ^{
+    self->_machinery->mode = *mode;
+  });
+  return YES;
+}
+
+- (BOOL)setSettings:(NSData *)json error:(NSError **)error {
+  try {
+    const auto settings =
+        core::decode<core::GuardSettings>({static_cast<const char *>(json.bytes), json.length});
+    dispatch_async(_queue, ^{
+      self->_machinery->settings = settings;
+    });
+    return YES;
+  } catch (const core::DecodingError &wrong) {  // must not reach Objective-C or Swift
+    if (error != nullptr) {
+      *error = [NSError errorWithDomain:@"Wakelatch"
+                                   code:1
+                               userInfo:@{NSLocalizedDescriptionKey : toNSString(wrong.what())}];
+    }
+    return NO;
+  }
+}
+
+- (void)stop:(void (^)(BOOL restored))completion {
+  if (_timer != nil) dispatch_source_cancel(_timer);
+  dispatch_async(_queue, ^{
+    const bool restored = !self->_machinery->settings.restoreNormalSleepOnQuit ||
+                          self->_machinery->keepAwake.restore();
+    self->_machinery.reset();  // here: its end waits for the keep-awake process
+    dispatch_async(dispatch_get_main_queue(), ^{
+      completion(restored);
+    });
+  });
+}
+
+@end
