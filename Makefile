@@ -55,6 +55,6 @@ docs:
 
 install:
 	@cmake/bootstrap run
-	cmake --preset release
+	cmake --preset release -DCMAKE_INSTALL_PREFIX=$(abspath $(PREFIX))
 	cmake --build --preset release
-	cmake --install build/release --prefix $(PREFIX)
+	cmake --install build/release
