@@ -1,6 +1,7 @@
 # The two commands of the README, and what developers need besides.
 ARGS ?= watch
 PREFIX ?= /usr/local
+TICKS ?= 200000
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
 .PHONY: run test valgrind fuzz format check-format tidy bench soak docs install
@@ -52,6 +53,13 @@ docs:
 	@cmake/bootstrap docs
 	@mkdir -p build/docs
 	doxygen docs/Doxyfile
+
+# Without glibc's caches of freed memory, which count as in use, the heap's figures are exact.
+soak:
+	@cmake/bootstrap bench
+	cmake --preset bench
+	cmake --build --preset bench --target soak
+	GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/bench/benchmarks/soak $(TICKS)
 
 install:
 	@cmake/bootstrap run

@@ -579,12 +579,14 @@ class Ledger {
     return largest;
   }
 
-  std::int64_t opened = 0, closed = 0, booked = 0;
-
- private:
   struct Day {
     std::int64_t guarded = 0, keptAwake = 0, manual = 0, pluggedIn = 0;  ///< milliseconds
   };
+  const std::map<std::string, Day>& days() const { return days_; }
+
+  std::int64_t opened = 0, closed = 0, booked = 0;
+
+ private:
   std::map<std::string, Day> days_;
   std::optional<std::int64_t> lastTick_;
   bool wasOpen_ = false;
@@ -646,7 +648,8 @@ struct Holdings {
 
 struct Row {
   int tick = 0;
-  double residentKiB = 0, heapKiB = 0, daysKiB = 0;
+  double residentKiB = 0, heapKiB = 0;
+  double daysKiB = 0;  ///< of the heap: the statistics' days and their like in the ledger
 };
 
 // ----------------------------------------------------------------------------------------- soak
@@ -712,6 +715,8 @@ class Soak {
     require(!isHeld || secondsBetween(world_.now(), *guard_->keepAwake.releaseDueAt()) > 0,
             "a held release comes when it is due");
 
+    require(!world_.fellAsleep || !isPreventing, "nothing prevents the sleep that is asked for");
+
     require(!world_.isSleepDisabled || isEngaged, "the lid-closed setting is never on unnoticed");
     require(fs::exists(SleepController::engagedMarkerURL()) == isEngaged,
             "the marker stands for the lid-closed setting");
@@ -742,7 +747,7 @@ class Soak {
     }
     Row row{checks_.tick, residentKiB(), heapKiB(), 0};
     {
-      const auto copy = metrics.days;
+      const auto copies = std::pair(metrics.days, ledger_.days());
       row.daysKiB = heapKiB() - row.heapKiB;
     }
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start_;
