@@ -1,0 +1,80 @@
+// The published schemas against the documents that the real host writes.
+#include <nlohmann/json.hpp>
+
+#include "Host/Folder.h"
+#include "Host/WatchState.h"
+#include "Tests/HostProgram.h"
+#include "Tests/TemporaryFolder.h"
+#include "WakelatchCore/UsageMetrics.h"
+
+namespace wakelatch::host {
+namespace {
+
+using nlohmann::json;
+
+/// What is wrong with a document in the eyes of its schema; empty: nothing.
+std::string faults(const std::string& schema, const std::string& document) try {
+  writeFile(platform::homeDirectory() / "document", document);
+  const std::string command =
+      "cd '" WAKELATCH_SOURCE_DIR
+      "/Schemas' && /usr/bin/python3 -m jsonschema --base-uri \"file://$PWD/\" -i ~/document ";
+  ProcessCommandRunner(60).run({"/bin/sh", {"-c", command + schema + ".schema.json"}});
+  return {};
+} catch (const CommandRunnerError& error) {
+  return error.what() + error.result().standardError;
+}
+
+TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
+#ifdef __APPLE__
+  if (std::system("/usr/bin/python3 -c 'import jsonschema'") != 0) GTEST_SKIP() << "no jsonschema";
+#endif
+  const TemporaryHome home;
+  const std::string tools = home.path() / "tools", tool = tools + "/caffeinate";
+  writeScript(tool, "exec sleep 60");
+  writeScript(tools + "/ps", "[ -e ~/done ] || echo '7 1 50.0 /bin/aider'");
+  writeScript(tools + "/pmset", "[ \"$*\" != '-g batt' ] || echo 'Battery Power 55%'");
+  writeScript(tools + "/ioreg", "echo '\"AppleClamshellState\" = Yes'");
+  writeScript(tools + "/osascript", "");
+  writeFile(settingsFile(), R"({"idleGracePeriodSeconds":0,"keepAwakeWithLidClosed":true,"x":1})");
+
+  std::multimap<std::string, std::string> documents;  // by schema
+  const auto run = [&](const std::string& command) {
+    const std::string text = runHost({"--tools", tools, command, "--json"}).out;
+    return json::parse(documents.emplace(command, text)->second);
+  };
+  HostProgram watch({"--tools", tools, "watch", "--json", "--interval=.1", "--caffeinate", tool});
+  const auto state = [] { return runningWatchState().value_or(WatchState()); };
+  ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt.has_value(); }));
+  const auto first = state().lastActiveSignalAt;
+  ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt > first; }));  // time is counted
+  EXPECT_EQ(run("status")["signals"][0]["sessionCount"], 1);
+  writeFile(home.path() / "done", "");
+  ASSERT_TRUE(eventually([&] { return state().releaseDueAt.has_value(); }));
+  EXPECT_TRUE(run("explain")["status"]["watch"].contains("releaseDueAt"));
+  watch.send(SIGTERM);
+  std::istringstream lines(watch.finish().out);
+  for (std::string line; std::getline(lines, line);) documents.emplace("watch", line);
+  EXPECT_TRUE(run("stats").contains("longestProtectedRun"));
+  run("agents");
+  auto usage = decode<UsageMetrics>(documents.emplace("usage", contentOf(usageFile()))->second);
+  usage.sessionStartedAt = usage.lastActiveSignalAt = usage.lastTickAt;
+  documents.emplace("usage", encode(usage));
+  documents.emplace("settings", encode(GuardSettings()));
+  documents.emplace("settings", contentOf(settingsFile()));
+  writeFile(settingsFile(), "[]");
+  EXPECT_TRUE(run("doctor")["findings"][0].contains("remedy"));
+  for (const auto& [name, text] : documents) EXPECT_EQ(faults(name, text), "") << name << text;
+
+  const json changes = json::parse(R"({"status": {"added": 1},
+    "explain": {"status": {"decision": {"added": 1}}},
+    "settings": {"batteryProfile": {"warningPercent": null}},
+    "usage": {"lastRun": {"endedAt": "2025-03-01T00:00:00Z"}}})");
+  for (const auto& [name, change] : changes.items()) {
+    json document = json::parse(documents.find(name)->second);
+    document.merge_patch(change);  // null takes a key away
+    EXPECT_NE(faults(name, document.dump()), "") << change;
+  }
+}
+
+}  // namespace
+}  // namespace wakelatch::host
