@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -127,7 +126,7 @@ struct Agent {
   const char* command;
   const char* arguments;
   const char* sessionFolder;  ///< below home; nullptr: none
-  const char* sessionFile;    ///< begins with a digit of the soak's choice in place of '?'
+  const char* sessionFile;    ///< '?' stands for a digit
   const char* bundleID;       ///< of the application that shows `text` while it is busy
   const char* text;
   Phase phase = Phase::absent;
