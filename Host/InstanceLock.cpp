@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -24,44 +25,61 @@ std::int64_t writtenPid(int fd) {
   return pid > 0 ? pid : -1;
 }
 
+[[noreturn]] void refuse(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+/// Opens the lock file without waiting, should it be a pipe, and never another place's file.
+int openLock(const std::filesystem::path& file, int flags) {
+  return ::open(file.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+}
+
+/// In a folder of somebody else's no file can be trusted; root may work in every one.
+void requireOwnFolder(const std::filesystem::path& folder) {
+  struct stat status {};
+  if (::geteuid() != 0 && ::stat(folder.c_str(), &status) == 0 && status.st_uid != 0 &&
+      status.st_uid != ::geteuid()) {
+    refuse(EPERM, "another user owns " + folder.string());
+  }
+}
+
+/// A file that has other names may be anybody's, and writing to it would destroy it.
+void requireLockFile(int fd, const std::filesystem::path& file) {
+  struct stat status {};
+  if (::fstat(fd, &status) != 0) refuse(errno, "cannot examine " + file.string());
+  if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
+    refuse(EINVAL, "no lock file (remove it): " + file.string());
+  }
+}
+
 }  // namespace
 
 InstanceLock::InstanceLock(const std::filesystem::path& file) {
   platform::createFolders(file.parent_path());
-  fd_ = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd_ < 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot open " + file.string());
-  }
+  requireOwnFolder(file.parent_path());
+  fd_ = platform::Descriptor(openLock(file, O_RDWR | O_CREAT));
+  if (fd_.get() < 0) refuse(errno, "cannot open " + file.string());
+  requireLockFile(fd_.get(), file);
   // currentHolder() of another process takes the lock for a moment: one refusal may be its.
-  for (int attempt = 0; ::flock(fd_, LOCK_EX | LOCK_NB) != 0; ++attempt) {
-    if (errno != EWOULDBLOCK && errno != EINTR) {
-      const int error = errno;
-      ::close(fd_);
-      throw std::system_error(error, std::generic_category(), "cannot lock " + file.string());
-    }
+  for (int attempt = 0; ::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {
+    if (errno != EWOULDBLOCK && errno != EINTR) refuse(errno, "cannot lock " + file.string());
     if (attempt == 5) {
-      holder_ = writtenPid(fd_);
+      holder_ = writtenPid(fd_.get());
       return;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   const std::string pid = std::to_string(::getpid()) + "\n";
   // Who fails to say its name still holds the lock.
-  if (::ftruncate(fd_, 0) == 0) [[maybe_unused]]
-    const auto n = ::pwrite(fd_, pid.data(), pid.size(), 0);
-}
-
-InstanceLock::~InstanceLock() {
-  ::close(fd_);
+  if (::ftruncate(fd_.get(), 0) == 0) [[maybe_unused]]
+    const auto n = ::pwrite(fd_.get(), pid.data(), pid.size(), 0);
 }
 
 std::optional<std::int64_t> InstanceLock::currentHolder(const std::filesystem::path& file) {
-  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
-  std::optional<std::int64_t> holder;
-  if (::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) holder = writtenPid(fd);
-  ::close(fd);
-  return holder;
+  const platform::Descriptor fd(openLock(file, O_RDONLY));
+  if (fd.get() < 0) return std::nullopt;
+  if (::flock(fd.get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) return std::nullopt;
+  return writtenPid(fd.get());
 }
 
 }  // namespace wakelatch::host

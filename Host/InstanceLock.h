@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "Platform/Descriptor.h"
+
 namespace wakelatch::host {
 
 /// The lock that a watching host holds; the kernel releases it however the process ends.
@@ -13,8 +15,10 @@ class InstanceLock {
  public:
   /// Takes the lock or says who holds it. Throws std::system_error when the lock file cannot be
   /// made.
+  /// @param file  made when missing; what is not a file of that name alone is refused, as is a
+  ///              folder that another user owns
   explicit InstanceLock(const std::filesystem::path& file);
-  ~InstanceLock();
+  ~InstanceLock() = default;
   InstanceLock(const InstanceLock&) = delete;
   InstanceLock& operator=(const InstanceLock&) = delete;
 
@@ -27,7 +31,7 @@ class InstanceLock {
   static std::optional<std::int64_t> currentHolder(const std::filesystem::path& file);
 
  private:
-  int fd_ = -1;
+  platform::Descriptor fd_;
   std::int64_t holder_ = 0;
 };
 

@@ -30,7 +30,7 @@ std::optional<UsageMetrics> loadUsage(const std::filesystem::path& file) {
     text = platform::readFile(file);
   } catch (const std::system_error& error) {
     if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
-    throw std::system_error(error.code(), "usage: cannot read " + file.string());
+    throw;
   }
   try {
     return decode<UsageMetrics>(text);
@@ -57,7 +57,7 @@ UsageStore::Opened UsageStore::open(Timestamp now) {
       leaveAlone(std::string(damage.what()) + "; " + error.what());
     }
   } catch (const std::system_error& error) {
-    leaveAlone(error.what());
+    leaveAlone(std::string("usage: ") + error.what());
   }
   return opened;
 }

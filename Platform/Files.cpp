@@ -38,6 +38,32 @@ bool flushToDisk(int fd) {
   return ::fsync(fd) == 0;
 }
 
+enum class Allowed { files, filesAndDevices };
+
+/// Opens `file` without ever waiting, as the open of a pipe waits for its other side. Without a
+/// descriptor, errno says why. Throws when it is no regular file nor, if allowed, a device.
+Descriptor openWithoutWaiting(const std::filesystem::path& file, int flags, Allowed allowed) {
+  Descriptor opened(::open(file.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
+  if (opened.get() < 0) return opened;
+  struct stat status {};
+  if (::fstat(opened.get(), &status) != 0) fail(errno, "cannot examine", file);
+  if (S_ISDIR(status.st_mode)) fail(EISDIR, "cannot read", file);
+  if (S_ISREG(status.st_mode)) return opened;
+  if (S_ISCHR(status.st_mode) && allowed == Allowed::filesAndDevices) return opened;
+  fail(EINVAL, "no regular file:", file);
+}
+
+/// Somebody else's link, in a folder where others may write, could lead anywhere.
+bool isForeignLink(const std::filesystem::path& file) {
+  struct stat status {};
+  return ::lstat(file.c_str(), &status) == 0 && S_ISLNK(status.st_mode) && status.st_uid != 0 &&
+         status.st_uid != ::geteuid();
+}
+
+/// Ends the name of a file that is to take another one's place.
+constexpr std::string_view temporaryEnd = ".new-XXXXXX";
+constexpr std::size_t randomLength = 6;  // of its end
+
 }  // namespace
 
 std::filesystem::path homeDirectory() {
@@ -53,7 +79,7 @@ std::filesystem::path homeDirectory() {
 }
 
 std::string readFile(const std::filesystem::path& file) {
-  const Descriptor input(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  const Descriptor input = openWithoutWaiting(file, O_RDONLY, Allowed::files);
   if (input.get() < 0) fail(errno, "cannot read", file);
   std::string content;
   std::array<char, 65536> block;
@@ -62,6 +88,9 @@ std::string readFile(const std::filesystem::path& file) {
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) fail(errno, "cannot read", file);
     if (count == 0) return content;
+    if (content.size() + static_cast<std::size_t>(count) > maxReadBytes) {
+      fail(EFBIG, "cannot read", file);
+    }
     content.append(block.data(), static_cast<std::size_t>(count));
   }
 }
@@ -74,12 +103,13 @@ void createFolders(const std::filesystem::path& folder) {
 
 void append(const std::filesystem::path& file, std::string_view bytes) {
   const auto open = [&file] {
-    return ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    return openWithoutWaiting(file, O_WRONLY | O_APPEND | O_CREAT, Allowed::filesAndDevices);
   };
-  Descriptor output(open());
+  if (isForeignLink(file)) fail(EPERM, "another user's link:", file);
+  Descriptor output = open();
   if (output.get() < 0 && errno == ENOENT) {
     createFolders(file.parent_path());
-    output = Descriptor(open());
+    output = open();
   }
   if (output.get() < 0) fail(errno, "cannot open", file);
   if (!writeAll(output.get(), bytes) || !output.close()) fail(errno, "cannot write", file);
@@ -87,7 +117,7 @@ void append(const std::filesystem::path& file, std::string_view bytes) {
 
 void writeAtomically(const std::filesystem::path& file, std::string_view content,
                      Durability durability) {
-  std::string temporary = file.string() + ".XXXXXX";
+  std::string temporary = file.string() + std::string(temporaryEnd);
   Descriptor output(::mkstemp(temporary.data()));  // creates it with mode 0600
   if (output.get() < 0) fail(errno, "cannot create a file beside", file);
   ::fcntl(output.get(), F_SETFD, FD_CLOEXEC);
@@ -101,6 +131,19 @@ void writeAtomically(const std::filesystem::path& file, std::string_view content
   if (durability == Durability::power) {
     const Descriptor folder(::open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.get() >= 0) flushToDisk(folder.get());  // some file systems cannot; nothing is lost
+  }
+}
+
+void removeUnfinished(const std::filesystem::path& folder) {
+  const std::string_view mark = temporaryEnd.substr(0, temporaryEnd.size() - randomLength);
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (name.size() <= temporaryEnd.size()) continue;
+    if (name.compare(name.size() - temporaryEnd.size(), mark.size(), mark) == 0) {
+      ::unlink(entry->path().c_str());  // never a folder
+    }
   }
 }
 

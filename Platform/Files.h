@@ -1,8 +1,9 @@
-// The few file operations that the library and its host share. All may block on the file system
-// and may be called from any thread. Failures are thrown as std::system_error whose text names the
-// path; nothing is logged here.
+// The few file operations that the library and its host share. All may block on the file system,
+// but none waits for another process at a pipe; all may be called from any thread. Failures are
+// thrown as std::system_error whose text names the path; nothing is logged here.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -14,14 +15,18 @@ namespace wakelatch::platform {
 /// else "/".
 std::filesystem::path homeDirectory();
 
-/// The whole content of a file.
+/// More than any file of ours ever holds; what is put in its place may be of any size.
+inline constexpr std::size_t maxReadBytes = 16U << 20;
+
+/// The whole content of a regular file of at most maxReadBytes.
 std::string readFile(const std::filesystem::path& file);
 
 /// Creates `folder` with all missing folders above it; no error when it exists.
 void createFolders(const std::filesystem::path& folder);
 
-/// Adds `bytes` at the end of `file`. The file and the folders above it are made when missing, with
-/// the modes that the user's umask leaves.
+/// Adds `bytes` at the end of `file`: a regular one, or a device such as /dev/null. The file and
+/// the folders above it are made when missing, with the modes that the user's umask leaves. A link
+/// of another user (but root) is not followed.
 void append(const std::filesystem::path& file, std::string_view bytes);
 
 /// How far writeAtomically() goes before it lets the new content take the old one's place.
@@ -36,5 +41,9 @@ enum class Durability {
 /// folder must exist.
 void writeAtomically(const std::filesystem::path& file, std::string_view content,
                      Durability durability = Durability::process);
+
+/// Removes from `folder` what a writeAtomically() that was killed left there. Not while another
+/// process may be writing in it. Nothing is thrown.
+void removeUnfinished(const std::filesystem::path& folder);
 
 }  // namespace wakelatch::platform
