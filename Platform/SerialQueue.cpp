@@ -1,5 +1,7 @@
 #include "Platform/SerialQueue.h"
 
+#include <unistd.h>
+
 #include <future>
 #include <memory>
 #include <utility>
@@ -23,7 +25,10 @@ void SerialQueue::async(Task task) {
   bool wasEmpty = false;
   {
     const std::lock_guard lock(mutex_);
-    if (!thread_.joinable()) thread_ = startThread(label_, [this] { runTasks(); });
+    if (!thread_.joinable()) {
+      thread_ = startThread(label_, [this] { runTasks(); });
+      process_ = ::getpid();
+    }
     wasEmpty = waiting_.empty();
     waiting_.push_back(std::move(task));
   }
@@ -31,10 +36,7 @@ void SerialQueue::async(Task task) {
 }
 
 void SerialQueue::drain() {
-  {
-    const std::lock_guard lock(mutex_);
-    if (!thread_.joinable()) return;  // nothing was ever submitted
-  }
+  if (process_ != ::getpid()) return;
   const auto reached = std::make_shared<std::promise<void>>();
   async([reached] { reached->set_value(); });
   reached->get_future().wait();

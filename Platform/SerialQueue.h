@@ -1,6 +1,7 @@
 // Runs tasks one after another on a thread of its own.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -29,7 +30,8 @@ class SerialQueue {
   /// thread cannot be started; the task is dropped then.
   void async(Task task);
 
-  /// Waits until every task submitted before this call has run. Not from a task of this queue.
+  /// Waits until every task submitted before this call has run. Not from a task of this queue. In a
+  /// fork of the process, which has no such thread, there is nothing to wait for.
   void drain();
 
  private:
@@ -41,6 +43,7 @@ class SerialQueue {
   std::vector<Task> waiting_;  // guarded by mutex_, as is all below
   bool ending_ = false;
   std::thread thread_;
+  std::atomic<int> process_{0};  ///< the one that started the thread; read without the lock
 };
 
 }  // namespace wakelatch::platform
