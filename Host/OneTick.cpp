@@ -12,9 +12,9 @@ OneTick tickOnce(std::optional<AppMode> mode, Tools& tools) {
   tick.watch = runningWatchState();
   tick.mode = mode.value_or(tick.watch ? tick.watch->mode : AppMode::watchAgentUI);
   tick.isPreventingSleep = tick.watch && tick.watch->isSleepPreventionEnabled;
-  if (tick.watch) tick.memory = tick.watch->memory();
 
   tick.seen = Observer(tools.runner()).look(tick.settings, platform::now());
+  if (tick.watch) tick.memory = rememberedAt(tick.seen.at, tick.watch->memory());
   tick.decision = AgentStateMachine(tick.memory)
                       .evaluate(tick.mode, tick.settings, tick.seen.power, tick.seen.lidState,
                                 tick.seen.strongest, tick.isPreventingSleep, tick.seen.thermalState,

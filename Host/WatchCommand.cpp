@@ -166,7 +166,8 @@ class Watch {
     const GuardSettings& settings = settings_.current();
     const Observation seen = observer_.look(settings, now);
     if (signals.isStopRequested()) return false;  // no prompt for somebody who wants to leave
-    const GuardDecision decision = machine_.evaluate(
+    machine_.emplace(rememberedAt(now, machine_->memory()));
+    const GuardDecision decision = machine_->evaluate(
         options_.mode, settings, seen.power, seen.lidState, seen.strongest,
         hands_ && hands_->controller.isSleepPreventionEnabled(), seen.thermalState, now);
     if (hands_) {
@@ -202,7 +203,7 @@ class Watch {
   }
 
   void saveState(Timestamp now) {
-    const AgentStateMachine::Memory& memory = machine_.memory();
+    const AgentStateMachine::Memory& memory = machine_->memory();
     const SleepController& controller = hands_->controller;
     const WatchState state{
         .pid = ::getpid(),
@@ -237,7 +238,7 @@ class Watch {
   const WatchOptions& options_;
   LiveSettings settings_;
   Observer observer_;
-  AgentStateMachine machine_;
+  std::optional<AgentStateMachine> machine_{std::in_place};
   std::optional<Hands> hands_;
   TickPrinter printer_;
   bool isFirstTick_ = true;
