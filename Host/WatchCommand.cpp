@@ -25,6 +25,7 @@
 #include "Host/UsageRecorder.h"
 #include "Host/UsageStore.h"
 #include "Host/WatchState.h"
+#include "Platform/Files.h"
 #include "Platform/Text.h"
 #include "WakelatchCore/AgentStateMachine.h"
 #include "WakelatchCore/FileLogger.h"
@@ -258,6 +259,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
                   "; stop it first");
       return ExitStatus::failed;
     }
+    platform::removeUnfinished(supportFolder());
   }
   return Watch(options, tools).run(signals);
 }
