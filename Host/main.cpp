@@ -1,4 +1,6 @@
 // `wakelatch`: drives the library the way an application would, from the command line.
+#include <sys/stat.h>
+
 #include <exception>
 #include <iostream>
 #include <stdexcept>
@@ -29,6 +31,7 @@ struct RunCommand {
 }  // namespace
 
 int main(int argc, char** argv) {
+  ::umask(077);  // which agents work, and when, concerns nobody else
   try {
     const auto parsed = parseCommandLine(argc, argv);
     if (const auto* status = std::get_if<ExitStatus>(&parsed)) return static_cast<int>(*status);
