@@ -5,6 +5,7 @@
 #include "Host/Commands.h"
 #include "Host/Folder.h"
 #include "Host/SettingsFile.h"
+#include "Host/Terminal.h"
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch {
@@ -58,7 +59,7 @@ std::string joined(const std::vector<std::string>& texts) {
 }
 
 void printList(const char* title, const std::vector<std::string>& texts) {
-  if (!texts.empty()) std::cout << "    " << title << joined(texts) << '\n';
+  if (!texts.empty()) std::cout << "    " << title << printable(joined(texts)) << '\n';
 }
 
 void printAgent(const AgentProfile& agent) {
@@ -93,10 +94,10 @@ ExitStatus runAgents(const AgentsOptions& options) {
   }
   for (const AgentProfile& agent : report.agents) printAgent(agent);
   for (const std::string& target : report.targetApps) {
-    std::cout << target << "  (your own target)\n"
+    std::cout << printable(target) << "  (your own target)\n"
               << "    seen working by CPU load, UI text\n";
   }
-  std::cout << "\nAccessibility permission\n    " << report.note << '\n';
+  std::cout << "\nAccessibility permission\n    " << printable(report.note) << '\n';
   printList("Seen only through their UI text: ", report.uiTextOnly);
   return ExitStatus::done;
 }

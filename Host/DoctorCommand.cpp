@@ -13,6 +13,7 @@
 #include "Host/Folder.h"
 #include "Host/InstanceLock.h"
 #include "Host/SettingsFile.h"
+#include "Host/Terminal.h"
 #include "Host/UITextNotice.h"
 #include "Host/WatchState.h"
 #include "Platform/Clock.h"
@@ -242,8 +243,9 @@ ExitStatus runDoctor(const DoctorOptions& options, Tools& tools) {
   } else {
     for (const Finding& finding : report.findings) {
       std::cout << (finding.ok ? "ok       " : "PROBLEM  ") << finding.check << ": "
-                << finding.finding << '\n';
-      if (!finding.ok && finding.remedy) std::cout << "         -> " << *finding.remedy << '\n';
+                << printable(finding.finding) << '\n';
+      if (!finding.ok && finding.remedy)
+        std::cout << "         -> " << printable(*finding.remedy) << '\n';
     }
   }
   return report.ok ? ExitStatus::done : ExitStatus::failed;

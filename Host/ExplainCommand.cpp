@@ -4,6 +4,7 @@
 #include "Host/Explanation.h"
 #include "Host/OneTick.h"
 #include "Host/StatusReport.h"
+#include "Host/Terminal.h"
 
 namespace wakelatch::host {
 
@@ -16,10 +17,11 @@ ExitStatus runExplain(const ExplainOptions& options, Tools& tools) {
   for (const RuleExplanation& rule : explanation.rules) {
     std::cout << (rule.outcome == "applies" ? "-> " : "   ") << rule.number
               << (rule.number < 10 ? ".  " : ". ") << rule.rule << ": " << rule.outcome << '\n'
-              << "        " << rule.inputs << '\n';
+              << "        " << printable(rule.inputs) << '\n';
   }
-  std::cout << "\nDecision  " << statusLine(explanation.status) << '\n';
-  for (const std::string& next : explanation.next) std::cout << "Next      " << next << '\n';
+  std::cout << "\nDecision  " << printable(statusLine(explanation.status)) << '\n';
+  for (const std::string& next : explanation.next)
+    std::cout << "Next      " << printable(next) << '\n';
   return ExitStatus::done;
 }
 

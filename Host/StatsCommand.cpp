@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
+#include <stdexcept>
 
 #include "Host/Folder.h"
+#include "Host/Notices.h"
 #include "Host/StatsPage.h"
 #include "Host/Terminal.h"
 #include "Host/UsageStore.h"
@@ -42,21 +45,10 @@ std::string padded(std::string text, std::size_t width, bool right = false) {
   return text;
 }
 
-/// A name from outside, made harmless for a terminal and cut to `limit` characters. Such names may
-/// be of any width, so each stands at the end of its line, where it moves nothing.
+/// A name from outside, cut to `limit` characters. Such names may be of any width, so each stands
+/// at the end of its line, where it moves nothing.
 std::string shownName(const std::string& name, int limit) {
-  std::string shown;
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(name[i]);
-    const bool c1 = byte == 0xC2 && i + 1 < name.size() &&
-                    static_cast<unsigned char>(name[i + 1]) < 0xA0;  // U+0080 to U+009F
-    if (c1) ++i;
-    if (c1 || byte < 0x20 || byte == 0x7F) {
-      shown += "\uFFFD";
-    } else {
-      shown += name[i];
-    }
-  }
+  std::string shown = printable(name);
   const auto room = static_cast<std::size_t>(std::max(limit, 8));
   if (platform::firstCharacters(shown, room).size() == shown.size()) return shown;
   return std::string(platform::firstCharacters(shown, room - 1)) + "…";
@@ -190,23 +182,28 @@ ExitStatus runStats(const StatsOptions& options) {
     const std::optional<UsageMetrics> stored = loadUsage(usageFile());
     const UsageMetrics metrics = stored.value_or(UsageMetrics(now));
     if (!options.htmlFile.empty()) {
+      const auto kind = std::filesystem::status(options.htmlFile).type();
+      if (kind != std::filesystem::file_type::not_found &&
+          kind != std::filesystem::file_type::regular) {
+        throw std::runtime_error("no regular file: " + options.htmlFile);
+      }
       platform::writeAtomically(options.htmlFile, statsPage(metrics, now, options.days));
     }
     if (options.json) {
       std::cout << encode(makeStatsReport(metrics, now, options.days), DateCoding::iso8601) << "\n";
     } else if (!options.htmlFile.empty()) {
-      std::cout << "Wrote " << options.htmlFile << "\n";
+      std::cout << "Wrote " << printable(options.htmlFile) << "\n";
     } else if (!stored) {
       std::cout << "Nothing is recorded yet; `wakelatch watch` records while it runs.\n";
     } else {
       std::cout << statsText(makeStatsReport(metrics, now, options.days), standardOutputStyle());
     }
   } catch (const std::exception& error) {
-    std::cerr << "wakelatch: " << error.what() << "\n";
+    printNotice(error.what());
     return ExitStatus::failed;
   }
   if (!std::cout.flush()) {
-    std::cerr << "wakelatch: cannot write to standard output\n";
+    printNotice("cannot write to standard output");
     return ExitStatus::failed;
   }
   return ExitStatus::done;

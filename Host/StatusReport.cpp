@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <map>
 
+#include "Host/Terminal.h"
+
 namespace wakelatch::host {
 namespace {
 
@@ -108,7 +110,7 @@ StatusReport makeStatusReport(AppMode mode, const Observation& seen,
 std::string statusTable(const StatusReport& report) {
   std::string text;
   const auto row = [&text](const char* title, const std::string& value) {
-    text += padded(title, 10) + value + '\n';
+    text += padded(title, 10) + printable(value) + '\n';
   };
   row("Mode", std::string(displayName(report.mode)));
   if (report.evidence.empty()) row("Agents", "none seen");

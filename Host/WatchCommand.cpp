@@ -68,13 +68,13 @@ class TickPrinter {
       std::cout << encode(report, DateCoding::iso8601) << std::endl;
     } else if (isTerminal_) {
       // A line that wraps could not be taken back.
-      const std::string line = *report.at + ' ' + statusLine(report);
+      const std::string line = *report.at + ' ' + printable(statusLine(report));
       std::cout << "\r\033[K"
                 << platform::firstCharacters(line, static_cast<std::size_t>(terminalWidth() - 1))
                 << std::flush;
       lineIsOpen_ = true;
     } else if (isChange(report.decision)) {
-      std::cout << *report.at << ' ' << statusLine(report) << std::endl;
+      std::cout << *report.at << ' ' << printable(statusLine(report)) << std::endl;
     }
   }
 
