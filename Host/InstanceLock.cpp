@@ -58,7 +58,10 @@ InstanceLock::InstanceLock(const std::filesystem::path& file) {
   platform::createFolders(file.parent_path());
   requireOwnFolder(file.parent_path());
   fd_ = platform::Descriptor(openLock(file, O_RDWR | O_CREAT));
-  if (fd_.get() < 0) refuse(errno, "cannot open " + file.string());
+  if (fd_.get() < 0) {
+    refuse(errno, (errno == ELOOP ? "a link, no lock file (remove it): " : "cannot open ") +
+                      file.string());
+  }
   requireLockFile(fd_.get(), file);
   // currentHolder() of another process takes the lock for a moment: one refusal may be its.
   for (int attempt = 0; ::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {

@@ -1,5 +1,7 @@
 // `wakelatch`: drives the library the way an application would, from the command line.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <exception>
 #include <iostream>
@@ -28,9 +30,20 @@ struct RunCommand {
   ExitStatus operator()(const StatsOptions& options) const { return runStats(options); }
 };
 
+/// Takes the places of standard streams that are closed, each so that using it still fails: a file
+/// opened later would take them, and what is printed would go into it.
+void occupyClosedStreams() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(fd, F_GETFD) >= 0) continue;
+    [[maybe_unused]] const int taken =
+        ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  occupyClosedStreams();
   ::umask(077);  // which agents work, and when, concerns nobody else
   try {
     const auto parsed = parseCommandLine(argc, argv);
