@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include "Host/Commands.h"
@@ -41,10 +43,16 @@ void endOrphans(SleepController& controller) {
 }  // namespace
 
 ExitStatus runRestore(const RestoreOptions& options, Tools& tools) {
-  const InstanceLock lock(lockFile());
-  if (!lock.isHeld()) {
+  std::optional<InstanceLock> lock;
+  try {
+    lock.emplace(lockFile());
+  } catch (const std::system_error& error) {
+    // No watch starts with such a file either, and a machine that cannot sleep must be helped.
+    printNotice(std::string(error.what()) + "; restoring all the same");
+  }
+  if (lock && !lock->isHeld()) {
     printNotice("a watch is running" +
-                (lock.holder() > 0 ? " (process " + std::to_string(lock.holder()) + ")" : "") +
+                (lock->holder() > 0 ? " (process " + std::to_string(lock->holder()) + ")" : "") +
                 "; stop it first: it restores normal sleep when it leaves");
     return ExitStatus::failed;
   }
@@ -54,7 +62,8 @@ ExitStatus runRestore(const RestoreOptions& options, Tools& tools) {
   endOrphans(controller);
 
   using State = SleepController::DisableSleepState;
-  const bool isOurs = std::filesystem::exists(SleepController::engagedMarkerURL());
+  std::error_code unreadable;
+  const bool isOurs = std::filesystem::exists(SleepController::engagedMarkerURL(), unreadable);
   if (!isOurs && !options.adopt) {
     switch (controller.disableSleepState()) {
       case State::off:
