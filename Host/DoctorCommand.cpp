@@ -21,6 +21,8 @@
 #include "WakelatchCore/AccessibilityDetector.h"
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/Json.h"
+#include "WakelatchCore/PowerMonitor.h"
+#include "WakelatchCore/ProcessDetector.h"
 #include "WakelatchCore/SleepController.h"
 
 namespace wakelatch {
@@ -81,13 +83,24 @@ Finding checkSettings(std::optional<GuardSettings>& settings) {
   }
 }
 
-/// Whether a tool answers.
-Finding checkTool(CommandRunning& runner, const ShellCommand& command) {
+bool listsThisProcess(const std::string& output) {
+  return ProcessDetector::parsePSArgs(output).contains(::getpid());
+}
+
+bool tellsPower(const std::string& output) {
+  const PowerSnapshot power = PowerMonitor::parsePMSetBatteryOutput(output);
+  return power.isOnACPower || power.batteryPercent;
+}
+
+/// Whether a tool answers, with an output that shows what it is to show.
+Finding checkTool(CommandRunning& runner, const ShellCommand& command,
+                  const std::function<bool(const std::string& output)>& isAnswer) {
   std::string line = command.executable;
   for (const std::string& argument : command.arguments) line += ' ' + argument;
   try {
-    runner.run(command);
-    return {"tool", true, line + " answers"};
+    if (isAnswer(runner.run(command).standardOutput)) return {"tool", true, line + " answers"};
+    return {"tool", false, line + ": its answer makes no sense",
+            "make sure that " + command.executable + " is the system's own"};
   } catch (const std::exception& error) {
     return {"tool", false, line + ": " + error.what(),
             "make sure that " + command.executable + " is there and may be run"};
@@ -228,9 +241,10 @@ ExitStatus runDoctor(const DoctorOptions& options, Tools& tools) {
       checkWatch(holder, settings),
       checkPidFile(holder.has_value()),
       checkLidClosedSetting(runner, holder.has_value()),
-      checkTool(runner, {"/bin/ps", {"-axo", "pid=,args="}}),
-      checkTool(runner, {"/usr/bin/pmset", {"-g", "batt"}}),
-      checkTool(runner, {"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}}),
+      checkTool(runner, {"/bin/ps", {"-axo", "pid=,args="}}, listsThisProcess),
+      checkTool(runner, {"/usr/bin/pmset", {"-g", "batt"}}, tellsPower),
+      checkTool(runner, {"/usr/sbin/ioreg", {"-r", "-k", "AppleClamshellState", "-d", "1"}},
+                [](const std::string&) { return true; }),  // not every machine has a lid
       checkPromptTool(),
       checkKeepAwakeTool(),
       checkUIText(settings),
