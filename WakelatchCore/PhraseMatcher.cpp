@@ -97,11 +97,11 @@ PhraseMatcher::PhraseMatcher(std::vector<std::string> activePhrases,
       index_(indexOf(activePhrases_, idlePhrases_)) {}
 
 void PhraseMatcher::setActivePhrases(std::vector<std::string> phrases) {
-  *this = PhraseMatcher(std::move(phrases), std::move(idlePhrases_));
+  *this = PhraseMatcher(std::move(phrases), idlePhrases_);  // a copy, should there be no memory
 }
 
 void PhraseMatcher::setIdlePhrases(std::vector<std::string> phrases) {
-  *this = PhraseMatcher(std::move(activePhrases_), std::move(phrases));
+  *this = PhraseMatcher(activePhrases_, std::move(phrases));
 }
 
 PhraseMatchKind PhraseMatcher::match(std::string_view text) const {
