@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <array>
 #include <limits>
 #include <utility>
@@ -30,6 +31,10 @@ std::string describe(const CommandResult& result) {
   constexpr std::size_t readableLength = 200;
   line = platform::firstCharacters(line, readableLength);
   if (!line.empty()) description.append(": ").append(line);
+  // What a tool prints may end up on a terminal, by way of the log.
+  std::replace_if(
+      description.begin(), description.end(),
+      [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }, '?');
   return description;
 }
 
