@@ -58,11 +58,12 @@ InstanceLock::InstanceLock(const std::filesystem::path& file) {
   platform::createFolders(file.parent_path());
   requireOwnFolder(file.parent_path());
   fd_ = platform::Descriptor(openLock(file, O_RDWR | O_CREAT));
-  if (fd_.get() < 0 && (errno == EROFS || errno == EACCES)) {
+  const int error = fd_.get() < 0 ? errno : 0;
+  if (error == EROFS || error == EACCES) {
     fd_ = platform::Descriptor(openLock(file, O_RDONLY));  // it locks as well, without our name
   }
   if (fd_.get() < 0) {
-    refuse(errno, (errno == ELOOP ? "a link, no lock file (remove it): " : "cannot open ") +
+    refuse(error, (error == ELOOP ? "a link, no lock file (remove it): " : "cannot open ") +
                       file.string());
   }
   requireLockFile(fd_.get(), file);
