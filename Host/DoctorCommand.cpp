@@ -209,7 +209,8 @@ Finding checkLog() {
   fs::path existing = file;
   while (existing.has_relative_path() && !isThere(existing)) existing = existing.parent_path();
   std::error_code unreadable;
-  const bool isUsable = isThere(file) ? fs::is_regular_file(file, unreadable)
+  const bool isUsable = isThere(file) ? fs::is_regular_file(file, unreadable) ||
+                                            fs::is_character_file(file, unreadable)  // /dev/null
                                       : fs::is_directory(existing, unreadable);
   if (isUsable && ::access(existing.c_str(), W_OK) == 0) return {"log", true, file.string()};
   return {"log", false, "cannot write " + file.string(), "make " + existing.string() + " writable"};
