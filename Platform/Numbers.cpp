@@ -1,8 +1,15 @@
 #include "Platform/Numbers.h"
 
+#include <locale.h>
+#include <stdlib.h>
+#ifdef __APPLE__
+#include <xlocale.h>
+#endif
+
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <string>
 
 namespace wakelatch::platform {
 namespace {
@@ -14,15 +21,13 @@ bool takeSign(std::string_view& field) {
   return isNegative;
 }
 
-constexpr bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
+constexpr std::string_view digits = "0123456789";
 
 }  // namespace
 
 std::optional<std::int32_t> parseInt32(std::string_view field) {
   const bool isNegative = takeSign(field);
-  if (field.empty() || !isDigit(field.front())) return std::nullopt;
+  if (field.empty() || digits.find(field.front()) == digits.npos) return std::nullopt;
   std::int64_t value = 0;
   const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), value);
   if (error != std::errc() || end != field.data() + field.size()) return std::nullopt;
@@ -33,22 +38,15 @@ std::optional<std::int32_t> parseInt32(std::string_view field) {
 }
 
 std::optional<double> parseDecimal(std::string_view field) {
-  const double sign = takeSign(field) ? -1 : 1;
-  double digits = 0, scale = 1;  // the value is digits / scale; exact up to 15 digits
-  bool isFraction = false, hasDigits = false;
-  for (const char c : field) {
-    if (c == '.' && !isFraction) {
-      isFraction = true;
-      continue;
-    }
-    if (!isDigit(c)) return std::nullopt;
-    hasDigits = true;
-    digits = digits * 10 + (c - '0');
-    if (isFraction) scale *= 10;
-  }
-  const double value = sign * digits / scale;
-  if (!hasDigits || !std::isfinite(value)) return std::nullopt;
-  return value;
+  std::string_view number = field;
+  takeSign(number);
+  if (number.find_first_of(digits) == number.npos) return std::nullopt;
+  if (number.find_first_not_of("0123456789.") != number.npos) return std::nullopt;
+  if (number.find('.') != number.rfind('.')) return std::nullopt;
+  // Not the process's locale, whose decimal sign may be a comma.
+  static const locale_t plainLocale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+  const double value = ::strtod_l(std::string(field).c_str(), nullptr, plainLocale);
+  return std::isfinite(value) ? std::optional(value) : std::nullopt;
 }
 
 }  // namespace wakelatch::platform

@@ -34,6 +34,7 @@ TEST(Numbers, AreAnOptionalSignAndPlainDecimals) {
   EXPECT_EQ(platform::parseDecimal("-.5"), -.5);
   EXPECT_EQ(platform::parseDecimal("+1."), 1);
   EXPECT_EQ(platform::parseDecimal("12345678901234567.25"), 12345678901234567.25);
+  EXPECT_EQ(platform::parseDecimal("1." + std::string(400, '0')), 1);
   const std::string huge(400, '9');
   for (const char* bad : {"", "-", ".", "1e2", "inf", "8,0", " 1", "1.2.3", "+-1", huge.c_str()})
     EXPECT_FALSE(platform::parseDecimal(bad) || platform::parseInt32(bad)) << bad;
