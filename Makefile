@@ -61,6 +61,14 @@ soak:
 	cmake --build --preset bench --target soak
 	GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/bench/benchmarks/soak $(TICKS)
 
+# Each target for SECONDS, two at a time.
+fuzz: SECONDS ?= 60
+fuzz:
+	@cmake/bootstrap ci
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+	@Fuzz/run $(SECONDS)
+
 install:
 	@cmake/bootstrap run
 	cmake --preset release -DCMAKE_INSTALL_PREFIX=$(abspath $(PREFIX))

@@ -1,0 +1,59 @@
+// Properties of JSON texts that hold for every record.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "Fuzz/Fuzz.h"
+#include "WakelatchCore/Json.h"
+
+namespace wakelatch::fuzz {
+
+/// What is written reads alike and is written alike, in every coding that has a form for it.
+template <class Record>
+void requireStable(const Record& record, DateCoding coding) {
+  std::string text;
+  try {
+    text = encode(record, coding);
+  } catch (const std::domain_error&) {
+    return require(coding == DateCoding::iso8601, "numbers have a form for every date");
+  }
+  const auto again = decode<Record>(text, coding);
+  require(again == record || coding == DateCoding::iso8601, "what is written reads alike");
+  require(encode(again, coding) == text, "what was read is written alike");
+}
+
+/// Whether the text that was written says what the text that was read says. A member that only the
+/// former has stands for a default; what only the latter has is unknown, and ignored.
+inline bool agrees(const nlohmann::json& written, const nlohmann::json& read) {
+  if (!written.is_object()) return written == read;
+  for (const auto& [key, value] : written.items()) {
+    const auto member = read.find(key);
+    if (member != read.end() && !member->is_null() && !agrees(value, *member)) return false;
+  }
+  return true;
+}
+
+/// Decodes the text over a held record, which an error must leave alone. Returns whether it could.
+template <class Record>
+bool requireJsonHolds(std::string_view text, DateCoding coding, Record& held) {
+  const Record before = held;
+  const auto tree = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
+  try {
+    held = decode<Record>(text, coding);
+  } catch (const DecodingError& error) {
+    require(held == before, "an error leaves what the caller holds");
+    const std::string where = error.path().empty() ? "" : error.path() + ": ";
+    require(error.what() == where + error.problem(), "an error says where and what");
+    return false;
+  }
+  require(!tree.is_discarded() && tree.is_object(), "only objects are records");
+  for (const auto other :
+       {DateCoding::secondsSince2001, DateCoding::secondsSince1970, DateCoding::iso8601})
+    requireStable(held, other);
+  return true;
+}
+
+}  // namespace wakelatch::fuzz

@@ -1,0 +1,91 @@
+// Phrases in texts, against "fold the text, fold each phrase, the first that is contained". The
+// input is "text|phrase|phrase...": a phrase is an active one, an idle one after '?', and the
+// first active one of a further matcher after '/'. In the text '^' and '~' stand for letters or box
+// lines up to where the matcher cuts the text, less what the character after them says.
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "Fuzz/Fuzz.h"
+#include "Platform/Text.h"
+#include "WakelatchCore/PhraseMatcher.h"
+
+using namespace wakelatch;
+using fuzz::require;
+
+namespace {
+
+struct Matcher {
+  std::vector<std::string> active, idle;
+};
+
+/// The text with its fillings: as much as the matcher folds at once, less up to 63 bytes.
+std::string expanded(std::string_view text) {
+  constexpr std::size_t pieceSize = 8192;
+  std::string result;
+  int left = 2;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    if ((c != '^' && c != '~') || at + 1 == text.size() || --left < 0) {
+      result += c;
+      continue;
+    }
+    const std::size_t piece = result.size() / pieceSize + 1;
+    const std::size_t end = piece * pieceSize - static_cast<unsigned char>(text[++at]) % 64;
+    while (result.size() < end) result += c == '^' ? "x" : "\u2500";
+  }
+  return result;
+}
+
+std::string folded(std::string_view text, platform::Casing casing) {
+  std::string result;
+  platform::appendFolded(text, result, casing);
+  return result;
+}
+
+PhraseMatchKind plainMatch(const Matcher& matcher, const std::string& foldedText,
+                           platform::Casing casing) {
+  const auto isFound = [&](const std::string& phrase) {
+    return !platform::trimmed(phrase).empty() &&
+           foldedText.find(folded(phrase, casing)) != std::string::npos;
+  };
+  for (const std::string& phrase : matcher.active) {
+    if (isFound(phrase)) return PhraseMatchKind::active(phrase);
+  }
+  for (const std::string& phrase : matcher.idle) {
+    if (isFound(phrase)) return PhraseMatchKind::idle(phrase);
+  }
+  return PhraseMatchKind::none();
+}
+
+}  // namespace
+
+FUZZ(input) {
+  auto [first, rest] = fuzz::cut(input, '|');
+  const std::string text = expanded(first);
+  std::deque<Matcher> matchers(1);
+  while (!rest.empty()) {
+    auto [phrase, others] = fuzz::cut(rest, '|');
+    rest = others;
+    if (phrase.starts_with('?')) {
+      matchers.back().idle.emplace_back(phrase.substr(1));
+    } else {
+      if (phrase.starts_with('/')) matchers.emplace_back();
+      matchers.back().active.emplace_back(phrase.substr(phrase.starts_with('/')));
+    }
+  }
+  std::vector<PhraseIndex::Lists> lists;
+  for (const Matcher& matcher : matchers) lists.push_back({matcher.active, matcher.idle});
+
+  for (const auto casing : {platform::Casing::common, platform::Casing::turkic}) {
+    if (casing == platform::Casing::turkic && text.size() > first.size()) continue;  // slow
+    const std::string foldedText = folded(text, casing);
+    std::vector<PhraseMatchKind> expected;
+    for (const Matcher& matcher : matchers)
+      expected.push_back(plainMatch(matcher, foldedText, casing));
+    require(PhraseIndex(lists, casing).match(text) == expected, "matches are as defined");
+    if (casing != platform::userCasing()) continue;
+    const PhraseMatcher matcher(matchers.front().active, matchers.front().idle);
+    require(matcher.match(text) == expected.front(), "a matcher alone finds what the index does");
+  }
+}
