@@ -119,7 +119,8 @@ std::string folded(std::string_view text, Accents accents) {
                                             U_FOLD_CASE_DEFAULT, &status);
     require(status);
     result.append(fold, static_cast<std::size_t>(used));
-    if (!isMark) dropsMarks = accents == Accents::drop && result.back() < firstUnaccented;
+    const bool isLetter = !isMark || fold[0] != base[0];  // the iota below folds to one
+    if (isLetter) dropsMarks = accents == Accents::drop && result.back() < firstUnaccented;
   }
   return utf8(result);
 }
