@@ -45,46 +45,39 @@ struct Guard {
 };
 
 TEST(AgentStateMachine, EachRuleGivesItsDecision) {
-  const std::string idle = "No active agent signal", busy = "Codex CLI is busy";
-  const std::string present = "Target app is present but no active-work signal was found";
-  const std::string offline = "Lumenhold is off", cutoff = "Battery is at or below cutoff";
-  const std::string noLevel =
-      "Battery level unavailable — releasing keep-awake to protect the battery";
-  const std::string hot =
-      "Thermal pressure is critical — releasing keep-awake so the Mac can cool down";
-  const std::string byHand = "Manual keep-awake mode is enabled";
-  const std::string onPower = "AC power is connected and plugged-in unlimited mode is enabled";
   enum Also { nothing, sleeps, warns };
   struct Row {
     Tick tick;
     GuardStatus status;
-    std::string reason;
+    std::string reason;  ///< how it begins
     Also also = nothing;
   };
   for (const Row& row : std::vector<Row>{
-           {{.mode = AppMode::off, .power = onBattery(5)}, off, offline},
-           {{.mode = AppMode::off, .power = onBattery(25)}, off, offline, warns},
-           {{.mode = manual, .power = onBattery({}), .preventing = true}, watching, noLevel},
-           {{.power = onBattery(20), .preventing = true}, batterySafety, cutoff, sleeps},
-           {{.power = onBattery(20)}, batterySafety, cutoff},
-           {{.power = onBattery(21)}, watching, idle, warns},
-           {{.power = onBattery(30)}, watching, idle, warns},
-           {{.power = onBattery(31)}, watching, idle},
-           {{.power = ac}, watching, idle},
-           {{.power = {true, {}, ""}}, watching, idle},
-           {{manual, ac, closed, none, true, critical}, thermalSafety, hot, sleeps},
-           {{watch, onBattery(25), open, none, true, critical}, thermalSafety, hot, warns},
-           {{watch, ac, LidState::unknown, none, true, critical}, thermalSafety, hot},
-           {{.lid = closed, .thermal = critical}, thermalSafety, hot},
-           {{.mode = manual, .thermal = ThermalState::serious}, keepingAwake, byHand},
-           {{.mode = unlimited}, pluggedInUnlimited, onPower},
-           {{.mode = unlimited, .power = onBattery(50), .strength = strong}, keepingAwake, busy},
-           {{.power = onBattery(25), .strength = weak}, keepingAwake, busy, warns},
-           {{.strength = presence}, watching, present},
+           {{.mode = AppMode::off, .power = onBattery(5)}, off, "Lumenhold"},
+           {{.mode = AppMode::off, .power = onBattery(25)}, off, "Lumenhold", warns},
+           {{manual, onBattery({}), open, none, true}, watching, "Battery level"},
+           {{watch, onBattery(20), open, none, true}, batterySafety, "Battery is", sleeps},
+           {{.power = onBattery(20)}, batterySafety, "Battery is"},
+           {{.power = onBattery(21)}, watching, "No active", warns},
+           {{.power = onBattery(30)}, watching, "No active", warns},
+           {{.power = onBattery(31)}, watching, "No active"},
+           {{.power = ac}, watching, "No active"},
+           {{.power = {true, {}, ""}}, watching, "No active"},
+           {{manual, ac, closed, none, true, critical}, thermalSafety, "Thermal", sleeps},
+           {{watch, onBattery(25), open, none, true, critical}, thermalSafety, "Thermal", warns},
+           {{watch, ac, LidState::unknown, none, true, critical}, thermalSafety, "Thermal"},
+           {{.lid = closed, .thermal = critical}, thermalSafety, "Thermal"},
+           {{.mode = manual, .thermal = ThermalState::serious}, keepingAwake, "Manual"},
+           {{.mode = unlimited}, pluggedInUnlimited, "AC power"},
+           {{unlimited, onBattery(50), open, strong}, keepingAwake, "Codex"},
+           {{.power = onBattery(25), .strength = weak}, keepingAwake, "Codex", warns},
+           {{.strength = presence}, watching, "Target"},
        }) {
+    const GuardDecision decision = Guard()(row.tick);
     const bool prevents = row.status == keepingAwake || row.status == pluggedInUnlimited;
-    EXPECT_EQ(Guard()(row.tick), (GuardDecision{row.status, prevents, row.also == sleeps,
-                                                "Codex CLI", row.reason, row.also == warns}));
+    EXPECT_EQ(decision, (GuardDecision{row.status, prevents, row.also == sleeps, "Codex CLI",
+                                       decision.reason, row.also == warns}));
+    EXPECT_EQ(decision.reason.find(row.reason), 0u) << decision.reason;
   }
   Guard limited;
   limited.settings.setAllowUnlimitedWhilePluggedIn(false);
@@ -153,20 +146,14 @@ TEST(AgentStateMachine, SleepIsAskedForOnceUntilSomethingRearmsIt) {
 }
 
 TEST(SleepReleasePolicy, HoldsOnlyWatchingWhileEngaged) {
-  // The seconds that the release is held already; nothing when it comes now.
-  const auto held = [](GuardStatus status, bool engaged, std::optional<double> pending,
-                       double delay = 60) {
-    const auto since = pending ? std::optional(after(start, -*pending)) : std::nullopt;
-    const auto plan = SleepReleasePolicy::planRelease(status, engaged, since, start, delay);
-    return plan.isHold() ? secondsBetween(*plan.pendingSince, start) : std::optional<double>();
-  };
-  EXPECT_EQ(held(watching, true, {}), 0);
-  EXPECT_EQ(held(watching, true, 59), 59);
-  EXPECT_EQ(held(watching, true, -5), -5);
-  EXPECT_EQ(held(watching, true, 60), std::nullopt);
-  EXPECT_EQ(held(watching, true, {}, 0), std::nullopt);
-  EXPECT_EQ(held(watching, false, 1), std::nullopt);
-  for (const auto status : {batterySafety, thermalSafety, off}) EXPECT_FALSE(held(status, true, 1));
+  const auto plan = SleepReleasePolicy::planRelease;
+  const Timestamp since = after(start, -59);
+  EXPECT_EQ(plan(watching, true, {}, start, 60).pendingSince, start);
+  EXPECT_EQ(plan(watching, true, since, start, 60).pendingSince, since);
+  EXPECT_FALSE(plan(watching, true, since, start, 59).isHold());
+  EXPECT_FALSE(plan(watching, true, {}, start, 0).isHold());
+  for (const auto status : {watching, batterySafety, thermalSafety, off})
+    EXPECT_FALSE(plan(status, status != watching, since, start, 60).isHold());
 }
 
 }  // namespace
