@@ -1,40 +1,21 @@
 #include "WakelatchCore/Models.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch {
 namespace {
 
+using testing::HasSubstr, testing::StartsWith;
 using Strings = std::vector<std::string>;
 
-TEST(Models, ValuesAreNamed) {
-  EXPECT_EQ(fromRawValue<AppMode>("watchAgentUI"), AppMode::watchAgentUI);
-  EXPECT_EQ(fromRawValue<AppMode>("Off"), std::nullopt) << "a display name, not a raw value";
-  EXPECT_EQ((PowerSnapshot{false, 0, ""}.displayName()), "0%, Battery");
-  EXPECT_EQ((PowerSnapshot{true, {}, ""}.displayName()), "Battery unknown, AC Power");
-}
-
-TEST(Settings, EmptyObjectGivesTheDefaults) {
-  const GuardSettings settings;
-  EXPECT_EQ(decode<GuardSettings>("{}"), settings);
-  EXPECT_EQ(settings.batteryProfile, (GuardPowerProfile{20, 30, 90, 8, false, true, true}));
-  EXPECT_EQ(settings.pluggedInProfile, (GuardPowerProfile{20, 30, 90, 8, true, true, true}));
-  EXPECT_EQ(settings.activePhrases.size(), 9u);
-  EXPECT_EQ(settings.idlePhrases,
-            (Strings{"Send", "Ask", "New chat", "Done", "Finished", "Completed"}));
-  EXPECT_TRUE(settings.accessibilityDetectionEnabled && settings.restoreNormalSleepOnQuit);
-  EXPECT_FALSE(settings.launchAtLoginEnabled || settings.enableBrowsers ||
-               settings.keepAwakeWithLidClosed || settings.letDisplaySleep);
-}
-
 TEST(Settings, FlatLayoutFillsTheProfilesThatAreMissing) {
+  EXPECT_EQ(decode<GuardSettings>("{}"), GuardSettings());
   const auto flat = decode<GuardSettings>(
       R"({"batteryCutoffPercent":10,"allowUnlimitedWhilePluggedIn":false,"idlePhrases":[]})");
   EXPECT_EQ(flat.batteryProfile, (GuardPowerProfile{10, 30, 90, 8, false, true, true}));
   EXPECT_EQ(flat.pluggedInProfile, flat.batteryProfile);
-  EXPECT_TRUE(flat.idlePhrases.empty());
   const auto mixed = decode<GuardSettings>(
       R"({"warningPercent":40,"pluggedInProfile":null,"batteryProfile":{"batteryCutoffPercent":1,
           "warningPercent":2,"idleGracePeriodSeconds":3,"cpuThresholdPercent":4.5,
@@ -73,26 +54,22 @@ TEST(Settings, FlatViewWritesOneProfileOrBoth) {
   settings.setSleepOnlyIfLidClosed(false);
   EXPECT_EQ(settings.batteryProfile, (GuardPowerProfile{1, 2, 3, 4, false, false, false}));
   EXPECT_EQ(settings.pluggedInProfile, (GuardPowerProfile{20, 30, 3, 4, false, false, false}));
-  EXPECT_EQ(&settings.profile({true, {}, ""}), &settings.pluggedInProfile);
-  EXPECT_EQ(&settings.profile({false, 90, ""}), &settings.batteryProfile);
 }
 
 TEST(FirstRun, TermsComeBeforeOnboardingAndTheHeadlineNamesWhatWasDetected) {
   EXPECT_FALSE(Legal::needsAcceptance("1.6"));
-  EXPECT_TRUE(Legal::needsAcceptance({}) && Legal::needsAcceptance("1.60"));
+  EXPECT_TRUE(Legal::needsAcceptance({}));
   EXPECT_TRUE(Onboarding::needsOnboarding(false, false));
-  EXPECT_FALSE(Onboarding::needsOnboarding(false, true));
-  EXPECT_FALSE(Onboarding::needsOnboarding(true, false));
-
-  using enum SignalStrength;
-  using Onboarding::Headline;
-  const auto headline = Onboarding::detectionHeadline;
-  const Headline nothing{"No agents detected yet", false};
-  EXPECT_EQ(headline(presence, "Cursor"), (Headline{"Watching — Cursor detected", true}));
-  EXPECT_EQ(headline(weak, "Cursor"), (Headline{"Watching — Cursor is working", true}));
-  EXPECT_EQ(headline(strong, ""), nothing);
-  EXPECT_EQ(headline(strong, {}), nothing);
-  EXPECT_EQ(headline(none, "Cursor"), nothing);
+  EXPECT_FALSE(Onboarding::needsOnboarding(false, true) ||
+               Onboarding::needsOnboarding(true, false));
+  using Row = std::tuple<SignalStrength, const char*, const char*>;
+  for (const auto& [strength, name, text] :
+       {Row{SignalStrength::presence, "Cursor", "Watching — Cursor detected"},
+        Row{SignalStrength::weak, "Cursor", "Watching — Cursor is working"},
+        Row{SignalStrength::strong, "", "No agents detected yet"},
+        Row{SignalStrength::none, "Cursor", "No agents detected yet"}})
+    EXPECT_EQ(Onboarding::detectionHeadline(strength, name),
+              (Onboarding::Headline{text, text[0] == 'W'}));
 }
 
 TEST(Notices, NameTheAgentsThatOnlyTheirTextShows) {
@@ -101,25 +78,19 @@ TEST(Notices, NameTheAgentsThatOnlyTheirTextShows) {
   AgentProfile cpu, files;
   cpu.trustsCPUSignal = true;
   files.sessionActivityGlobs = {"*"};
-  const auto first = [&](int count) { return std::vector(text.begin(), text.begin() + count); };
   using AccessibilityNotice::onboardingNote, AccessibilityNotice::panelWarning;
-  const std::string optional = "Optional: your watched agents are detected without it.";
-  EXPECT_EQ(onboardingNote({}), optional);
-  EXPECT_EQ(onboardingNote({cpu, files}), optional);
-  EXPECT_EQ(onboardingNote({cpu, text[0]}),
-            "Needed for A: without it, their work cannot be seen. Your other agents are still "
-            "detected without it.");
-  EXPECT_EQ(onboardingNote(first(2)),
-            "Required for your agents: without it, Lumenhold cannot tell when A and B are working, "
-            "so it will not keep your Mac awake.");
+  EXPECT_THAT(onboardingNote({cpu, files}), StartsWith("Optional: "));
+  EXPECT_THAT(onboardingNote({cpu, text[0]}), StartsWith("Needed for A: "));
+  EXPECT_THAT(
+      onboardingNote({text[0], text[1]}),
+      HasSubstr(
+          "Required for your agents: without it, Lumenhold cannot tell when A and B are working"));
   EXPECT_EQ(panelWarning(text, true), std::nullopt);
   EXPECT_EQ(panelWarning({cpu}, false), std::nullopt);
-  const std::string off = "Accessibility access is off — Lumenhold cannot tell when ";
-  EXPECT_EQ(panelWarning(first(1), false),
-            off + "A is working, so it will not keep your Mac awake for it.");
-  EXPECT_EQ(panelWarning(first(3), false),
-            off + "A, B and C are working, so it will not keep your Mac awake for them.");
-  EXPECT_EQ(panelWarning(text, false)->substr(off.size(), 21), "A, B and 3 more are w");
+  EXPECT_THAT(*panelWarning({text[0], cpu}, false),
+              HasSubstr(" A is working, so it will not keep your Mac awake for it."));
+  EXPECT_THAT(*panelWarning({text[0], text[1], text[2]}, false), HasSubstr(" A, B and C are "));
+  EXPECT_THAT(*panelWarning(text, false), HasSubstr(" A, B and 3 more are "));
 }
 
 }  // namespace
