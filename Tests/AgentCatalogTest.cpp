@@ -14,23 +14,14 @@ std::string resolve(const AgentResolver& resolver, std::string_view path,
   return profile == nullptr ? "-" : profile->id;
 }
 
-TEST(AgentCatalog, TablesFitTogether) {
+TEST(AgentCatalog, EachKindOfAgentIsRecognisedInItsWays) {
   using enum AgentProfile::Kind;
-  std::map<AgentProfile::Kind, int> count;
-  std::vector<std::string> silent, shared;
   for (const AgentProfile& profile : AgentCatalog::builtin()) {
     SCOPED_TRACE(profile.id);
-    ++count[profile.kind];
     EXPECT_EQ(profile.cliProcessNames.empty(), profile.kind != cli);
     EXPECT_EQ(profile.trustsCPUSignal && profile.scanTerminalText, profile.kind == cli);
     EXPECT_EQ(profile.requireMultiWordPhrases, profile.kind == editor || profile.kind == browser);
-    if (profile.activePhrases.empty()) silent.push_back(profile.id);
-    if (profile.sessionGlobsSharedWithOtherApps) shared.push_back(profile.id);
   }
-  EXPECT_EQ(count, (std::map{std::pair(desktopAI, 5), {editor, 7}, {browser, 4}, {cli, 9}}));
-  EXPECT_THAT(silent, ElementsAre("opencode-desktop", "qwen-code-desktop"));
-  EXPECT_THAT(shared, ElementsAre("opencode", "grok-build", "pi-coding-agent"));
-  EXPECT_EQ(AgentCatalog::cliAgentNames().size(), 9u);
 }
 
 TEST(AgentResolver, NarrowsTheCatalogByTheSettings) {
