@@ -42,13 +42,11 @@ TEST(Text, ComposedJoinsWhatBelongsTogether) {
 }
 
 TEST(Text, FirstCharactersCountsAsAReaderDoes) {
-  const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
-  const std::string text = "e\u0301" + family + "\r\n\xFF\xFEz";
-  const std::string prefixes[] = {"", "e\u0301", "e\u0301" + family, "e\u0301" + family + "\r\n",
-                                  "e\u0301" + family + "\r\n\xFF"};
-  for (std::size_t count = 0; count < std::size(prefixes); ++count)
-    EXPECT_EQ(firstCharacters(text, count), prefixes[count]) << count;
-  for (const std::size_t count : {6u, 1000u}) EXPECT_EQ(firstCharacters(text, count), text);
+  const std::string text = "e\u0301\U0001F468\u200D\U0001F469\u200D\U0001F467\r\n\xFF\xFEz";
+  std::size_t count = 0;
+  for (const std::size_t bytes : {0, 3, 21, 23, 24, 25, 26, 26})
+    EXPECT_EQ(firstCharacters(text, count++), text.substr(0, bytes));
+  EXPECT_EQ(firstCharacters(text, 1000), text);
 }
 
 TEST(Text, ContainsIgnoringCaseFollowsTheLocale) {
@@ -67,44 +65,34 @@ std::string folded(std::string_view text, Casing casing) {
   return result;
 }
 
-// Which phrase is found in which text; both systems' libraries agree on this.
+// Which phrase is found in which text. That single letters fold as the system has them is checked
+// below, so these are what the system has to do.
 TEST(Text, FoldingTable) {
   using In = std::pair<std::string_view, std::string_view>;
   using Rows = std::vector<In>;
-  const Rows found = {
-      // Case and accents, in either form.
-      In{"to stop", "ESC TO STOP\u2026"}, In{"Caf\u00E9", "cafe"}, In{"cafe", "CAFE\u0301"},
-      In{"\u1EC7", "e"}, In{"\u00E5\u0437", "\u212B\u0417"}, In{"\u0438\u0435", "\u0419\u0401"},
-      In{"\u03C3\u03B1\u03C2", "\u03A3\u0386\u03A3"}, In{"\u03C9k", "\u2126\u212A"},
-      In{"=", "\u2260"}, In{"i", "\u0130"}, In{"i", "I\u0307"}, In{"\uFF41", "\uFF21"},
-      // One letter for several; parts of a syllable.
-      In{"STRASSE", "stra\u00DFe"}, In{"\u1E9E", "\u00DF"}, In{"ef\uFB01", "effi"},
-      In{"\u304C", "\u304B\u3099"}, In{"\uD55C", "\u1112\u1161\u11AB"},
-      // Symbols; a variation selector is a mark.
-      In{"\u2500\u256E", "\u256D\u2500\u256E"}, In{"\u2714", "\u2714\uFE0F"},
-      In{"\u00A9", "\u00A9\uFE0F"}, In{"\u00A9\uFE0F", "\u00A9"},
-      In{"\U0001F44D", "\U0001F44D\U0001F3FD"},
-      // White space, and bytes that are no UTF-8.
-      In{"a b c", "a\nb\tc"}, In{"a b", "a\u0301\n\u0301b"}, In{"a\xFF", "A\xFF"},
-      In{"\xE2\x94", "\xE2\x94\u2500"}};
-  const Rows notFound = {
-      // What looks like an accent but is part of the letter; marks of other scripts.
-      In{"o", "\u00F8"}, In{"l", "\u0142"}, In{"ae", "\u00E6"}, In{"i", "\u0131"},
-      In{"\u304B", "\u304C"}, In{"\u304B", "\u304B\u3099"}, In{"\u0915\u093F", "\u0915"},
-      In{"\uD558", "\uD55C"}, In{"\uD558", "\u1112\u1161\u11AB"},
-      // Widths and look-alikes.
-      In{"A", "\uFF21"}, In{"...", "\u2026"}, In{"\u2500", "\u2501"}, In{"\u2714\uFE0F", "\u2714"},
-      // White space, and bytes that are no UTF-8.
-      In{"a b", "a\rb"}, In{"a b", "a\r\nb"}, In{"a b", "a  b"}, In{"a b", "a\u00A0b"},
-      In{"\xFE", "\xFF"}, In{"\xE2", "\xC2"}, In{"\x94", "\u2500"}, In{"\xE2", "\u2500"}};
   const auto check = [](const Rows& rows, bool inCommon, bool inTurkic) {
     for (const auto& [phrase, text] : rows)
       for (const auto& [casing, expected] : {std::pair(common, inCommon), {turkic, inTurkic}})
         EXPECT_EQ(folded(text, casing).find(folded(phrase, casing)) != std::string::npos, expected)
             << phrase << " in " << text << (casing == turkic ? ", Turkic" : "");
   };
-  check(found, true, true);
-  check(notFound, false, false);
+  // Case and accents, one letter for several, parts of a syllable, symbols and their variants.
+  check({In{"to stop", "ESC TO STOP\u2026"}, In{"Caf\u00E9", "cafe"}, In{"cafe", "CAFE\u0301"},
+         In{"\u00E5\u0437", "\u212B\u0417"}, In{"\u03C3\u03B1\u03C2", "\u03A3\u0386\u03A3"},
+         In{"i", "\u0130"}, In{"STRASSE", "stra\u00DFe"}, In{"ef\uFB01", "effi"},
+         In{"\u304C", "\u304B\u3099"}, In{"\uD55C", "\u1112\u1161\u11AB"},
+         In{"\u2500\u256E", "\u256D\u2500\u256E"}, In{"\u00A9", "\u00A9\uFE0F"},
+         In{"\u00A9\uFE0F", "\u00A9"}, In{"\U0001F44D", "\U0001F44D\U0001F3FD"},
+         In{"a b c", "a\nb\tc"}, In{"a b", "a\u0301\n\u0301b"}, In{"a\xFF", "A\xFF"},
+         In{"\xE2\x94", "\xE2\x94\u2500"}},
+        true, true);
+  // What only looks like an accent, like another letter or like a blank; parts of a character.
+  check(
+      {In{"o", "\u00F8"}, In{"i", "\u0131"}, In{"\u304B", "\u304C"}, In{"\u0915\u093F", "\u0915"},
+       In{"\uD558", "\u1112\u1161\u11AB"}, In{"A", "\uFF21"}, In{"\u2500", "\u2501"},
+       In{"\u2714\uFE0F", "\u2714"}, In{"a b", "a\r\nb"}, In{"a b", "a  b"}, In{"a b", "a\u00A0b"},
+       In{"\xFE", "\xFF"}, In{"\xE2", "\xC2"}, In{"\x94", "\u2500"}, In{"\xE2", "\u2500"}},
+      false, false);
   check({In{"i", "I"}, In{"I", "\u0130"}}, true, false);
   check({In{"\u0131", "I"}}, false, true);
 }
