@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 namespace wakelatch {
-namespace {
 
 using namespace AgentAppName;
 
@@ -27,9 +26,8 @@ TEST(AgentAppName, NamesTheFamilyByTheFirstRule) {
         Row{"CHROME HELPER and ChatGPT", "Google Chrome"}, Row{"Claude via ChatGPT", "ChatGPT"},
         Row{"Codex and Claude", "Claude"}, Row{"Cursor for Codex", "Codex"},
         Row{"Visual Studio Code Cursor", "Cursor"}, Row{"Code", "Visual Studio Code"},
-        Row{"Code Helper (Plugin)", "Visual Studio Code"}, Row{"Windsurf Search", "Windsurf"},
-        Row{"Search in Safari", "Arc"}, Row{"Firefox Safari", "Safari"}, Row{"iTerminal", "iTerm2"},
-        Row{"aterminal", "Terminal"}, Row{"  Warp Helper (Renderer) ", "Warp"},
+        Row{"Code Helper (Plugin)", "Visual Studio Code"}, Row{"Search in Safari", "Arc"},
+        Row{"iTerminal", "iTerm2"}, Row{"  Warp Helper (Renderer) ", "Warp"},
         Row{"X Helper helper", "X helper"}})
     EXPECT_EQ(canonical(name), family) << name;
 }
@@ -56,5 +54,4 @@ TEST(AgentAppName, ShortensReasons) {
     EXPECT_EQ(cleanedReason(reason), label);
 }
 
-}  // namespace
 }  // namespace wakelatch

