@@ -5,7 +5,6 @@
 #include <optional>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <vector>
 
 #include "Platform/Files.h"
@@ -47,12 +46,11 @@ TEST(Floors, IncludesOnlyPointDown) {
       const fs::path file = fs::relative(entry.path(), root);
       const auto floor = floorOf(file);
       ASSERT_TRUE(floor) << file << " has no floor: add it to the table";
-      std::istringstream lines(platform::readFile(entry.path()));
-      for (std::string line; std::getline(lines, line);) {
-        std::smatch match;
-        if (!std::regex_search(line, match, include)) continue;
-        const auto target = floorOf(match[1].str());
-        EXPECT_TRUE(target && *target <= *floor) << file << " includes " << match[1];
+      const std::string text = platform::readFile(entry.path());
+      for (std::sregex_iterator match(text.begin(), text.end(), include), end; match != end;
+           ++match) {
+        const auto target = floorOf(match->str(1));
+        EXPECT_TRUE(target && *target <= *floor) << file << " includes " << match->str(1);
       }
       ++files;
     }

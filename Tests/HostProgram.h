@@ -24,31 +24,19 @@ struct Outcome {
 };
 
 /// A started `wakelatch`; killed at the end of the test when it still runs.
-class HostProgram {
- public:
+struct HostProgram : platform::ChildProcess {
   explicit HostProgram(const std::vector<std::string>& arguments)
-      : child_(WAKELATCH_HOST_PROGRAM, arguments, platform::ChildOutput::captured) {}
-
-  std::int32_t id() const { return child_.id(); }
-  void send(int signal) const { child_.send(signal); }
-  /// Whether it has ended within `seconds`; its output is read meanwhile.
-  bool awaitExit(double seconds) { return child_.awaitExit(seconds); }
+      : ChildProcess(WAKELATCH_HOST_PROGRAM, arguments, platform::ChildOutput::captured) {}
 
   /// How it ended; a program that does not end is killed, and the test fails.
   Outcome finish(double seconds = 20) {
-    if (!child_.awaitExit(seconds)) {
+    if (!awaitExit(seconds)) {
       ADD_FAILURE() << "wakelatch did not end";
-      child_.send(SIGKILL);
+      send(SIGKILL);
     }
-    Outcome outcome;
-    outcome.status = child_.reap().value_or(-1);
-    outcome.out = child_.takeStandardOutput();
-    outcome.err = child_.takeStandardError();
-    return outcome;
+    const std::int32_t status = reap().value_or(-1);
+    return {status, takeStandardOutput(), takeStandardError()};
   }
-
- private:
-  platform::ChildProcess child_;
 };
 
 inline Outcome runHost(const std::vector<std::string>& arguments, double seconds = 20) {

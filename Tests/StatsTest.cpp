@@ -59,27 +59,24 @@ TEST(Stats, CommandReadsAndNeverWrites) {
   const TemporaryHome home;
   const auto run = [](const StatsOptions& options) {
     testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
     const bool done = runStats(options) == ExitStatus::done;
-    const auto out = testing::internal::GetCapturedStdout();
-    return std::tuple(done, out, testing::internal::GetCapturedStderr());
+    return std::pair(done, testing::internal::GetCapturedStdout());
   };
-  EXPECT_TRUE(std::get<0>(run({})));
+  EXPECT_TRUE(run({}).first);
   EXPECT_TRUE(fs::is_empty(home.path())) << "not even a folder";
 
   platform::createFolders(supportFolder());
   platform::writeAtomically(usageFile(), encode(someMetrics()));
-  const std::string json = std::get<1>(run({2, true, ""}));
+  const std::string json = run({2, true, ""}).second;
   EXPECT_THAT(json, HasSubstr(R"({"installDate":"2025-03-01T12:00:00Z","totalProtectedSeconds":)"));
   EXPECT_THAT(json, HasSubstr(R"("utilization":0.75,"longestProtectedRun":{"seconds":5000,)"));
   EXPECT_EQ(decode<StatsReport>(json, DateCoding::iso8601).days.size(), 2u);
-  EXPECT_TRUE(std::get<0>(run({14, false, home.path() / "page.html"})));
+  EXPECT_TRUE(run({14, false, home.path() / "page.html"}).first);
   EXPECT_THAT(platform::readFile(home.path() / "page.html"), HasSubstr("</html>"));
-  EXPECT_FALSE(std::get<0>(run({14, false, home.path() / "no/folder"})));
+  EXPECT_FALSE(run({14, false, home.path() / "no/folder"}).first);
 
   platform::writeAtomically(usageFile(), R"({"days":{}})");
-  const auto message = HasSubstr("usage.json: installDate: missing");
-  EXPECT_THAT(run({}), testing::FieldsAre(false, "", message));
+  EXPECT_EQ(run({}), std::pair(false, std::string()));
   EXPECT_EQ(platform::readFile(usageFile()), R"({"days":{}})");
   EXPECT_EQ(std::distance(fs::directory_iterator(supportFolder()), {}), 1);
 }
