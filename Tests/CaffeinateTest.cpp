@@ -110,17 +110,15 @@ TEST(Caffeinate, SaysWhyItCannotHoldALock) {
 
 TEST(LinuxTools, SuspendsThroughTheSessionManager) {
   SessionManager manager;
-  for (const bool refuses : {false, true}) {
-    manager.refuses = refuses;
-    auto answer = std::async(std::launch::async, [] {
-      return LinuxTools().run({"/usr/bin/pmset", {"sleepnow"}});
-    });
+  const auto suspend = [&manager] {
+    const ShellCommand command{"/usr/bin/pmset", {"sleepnow"}};
+    auto answer = std::async(std::launch::async, [&] { return LinuxTools().run(command); });
     EXPECT_EQ(manager.serve(), "Suspend");
-    if (refuses)
-      EXPECT_THROW(answer.get(), CommandRunnerError);
-    else
-      EXPECT_EQ(answer.get(), CommandResult{});
-  }
+    return answer.get();
+  };
+  EXPECT_EQ(suspend(), CommandResult{});
+  manager.refuses = true;
+  EXPECT_THROW(suspend(), CommandRunnerError);
 }
 
 }  // namespace

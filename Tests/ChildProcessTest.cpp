@@ -2,16 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
 
 #include <vector>
 
 #include "Platform/Descriptor.h"
-#include "Platform/WatchedChild.h"
 
 namespace wakelatch::platform {
-namespace {
 
 TEST(ChildProcess, WorksWhereTheSystemGivesNoExitNotice) {
   rlimit limit{};
@@ -28,16 +25,4 @@ TEST(ChildProcess, WorksWhereTheSystemGivesNoExitNotice) {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-TEST(WatchedChild, IsReapedTheMomentItEndsAndNotSignalledAfterwards) {
-  const auto child = WatchedChild::start("/bin/sleep", {"60"});
-  EXPECT_TRUE(child->isRunning());
-  EXPECT_FALSE(child->awaitExit(0));
-  ::kill(child->id(), SIGKILL);
-  EXPECT_TRUE(child->awaitExit(30));
-  EXPECT_FALSE(child->isRunning());
-  EXPECT_EQ(::kill(child->id(), 0), -1);  // not even a zombie
-  child->send(SIGKILL);
-}
-
-}  // namespace
 }  // namespace wakelatch::platform

@@ -5,7 +5,6 @@
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch {
-namespace {
 
 using testing::HasSubstr, testing::StartsWith;
 using Strings = std::vector<std::string>;
@@ -93,5 +92,4 @@ TEST(Notices, NameTheAgentsThatOnlyTheirTextShows) {
   EXPECT_THAT(*panelWarning(text, false), HasSubstr(" A, B and 3 more are "));
 }
 
-}  // namespace
 }  // namespace wakelatch

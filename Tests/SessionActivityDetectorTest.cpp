@@ -8,7 +8,6 @@
 #include "Tests/TouchFile.h"
 
 namespace wakelatch {
-namespace {
 
 constexpr Timestamp now{std::chrono::duration<double>(1'700'000'000)};
 
@@ -47,5 +46,4 @@ TEST(SessionActivityDetector, JudgesAgentsByTheirFiles) {
             (std::map<std::string, std::int64_t>{{"Claude Code", 2}, {"Codex CLI", 1}, {"Pi", 0}}));
 }
 
-}  // namespace
 }  // namespace wakelatch

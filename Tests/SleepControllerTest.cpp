@@ -44,9 +44,13 @@ struct Rig {
   std::optional<SleepController> controller;
 
   Rig() {
-    ::setenv("WAKELATCH_TEST_READY", home.path().c_str(), 1);
-    fs::create_symlink(WAKELATCH_CHILDREN_DIR "/KeepAwake", tool);
+    makeTool("");
     controller.emplace(runner, adminRunner, *logger, tool.string());
+  }
+
+  /// From now on a keep-awake process says what it was started with once it is ready for signals.
+  void makeTool(const std::string& prelude) {
+    host::writeScript(tool, prelude + "\nprintf %s $1 >~/new\nmv ~/new ~/$$\nexec sleep 60");
   }
 
   /// Starts a keep-awake process and returns its id once it is ready for signals.
@@ -94,10 +98,10 @@ TEST(SleepController, StartsOneProcessAndStopsIt) {
 }
 
 TEST(SleepController, AnotherPostureStartsAnewAndRetiresTheOldProcess) {
-  ::setenv("WAKELATCH_TEST_IGNORE_TERM", "1", 1);
   Rig rig;
+  rig.makeTool("trap '' TERM");
   const std::int32_t old = rig.start(false);
-  ::unsetenv("WAKELATCH_TEST_IGNORE_TERM");
+  rig.makeTool("");
   auto changing = std::async(std::launch::async,
                              [&] { return rig.controller->enableSleepPrevention(false, true); });
   EXPECT_TRUE(eventually([] { return SleepController::readCaffeinatePIDs().size() == 2; }));

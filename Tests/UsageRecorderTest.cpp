@@ -55,15 +55,11 @@ struct HostRun {
 TEST(UsageRecorder, CountsTimeAsTheDecisionSays) {
   using Status = GuardStatus;
   using Trigger = KeepAwakeTrigger;
-  const auto trigger = [](Status status, AppMode mode) {
-    return keepAwakeTrigger({.status = status}, mode);
-  };
-  constexpr auto manual = AppMode::manualKeepAwake, watch = AppMode::watchAgentUI;
-  EXPECT_EQ(trigger(Status::keepingAwake, manual), Trigger::manual);
-  EXPECT_EQ(trigger(Status::keepingAwake, watch), Trigger::activeSignal);
-  EXPECT_EQ(trigger(Status::pluggedInUnlimited, watch), Trigger::pluggedInUnlimited);
-  EXPECT_EQ(trigger(Status::idleGrace, watch), Trigger::idleGrace);
-  EXPECT_EQ(trigger(Status::thermalSafety, manual), Trigger::none);
+  for (const auto& [status, trigger] : {std::pair(Status::keepingAwake, Trigger::manual),
+                                        {Status::idleGrace, Trigger::idleGrace},
+                                        {Status::pluggedInUnlimited, Trigger::pluggedInUnlimited},
+                                        {Status::thermalSafety, Trigger::none}})
+    EXPECT_EQ(keepAwakeTrigger({.status = status}, AppMode::manualKeepAwake), trigger);
 }
 
 TEST(UsageRecorder, SavesAClosedSessionAndLogsHowThingsStoodAtItsEnd) {
