@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+
 namespace wakelatch {
 namespace {
 
@@ -42,9 +44,7 @@ TEST(AgentResolver, FindsTheAgentOfABundleOrCommand) {
   EXPECT_EQ(resolver.profileForBundleID("COM.OPENAI.CHAT")->id, "chatgpt-desktop");
   EXPECT_EQ(resolver.profileForBundleID("dev.\u212airo.desktop")->id, "kiro");
   EXPECT_EQ(resolver.profileForBundleID("com.openai.cha"), nullptr);
-  struct Row {
-    const char *path, *arguments, *id;
-  };
+  using Row = std::array<const char*, 3>;
   for (const auto& [path, arguments, id] :
        {Row{"/x/Claude-Code/cli", "", "claude-code"}, Row{"/bin/claude", "", "claude-code"},
         Row{"/Applications/Cursor.app/x", "node /opt/CLAUDE-CODE/cli.js", "claude-code"},
@@ -52,8 +52,8 @@ TEST(AgentResolver, FindsTheAgentOfABundleOrCommand) {
         Row{"XAI-GRO\u212a-pager", "", "grok-build"}, Row{"/opt/pi/", "", "pi-coding-agent"},
         Row{"/bin/node", "/u/bin/codex --x", "codex-cli"}, Row{"node", "/x/gemini.js\tcodex", "-"},
         Row{"/bin/NODE", "node -x //  /opt/Gemini/ codex", "gemini-cli"},
-        Row{"/usr/bin/node", "/x/pi-coding-agent", "-"}, Row{"/usr/bin/\xffnode", "codex", "-"},
-        Row{"/bin/clauded", "claude", "-"}, Row{"/bin/zsh", "/u/bin/codex --x", "-"},
+        Row{"/usr/bin/node", "/x/pi-coding-agent", "-"}, Row{"/bin/clauded", "claude", "-"},
+        Row{"/bin/zsh", "/u/bin/codex --x", "-"},
         Row{"/Applications/Cursor.app/claude", "", "cursor"}, Row{"", "codex", "-"},
         Row{"/a/visual studio CODE.app/Codex.app/codex", "", "vscode"}, Row{"/", "codex", "-"},
         Row{"/a/Cursor.APP/node", "codex", "codex-cli"}})

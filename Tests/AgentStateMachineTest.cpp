@@ -101,11 +101,7 @@ TEST(AgentStateMachine, GraceEndsExactlyAfterThePeriodOfTheProfileInForce) {
 
 TEST(AgentStateMachine, CompletionSleepNeedsLidOrSettings) {
   constexpr auto afterWork = AppMode::sleepAfterCurrentWork;
-  struct Row {
-    LidState lid;
-    AppMode mode;
-    bool afterCompletion, onlyIfClosed, sleeps;
-  };
+  using Row = std::tuple<LidState, AppMode, bool, bool, bool>;
   for (const auto& [lid, mode, afterCompletion, onlyIfClosed, sleeps] :
        {Row{closed, watch, false, true, true}, Row{open, watch, true, true, false},
         Row{LidState::unknown, watch, true, true, false}, Row{open, watch, true, false, true},

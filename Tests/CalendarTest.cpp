@@ -11,11 +11,8 @@ namespace wakelatch::platform {
 using namespace std::chrono;
 
 TEST(Calendar, LocalDaysEndWhereTheClocksMakeThem) {
-  struct Row {
-    const char* zone;
-    const char* lastInstant;  // the last whole second of `day`
-    year_month_day day, next;
-  };
+  // The last whole second of the first of two days.
+  using Row = std::tuple<const char*, const char*, year_month_day, year_month_day>;
   for (const auto& [name, lastInstant, day, next] : std::to_array<Row>({
            {"America/Sao_Paulo", "2018-11-04T02:59:59Z", 2018y / 11 / 3, 2018y / 11 / 4},
            {"America/Sao_Paulo", "2018-11-05T01:59:59Z", 2018y / 11 / 4, 2018y / 11 / 5},

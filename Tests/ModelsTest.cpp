@@ -26,15 +26,6 @@ TEST(Settings, FlatLayoutFillsTheProfilesThatAreMissing) {
   EXPECT_EQ(encode(flat).find("allowUnlimitedWhilePluggedIn"), std::string::npos);
 }
 
-TEST(Settings, ConstructorBuildsAbsentProfilesFromTheFlatValues) {
-  const GuardPowerProfile given{1, 2, 3, 4, true, false, true};
-  const GuardSettings settings(given, std::nullopt, 11, 12, 13, 14, {" Cursor "}, {"a"}, {"i"},
-                               false, true, true, false, false, false, {"zed"}, true, true, true);
-  EXPECT_EQ(settings.batteryProfile, given);
-  EXPECT_EQ(settings.pluggedInProfile, (GuardPowerProfile{11, 12, 13, 14, true, false, false}));
-  EXPECT_EQ(settings.targetApps, Strings{" Cursor "}) << "stored unchanged";
-}
-
 TEST(Settings, OldTargetNamesAreDropped) {
   EXPECT_EQ(GuardSettings::migrateLegacyTargets(
                 {" Cursor ", "MyTool", "", "iTerm2", "my tool", "\t\n", " Zedd ", "CODE"}),
@@ -42,8 +33,12 @@ TEST(Settings, OldTargetNamesAreDropped) {
   EXPECT_EQ(decode<GuardSettings>(R"({"targetApps":["Claude","X"]})").targetApps, Strings{"X"});
 }
 
-TEST(Settings, FlatViewWritesOneProfileOrBoth) {
-  GuardSettings settings;
+TEST(Settings, FlatValuesFillAnAbsentProfileAndFlatViewWritesOneOrBoth) {
+  const GuardPowerProfile plugged{7, 8, 0, 0, true, true, true};
+  GuardSettings settings({}, plugged, 11, 12, 13, 14, {}, {}, {}, false, true, true, true, true,
+                         false, {}, true, true, true);
+  EXPECT_EQ(settings.batteryProfile, (GuardPowerProfile{11, 12, 13, 14, false, true, true}));
+  EXPECT_EQ(settings.pluggedInProfile, plugged);
   settings.setBatteryCutoffPercent(1);
   settings.setWarningPercent(2);
   settings.setIdleGracePeriodSeconds(3);
@@ -52,7 +47,7 @@ TEST(Settings, FlatViewWritesOneProfileOrBoth) {
   settings.setSleepAfterCompletion(false);
   settings.setSleepOnlyIfLidClosed(false);
   EXPECT_EQ(settings.batteryProfile, (GuardPowerProfile{1, 2, 3, 4, false, false, false}));
-  EXPECT_EQ(settings.pluggedInProfile, (GuardPowerProfile{20, 30, 3, 4, false, false, false}));
+  EXPECT_EQ(settings.pluggedInProfile, (GuardPowerProfile{7, 8, 3, 4, false, false, false}));
 }
 
 TEST(FirstRun, TermsComeBeforeOnboardingAndTheHeadlineNamesWhatWasDetected) {

@@ -77,7 +77,6 @@ struct Rig {
 
 TEST(SleepController, StartsOneProcessAndStopsIt) {
   Rig rig;
-  rig.controller->restoreNormalSleep();
   const std::int32_t id = rig.start(false);
   EXPECT_EQ(rig.start(false), id);
   const fs::path file = SleepController::pidFileURL();
@@ -121,13 +120,12 @@ TEST(SleepController, AnotherPostureStartsAnewAndRetiresTheOldProcess) {
 
 TEST(SleepController, LogsOneLaunchFailureAStreakAndKeepsTheOldProcess) {
   Rig rig;
-  const fs::path away = rig.home.path() / "away";
-  fs::rename(rig.tool, away);
+  fs::remove(rig.tool);
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(rig.controller->enableSleepPrevention(false, false));
   EXPECT_FALSE(rig.controller->isSleepPreventionEnabled());
-  fs::rename(away, rig.tool);
+  rig.makeTool("");
   rig.start(false);
-  fs::rename(rig.tool, away);
+  fs::remove(rig.tool);
   for (int i = 0; i < 3; ++i) rig.controller->enableSleepPrevention(false, true);
   EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
   EXPECT_EQ(rig.controller->appliedLetDisplaySleep(), false);
@@ -207,32 +205,34 @@ S /usr/bin/pmset sleepnow
   const auto restore = [](C& c) { return c.adoptDisableSleepEngaged(), c.restoreNormalSleep(); };
   const auto retry = [&](C& c) { return restore(c) || c.restoreNormalSleep(); };
   const auto check = [](C& c) { return c.reconcileStuckDisableSleep(); };
+  const auto stuck = [&](C& c) {
+    host::writeFile(C::engagedMarkerURL(), "");
+    return check(c);
+  };
   const auto rescue = [](C& c) { return c.emergencyRestore(), true; };
   const auto sleep = [](C& c) { return c.sleepNow(), true; };
   const std::string on = "SleepDisabled 1", off = "SleepDisabled 0", blank = " \n\u2028";
   const struct {
     const char* name;
     std::function<bool(C&)> operation;
-    bool hasMarker;
     std::string failing, reading;  ///< commands that fail; what the setting is read as
     bool result, isEngaged;        ///< engaged: both the flag and the marker
     std::string commands, messages;
-  } rows[] = {
-      {"engage twice", twice, false, "", on, true, true, "E", "E"},
-      {"declined", engage, false, "E", off, false, false, "E", "EL"},
-      {"restore", restore, false, "", on, true, false, "P", "R"},
-      {"restored directly, or off already", restore, false, "PD", off, true, false, "PDR", "RA"},
-      {"still on, retried", retry, false, "P", on, false, true, "PDRPDR", "RAWRAW"},
-      {"no answer", restore, false, "PR", off, false, true, "PDR", "RAW"},
-      {"blank answer", restore, false, "P", blank, false, true, "PDR", "RAW"},
-      {"no marker", check, false, "", on, true, false, "", ""},
-      {"stale marker", check, true, "", off, true, false, "R", "S"},
-      {"stuck", check, true, "", on, true, false, "RP", "dR"},
-      {"stuck, no answer", check, true, "PR", off, false, true, "RPDR", "dRAW"},
-      {"emergency", rescue, false, "", off, true, false, "P", "ER"},
-      {"emergency, still on", rescue, false, "P", on, true, true, "PDR", "ERAW"},
-      {"sleep now", sleep, false, "", on, true, false, "S", "R"},
-      {"no sleep", sleep, false, "S", on, true, false, "S", "Rp"}};
+  } rows[] = {{"engage twice", twice, "", on, true, true, "E", "E"},
+              {"declined", engage, "E", off, false, false, "E", "EL"},
+              {"restore", restore, "", on, true, false, "P", "R"},
+              {"restored directly, or off already", restore, "PD", off, true, false, "PDR", "RA"},
+              {"still on, retried", retry, "P", on, false, true, "PDRPDR", "RAWRAW"},
+              {"no answer", restore, "PR", off, false, true, "PDR", "RAW"},
+              {"blank answer", restore, "P", blank, false, true, "PDR", "RAW"},
+              {"no marker", check, "", on, true, false, "", ""},
+              {"stale marker", stuck, "", off, true, false, "R", "S"},
+              {"stuck", stuck, "", on, true, false, "RP", "dR"},
+              {"stuck, no answer", stuck, "PR", off, false, true, "RPDR", "dRAW"},
+              {"emergency", rescue, "", off, true, false, "P", "ER"},
+              {"emergency, still on", rescue, "P", on, true, true, "PDR", "ERAW"},
+              {"sleep now", sleep, "", on, true, false, "S", "R"},
+              {"no sleep", sleep, "S", on, true, false, "S", "Rp"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     Rig rig;
@@ -242,7 +242,6 @@ S /usr/bin/pmset sleepnow
       const bool fails = row.failing.find(ran.back()) != std::string::npos;
       return fails ? std::nullopt : std::optional(row.reading);
     };
-    if (row.hasMarker) host::writeFile(C::engagedMarkerURL(), "");
     EXPECT_EQ(row.operation(*rig.controller), row.result);
     EXPECT_EQ(rig.controller->isLidClosedProtectionEngaged(), row.isEngaged);
     EXPECT_EQ(fs::exists(C::engagedMarkerURL()), row.isEngaged);

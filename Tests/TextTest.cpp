@@ -52,7 +52,6 @@ TEST(Text, FirstCharactersCountsAsAReaderDoes) {
 TEST(Text, ContainsIgnoringCaseFollowsTheLocale) {
   EXPECT_FALSE(containsIgnoringCase("\u2500", "\x94", common));
   EXPECT_TRUE(containsIgnoringCase("is using \u00C9tat cpu", "\u00E9TAT CPU", common));
-  EXPECT_TRUE(containsIgnoringCase("STRASSE", "stra\u00DFe", common));
   EXPECT_FALSE(containsIgnoringCase("etat", "\u00E9tat", common));
   EXPECT_FALSE(containsIgnoringCase("anything", "", common));
   EXPECT_FALSE(containsIgnoringCase("ACCESSIBILITY", "Accessibility", turkic));
@@ -82,9 +81,8 @@ TEST(Text, FoldingTable) {
          In{"i", "\u0130"}, In{"STRASSE", "stra\u00DFe"}, In{"ef\uFB01", "effi"},
          In{"\u304C", "\u304B\u3099"}, In{"\uD55C", "\u1112\u1161\u11AB"},
          In{"\u2500\u256E", "\u256D\u2500\u256E"}, In{"\u00A9", "\u00A9\uFE0F"},
-         In{"\u00A9\uFE0F", "\u00A9"}, In{"\U0001F44D", "\U0001F44D\U0001F3FD"},
-         In{"a b c", "a\nb\tc"}, In{"a b", "a\u0301\n\u0301b"}, In{"a\xFF", "A\xFF"},
-         In{"\xE2\x94", "\xE2\x94\u2500"}},
+         In{"\U0001F44D", "\U0001F44D\U0001F3FD"}, In{"a b c", "a\nb\tc"},
+         In{"a b", "a\u0301\n\u0301b"}, In{"a\xFF", "A\xFF"}, In{"\xE2\x94", "\xE2\x94\u2500"}},
         true, true);
   // What only looks like an accent, like another letter or like a blank; parts of a character.
   check(

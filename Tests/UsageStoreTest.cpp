@@ -48,8 +48,7 @@ TEST_F(UsageStoreTest, SetsADamagedFileAside) {
   const std::string name = "usage.json.damaged-2025-03-01T140509Z";
   for (const auto& [text, problem, aside] :
        {std::array{R"({"installDate":)", "not JSON", ""},
-        std::array{R"({"days":{}})", "installDate: missing", "-2"},
-        std::array{R"({"days":{} })", "installDate: missing", "-3"}}) {
+        std::array{R"({"days":{}})", "installDate: missing", "-2"}}) {
     std::ofstream(file_) << text;
     UsageStore store(file_);
     const auto opened = store.open(start);
@@ -91,7 +90,6 @@ TEST_F(UsageStoreTest, FullDiskKeepsTheOldFileAndIsToldOnce) {
   EXPECT_EQ(std::distance(fs::directory_iterator(file_.parent_path()), {}), 1) << "no scraps";
   EXPECT_EQ(store_.save(large, start), "");
   EXPECT_EQ(loadUsage(file_), large);
-
   large.sessionRunSeconds = std::numeric_limits<double>::infinity();
   EXPECT_THAT(store_.save(large, start), HasSubstr("not finite")) << "told again, and no crash";
 }
