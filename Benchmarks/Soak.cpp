@@ -455,7 +455,7 @@ class Guard {
     const ActivitySignal signal = strongest(signals);
     decision = machine_.evaluate(world_.mode(), world_.settings, power, lid, signal,
                                  controller.isSleepPreventionEnabled(), world_.heat, now);
-    keepAwake.apply(decision, world_.settings, lid, now);
+    keepAwake.apply(decision, world_.settings, lid, world_.heat, now);
     notice = usage.record({.mode = world_.mode(),
                            .settings = world_.settings,
                            .power = power,
@@ -711,6 +711,7 @@ class Soak {
       require(!decision.shouldPreventSleep, "off, critical heat or a low battery decide for sleep");
       require(!isPreventing || isHeld, "off, critical heat or a low battery release");
     }
+    require(!isHeld || world_.heat != ThermalState::critical, "critical heat holds nothing");
     require(!isHeld || secondsBetween(world_.now(), *guard_->keepAwake.releaseDueAt()) > 0,
             "a held release comes when it is due");
 

@@ -53,7 +53,8 @@ std::string sinceWork(const AgentStateMachine::Memory& memory, Timestamp now) {
 }
 
 std::vector<std::string> whatChangesNext(const OneTick& tick) {
-  const auto& [settings, mode, watch, isPreventingSleep, memory, seen, decision] = tick;
+  const auto& [settings, mode, isWatchRunning, watch, isPreventingSleep, memory, seen, decision] =
+      tick;
   const GuardPowerProfile& profile = settings.profile(seen.power);
   std::vector<std::string> next;
   switch (decision.status) {
@@ -98,7 +99,8 @@ std::vector<std::string> whatChangesNext(const OneTick& tick) {
 }  // namespace
 
 Explanation explain(const OneTick& tick) {
-  const auto& [settings, mode, watch, isPreventingSleep, memory, seen, decision] = tick;
+  const auto& [settings, mode, isWatchRunning, watch, isPreventingSleep, memory, seen, decision] =
+      tick;
   const PowerSnapshot& power = seen.power;
   const GuardPowerProfile& profile = settings.profile(power);
   const std::string modeInput = "mode " + std::string(rawValue(mode));
@@ -108,7 +110,7 @@ Explanation explain(const OneTick& tick) {
   Explanation result;
   result.status = makeStatusReport(mode, seen, decision);
   result.status.watch = watch;
-  result.status.isWatchRunning = watch.has_value();
+  result.status.isWatchRunning = isWatchRunning;
   const std::int64_t applied = ruleOf(decision, mode, power);
   const auto add = [&result, applied](std::int64_t number, const char* rule, std::string inputs) {
     const char* outcome = number < applied    ? "does not apply"

@@ -46,7 +46,7 @@ void KeepAwake::startUp(Timestamp now) {
 }
 
 void KeepAwake::apply(const GuardDecision& decision, const GuardSettings& settings,
-                      LidState lidState, Timestamp now) {
+                      LidState lidState, ThermalState thermalState, Timestamp now) {
   checkTool();
   if (!settings.keepAwakeWithLidClosed) {
     engagePrompt_.forget();
@@ -72,7 +72,7 @@ void KeepAwake::apply(const GuardDecision& decision, const GuardSettings& settin
       SleepReleasePolicy::planRelease(decision.status, controller_.isLidClosedProtectionEngaged(),
                                       releasePendingSince_, now, releaseDelaySeconds_);
   // What could not be restored is no reason to hold on for another delay, and to ask again then.
-  if (plan.isHold() && restorePrompt_.mayAsk(now)) {
+  if (plan.isHold() && thermalState != ThermalState::critical && restorePrompt_.mayAsk(now)) {
     releasePendingSince_ = plan.pendingSince;
     enable(settings, now);
     return;

@@ -34,8 +34,9 @@ class KeepAwake {
   /// Undoes what an earlier run left behind. Before the first apply().
   void startUp(Timestamp now);
 
+  /// A release waits for its delay only while the machine is not critically hot.
   void apply(const GuardDecision& decision, const GuardSettings& settings, LidState lidState,
-             Timestamp now);
+             ThermalState thermalState, Timestamp now);
 
   /// The tool was started and has not been seen alive for earlyEndSeconds yet: checkTool() is due.
   bool isToolNew() const { return toolStartedAt_.has_value(); }

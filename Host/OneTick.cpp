@@ -9,6 +9,7 @@ namespace wakelatch::host {
 OneTick tickOnce(std::optional<AppMode> mode, Tools& tools) {
   OneTick tick{};
   tick.settings = loadSettings(settingsFile());
+  tick.isWatchRunning = runningWatch().has_value();
   tick.watch = runningWatchState();
   tick.mode = mode.value_or(tick.watch ? tick.watch->mode : AppMode::watchAgentUI);
   tick.isPreventingSleep = tick.watch && tick.watch->isSleepPreventionEnabled;

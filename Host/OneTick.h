@@ -14,7 +14,8 @@ namespace wakelatch::host {
 struct OneTick {
   GuardSettings settings;
   AppMode mode;
-  std::optional<WatchState> watch;  ///< of a watch that runs
+  bool isWatchRunning;
+  std::optional<WatchState> watch;  ///< of a watch that runs, after its first tick
   bool isPreventingSleep;
   AgentStateMachine::Memory memory;  ///< before the decision
   Observation seen;

@@ -10,7 +10,7 @@ ExitStatus runStatus(const StatusOptions& options, Tools& tools) {
   const OneTick tick = tickOnce(options.mode, tools);
   StatusReport report = makeStatusReport(tick.mode, tick.seen, tick.decision);
   report.watch = tick.watch;
-  report.isWatchRunning = runningWatch().has_value();
+  report.isWatchRunning = tick.isWatchRunning;
   if (options.json) {
     std::cout << encode(report, DateCoding::iso8601) << '\n';
   } else {

@@ -172,7 +172,7 @@ class Watch {
         options_.mode, settings, seen.power, seen.lidState, seen.strongest,
         hands_ && hands_->controller.isSleepPreventionEnabled(), seen.thermalState, now);
     if (hands_) {
-      hands_->keepAwake.apply(decision, settings, seen.lidState, now);
+      hands_->keepAwake.apply(decision, settings, seen.lidState, seen.thermalState, now);
       tell(hands_->usage.record({.mode = options_.mode,
                                  .settings = settings,
                                  .power = seen.power,
@@ -187,7 +187,7 @@ class Watch {
     }
     StatusReport report = makeStatusReport(options_.mode, seen, decision);
     report.at = platform::iso8601(now);
-    report.isWatchRunning = true;
+    report.isWatchRunning = hands_ || runningWatch();
     return printer_.print(report);
   }
 

@@ -23,6 +23,7 @@ struct Rig : CommandRunning {
   std::optional<KeepAwake> keepAwake;
   GuardSettings settings;
   LidState lid = LidState::closed;
+  ThermalState heat = ThermalState::nominal;
 
   Rig() {
     const auto tool = home.path() / "caffeinate";
@@ -52,7 +53,8 @@ struct Rig : CommandRunning {
                                  .shouldPreventSleep = status == GuardStatus::keepingAwake,
                                  .shouldSleepNow = sleepNow};
     commands.clear();
-    keepAwake->apply(decision, settings, lid, Timestamp(std::chrono::duration<double>(1e9 + at)));
+    keepAwake->apply(decision, settings, lid, heat,
+                     Timestamp(std::chrono::duration<double>(1e9 + at)));
     return commands;
   }
   bool isAwake() const { return controller->appliedLetDisplaySleep().has_value(); }
@@ -77,6 +79,11 @@ TEST(KeepAwake, ReleasesALidClosedKeepAwakeAfterTheDelayAndThenSleeps) {
   rig.tick(72, watching, true);
   rig.tick(74, working);
   EXPECT_EQ(rig.tick(80, GuardStatus::batterySafety), "restore");
+  rig.tick(82, working);
+  EXPECT_EQ(rig.tick(84, watching), "");
+  rig.heat = ThermalState::critical;
+  EXPECT_EQ(rig.tick(86, watching), "restore");
+  rig.heat = ThermalState::nominal;
 
   // Nor does the machine fall asleep under the hands of who opens the lid.
   rig.tick(90, working);

@@ -77,11 +77,12 @@ struct Machinery {
     const core::Timestamp now = core::platform::now();
     const core::PowerSnapshot reading = power.snapshot();
     const core::LidState lidState = lid.lidState();
+    const core::ThermalState heat = thermalState();
     const core::ActivitySignal signal = activity.detect(settings, reading, now);
     const core::GuardDecision decision =
         machine.evaluate(mode, settings, reading, lidState, signal,
-                         controller.isSleepPreventionEnabled(), thermalState(), now);
-    keepAwake.apply(decision, settings, lidState, now);
+                         controller.isSleepPreventionEnabled(), heat, now);
+    keepAwake.apply(decision, settings, lidState, heat, now);
     return decision;
   }
 };
