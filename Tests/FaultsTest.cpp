@@ -26,10 +26,8 @@ struct Machine : CommandRunning {
 
   CommandResult run(const ShellCommand& command) override {
     const fs::path program = fs::path(command.executable).filename();
-    if (program == faulty) {
-      return ProcessCommandRunner(0.5).run({home.path() / program, command.arguments});
-    }
-    return {0, program == "pmset" ? "Now drawing from 'AC Power'" : "", ""};
+    if (program != faulty) return {0, program == "pmset" ? "Now drawing from 'AC Power'" : "", ""};
+    return ProcessCommandRunner(0.5).run({home.path() / program, command.arguments});
   }
 };
 
@@ -62,8 +60,9 @@ TEST(Faults, NoToolKeepsTheHostFromDeciding) {
       SleepController controller(machine, machine, FileLogger::shared(), "/bin/true");
       EXPECT_TRUE(body == flood ||
                   controller.engageLidClosedProtection() == (tool != "osascript" || error.empty()));
-      const auto isLogged = [&] { return contentOf(log).find(error, start) != std::string::npos; };
-      EXPECT_TRUE(eventually(isLogged));
+      EXPECT_TRUE(eventually([&log, start, &text = error] {
+        return contentOf(log).find(text, start) != std::string::npos;
+      }));
     }
   }
 }
@@ -89,11 +88,11 @@ TEST(Faults, WhatStandsInAFilesPlaceIsNamedAndLeftAlone) {
   for (const auto& [file, put, notice, watch, status] : rows) {
     SCOPED_TRACE(file.string() + ": " + notice);
     const TemporaryHome home;
-    const fs::path precious = supportFolder() / "precious",
-                   unfinished = supportFolder() / "usage.json.new-Ab12Cd";
+    const fs::path folder = supportFolder(), precious = folder / "precious",
+                   unfinished = folder / "usage.json.new-Ab12Cd";
     for (const fs::path& made : {precious, unfinished}) writeFile(made, "precious");
     fs::create_directories(home.path() / "Library/Logs");
-    put(supportFolder() / file);
+    put(folder / file);
     EXPECT_EQ(runHost({"status"}).status, status);
     const Outcome outcome = runHost(oneTick);
     EXPECT_EQ(outcome.status, watch);
