@@ -23,10 +23,9 @@ TEST(AgentAppName, MatchesWhenOneNormalizedNameContainsTheOther) {
 TEST(AgentAppName, NamesTheFamilyByTheFirstRule) {
   for (const auto& [name, family] :
        {Row{"Chrome", "Google Chrome"}, Row{"Chromium", "Chromium"}, Row{"Xcode", "Xcode"},
-        Row{"CHROME HELPER and ChatGPT", "Google Chrome"}, Row{"Claude via ChatGPT", "ChatGPT"},
-        Row{"Codex and Claude", "Claude"}, Row{"Cursor for Codex", "Codex"},
-        Row{"Visual Studio Code Cursor", "Cursor"}, Row{"Code", "Visual Studio Code"},
-        Row{"Code Helper (Plugin)", "Visual Studio Code"}, Row{"Search in Safari", "Arc"},
+        Row{"CHROME HELPER and ChatGPT", "Google Chrome"}, Row{"Codex and Claude", "Claude"},
+        Row{"Cursor for Codex", "Codex"}, Row{"Visual Studio Code Cursor", "Cursor"},
+        Row{"Code", "Visual Studio Code"}, Row{"Search in Safari", "Arc"},
         Row{"iTerminal", "iTerm2"}, Row{"  Warp Helper (Renderer) ", "Warp"},
         Row{"X Helper helper", "X helper"}})
     EXPECT_EQ(canonical(name), family) << name;

@@ -17,10 +17,8 @@ TEST(Calendar, LocalDaysEndWhereTheClocksMakeThem) {
            {"America/Sao_Paulo", "2018-11-04T02:59:59Z", 2018y / 11 / 3, 2018y / 11 / 4},
            {"America/Sao_Paulo", "2018-11-05T01:59:59Z", 2018y / 11 / 4, 2018y / 11 / 5},
            {"America/Sao_Paulo", "2018-02-18T02:59:59Z", 2018y / 2 / 17, 2018y / 2 / 18},
-           {"Asia/Beirut", "2021-03-27T21:59:59Z", 2021y / 3 / 27, 2021y / 3 / 28},
            {"Europe/Berlin", "2025-03-30T21:59:59Z", 2025y / 3 / 30, 2025y / 3 / 31},
            {"Australia/Lord_Howe", "2021-10-03T12:59:59Z", 2021y / 10 / 3, 2021y / 10 / 4},
-           {"Pacific/Kiritimati", "2024-12-31T09:59:59Z", 2024y / 12 / 31, 2025y / 1 / 1},
            {"Pacific/Apia", "2011-12-30T09:59:59Z", 2011y / 12 / 29, 2011y / 12 / 31},
            {"UTC", "1500-02-28T23:59:59Z", 1500y / 2 / 28, 1500y / 3 / 1},
        })) {

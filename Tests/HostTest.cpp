@@ -136,6 +136,7 @@ TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
   watch.send(SIGINT);
   EXPECT_EQ(watch.finish().status, 0);
   EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
+  EXPECT_TRUE(fs::exists(usageFile())) << "saved at the end, before a minute is over";
   EXPECT_FALSE(statusNow().contains("watch"));
 }
 

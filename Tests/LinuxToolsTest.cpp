@@ -110,10 +110,12 @@ TEST(LinuxTools, TellsPowerAndLid) {
       "BAT0/type=Battery, BAT0/capacity=42, AC/type=Mains, AC/online=0, BAT0/status=";
   const std::tuple<std::string, bool, std::optional<int>, std::string> supplies[] = {
       {"AC/type=Mains, AC/online=0", true, {}, "'"},
-      {"mouse/type=Battery, mouse/scope=Device, B/type=Battery, B/present=0", true, {}, "'"},
+      {"mouse/type=Battery, mouse/scope=Device, mouse/capacity=3", true, {}, "'"},
+      {"B/type=Battery, B/present=0, B/capacity=0", true, {}, "'"},
       {battery + "Discharging", false, 42, "42%; discharging"},
       {battery + "Full, USB/type=USB, USB/online=1", true, 42, "42%; charged"},
       {"B/type=Battery, B/status=Charging", true, {}, "\tcharging"},
+      {"B/type=Battery, B/status=Discharging", false, {}, "\tdischarging"},
       {battery + "Unknown, BAT0/energy_full=20, B/type=Battery, B/capacity=82, B/energy_full=60",
        false, 72, "B+BAT0 (id=0)\t72%; discharging"}};
   for (const auto& [files, onACPower, percent, state] : supplies) {

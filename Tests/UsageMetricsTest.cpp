@@ -103,7 +103,7 @@ TEST(UsageAccounting, SessionClosesForOneOfThreeReasons) {
        }) {
     Store store;
     store.grace = 10;
-    const UsageMetrics open = store({{}, {.lid = LidState::open}});
+    const UsageMetrics open = store({{.lid = LidState::open}, {}});
     const UsageMetrics& closed = store({last});
     EXPECT_EQ(closed.sessionStartedAt.has_value(), !reason);
     if (!reason) continue;
