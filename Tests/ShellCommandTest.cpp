@@ -39,6 +39,7 @@ TEST(CommandRunner, CollectsStatusAndBothStreamsOfAnyChild) {
       {"printf out; printf err >&2; exit 1", {1, "out", "err"}},
       {"kill -9 $$", {9, "", ""}},
       {"printf 'a\\377b'; printf 'g\\303\\274t' >&2", {0, "", "güt"}},
+      {"printf ok; printf '\\355\\240\\200' >&2; exit 4", {4, "ok", ""}},
       {"printf before; exec >&- 2>&-; sleep 0.2; exit 3", {3, "before", ""}},
       {flood + " >&2; " + flood, {0, flooded, flooded}},
       // From here on the time-out ends it: SIGTERM, after 0.2 s SIGINT, after 2 s SIGKILL.
