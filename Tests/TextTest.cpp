@@ -44,7 +44,7 @@ TEST(Text, ComposedJoinsWhatBelongsTogether) {
 TEST(Text, FirstCharactersCountsAsAReaderDoes) {
   const std::string text = "e\u0301\U0001F468\u200D\U0001F469\u200D\U0001F467\r\n\xFF\xFEz";
   std::size_t count = 0;
-  for (const std::size_t bytes : {0, 3, 21, 23, 24, 25, 26, 26})
+  for (const std::size_t bytes : {0u, 3u, 21u, 23u, 24u, 25u, 26u, 26u})
     EXPECT_EQ(firstCharacters(text, count++), text.substr(0, bytes));
   EXPECT_EQ(firstCharacters(text, 1000), text);
 }
