@@ -33,8 +33,9 @@ struct Home : TemporaryHome {
 
   explicit Home(const std::string& script = "exec sleep 60") { writeScript(tool, script); }
 
-  std::vector<std::string> manualWatch() const {
-    return {"watch", "--mode", "manualKeepAwake", "--interval", "0.2", "--caffeinate", tool};
+  std::vector<std::string> manualWatch(int ticks = 10'000) const {
+    return {"--tools", path(),         "watch", "--mode",  "manualKeepAwake",    "--interval",
+            "0.2",     "--caffeinate", tool,    "--ticks", std::to_string(ticks)};
   }
 };
 
@@ -164,12 +165,20 @@ TEST(Host, LeavesCleanlyWhenNobodyReadsAnyMore) {
 
 TEST(Host, AToolThatEndsAtOnceIsNotRestartedOnEveryTick) {
   const Home home("echo started >> ~/starts");
-  auto arguments = home.manualWatch();
-  arguments.insert(arguments.end(), {"--ticks", "8"});
-  const Outcome outcome = runHost(arguments);
+  const Outcome outcome = runHost(home.manualWatch(8));
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(contentOf(home.path() / "starts"), "started\n");
   EXPECT_THAT(outcome.err, HasSubstr("this system cannot be kept awake"));
+}
+
+TEST(Host, AnEmptyBatteryPutsAMachineThatIsHeldAwakeToSleep) {
+  const Home home;
+  writeScript(home.path() / "pmset", R"([ "$1" = sleepnow ] && exec touch ~/asleep
+[ -e ~/held ] && charge=5 || charge=80
+[ "$2" != batt ] || touch ~/held
+echo "Now drawing from 'Battery Power' $charge%")");
+  EXPECT_EQ(runHost(home.manualWatch(2)).status, 0);
+  EXPECT_TRUE(fs::exists(home.path() / "asleep"));
 }
 
 }  // namespace
