@@ -453,6 +453,7 @@ class Guard {
     lid = lid_.lidState();
     const auto signals = activity_.detectPerApp(world_.settings, power, now);
     const ActivitySignal signal = strongest(signals);
+    machine_.forgetFuture(now);
     decision = machine_.evaluate(world_.mode(), world_.settings, power, lid, signal,
                                  controller.isSleepPreventionEnabled(), world_.heat, now);
     keepAwake.apply(decision, world_.settings, lid, world_.heat, now);

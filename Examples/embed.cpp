@@ -1,7 +1,6 @@
 // The smallest host: one tick from start-up to restore. A real one repeats the tick every two
 // seconds or so, and keeps settings and statistics in files of its own.
 #include <stdlib.h>
-#include <sys/stat.h>
 
 #include <iostream>
 #include <utility>
@@ -11,7 +10,6 @@
 
 int main(int argc, char** argv) {
   using namespace wakelatch;
-  ::umask(077);                          // the log names what the user works with
   ::setenv("LC_ALL", "en_US.UTF-8", 1);  // `ps` must not print decimal commas
   const char* home = ::getenv("HOME");
   const char* keepAwakeTool = argc > 1 ? argv[1] : "/usr/bin/caffeinate";
@@ -41,6 +39,7 @@ int main(int argc, char** argv) {
   const PowerSnapshot power = powerMonitor.snapshot();
   const LidState lid = lidDetector.lidState();
   const ActivitySignal signal = activity.detect(settings, power, now);
+  machine.forgetFuture(now);  // in a later tick: the clock may have been set back
   const GuardDecision decision =
       machine.evaluate(mode, settings, power, lid, signal, controller.isSleepPreventionEnabled(),
                        ThermalState::nominal, now);

@@ -34,15 +34,6 @@ int openLock(const std::filesystem::path& file, int flags) {
   return ::open(file.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
 }
 
-/// In a folder of somebody else's no file can be trusted; root may work in every one.
-void requireOwnFolder(const std::filesystem::path& folder) {
-  struct stat status {};
-  if (::geteuid() != 0 && ::stat(folder.c_str(), &status) == 0 && status.st_uid != 0 &&
-      status.st_uid != ::geteuid()) {
-    refuse(EPERM, "another user owns " + folder.string());
-  }
-}
-
 /// A file that has other names may be anybody's, and writing to it would destroy it.
 void requireLockFile(int fd, const std::filesystem::path& file) {
   struct stat status {};
@@ -56,16 +47,13 @@ void requireLockFile(int fd, const std::filesystem::path& file) {
 
 InstanceLock::InstanceLock(const std::filesystem::path& file) {
   platform::createFolders(file.parent_path());
-  requireOwnFolder(file.parent_path());
   fd_ = platform::Descriptor(openLock(file, O_RDWR | O_CREAT));
   const int error = fd_.get() < 0 ? errno : 0;
   if (error == EROFS || error == EACCES) {
     fd_ = platform::Descriptor(openLock(file, O_RDONLY));  // it locks as well, without our name
   }
-  if (fd_.get() < 0) {
-    refuse(error, (error == ELOOP ? "a link, no lock file (remove it): " : "cannot open ") +
-                      file.string());
-  }
+  if (error == ELOOP) refuse(EINVAL, "a link, no lock file (remove it): " + file.string());
+  if (fd_.get() < 0) refuse(error, "cannot open " + file.string());
   requireLockFile(fd_.get(), file);
   // currentHolder() of another process takes the lock for a moment: one refusal may be its.
   for (int attempt = 0; ::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {

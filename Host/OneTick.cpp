@@ -15,11 +15,12 @@ OneTick tickOnce(std::optional<AppMode> mode, Tools& tools) {
   tick.isPreventingSleep = tick.watch && tick.watch->isSleepPreventionEnabled;
 
   tick.seen = Observer(tools.runner()).look(tick.settings, platform::now());
-  if (tick.watch) tick.memory = rememberedAt(tick.seen.at, tick.watch->memory());
-  tick.decision = AgentStateMachine(tick.memory)
-                      .evaluate(tick.mode, tick.settings, tick.seen.power, tick.seen.lidState,
-                                tick.seen.strongest, tick.isPreventingSleep, tick.seen.thermalState,
-                                tick.seen.at);
+  AgentStateMachine machine(tick.watch ? tick.watch->memory() : AgentStateMachine::Memory());
+  machine.forgetFuture(tick.seen.at);
+  tick.memory = machine.memory();
+  tick.decision = machine.evaluate(tick.mode, tick.settings, tick.seen.power, tick.seen.lidState,
+                                   tick.seen.strongest, tick.isPreventingSleep,
+                                   tick.seen.thermalState, tick.seen.at);
   return tick;
 }
 

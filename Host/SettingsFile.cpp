@@ -13,6 +13,12 @@ GuardSettings loadSettings(const std::filesystem::path& file) {
   try {
     text = platform::readFile(file);
   } catch (const std::system_error& error) {
+    // A home folder that is none, or a ring of links, holds no settings; a file that may not be
+    // read does.
+    std::error_code cause;
+    const bool hasFolder = std::filesystem::exists(file.parent_path(), cause);
+    if (!hasFolder && cause == std::errc::too_many_symbolic_link_levels) return {};
+    if (error.code() == std::errc::not_a_directory) return {};
     if (error.code() == std::errc::no_such_file_or_directory) return {};
     throw std::runtime_error(std::string("settings: ") + error.what());
   }

@@ -13,8 +13,9 @@ std::string printable(std::string_view text) {
     const auto [value, length] = platform::firstScalar(text);
     const bool isControl = value < 0x20 || (value >= 0x7F && value < 0xA0);
     // Line separators, and marks that turn the direction of what follows.
-    const bool misleads =
-        (value >= 0x2028 && value <= 0x202E) || (value >= 0x2066 && value <= 0x2069);
+    const bool misleads = (value >= 0x2028 && value <= 0x202E) ||
+                          (value >= 0x2066 && value <= 0x2069) || value == 0x200E ||
+                          value == 0x200F || value == 0x061C;
     if (isControl || misleads || value == platform::brokenByte) {
       result += "\uFFFD";
     } else {

@@ -167,8 +167,8 @@ class Watch {
     const GuardSettings& settings = settings_.current();
     const Observation seen = observer_.look(settings, now);
     if (signals.isStopRequested()) return false;  // no prompt for somebody who wants to leave
-    machine_.emplace(rememberedAt(now, machine_->memory()));
-    const GuardDecision decision = machine_->evaluate(
+    machine_.forgetFuture(now);
+    const GuardDecision decision = machine_.evaluate(
         options_.mode, settings, seen.power, seen.lidState, seen.strongest,
         hands_ && hands_->controller.isSleepPreventionEnabled(), seen.thermalState, now);
     if (hands_) {
@@ -204,7 +204,7 @@ class Watch {
   }
 
   void saveState(Timestamp now) {
-    const AgentStateMachine::Memory& memory = machine_->memory();
+    const AgentStateMachine::Memory& memory = machine_.memory();
     const SleepController& controller = hands_->controller;
     const WatchState state{
         .pid = ::getpid(),
@@ -239,12 +239,24 @@ class Watch {
   const WatchOptions& options_;
   LiveSettings settings_;
   Observer observer_;
-  std::optional<AgentStateMachine> machine_{std::in_place};
+  AgentStateMachine machine_;
   std::optional<Hands> hands_;
   TickPrinter printer_;
   bool isFirstTick_ = true;
   bool stateFailureNoticed_ = false;
 };
+
+/// Whether a lock file could not be made for want of a place to make it; other failures say that
+/// the place cannot be trusted.
+bool hasNoPlace(const std::error_code& error) {
+  for (const std::errc cause :
+       {std::errc::read_only_file_system, std::errc::permission_denied,
+        std::errc::no_space_on_device, std::errc::no_such_file_or_directory,
+        std::errc::not_a_directory, std::errc::too_many_symbolic_link_levels}) {
+    if (error == cause) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -252,14 +264,19 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
   const StopSignals signals;
   std::optional<InstanceLock> lock;
   if (!options.dryRun) {
-    lock.emplace(lockFile());
-    if (!lock->isHeld()) {
+    try {
+      lock.emplace(lockFile());
+    } catch (const std::system_error& error) {
+      if (!hasNoPlace(error.code())) throw;
+      printNotice(std::string(error.what()) + "; watching all the same, without a lock");
+    }
+    if (lock && !lock->isHeld()) {
       printNotice("another watch runs already" +
                   (lock->holder() > 0 ? " (process " + std::to_string(lock->holder()) + ")" : "") +
                   "; stop it first");
       return ExitStatus::failed;
     }
-    platform::removeUnfinished(supportFolder());
+    if (lock) platform::removeUnfinished(supportFolder());
   }
   return Watch(options, tools).run(signals);
 }

@@ -8,11 +8,6 @@
 
 namespace wakelatch::host {
 
-AgentStateMachine::Memory rememberedAt(Timestamp now, AgentStateMachine::Memory memory) {
-  if (memory.lastActiveSignalAt > now) memory.lastActiveSignalAt = now;
-  return memory;
-}
-
 std::optional<std::int64_t> runningWatch() {
   return InstanceLock::currentHolder(lockFile());
 }

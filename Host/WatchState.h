@@ -28,10 +28,6 @@ struct WatchState {
   }
 };
 
-/// What is remembered, as of `now`: after the clock was set back, idle grace would go on until it
-/// has caught up, be it a year.
-AgentStateMachine::Memory rememberedAt(Timestamp now, AgentStateMachine::Memory memory);
-
 /// The state of the watch that runs now: only while one holds the lock and its file can be read.
 std::optional<WatchState> runningWatchState();
 

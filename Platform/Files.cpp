@@ -38,26 +38,29 @@ bool flushToDisk(int fd) {
   return ::fsync(fd) == 0;
 }
 
-enum class Allowed { files, filesAndDevices };
-
-/// Opens `file` without ever waiting, as the open of a pipe waits for its other side. Without a
-/// descriptor, errno says why. Throws when it is no regular file nor, if allowed, a device.
-Descriptor openWithoutWaiting(const std::filesystem::path& file, int flags, Allowed allowed) {
-  Descriptor opened(::open(file.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
-  if (opened.get() < 0) return opened;
-  struct stat status {};
-  if (::fstat(opened.get(), &status) != 0) fail(errno, "cannot examine", file);
-  if (S_ISDIR(status.st_mode)) fail(EISDIR, "cannot read", file);
-  if (S_ISREG(status.st_mode)) return opened;
-  if (S_ISCHR(status.st_mode) && allowed == Allowed::filesAndDevices) return opened;
-  fail(EINVAL, "no regular file:", file);
+/// Neither this user nor root, who may do as he likes; root himself may use what is anybody's.
+bool isStranger(uid_t owner) {
+  const uid_t user = ::geteuid();
+  return owner != user && owner != 0 && user != 0;
 }
 
-/// Somebody else's link, in a folder where others may write, could lead anywhere.
-bool isForeignLink(const std::filesystem::path& file) {
+/// Opens `file` without ever waiting, as the open of a pipe waits for its other side. Without a
+/// descriptor, errno says why. A link is followed unless a stranger has put it there.
+Descriptor openWithoutWaiting(const std::filesystem::path& file, int flags) {
+  const auto open = [&file, all = flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC](int more) {
+    return Descriptor(::open(file.c_str(), all | more, 0600));
+  };
+  Descriptor opened = open(O_NOFOLLOW);
+  struct stat link {};
+  if (opened.get() >= 0 || errno != ELOOP || ::lstat(file.c_str(), &link) != 0) return opened;
+  if (isStranger(link.st_uid)) fail(EPERM, "another user's link:", file);
+  return open(0);
+}
+
+struct stat statusOf(const Descriptor& opened, const std::filesystem::path& file) {
   struct stat status {};
-  return ::lstat(file.c_str(), &status) == 0 && S_ISLNK(status.st_mode) && status.st_uid != 0 &&
-         status.st_uid != ::geteuid();
+  if (::fstat(opened.get(), &status) != 0) fail(errno, "cannot examine", file);
+  return status;
 }
 
 /// Ends the name of a file that is to take another one's place.
@@ -78,9 +81,15 @@ std::filesystem::path homeDirectory() {
   return "/";
 }
 
-std::string readFile(const std::filesystem::path& file) {
-  const Descriptor input = openWithoutWaiting(file, O_RDONLY, Allowed::files);
+std::string readFile(const std::filesystem::path& file, Owner owner) {
+  const Descriptor input = openWithoutWaiting(file, O_RDONLY);
   if (input.get() < 0) fail(errno, "cannot read", file);
+  const struct stat status = statusOf(input, file);
+  if (S_ISDIR(status.st_mode)) fail(EISDIR, "cannot read", file);
+  if (!S_ISREG(status.st_mode)) fail(EINVAL, "no regular file:", file);
+  if (owner == Owner::userOrRoot && isStranger(status.st_uid)) {
+    fail(EPERM, "another user's file:", file);
+  }
   std::string content;
   std::array<char, 65536> block;
   for (;;) {
@@ -99,19 +108,28 @@ void createFolders(const std::filesystem::path& folder) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) fail(error.value(), "cannot create the folder", folder);
+  struct stat link {
+  }, status{};
+  if (::lstat(folder.c_str(), &link) != 0 || ::stat(folder.c_str(), &status) != 0) {
+    fail(errno, "cannot examine the folder", folder);
+  }
+  const bool isShared = status.st_uid != ::geteuid() && (status.st_mode & S_IWOTH) != 0;
+  if (isStranger(link.st_uid) || isStranger(status.st_uid) || (isShared && ::geteuid() != 0)) {
+    fail(EPERM, "a folder that others can fill:", folder);
+  }
 }
 
 void append(const std::filesystem::path& file, std::string_view bytes) {
-  const auto open = [&file] {
-    return openWithoutWaiting(file, O_WRONLY | O_APPEND | O_CREAT, Allowed::filesAndDevices);
-  };
-  if (isForeignLink(file)) fail(EPERM, "another user's link:", file);
+  const auto open = [&file] { return openWithoutWaiting(file, O_WRONLY | O_APPEND | O_CREAT); };
   Descriptor output = open();
   if (output.get() < 0 && errno == ENOENT) {
     createFolders(file.parent_path());
     output = open();
   }
   if (output.get() < 0) fail(errno, "cannot open", file);
+  const struct stat status = statusOf(output, file);
+  const bool isOurs = S_ISREG(status.st_mode) && status.st_nlink == 1 && !isStranger(status.st_uid);
+  if (!isOurs && !S_ISCHR(status.st_mode)) fail(EINVAL, "no file of this name alone:", file);
   if (!writeAll(output.get(), bytes) || !output.close()) fail(errno, "cannot write", file);
 }
 

@@ -18,15 +18,21 @@ std::filesystem::path homeDirectory();
 /// More than any file of ours ever holds; what is put in its place may be of any size.
 inline constexpr std::size_t maxReadBytes = 16U << 20;
 
-/// The whole content of a regular file of at most maxReadBytes.
-std::string readFile(const std::filesystem::path& file);
+/// Whose files readFile() takes.
+enum class Owner { userOrRoot, anybody };
 
-/// Creates `folder` with all missing folders above it; no error when it exists.
+/// The whole content of a regular file of at most maxReadBytes. A link of another user (but root)
+/// is not followed.
+std::string readFile(const std::filesystem::path& file, Owner owner = Owner::userOrRoot);
+
+/// Creates `folder` with all missing folders above it; no error when it exists, unless it is
+/// another user's (but root's) or leads to a folder where everybody may write. Root may use all.
 void createFolders(const std::filesystem::path& folder);
 
-/// Adds `bytes` at the end of `file`: a regular one, or a device such as /dev/null. The file and
-/// the folders above it are made when missing, with the modes that the user's umask leaves. A link
-/// of another user (but root) is not followed.
+/// Adds `bytes` at the end of `file`: a regular one of the user's or root's with no other name, or
+/// a device such as /dev/null. The file is made when missing, readable and writable by the user
+/// alone, and the folders above it with the modes that the umask leaves. A link of another user
+/// (but root) is not followed.
 void append(const std::filesystem::path& file, std::string_view bytes);
 
 /// How far writeAtomically() goes before it lets the new content take the old one's place.

@@ -21,7 +21,8 @@ class SerialQueue {
 
   /// @param label  the thread's name, see startThread()
   explicit SerialQueue(std::string label);
-  /// Waits until every task submitted so far has run. Not from a task of this queue.
+  /// Waits until every task submitted so far has run. Not from a task of this queue, nor in a fork
+  /// of the process, where nobody would run them.
   ~SerialQueue();
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;

@@ -105,7 +105,9 @@ TEST(Faults, WhatStandsInAFilesPlaceIsNamedAndLeftAlone) {
 TEST(Faults, AHomeThatCannotBeWrittenIsNamedAndWatchingGoesOn) {
   const TemporaryHome home;
   const char* const path = home.path().c_str();
-  if (::mount("none", path, "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "may not mount";
+  if (::mount("none", path, "tmpfs", MS_RDONLY, "size=64k") != 0) GTEST_SKIP() << "may not mount";
+  EXPECT_THAT(runHost(oneTick).out, HasSubstr("Watching: No active agent signal"));
+  EXPECT_EQ(::mount("none", path, "tmpfs", MS_REMOUNT, "size=64k"), 0);
   EXPECT_EQ(runHost(oneTick).status, 0);
   for (const fs::path& made : fs::recursive_directory_iterator(home.path())) {
     EXPECT_EQ(fs::status(made).permissions() & fs::perms(077), fs::perms::none) << made;
@@ -122,6 +124,26 @@ TEST(Faults, AHomeThatCannotBeWrittenIsNamedAndWatchingGoesOn) {
   EXPECT_EQ(::umount(path), 0);
 }
 
+TEST(Faults, NothingOfAnotherUsersIsUsed) {
+  constexpr uid_t user = 4242, stranger = 2424;
+  if (::geteuid() != 0) GTEST_SKIP() << "root alone can be two users";
+  const TemporaryFolder folder;
+  const fs::path own = folder.path() / "own", foreign = folder.path() / "foreign",
+                 link = folder.path() / "link", twin = folder.path() / "twin";
+  for (const fs::path& file : {own, foreign}) writeFile(file, "precious");
+  fs::create_symlink(own, link);
+  fs::create_hard_link(own, twin);
+  fs::permissions(foreign, fs::perms::all);
+  for (const fs::path& file : {own, folder.path()}) EXPECT_EQ(::chown(file.c_str(), user, 0), 0);
+  for (const fs::path& file : {foreign, link}) EXPECT_EQ(::lchown(file.c_str(), stranger, 0), 0);
+  ASSERT_EQ(::seteuid(user), 0);
+  for (const fs::path& file : {foreign, link, twin}) EXPECT_ANY_THROW(platform::append(file, "x"));
+  for (const fs::path& file : {foreign, link}) EXPECT_ANY_THROW(platform::readFile(file));
+  EXPECT_ANY_THROW(platform::createFolders("/tmp"));
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_EQ(contentOf(own) + contentOf(foreign), "preciousprecious");
+}
+
 TEST(Faults, AClosedStreamGivesItsPlaceToNoFile) {
   const TemporaryHome home;
   platform::ChildProcess watch("/bin/sh",
@@ -134,8 +156,9 @@ TEST(Faults, AClosedStreamGivesItsPlaceToNoFile) {
 TEST(Faults, AClockThatIsSetDoesNotStretchTheGrace) {
   for (const double jump : {-3e8, -1e4, 1e4, 3e8}) {
     const Timestamp start = platform::now(), later = after(start, jump);
-    AgentStateMachine machine(rememberedAt(later, {start, true, false}));
+    AgentStateMachine machine({start, true, false});
     for (const double seconds : {0.0, 90.0}) {
+      machine.forgetFuture(after(later, seconds));
       const auto decision = machine.evaluate(AppMode::watchAgentUI, {}, {true, {}, ""}, {}, {},
                                              false, {}, after(later, seconds));
       EXPECT_EQ(decision.shouldPreventSleep, jump < 0 && seconds == 0) << jump;

@@ -107,17 +107,5 @@ TEST(Text, FoldingTakesEveryCharacterAsTheSystemDoesAfterAnyKindOfLetter) {
   }
 }
 
-TEST(Text, FoldingGivesTheSameForATextCutBeforeAscii) {
-  const std::string text =
-      "aI\u0307\n\u0301\u2500e\u0301 \uD558\u11AB\xE2\x94z\u2714\uFE0FI\u00DF.";
-  for (std::size_t cut = 0; cut < text.size(); ++cut) {
-    if ((text[cut] & 0x80) != 0) continue;
-    for (const Casing casing : {common, turkic})
-      EXPECT_EQ(folded(text.substr(0, cut), casing) + folded(text.substr(cut), casing),
-                folded(text, casing))
-          << cut;
-  }
-}
-
 }  // namespace
 }  // namespace wakelatch::platform

@@ -14,6 +14,10 @@ void AgentStateMachine::markFinished(Timestamp time, double gracePeriod) {
   markActive(after(time, -gracePeriod - 1.0));
 }
 
+void AgentStateMachine::forgetFuture(Timestamp now) {
+  if (memory_.lastActiveSignalAt > now) memory_.lastActiveSignalAt = now;
+}
+
 GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& settings,
                                           const PowerSnapshot& power, LidState lidState,
                                           const ActivitySignal& signal, bool isPreventingSleep,

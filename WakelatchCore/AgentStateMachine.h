@@ -39,6 +39,10 @@ class AgentStateMachine {
   void markFinished(Timestamp time, double gracePeriod);
 
   /// The first rule that applies decides, in a fixed order; `signal` is the strongest of the tick.
+  /// For the host, before evaluate(): work seen later than `now` counts as seen now. After the
+  /// clock was set back its grace period would otherwise last until the clock has caught up.
+  void forgetFuture(Timestamp now);
+
   /// @param isPreventingSleep  the sleep controller holds the machine awake at this moment
   /// @param thermalState       of the process, as the platform reports it
   GuardDecision evaluate(AppMode mode, const GuardSettings& settings, const PowerSnapshot& power,

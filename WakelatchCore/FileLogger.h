@@ -16,14 +16,14 @@ namespace wakelatch {
 
 /// Appends one line "[2025-03-01T14:05:09Z] message" per call to a text file. Any thread may log;
 /// the caller never waits for the disk. Lines are written in the order of the calls, by a queue of
-/// the logger's own; the file is opened and closed for each, and made with its folder where they
-/// are missing. A line that cannot be written is lost without a word.
+/// the logger's own; the file is opened and closed for each, and made, for its user alone, with
+/// its folder where they are missing. A line that cannot be written is lost without a word.
 class FileLogger {
  public:
   /// Touches no file.
   /// @param logURL  absent: "Library/Logs/Wakelatch.log" in the user's home folder
   explicit FileLogger(std::optional<std::filesystem::path> logURL = std::nullopt);
-  /// Waits until every line logged so far is written or lost.
+  /// Waits until every line logged so far is written or lost. Not in a fork of the process.
   ~FileLogger() = default;
   FileLogger(const FileLogger&) = delete;
   FileLogger& operator=(const FileLogger&) = delete;

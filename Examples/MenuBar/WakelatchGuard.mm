@@ -79,6 +79,7 @@ struct Machinery {
     const core::LidState lidState = lid.lidState();
     const core::ThermalState heat = thermalState();
     const core::ActivitySignal signal = activity.detect(settings, reading, now);
+    machine.forgetFuture(now);
     const core::GuardDecision decision =
         machine.evaluate(mode, settings, reading, lidState, signal,
                          controller.isSleepPreventionEnabled(), heat, now);

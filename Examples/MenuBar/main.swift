@@ -30,7 +30,6 @@ final class AppDelegate: NSObject, NSApplicationDelegate {
   }
 }
 
-umask(0o077)  // the log is created with what this leaves: readable by its user alone
 let delegate = AppDelegate()
 let application = NSApplication.shared
 application.delegate = delegate

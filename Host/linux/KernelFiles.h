@@ -18,7 +18,7 @@ namespace wakelatch::host {
 /// may not be read.
 inline std::optional<std::string> kernelFile(const std::filesystem::path& file) {
   try {
-    return platform::readFile(file);
+    return platform::readFile(file, platform::Owner::anybody);
   } catch (const std::system_error&) {
     return std::nullopt;
   }
