@@ -71,6 +71,6 @@ fuzz:
 
 install:
 	@cmake/bootstrap run
-	cmake --preset release -DCMAKE_INSTALL_PREFIX=$(abspath $(PREFIX))
+	cmake --preset release -DCMAKE_INSTALL_PREFIX:PATH="$(PREFIX)"
 	cmake --build --preset release
 	cmake --install build/release
