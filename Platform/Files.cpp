@@ -40,8 +40,7 @@ bool flushToDisk(int fd) {
 
 /// Neither this user nor root, who may do as he likes; root himself may use what is anybody's.
 bool isStranger(uid_t owner) {
-  const uid_t user = ::geteuid();
-  return owner != user && owner != 0 && user != 0;
+  return owner != 0 && owner != ::geteuid() && ::geteuid() != 0;
 }
 
 /// Opens `file` without ever waiting, as the open of a pipe waits for its other side. Without a
