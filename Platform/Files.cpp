@@ -127,8 +127,8 @@ void append(const std::filesystem::path& file, std::string_view bytes) {
   }
   if (output.get() < 0) fail(errno, "cannot open", file);
   const struct stat status = statusOf(output, file);
-  const bool isOurs = S_ISREG(status.st_mode) && status.st_nlink == 1 && !isStranger(status.st_uid);
-  if (!isOurs && !S_ISCHR(status.st_mode)) fail(EINVAL, "no file of this name alone:", file);
+  if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) fail(EINVAL, "no regular file:", file);
+  if (isStranger(status.st_uid)) fail(EPERM, "another user's file:", file);
   if (!writeAll(output.get(), bytes) || !output.close()) fail(errno, "cannot write", file);
 }
 

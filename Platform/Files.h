@@ -29,10 +29,10 @@ std::string readFile(const std::filesystem::path& file, Owner owner = Owner::use
 /// another user's (but root's) or leads to a folder where everybody may write. Root may use all.
 void createFolders(const std::filesystem::path& folder);
 
-/// Adds `bytes` at the end of `file`: a regular one of the user's or root's with no other name, or
-/// a device such as /dev/null. The file is made when missing, readable and writable by the user
-/// alone, and the folders above it with the modes that the umask leaves. A link of another user
-/// (but root) is not followed.
+/// Adds `bytes` at the end of `file`: a regular one or a device such as /dev/null, of this user or
+/// of root. The file is made when missing, readable and writable by the user alone, and the folders
+/// above it with the modes that the umask leaves. A link of another user (but root) is not
+/// followed. A file with other names is as good as any: backups give it some.
 void append(const std::filesystem::path& file, std::string_view bytes);
 
 /// How far writeAtomically() goes before it lets the new content take the old one's place.

@@ -129,16 +129,17 @@ TEST(Faults, NothingOfAnotherUsersIsUsed) {
   if (::geteuid() != 0) GTEST_SKIP() << "root alone can be two users";
   const TemporaryFolder folder;
   const fs::path own = folder.path() / "own", foreign = folder.path() / "foreign",
-                 link = folder.path() / "link", twin = folder.path() / "twin";
+                 link = folder.path() / "link";
   for (const fs::path& file : {own, foreign}) writeFile(file, "precious");
   fs::create_symlink(own, link);
-  fs::create_hard_link(own, twin);
   fs::permissions(foreign, fs::perms::all);
   for (const fs::path& file : {own, folder.path()}) EXPECT_EQ(::chown(file.c_str(), user, 0), 0);
   for (const fs::path& file : {foreign, link}) EXPECT_EQ(::lchown(file.c_str(), stranger, 0), 0);
   ASSERT_EQ(::seteuid(user), 0);
-  for (const fs::path& file : {foreign, link, twin}) EXPECT_ANY_THROW(platform::append(file, "x"));
-  for (const fs::path& file : {foreign, link}) EXPECT_ANY_THROW(platform::readFile(file));
+  for (const fs::path& file : {foreign, link}) {
+    EXPECT_ANY_THROW(platform::append(file, "x"));
+    EXPECT_ANY_THROW(platform::readFile(file));
+  }
   EXPECT_ANY_THROW(platform::createFolders("/tmp"));
   ASSERT_EQ(::seteuid(0), 0);
   EXPECT_EQ(contentOf(own) + contentOf(foreign), "preciousprecious");
