@@ -67,7 +67,7 @@ fuzz:
 	@cmake/bootstrap ci
 	cmake --preset fuzz
 	cmake --build --preset fuzz
-	@Fuzz/run $(SECONDS)
+	@Fuzz/run $(SECONDS) $(SEED)
 
 install:
 	@cmake/bootstrap run
