@@ -188,16 +188,16 @@ Finding checkWatch(std::optional<std::int64_t> holder,
     return {"watch", false, who + " has not ticked for " + std::to_string(int(age)) + " s",
             "stop it and start it again"};
   }
-  if (!state->isSleepPreventionEnabled) return {"watch", true, who + " lets this machine sleep"};
-  if (!state->appliedLetDisplaySleep) {
+  if (!state->held.isToolWanted) return {"watch", true, who + " lets this machine sleep"};
+  if (!state->held.isToolRunning()) {
     return {"watch", false, who + " wants this machine awake, but its keep-awake tool does not run",
             "see the log for the reason"};
   }
-  if (settings && *state->appliedLetDisplaySleep != settings->letDisplaySleep) {
+  if (settings && *state->held.letDisplaySleep != settings->letDisplaySleep) {
     return {"watch", false, who + " has not taken over the display setting",
             "it does at its next tick; see its messages when it does not"};
   }
-  if (settings && settings->keepAwakeWithLidClosed && !state->isLidClosedProtectionEngaged) {
+  if (settings && settings->keepAwakeWithLidClosed && !state->held.isLidClosedEngaged) {
     return {"watch", false, "lid-closed mode is switched on, but " + who + " has not engaged it",
             "the prompt was declined: switch the mode off and on again, or wait 15 minutes"};
   }

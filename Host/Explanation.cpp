@@ -84,9 +84,9 @@ std::vector<std::string> whatChangesNext(const OneTick& tick) {
       next.emplace_back("ends when external power goes");
       break;
   }
-  if (watch && watch->releaseDueAt) {
+  if (watch && watch->held.releaseDueAt) {
     next.push_back("the lid-closed keep-awake is released in " +
-                   seconds(std::max(0.0, secondsBetween(seen.at, *watch->releaseDueAt))) +
+                   seconds(std::max(0.0, secondsBetween(seen.at, *watch->held.releaseDueAt))) +
                    " unless work is seen");
   }
   if (!seen.power.isOnACPower && seen.power.batteryPercent && decision.shouldPreventSleep) {

@@ -12,7 +12,7 @@ OneTick tickOnce(std::optional<AppMode> mode, Tools& tools) {
   tick.isWatchRunning = runningWatch().has_value();
   tick.watch = runningWatchState();
   tick.mode = mode.value_or(tick.watch ? tick.watch->mode : AppMode::watchAgentUI);
-  tick.isPreventingSleep = tick.watch && tick.watch->isSleepPreventionEnabled;
+  tick.isPreventingSleep = tick.watch && tick.watch->held.isHeld();
 
   tick.seen = Observer(tools.runner()).look(tick.settings, platform::now());
   AgentStateMachine machine(tick.watch ? tick.watch->memory() : AgentStateMachine::Memory());

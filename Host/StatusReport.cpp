@@ -79,15 +79,15 @@ std::string padded(std::string text, std::size_t width) {
 std::string describe(const WatchState& watch) {
   std::string text = "process " + std::to_string(watch.pid) + ", mode " +
                      std::string(displayName(watch.mode)) + ": ";
-  if (!watch.isSleepPreventionEnabled) {
+  if (!watch.held.isToolWanted) {
     text += "sleep allowed";
-  } else if (!watch.appliedLetDisplaySleep) {
+  } else if (!watch.held.isToolRunning()) {
     text += "keep-awake wanted, but its tool is not running";
   } else {
     text +=
-        *watch.appliedLetDisplaySleep ? "kept awake, display may sleep" : "kept awake, display too";
+        *watch.held.letDisplaySleep ? "kept awake, display may sleep" : "kept awake, display too";
   }
-  if (watch.isLidClosedProtectionEngaged) text += ", lid-closed setting engaged";
+  if (watch.held.isLidClosedEngaged) text += ", lid-closed setting engaged";
   return text;
 }
 

@@ -206,17 +206,21 @@ class Watch {
   void saveState(Timestamp now) {
     const AgentStateMachine::Memory& memory = machine_.memory();
     const SleepController& controller = hands_->controller;
-    const WatchState state{
-        .pid = ::getpid(),
-        .at = now,
-        .mode = options_.mode,
-        .isSleepPreventionEnabled = controller.isSleepPreventionEnabled(),
-        .appliedLetDisplaySleep = controller.appliedLetDisplaySleep(),
-        .isLidClosedProtectionEngaged = controller.isLidClosedProtectionEngaged(),
-        .releaseDueAt = hands_->keepAwake.releaseDueAt(),
-        .lastActiveSignalAt = memory.lastActiveSignalAt,
-        .hasSeenWork = memory.hasSeenWork,
-        .completionSleepIssued = memory.completionSleepIssued};
+    const WatchState state{.pid = ::getpid(),
+                           .at = now,
+                           .intervalSeconds = options_.intervalSeconds,
+                           .mode = options_.mode,
+                           .held = {.isToolWanted = controller.isSleepPreventionEnabled(),
+                                    .letDisplaySleep = controller.appliedLetDisplaySleep(),
+                                    .isToolProven = !hands_->keepAwake.isToolNew(),
+                                    .isLidClosedEngaged = controller.isLidClosedProtectionEngaged(),
+                                    .isRestoreOpen = false,
+                                    .since = {},
+                                    .releaseDueAt = hands_->keepAwake.releaseDueAt(),
+                                    .prompt = {}},
+                           .lastActiveSignalAt = memory.lastActiveSignalAt,
+                           .hasSeenWork = memory.hasSeenWork,
+                           .completionSleepIssued = memory.completionSleepIssued};
     try {
       writeWatchState(state);
       stateFailureNoticed_ = false;

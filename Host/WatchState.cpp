@@ -1,5 +1,6 @@
 #include "Host/WatchState.h"
 
+#include <algorithm>
 #include <system_error>
 
 #include "Host/Folder.h"
@@ -7,6 +8,11 @@
 #include "Platform/Files.h"
 
 namespace wakelatch::host {
+
+bool WatchState::isStuck(Timestamp now) const {
+  // Short intervals are no shorter than what starting the tools of a tick may take.
+  return secondsBetween(at, now) > 3 * std::max(intervalSeconds, 1.0);
+}
 
 std::optional<std::int64_t> runningWatch() {
   return InstanceLock::currentHolder(lockFile());

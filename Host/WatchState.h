@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 
 #include "WakelatchCore/AgentStateMachine.h"
 #include "WakelatchCore/Json.h"
@@ -11,14 +12,30 @@
 
 namespace wakelatch::host {
 
+/// What holds the machine awake, and what stands in the way of letting it go.
+struct Held {
+  bool isToolWanted = false;            ///< the keep-awake tool is to run
+  std::optional<bool> letDisplaySleep;  ///< the display posture of the tool that runs; else absent
+  bool isToolProven = false;            ///< it has run long enough to be believed
+  bool isLidClosedEngaged = false;      ///< the lid-closed setting is on, or not known to be off
+  bool isRestoreOpen = false;           ///< engaged, unwanted, and it could not be restored
+  std::optional<Timestamp> since;       ///< since when something holds the machine awake
+  std::optional<Timestamp> releaseDueAt;  ///< of a lid-closed keep-awake without work
+  std::optional<std::string> prompt;      ///< what the open administrator prompt is for
+
+  bool isToolRunning() const { return letDisplaySleep.has_value(); }
+  bool isHeld() const { return isToolRunning() || isLidClosedEngaged; }
+
+  friend bool operator==(const Held&, const Held&) = default;
+};
+
 struct WatchState {
   std::int64_t pid = 0;
-  Timestamp at;  ///< of the tick
+  Timestamp at;                ///< of the last tick
+  double intervalSeconds = 2;  ///< between ticks
+  bool isStopped = false;      ///< by Ctrl-Z, until it is continued
   AppMode mode = AppMode::watchAgentUI;
-  bool isSleepPreventionEnabled = false;
-  std::optional<bool> appliedLetDisplaySleep = {};
-  bool isLidClosedProtectionEngaged = false;
-  std::optional<Timestamp> releaseDueAt = {};  ///< of a lid-closed keep-awake without work
+  Held held;
   std::optional<Timestamp> lastActiveSignalAt = {};
   bool hasSeenWork = false;
   bool completionSleepIssued = false;
@@ -26,6 +43,8 @@ struct WatchState {
   AgentStateMachine::Memory memory() const {
     return {lastActiveSignalAt, hasSeenWork, completionSleepIssued};
   }
+  /// The last tick is longer ago than three intervals: nothing decides any more.
+  bool isStuck(Timestamp now) const;
 };
 
 /// The state of the watch that runs now: only while one holds the lock and its file can be read.
@@ -41,14 +60,24 @@ void writeWatchState(const WatchState& state);
 
 namespace wakelatch {
 template <>
+inline constexpr auto jsonFields<host::Held> = std::tuple{
+    required("isToolWanted", &host::Held::isToolWanted),
+    optional("letDisplaySleep", &host::Held::letDisplaySleep),
+    required("isToolProven", &host::Held::isToolProven),
+    required("isLidClosedEngaged", &host::Held::isLidClosedEngaged),
+    required("isRestoreOpen", &host::Held::isRestoreOpen),
+    optional("since", &host::Held::since),
+    optional("releaseDueAt", &host::Held::releaseDueAt),
+    optional("prompt", &host::Held::prompt),
+};
+template <>
 inline constexpr auto jsonFields<host::WatchState> = std::tuple{
     required("pid", &host::WatchState::pid),
     required("at", &host::WatchState::at),
+    required("intervalSeconds", &host::WatchState::intervalSeconds),
+    required("isStopped", &host::WatchState::isStopped),
     required("mode", &host::WatchState::mode),
-    required("isSleepPreventionEnabled", &host::WatchState::isSleepPreventionEnabled),
-    optional("appliedLetDisplaySleep", &host::WatchState::appliedLetDisplaySleep),
-    required("isLidClosedProtectionEngaged", &host::WatchState::isLidClosedProtectionEngaged),
-    optional("releaseDueAt", &host::WatchState::releaseDueAt),
+    required("held", &host::WatchState::held),
     optional("lastActiveSignalAt", &host::WatchState::lastActiveSignalAt),
     required("hasSeenWork", &host::WatchState::hasSeenWork),
     required("completionSleepIssued", &host::WatchState::completionSleepIssued),

@@ -129,7 +129,7 @@ TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
   const json shown = statusNow();
   EXPECT_EQ(shown["mode"], "manualKeepAwake");
   EXPECT_EQ(shown["watch"]["pid"], watch.id());
-  EXPECT_EQ(shown["watch"]["isSleepPreventionEnabled"], true);
+  EXPECT_EQ(shown["watch"]["held"]["isToolWanted"], true);
   EXPECT_EQ(runHost({"watch", "--dry-run", "--ticks", "1"}).status, 0);
   EXPECT_TRUE(fs::exists(SleepController::pidFileURL())) << "neither must touch it";
 

@@ -49,8 +49,8 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt > first; }));  // time is counted
   EXPECT_EQ(run("status")["signals"][0]["sessionCount"], 1);
   writeFile(home.path() / "done", "");
-  ASSERT_TRUE(eventually([&] { return state().releaseDueAt.has_value(); }));
-  EXPECT_TRUE(run("explain")["status"]["watch"].contains("releaseDueAt"));
+  ASSERT_TRUE(eventually([&] { return state().held.releaseDueAt.has_value(); }));
+  EXPECT_TRUE(run("explain")["status"]["watch"]["held"].contains("releaseDueAt"));
   watch.send(SIGTERM);
   std::istringstream lines(watch.finish().out);
   for (std::string line; std::getline(lines, line);) documents.emplace("watch", line);

@@ -1,0 +1,69 @@
+// Locks whose use clang checks at compile time: a field says which mutex guards it, a function
+// which mutex it needs held. `-Wthread-safety` (the `clang-libcxx` preset) makes a breach an error;
+// other compilers see a plain mutex.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#if defined(__clang__)
+#define WAKELATCH_THREAD_SAFETY(attribute) __attribute__((attribute))
+#else
+#define WAKELATCH_THREAD_SAFETY(attribute)
+#endif
+
+/// Of a field: read and written only while `mutex` is held.
+#define WAKELATCH_GUARDED_BY(mutex) WAKELATCH_THREAD_SAFETY(guarded_by(mutex))
+/// Of a function: to be called only while `mutex` is held.
+#define WAKELATCH_REQUIRES(mutex) WAKELATCH_THREAD_SAFETY(requires_capability(mutex))
+
+#pragma GCC visibility push(default)
+namespace wakelatch::platform {
+
+class WAKELATCH_THREAD_SAFETY(capability("mutex")) Mutex {
+ public:
+  Mutex() = default;
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  void lock() WAKELATCH_THREAD_SAFETY(acquire_capability()) { mutex_.lock(); }
+  void unlock() WAKELATCH_THREAD_SAFETY(release_capability()) { mutex_.unlock(); }
+
+ private:
+  friend class MutexLock;
+  std::mutex mutex_;
+};
+
+/// Holds a mutex for as long as it lives.
+class WAKELATCH_THREAD_SAFETY(scoped_lockable) MutexLock {
+ public:
+  explicit MutexLock(Mutex& mutex) WAKELATCH_THREAD_SAFETY(acquire_capability(mutex))
+      : lock_(mutex.mutex_) {}
+  ~MutexLock() WAKELATCH_THREAD_SAFETY(release_capability()) {}
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+ private:
+  friend class Condition;
+  std::unique_lock<std::mutex> lock_;
+};
+
+/// What a thread waits for while it lets go of a lock. A wait may end early for no reason: ask
+/// again in a loop, in which clang sees that the lock is held.
+class Condition {
+ public:
+  void wait(MutexLock& lock) { condition_.wait(lock.lock_); }
+  /// False when `deadline` passed.
+  bool waitUntil(MutexLock& lock, std::chrono::steady_clock::time_point deadline) {
+    return condition_.wait_until(lock.lock_, deadline) == std::cv_status::no_timeout;
+  }
+  void notifyOne() { condition_.notify_one(); }
+  void notifyAll() { condition_.notify_all(); }
+
+ private:
+  std::condition_variable condition_;
+};
+
+}  // namespace wakelatch::platform
+#pragma GCC visibility pop
