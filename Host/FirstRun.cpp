@@ -3,7 +3,6 @@
 #include <exception>
 
 #include "Host/Folder.h"
-#include "Host/Notices.h"
 #include "Platform/Files.h"
 #include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/Json.h"
@@ -39,7 +38,7 @@ Defaults load(const std::filesystem::path& file) {
 
 }  // namespace
 
-void greetOnce(const Observation& seen, const GuardSettings& settings) {
+void greetOnce(const Observation& seen, const GuardSettings& settings, Notifier& notifier) {
   const auto file = supportFolder() / "defaults.json";
   try {
     // A program on the command line has no terms to accept first.
@@ -47,13 +46,13 @@ void greetOnce(const Observation& seen, const GuardSettings& settings) {
     if (!Onboarding::needsOnboarding(load(file).hasCompletedOnboarding, needsLegalAcceptance)) {
       return;
     }
-    printNotice(
+    notifier.tell(
         Onboarding::detectionHeadline(seen.strongest.strength, seen.strongest.appName).text);
-    printNotice("Accessibility permission: " +
-                AccessibilityNotice::onboardingNote(AgentResolver::make(settings).profiles()));
+    notifier.tell("Accessibility permission: " +
+                  AccessibilityNotice::onboardingNote(AgentResolver::make(settings).profiles()));
     platform::writeAtomically(file, encode(Defaults{true}));
   } catch (const std::exception& error) {
-    printNotice(std::string("cannot remember the first start: ") + error.what());
+    notifier.tell(std::string("cannot remember the first start: ") + error.what());
   }
 }
 

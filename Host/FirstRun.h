@@ -1,13 +1,14 @@
 // What a user is told at the very first start.
 #pragma once
 
+#include "Host/Notices.h"
 #include "Host/Observer.h"
 #include "WakelatchCore/Models.h"
 
 namespace wakelatch::host {
 
-/// Prints what was detected and what the accessibility permission is for, once in the life of this
-/// home folder.
-void greetOnce(const Observation& seen, const GuardSettings& settings);
+/// Tells what was detected and what the accessibility permission is for, once in the life of this
+/// home folder. Reads and writes a small file.
+void greetOnce(const Observation& seen, const GuardSettings& settings, Notifier& notifier);
 
 }  // namespace wakelatch::host

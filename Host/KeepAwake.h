@@ -1,84 +1,100 @@
-// Carries the decisions out through the sleep controller, with the patience that a person at the
-// machine expects: no password prompt on every tick, no storm of restarts.
+// Carries decisions out: which of tool, lid-closed setting and sleep a wish of the deciding side
+// comes to, and in which order.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <optional>
-#include <string>
 
+#include "Host/KeepAwakeTool.h"
+#include "Host/LidClosedSetting.h"
+#include "Host/Notices.h"
+#include "Host/ReleaseHold.h"
+#include "Host/WatchState.h"
 #include "Platform/Clock.h"
 #include "WakelatchCore/Models.h"
-#include "WakelatchCore/SleepController.h"
 
 namespace wakelatch::host {
 
-/// What the host does with a decision. All calls come from the tick's thread; they block as long as
-/// the controller's do, an administrator prompt included.
+/// What one tick wants of the machine.
+struct Wish {
+  GuardDecision decision;
+  bool isDanger = false;  ///< battery or heat: let go at once, whoever is being asked
+  bool keepAwakeWithLidClosed = false;
+  bool letDisplaySleep = false;
+  LidState lidState = LidState::unknown;
+  Timestamp at;  ///< of the tick
+
+  /// Takes over what an older wish asked for once and nobody has carried out: going to sleep, as
+  /// long as the newer one does not want the machine awake and nobody has moved the lid.
+  void supersede(const Wish& older) {
+    if (older.decision.shouldSleepNow && !decision.shouldPreventSleep &&
+        older.lidState == lidState) {
+      decision.shouldSleepNow = true;
+    }
+  }
+};
+
+/// The wish for this decision.
+Wish makeWish(const GuardDecision& decision, const GuardSettings& settings,
+              const PowerSnapshot& power, LidState lidState, ThermalState thermalState,
+              Timestamp now);
+
+/// Everything that acts on the machine. Calls come from one thread at a time and block as long as
+/// the controller's do, an open administrator prompt included; cancelling the controller's runners
+/// ends that.
 class KeepAwake {
  public:
-  /// Receives what the user should know, one sentence at a time.
-  using Notice = std::function<void(const std::string&)>;
+  /// Danger that goes on is answered again after this long: with sleep, and with a restore that
+  /// needs no prompt.
+  static constexpr double dangerPauseSeconds = 60;
 
-  /// A refused administrator prompt is not shown again for this long.
-  static constexpr double promptPauseSeconds = 15 * 60;
-  /// A keep-awake tool that ends this soon after its start cannot work here...
-  static constexpr double earlyEndSeconds = 1;
-  /// ...and is started again after this long.
-  static constexpr double toolPauseSeconds = 60;
-
-  /// @param controller           owned by the caller
-  /// @param releaseDelaySeconds  how long a lid-closed keep-awake outlasts the work
-  KeepAwake(SleepController& controller, double releaseDelaySeconds, Notice notice);
-
-  /// Undoes what an earlier run left behind. Before the first apply().
-  void startUp(Timestamp now);
-
-  /// A release waits for its delay only while the machine is not critically hot.
-  void apply(const GuardDecision& decision, const GuardSettings& settings, LidState lidState,
-             ThermalState thermalState, Timestamp now);
-
-  /// The tool was started and has not been seen alive for earlyEndSeconds yet: checkTool() is due.
-  bool isToolNew() const { return toolStartedAt_.has_value(); }
-  /// Notices a tool that ended right after its start.
-  void checkTool();
-
-  /// Restores normal sleep; false when the lid-closed setting may still be engaged.
-  bool restore();
-
-  /// When a lid-closed keep-awake that outlasts its work is released.
-  std::optional<Timestamp> releaseDueAt() const;
-
- private:
-  /// Remembers that a prompt was refused.
-  class Prompt {
-   public:
-    bool mayAsk(Timestamp now) const;
-    void refused(Timestamp now) { refusedAt_ = now; }
-    void forget() { refusedAt_.reset(); }
-
-   private:
-    std::optional<Timestamp> refusedAt_;
+  struct Hooks {
+    LidClosedSetting::PromptShown promptShown;
+    LidClosedSetting::IsCancelled isCancelled;
+    /// Whether nothing newer is wanted. A prompt takes long: work may have begun meanwhile.
+    std::function<bool()> isNewest;
   };
 
-  using SteadyTime = std::chrono::steady_clock::time_point;
+  /// @param controller, notifier  owned by the caller
+  /// @param releaseDelaySeconds   how long a lid-closed keep-awake outlasts the work
+  KeepAwake(SleepController& controller, Notifier& notifier, double releaseDelaySeconds,
+            Hooks hooks);
 
-  void enable(const GuardSettings& settings, Timestamp now);
-  void release(Timestamp now);
-  void noteRestore(bool restored, Timestamp now);
-  bool isToolRunning() const { return controller_.appliedLetDisplaySleep().has_value(); }
+  /// Undoes what an earlier run left behind. Before all others. May prompt.
+  void startUp(Timestamp now);
+
+  /// Does what is wanted now. May prompt.
+  void apply(const Wish& wish);
+
+  /// Lets the machine sleep as far as that goes without asking anybody; true when nothing stays
+  /// engaged.
+  bool letGo(Timestamp now);
+
+  /// Lets go, and asks where that is not enough. True when nothing stays engaged.
+  bool restore(Timestamp now);
+
+  /// Stops the tool and leaves an engaged setting as it is, with a word about it.
+  void leaveEngaged();
+
+  /// What holds the machine awake; since when, and behind which prompt, is the caller's to know.
+  Held held() const;
+
+ private:
+  void prevent(const Wish& wish);
+  void escape(const Wish& wish);
+  void release(const Wish& wish);
+  void sleepIfAskedFor(const Wish& wish);
 
   SleepController& controller_;
-  const double releaseDelaySeconds_;
-  const Notice notice_;
-  Prompt engagePrompt_;
-  Prompt restorePrompt_;
-  std::optional<Timestamp> releasePendingSince_;
+  Notifier& notifier_;
+  const Hooks hooks_;
+  KeepAwakeTool tool_;
+  LidClosedSetting lidClosed_;
+  ReleaseHold hold_;
   std::optional<LidState> sleepWhenReleased_;  ///< the lid when sleep was asked for
-  std::optional<SteadyTime> toolStartedAt_;
-  std::optional<SteadyTime> toolPausedSince_;
-  bool launchFailureNoticed_ = false;
-  bool engageFailureNoticed_ = false;
+  bool isLidClosedWanted_ = false;
+  /// Of the last sleep that was asked for and the last restore tried, in a danger that goes on.
+  std::optional<Timestamp> dangerSleepAt_, dangerRestoreAt_;
 };
 
 }  // namespace wakelatch::host

@@ -1,7 +1,5 @@
 #include "Host/Notices.h"
 
-#include <unistd.h>
-
 #include <iostream>
 
 #include "Host/Terminal.h"
@@ -9,8 +7,17 @@
 namespace wakelatch::host {
 
 void printNotice(const std::string& text) {
-  if (::isatty(STDERR_FILENO) == 1) std::cerr << "\r\033[K";
   std::cerr << "wakelatch: " << printable(text) << std::endl;
+}
+
+void Notifier::problem(const std::string& topic, const std::string& text) {
+  {
+    const platform::MutexLock lock(mutex_);
+    std::string& told = problems_[topic];
+    if (told == text) return;
+    told = text;
+  }
+  if (!text.empty()) tell(text);
 }
 
 }  // namespace wakelatch::host

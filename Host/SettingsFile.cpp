@@ -36,13 +36,10 @@ LiveSettings::LiveSettings(std::filesystem::path file)
 std::string LiveSettings::refresh() {
   try {
     settings_ = loadSettings(file_);
-    problem_.clear();
+    return {};
   } catch (const std::runtime_error& error) {
-    if (std::exchange(problem_, error.what()) != error.what()) {
-      return problem_ + "; until then the settings in force stay";
-    }
+    return std::string(error.what()) + "; until then the settings in force stay";
   }
-  return {};
 }
 
 }  // namespace wakelatch::host

@@ -20,14 +20,13 @@ class LiveSettings {
 
   const GuardSettings& current() const { return settings_; }
 
-  /// Reads the file again. What cannot be used leaves the settings as they were; its message is
-  /// returned the first time it is seen, an empty text otherwise.
+  /// Reads the file again. What cannot be used leaves the settings as they were; the message for
+  /// the user is returned then, an empty text otherwise.
   std::string refresh();
 
  private:
   std::filesystem::path file_;
   GuardSettings settings_;
-  std::string problem_;
 };
 
 }  // namespace wakelatch::host

@@ -11,26 +11,25 @@ namespace {
 /// it would also print letters beyond ASCII as escapes.
 class PlainLanguageRunner : public CommandRunning {
  public:
-  explicit PlainLanguageRunner(double timeoutSeconds) : runner_(timeoutSeconds) {}
+  explicit PlainLanguageRunner(CommandRunning& children) : children_(children) {}
 
   CommandResult run(const ShellCommand& command) override {
     ShellCommand plain{"/usr/bin/env", {"LC_ALL=en_US.UTF-8", command.executable}};
     plain.arguments.insert(plain.arguments.end(), command.arguments.begin(),
                            command.arguments.end());
-    return runner_.run(plain);
+    return children_.run(plain);
   }
 
  private:
-  ProcessCommandRunner runner_;
+  CommandRunning& children_;
 };
 
 }  // namespace
 
-std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds) {
-  return std::make_unique<PlainLanguageRunner>(timeoutSeconds);
+std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children,
+                                                double /*timeoutSeconds*/) {
+  return std::make_unique<PlainLanguageRunner>(children);
 }
-
-std::unique_ptr<CommandRunning> makeAdminRunner() { return makeToolRunner(adminTimeoutSeconds); }
 
 void serviceSystemEvents() {
   @autoreleasepool {

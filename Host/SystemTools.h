@@ -10,13 +10,13 @@
 
 namespace wakelatch::host {
 
-/// The runner of the system's tools, for any thread. On macOS they are child processes, each
-/// stopped after `timeoutSeconds`, whose output does not depend on the user's language; elsewhere
-/// stand-ins in this process answer.
-std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds);
+/// The runner of the system's tools, for any thread. On macOS they run as `children`, with an
+/// output that does not depend on the user's language; elsewhere stand-ins in this process answer,
+/// and wait for other processes no longer than twice `timeoutSeconds`.
+/// @param children  owned by the caller, outlives the result
+std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children, double timeoutSeconds);
 
-/// The runner of commands that show the administrator prompt: time enough for a password.
-std::unique_ptr<CommandRunning> makeAdminRunner();
+/// How long an administrator prompt may stay open: time enough for a password.
 inline constexpr double adminTimeoutSeconds = 120;
 
 /// Lets the system deliver what it has for this process, as an application's main loop would: macOS

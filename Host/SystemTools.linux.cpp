@@ -6,14 +6,11 @@
 
 namespace wakelatch::host {
 
-std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds) {
+std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& /*children*/,
+                                                double timeoutSeconds) {
   LinuxRoots roots;
   roots.logind.timeoutSeconds = timeoutSeconds;
   return std::make_unique<LinuxTools>(std::move(roots));
-}
-
-std::unique_ptr<CommandRunning> makeAdminRunner() {
-  return makeToolRunner(adminTimeoutSeconds);
 }
 
 void serviceSystemEvents() {}

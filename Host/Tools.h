@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "Host/SystemTools.h"
 #include "Host/ToolFolder.h"
@@ -10,6 +11,8 @@
 
 namespace wakelatch::host {
 
+/// Looking at the machine, acting on it and prompting have a runner each, so that each can be
+/// called off by itself. The runners may be used from any thread.
 class Tools {
  public:
   /// How long a tool may take; the longest that a tick should ever wait for one.
@@ -17,20 +20,45 @@ class Tools {
 
   /// @param folder  of programs that stand in for tools of their name; empty: none
   explicit Tools(const std::filesystem::path& folder)
-      : system_(makeToolRunner(timeoutSeconds)), systemAdmin_(makeAdminRunner()) {
-    if (folder.empty()) return;
-    folderRunner_ = std::make_unique<ToolFolder>(folder, child_, *system_);
-    folderAdmin_ = std::make_unique<ToolFolder>(folder, adminChild_, *systemAdmin_);
-  }
+      : looking_(timeoutSeconds, folder),
+        acting_(timeoutSeconds, folder),
+        admin_(adminTimeoutSeconds, folder) {}
 
-  CommandRunning& runner() { return folderRunner_ ? *folderRunner_ : *system_; }
+  /// For looking at the machine.
+  CommandRunning& runner() { return looking_.runner(); }
+  /// For acting on it.
+  CommandRunning& actingRunner() { return acting_.runner(); }
   /// For commands that show the administrator prompt.
-  CommandRunning& adminRunner() { return folderAdmin_ ? *folderAdmin_ : *systemAdmin_; }
+  CommandRunning& adminRunner() { return admin_.runner(); }
+
+  /// End what runs and let nothing begin any more, or again; see CancellableCommandRunner.
+  void cancelLooking() { looking_.children.cancel(); }
+  void cancelActing() {
+    acting_.children.cancel();
+    admin_.children.cancel();
+  }
+  void allowActing() {
+    acting_.children.allow();
+    admin_.children.allow();
+  }
+  bool isActingCancelled() const { return admin_.children.isCancelled(); }
 
  private:
-  ProcessCommandRunner child_{timeoutSeconds};
-  ProcessCommandRunner adminChild_{adminTimeoutSeconds};
-  std::unique_ptr<CommandRunning> system_, systemAdmin_, folderRunner_, folderAdmin_;
+  struct Runner {
+    Runner(double timeout, const std::filesystem::path& folder)
+        : children(timeout), system(makeSystemTools(children, timeout)) {
+      if (!folder.empty()) standIns.emplace(folder, children, *system);
+    }
+    CommandRunning& runner() {
+      return standIns ? static_cast<CommandRunning&>(*standIns) : *system;
+    }
+
+    CancellableCommandRunner children;
+    std::unique_ptr<CommandRunning> system;
+    std::optional<ToolFolder> standIns;
+  };
+
+  Runner looking_, acting_, admin_;
 };
 
 }  // namespace wakelatch::host

@@ -34,14 +34,11 @@ KeepAwakeTrigger keepAwakeTrigger(const GuardDecision& decision, AppMode mode) {
   return KeepAwakeTrigger::none;
 }
 
-UsageRecorder::UsageRecorder(UsageStore& store, FileLogger& logger, UsageMetrics metrics,
+UsageRecorder::UsageRecorder(FileLogger& logger, UsageMetrics metrics,
                              SessionFileAge sessionFileAge)
-    : store_(store),
-      logger_(logger),
-      metrics_(std::move(metrics)),
-      sessionFileAge_(std::move(sessionFileAge)) {}
+    : logger_(logger), metrics_(std::move(metrics)), sessionFileAge_(std::move(sessionFileAge)) {}
 
-std::string UsageRecorder::record(const UsageTick& tick) {
+bool UsageRecorder::record(const UsageTick& tick) {
   const Circumstances current{sessionProcessAlive(tick.signals), tick.lidState};
   std::optional<UsageMetrics> session;
   if (metrics_.sessionStartedAt) session = copyWithoutDays(metrics_);
@@ -55,7 +52,11 @@ std::string UsageRecorder::record(const UsageTick& tick) {
   const bool closed = session && !metrics_.sessionStartedAt;
   if (closed) logClosed(*session, current, tick.now);
   previous_ = current;
-  return closed ? store_.save(metrics_, tick.now) : store_.saveIfDue(metrics_, tick.now);
+
+  const double sinceSaved = savedAt_ ? secondsBetween(*savedAt_, tick.now) : 0;
+  const bool isDue = closed || sinceSaved >= saveIntervalSeconds || sinceSaved < 0;  // set back
+  if (isDue || !savedAt_) savedAt_ = tick.now;
+  return isDue;
 }
 
 /// Whether the process of the open session's agent lives, as far as is known.

@@ -7,8 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "Host/UsageStore.h"
+#include "Platform/Clock.h"
 #include "WakelatchCore/FileLogger.h"
+#include "WakelatchCore/Models.h"
+#include "WakelatchCore/UsageMetrics.h"
 
 namespace wakelatch::host {
 
@@ -28,8 +30,8 @@ struct UsageTick {
 /// Why the machine stays awake, as the statistics count it.
 KeepAwakeTrigger keepAwakeTrigger(const GuardDecision& decision, AppMode mode);
 
-/// Owns the statistics of a running host. Used from the tick's thread; blocks while the file is
-/// written: at most once a minute, and when a session closes.
+/// Owns the statistics of a running host. Used from the tick's thread; blocks only while the age of
+/// a session file is asked for.
 class UsageRecorder {
  public:
   /// The age in whole seconds, at an instant, of the newest session file of an agent; nothing when
@@ -37,22 +39,21 @@ class UsageRecorder {
   using SessionFileAge =
       std::function<std::optional<std::int64_t>(const std::string& agentID, Timestamp at)>;
 
-  /// @param store, logger   owned by the caller; a line is logged for every closed session
-  /// @param metrics         what the store held
+  static constexpr double saveIntervalSeconds = 60;
+
+  /// @param logger          owned by the caller; takes a line for every closed session
+  /// @param metrics         what was saved before
   /// @param sessionFileAge  asked only when a session closes; may be empty
-  UsageRecorder(UsageStore& store, FileLogger& logger, UsageMetrics metrics,
-                SessionFileAge sessionFileAge = {});
+  UsageRecorder(FileLogger& logger, UsageMetrics metrics, SessionFileAge sessionFileAge = {});
   UsageRecorder(const UsageRecorder&) = delete;
   UsageRecorder& operator=(const UsageRecorder&) = delete;
 
   const UsageMetrics& metrics() const { return metrics_; }
 
-  /// Counts one tick. Returns what to tell the user about saving, as UsageStore::save().
-  std::string record(const UsageTick& tick);
-
-  /// To be called on leaving. An open session stays open in the file: the next run's first tick
-  /// goes on with it, or closes it as interrupted at the last tick of this run.
-  std::string finish(Timestamp now) { return store_.save(metrics_, now); }
+  /// Counts one tick. Returns whether the statistics are to be saved now: once a minute, and when a
+  /// session has closed. They are to be saved on leaving too, an open session as it is: the next
+  /// run's first tick goes on with it, or closes it as interrupted at the last tick of this run.
+  bool record(const UsageTick& tick);
 
  private:
   /// What the log says about the moment a session closed.
@@ -63,13 +64,13 @@ class UsageRecorder {
   std::optional<bool> sessionProcessAlive(const std::vector<ActivitySignal>& signals);
   void logClosed(const UsageMetrics& session, const Circumstances& current, Timestamp now);
 
-  UsageStore& store_;
   FileLogger& logger_;
   UsageMetrics metrics_;
   const SessionFileAge sessionFileAge_;
   /// Ticks since the process of the open session's agent was last listed; absent: it never was.
   std::optional<int> ticksUnlisted_;
   Circumstances previous_;
+  std::optional<Timestamp> savedAt_;  ///< absent: nothing is recorded yet
 };
 
 }  // namespace wakelatch::host

@@ -40,7 +40,6 @@ std::optional<UsageMetrics> loadUsage(const std::filesystem::path& file) {
 }
 
 UsageStore::Opened UsageStore::open(Timestamp now) {
-  lastTry_ = now;
   Opened opened{UsageMetrics(now), {}};
   const auto leaveAlone = [&](const std::string& why) {
     mayWrite_ = false;
@@ -62,27 +61,17 @@ UsageStore::Opened UsageStore::open(Timestamp now) {
   return opened;
 }
 
-std::string UsageStore::save(const UsageMetrics& metrics, Timestamp now) {
-  lastTry_ = now;
+std::string UsageStore::save(const UsageMetrics& metrics) {
   if (!mayWrite_) return {};
   try {
     const std::string text = encode(metrics);
     platform::createFolders(file_.parent_path());
     platform::writeAtomically(file_, text, platform::Durability::power);
-    failing_ = false;
+    return {};
   } catch (const std::exception& error) {
-    if (std::exchange(failing_, true)) return {};
     return std::string("usage: ") + error.what() +
            "; what is on disk stays as it was, saving is tried again every minute";
   }
-  return {};
-}
-
-std::string UsageStore::saveIfDue(const UsageMetrics& metrics, Timestamp now) {
-  const double sinceLastTry = secondsBetween(lastTry_, now);
-  const bool clockWasSetBack = sinceLastTry < 0;
-  if (sinceLastTry < saveIntervalSeconds && !clockWasSetBack) return {};
-  return save(metrics, now);
 }
 
 }  // namespace wakelatch::host

@@ -24,8 +24,6 @@ std::optional<UsageMetrics> loadUsage(const std::filesystem::path& file);
 /// file system. Nothing is thrown: what goes wrong is told in a notice for the user.
 class UsageStore {
  public:
-  static constexpr double saveIntervalSeconds = 60;
-
   /// Touches no file.
   explicit UsageStore(std::filesystem::path file) : file_(std::move(file)) {}
   UsageStore(const UsageStore&) = delete;
@@ -40,17 +38,13 @@ class UsageStore {
   /// then. To be called once, by the process that holds the instance lock.
   Opened open(Timestamp now);
 
-  /// Saves; a crash or power cut leaves the old or the new content whole. Returns a notice for the
-  /// first failure of a row of failures, else an empty text.
-  std::string save(const UsageMetrics& metrics, Timestamp now);
-  /// The same, unless the last try is less than a minute ago.
-  std::string saveIfDue(const UsageMetrics& metrics, Timestamp now);
+  /// Saves; a crash or power cut leaves the old or the new content whole. Returns what to tell the
+  /// user when that fails, else an empty text.
+  std::string save(const UsageMetrics& metrics);
 
  private:
   const std::filesystem::path file_;
   bool mayWrite_ = true;
-  bool failing_ = false;
-  Timestamp lastTry_;
 };
 
 }  // namespace wakelatch::host

@@ -1,253 +1,306 @@
-#include "Host/Commands.h"
-
+// `watch`: the deciding side. Looks, decides and counts once an interval, whatever the acting side
+// (Actor) and the telling side (Teller) are busy with.
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <atomic>
 #include <chrono>
 #include <exception>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
 
+#include "Host/Actor.h"
+#include "Host/Commands.h"
 #include "Host/FirstRun.h"
 #include "Host/Folder.h"
 #include "Host/InstanceLock.h"
-#include "Host/KeepAwake.h"
 #include "Host/Notices.h"
 #include "Host/Observer.h"
+#include "Host/Saver.h"
 #include "Host/SettingsFile.h"
+#include "Host/Signals.h"
 #include "Host/StatusReport.h"
-#include "Host/StopSignals.h"
-#include "Host/Terminal.h"
+#include "Host/Teller.h"
 #include "Host/UsageRecorder.h"
 #include "Host/UsageStore.h"
 #include "Host/WatchState.h"
 #include "Platform/Files.h"
-#include "Platform/Text.h"
+#include "Platform/Mutex.h"
 #include "WakelatchCore/AgentStateMachine.h"
 #include "WakelatchCore/FileLogger.h"
-#include "WakelatchCore/SleepController.h"
 
 namespace wakelatch::host {
 namespace {
 
-/// Prints ticks as the options and the terminal ask for.
-class TickPrinter {
- public:
-  TickPrinter(bool json, bool isTerminal) : json_(json), isTerminal_(isTerminal) {}
-  ~TickPrinter() {
-    if (lineIsOpen_) std::cout << std::endl;
-  }
-  TickPrinter(const TickPrinter&) = delete;
-  TickPrinter& operator=(const TickPrinter&) = delete;
+using SteadyClock = std::chrono::steady_clock;
 
-  /// False when nobody reads any more. Another failure is told once: a full disk is no reason to
-  /// stop keeping the machine awake.
-  bool print(const StatusReport& report) {
-    errno = 0;
-    write(report);
-    if (std::cout) {
-      failureNoticed_ = false;
-      return true;
-    }
-    const int error = errno;
-    std::cout.clear();
-    if (error == EPIPE || error == EIO) return false;
-    if (!std::exchange(failureNoticed_, true)) {
-      printNotice("cannot print: " + std::generic_category().message(error));
-    }
-    return true;
+/// The pause between ticks, which others may end.
+class Pause {
+ public:
+  /// Waits until `end` at most; false when the watch is to end.
+  bool waitUntil(SteadyClock::time_point end) {
+    platform::MutexLock lock(mutex_);
+    while (!isOver_ && !isShortened_ && condition_.waitUntil(lock, end)) continue;
+    isShortened_ = false;
+    return !isOver_;
+  }
+  /// The next tick comes at once.
+  void shorten() { set(isShortened_); }
+  /// There is no next tick.
+  void endWatch() { set(isOver_); }
+  bool isWatchOver() {
+    const platform::MutexLock lock(mutex_);
+    return isOver_;
   }
 
  private:
-  void write(const StatusReport& report) {
-    if (json_) {
-      std::cout << encode(report, DateCoding::iso8601) << std::endl;
-    } else if (isTerminal_) {
-      // A line that wraps could not be taken back.
-      const std::string line = *report.at + ' ' + printable(statusLine(report));
-      std::cout << "\r\033[K"
-                << platform::firstCharacters(line, static_cast<std::size_t>(terminalWidth() - 1))
-                << std::flush;
-      lineIsOpen_ = true;
-    } else if (isChange(report.decision)) {
-      std::cout << *report.at << ' ' << printable(statusLine(report)) << std::endl;
+  void set(bool& flag) {
+    {
+      const platform::MutexLock lock(mutex_);
+      flag = true;
     }
+    condition_.notifyAll();
   }
 
-  /// Reasons that count seconds change on every tick; what they are about does not.
-  bool isChange(const GuardDecision& decision) {
-    GuardDecision key = decision;
-    std::erase_if(key.reason, [](char c) { return c >= '0' && c <= '9'; });
-    if (last_ == key) return false;
-    last_ = key;
-    return true;
-  }
-
-  const bool json_;
-  const bool isTerminal_;
-  bool lineIsOpen_ = false;
-  bool failureNoticed_ = false;
-  std::optional<GuardDecision> last_;
+  platform::Mutex mutex_;
+  platform::Condition condition_;
+  bool isOver_ = false, isShortened_ = false;
 };
 
-/// Prints a notice, if there is one.
-void tell(const std::string& notice) {
-  if (!notice.empty()) printNotice(notice);
-}
-
-/// What carries decisions out and counts them. A dry run has none: even its end would touch the
-/// files of a watch that runs beside it.
+/// What a watch does beside deciding and telling. A dry run has none of it: even its end would
+/// touch the files of a watch that runs beside it.
 struct Hands {
-  SleepController controller;
-  KeepAwake keepAwake;
   UsageStore store{usageFile()};
+  UsageStore::Opened opened = store.open(platform::now());
   UsageRecorder usage;
+  Saver saver;
+  Actor actor;
 
-  Hands(const WatchOptions& options, Tools& tools, const Observer& observer)
-      : controller(
-            tools.runner(), tools.adminRunner(), FileLogger::shared(),
-            options.caffeinatePath.empty() ? keepAwakeTool().string() : options.caffeinatePath),
-        keepAwake(controller, options.releaseDelaySeconds, printNotice),
-        usage(store, FileLogger::shared(), openUsage(store),
+  Hands(const WatchOptions& options, const GuardSettings& settings, Tools& tools,
+        Notifier& notifier, const Observer& observer, Teller& teller)
+      : usage(FileLogger::shared(), std::move(opened.metrics),
               [&observer](const std::string& agent, Timestamp at) {
                 return observer.sessionFileAge(agent, at);
-              }) {}
-
-  /// Sleep prevention that is in effect, not only wanted.
-  bool preventsSleep() const {
-    return controller.isSleepPreventionEnabled() && controller.appliedLetDisplaySleep().has_value();
-  }
-
- private:
-  static UsageMetrics openUsage(UsageStore& store) {
-    UsageStore::Opened opened = store.open(platform::now());
-    tell(opened.notice);
-    return std::move(opened.metrics);
+              }),
+        saver(store, notifier),
+        actor({.caffeinatePath = options.caffeinatePath.empty() ? keepAwakeTool().string()
+                                                                : options.caffeinatePath,
+               .releaseDelaySeconds = options.releaseDelaySeconds,
+               .staleSeconds = std::max(60.0, 5 * options.intervalSeconds),
+               .restoreOnLeave = settings.restoreNormalSleepOnQuit},
+              tools, notifier, [&teller](const Held& held) { teller.held(held); }) {
+    if (!opened.notice.empty()) notifier.tell(opened.notice);
+    teller.saveStateWith(saver);
   }
 };
+
+double keptSecondsOn(const std::string& day, const UsageMetrics& metrics) {
+  const auto found = metrics.days.find(day);
+  if (found == metrics.days.end()) return 0;
+  const DayBucket& bucket = found->second;
+  return bucket.protectedSeconds + bucket.keptAwakeSeconds + bucket.manualSeconds +
+         bucket.pluggedInUnlimitedSeconds;
+}
 
 /// The running watch: what lives from its start to its end.
 class Watch {
  public:
-  Watch(const WatchOptions& options, Tools& tools)
+  Watch(const WatchOptions& options, Tools& tools, Signals& signals)
       : options_(options),
+        tools_(tools),
+        signals_(signals),
         settings_(settingsFile()),
         observer_(tools.runner()),
-        printer_(options.json, ::isatty(STDOUT_FILENO) == 1) {
-    if (!options.dryRun) hands_.emplace(options, tools, observer_);
+        teller_(options.json, [this] { pause_.endWatch(); }) {
+    if (!options.dryRun) {
+      hands_.emplace(options, settings_.current(), tools, notifier_, observer_, teller_);
+    }
   }
 
-  ExitStatus run(const StopSignals& signals) {
+  ExitStatus run() {
+    signals_.listen({.stop = [this](int number, int count) { onStop(number, count); },
+                     .suspend = [this] { onSuspend(); },
+                     .resume = [this] { onResume(); },
+                     .resized = [this] { teller_.redraw(); }});
+    bool failed = false;
     try {
-      if (hands_) hands_->keepAwake.startUp(platform::now());
-      for (int tickNumber = 1; !signals.isStopRequested(); ++tickNumber) {
+      for (int tickNumber = 1;; ++tickNumber) {
         const auto start = SteadyClock::now();
-        if (!tick(signals) || tickNumber == options_.ticks) break;
-        waitForNextTick(signals, start);
+        tick(start);
+        if (tickNumber == options_.ticks) {
+          while (hands_ && !pause_.isWatchOver() && !hands_->actor.awaitDone(0.2)) continue;
+          break;
+        }
+        const std::chrono::duration<double> interval(options_.intervalSeconds);
+        if (!pause_.waitUntil(start + std::chrono::duration_cast<SteadyClock::duration>(interval)))
+          break;
       }
     } catch (const std::exception& error) {
-      printNotice(std::string("stopped by a failure: ") + error.what());
-      const ExitStatus status = leave();
-      return status == ExitStatus::done ? ExitStatus::failed : status;
+      notifier_.tell(std::string("stopped by a failure: ") + error.what());
+      failed = true;
     }
-    return leave();
+    const ExitStatus status = leave();
+    return failed && status == ExitStatus::done ? ExitStatus::failed : status;
   }
 
  private:
-  using SteadyClock = std::chrono::steady_clock;
-
-  /// False when the watch is to end: a stop was requested, or nobody reads its reports.
-  bool tick(const StopSignals& signals) {
+  void tick(SteadyClock::time_point start) {
     const Timestamp now = platform::now();
-    tell(settings_.refresh());
+    notifier_.problem("settings", settings_.refresh());
     const GuardSettings& settings = settings_.current();
-    const Observation seen = observer_.look(settings, now);
-    if (signals.isStopRequested()) return false;  // no prompt for somebody who wants to leave
+    Observation seen = observer_.look(settings, now);
+    if (pause_.isWatchOver()) return;  // what was looked at last may have been called off
     machine_.forgetFuture(now);
-    const GuardDecision decision = machine_.evaluate(
-        options_.mode, settings, seen.power, seen.lidState, seen.strongest,
-        hands_ && hands_->controller.isSleepPreventionEnabled(), seen.thermalState, now);
+    WatchState state{.pid = ::getpid(),
+                     .at = now,
+                     .intervalSeconds = options_.intervalSeconds,
+                     .isStopped = false,
+                     .mode = options_.mode,
+                     .held = hands_ ? hands_->actor.held() : Held{}};
+    const GuardDecision decision =
+        machine_.evaluate(options_.mode, settings, seen.power, seen.lidState, seen.strongest,
+                          state.held.isHeld(), seen.thermalState, now);
     if (hands_) {
-      hands_->keepAwake.apply(decision, settings, seen.lidState, seen.thermalState, now);
-      tell(hands_->usage.record({.mode = options_.mode,
-                                 .settings = settings,
-                                 .power = seen.power,
-                                 .lidState = seen.lidState,
-                                 .strongest = seen.strongest,
-                                 .signals = seen.evidence.merged,
-                                 .decision = decision,
-                                 .preventsSleep = hands_->preventsSleep(),
-                                 .now = now}));
-      saveState(now);
-      if (std::exchange(isFirstTick_, false)) greetOnce(seen, settings);
+      hands_->actor.post(
+          makeWish(decision, settings, seen.power, seen.lidState, seen.thermalState, now), start,
+          settings.restoreNormalSleepOnQuit);
+      count(seen, decision, state.held, now);
+      if (std::exchange(isFirstTick_, false)) greetOnce(seen, settings, notifier_);
     }
-    StatusReport report = makeStatusReport(options_.mode, seen, decision);
-    report.at = platform::iso8601(now);
-    report.isWatchRunning = hands_ || runningWatch();
-    return printer_.print(report);
+    tell(seen, decision, state, now);
   }
 
-  void waitForNextTick(const StopSignals& signals, SteadyClock::time_point tickStart) {
-    const auto secondsLeft = [&] {
-      const std::chrono::duration<double> passed = SteadyClock::now() - tickStart;
-      return options_.intervalSeconds - passed.count();
-    };
-    if (hands_ && hands_->keepAwake.isToolNew()) {
-      if (signals.waitFor(std::min(KeepAwake::earlyEndSeconds, secondsLeft()))) return;
-      hands_->keepAwake.checkTool();
+  void count(const Observation& seen, const GuardDecision& decision, const Held& held,
+             Timestamp now) {
+    if (hands_->usage.record({.mode = options_.mode,
+                              .settings = settings_.current(),
+                              .power = seen.power,
+                              .lidState = seen.lidState,
+                              .strongest = seen.strongest,
+                              .signals = seen.evidence.merged,
+                              .decision = decision,
+                              .preventsSleep = held.isToolRunning() && held.isToolProven,
+                              .now = now})) {
+      hands_->saver.usage(hands_->usage.metrics());
     }
-    signals.waitFor(secondsLeft());
   }
 
-  void saveState(Timestamp now) {
+  void tell(const Observation& seen, const GuardDecision& decision, WatchState& state,
+            Timestamp now) {
     const AgentStateMachine::Memory& memory = machine_.memory();
-    const SleepController& controller = hands_->controller;
-    const WatchState state{.pid = ::getpid(),
-                           .at = now,
-                           .intervalSeconds = options_.intervalSeconds,
-                           .mode = options_.mode,
-                           .held = {.isToolWanted = controller.isSleepPreventionEnabled(),
-                                    .letDisplaySleep = controller.appliedLetDisplaySleep(),
-                                    .isToolProven = !hands_->keepAwake.isToolNew(),
-                                    .isLidClosedEngaged = controller.isLidClosedProtectionEngaged(),
-                                    .isRestoreOpen = false,
-                                    .since = {},
-                                    .releaseDueAt = hands_->keepAwake.releaseDueAt(),
-                                    .prompt = {}},
-                           .lastActiveSignalAt = memory.lastActiveSignalAt,
-                           .hasSeenWork = memory.hasSeenWork,
-                           .completionSleepIssued = memory.completionSleepIssued};
-    try {
-      writeWatchState(state);
-      stateFailureNoticed_ = false;
-    } catch (const std::system_error& error) {
-      if (!stateFailureNoticed_) printNotice(std::string("cannot tell `status`: ") + error.what());
-      stateFailureNoticed_ = true;
+    state.lastActiveSignalAt = memory.lastActiveSignalAt;
+    state.hasSeenWork = memory.hasSeenWork;
+    state.completionSleepIssued = memory.completionSleepIssued;
+
+    Teller::Tick told{.at = now,
+                      .report = makeStatusReport(options_.mode, seen, decision),
+                      .graceEndsAt = {},
+                      .keptSecondsToday = 0};
+    told.report.at = platform::iso8601(now);
+    told.report.isWatchRunning = true;  // this one
+    told.report.watch = state;
+    if (options_.json && uiTextNotice_ == told.report.uiTextNotice) {
+      told.report.uiTextNotice.reset();  // told before
+    } else {
+      uiTextNotice_ = told.report.uiTextNotice;
     }
+    if (decision.status == GuardStatus::idleGrace && memory.lastActiveSignalAt) {
+      told.graceEndsAt = after(*memory.lastActiveSignalAt,
+                               settings_.current().profile(seen.power).idleGracePeriodSeconds);
+    }
+    if (hands_) {
+      told.keptSecondsToday = keptSecondsOn(UsageMetrics::dayKey(now), hands_->usage.metrics());
+    }
+    teller_.tick(std::move(told));
   }
 
   ExitStatus leave() {
-    if (hands_) tell(hands_->usage.finish(platform::now()));
-    if (!hands_ || !settings_.current().restoreNormalSleepOnQuit) return ExitStatus::done;
-    if (hands_->keepAwake.restore()) return ExitStatus::done;
-    printNotice(
-        "the lid-closed setting may still be engaged: this machine may not sleep; "
-        "run: wakelatch restore");
-    return ExitStatus::notRestored;
+    teller_.endScreen();
+    ExitStatus status = ExitStatus::done;
+    if (hands_) {
+      const bool wasHeld = hands_->actor.held().isHeld();
+      hands_->saver.usage(hands_->usage.metrics());
+      hands_->actor.order(Actor::Order::leave);
+      while (!hands_->actor.awaitDone(60)) continue;
+      const bool isEngaged = hands_->actor.held().isLidClosedEngaged;
+      if (isEngaged && (settings_.current().restoreNormalSleepOnQuit || stopNumber_ != 0)) {
+        notifier_.tell(
+            "the lid-closed setting may still be engaged: this machine may not sleep; "
+            "run: wakelatch restore");
+        status = ExitStatus::notRestored;
+      } else if (wasHeld && !isEngaged) {
+        notifier_.tell("normal sleep is restored");
+      }
+    }
+    const int exitCode = stopNumber_ != 0 ? 128 + stopNumber_ : static_cast<int>(status);
+    const bool isSaved = !hands_ || hands_->saver.finish(2);
+    const bool isTold = teller_.finish(1);
+    // Threads that hang on a disk or a terminal cannot be waited for.
+    if (!isSaved || !isTold || stopNumber_ != 0) ::_exit(exitCode);
+    return status;
+  }
+
+  // ------------------------------------------------------------- on the thread of the signals
+
+  void onStop(int number, int count) {
+    constexpr double patience = 5;
+    if (count == 1) {
+      teller_.endScreen();
+      if (hands_ && hands_->actor.held().isHeld()) {
+        notifier_.tell("stopping, and letting this machine sleep");
+      }
+      tools_.cancelLooking();
+      pause_.endWatch();
+      if (hands_) hands_->actor.order(Actor::Order::leave);
+      signals_.exitIn(adminTimeoutSeconds + 30, static_cast<int>(ExitStatus::notRestored));
+      return;
+    }
+    stopNumber_ = number;
+    if (hands_) hands_->actor.order(Actor::Order::abandon);
+    signals_.exitIn(count == 2 ? patience : 0, 128 + number);
+  }
+
+  void onSuspend() {
+    constexpr double patience = 6;
+    if (hands_) {
+      const bool wasHeld = hands_->actor.held().isHeld();
+      hands_->actor.order(Actor::Order::pause);
+      hands_->actor.awaitDone(patience);
+      if (hands_->actor.held().isLidClosedEngaged) {
+        notifier_.tell(
+            "stopped with the lid-closed setting engaged: this machine does not sleep; "
+            "to restore it, go on or run: wakelatch restore");
+      } else if (wasHeld) {
+        notifier_.tell("stopped: this machine may sleep until the watch goes on");
+      }
+      teller_.stopped(true);
+      hands_->saver.finish(0.3);
+    }
+    teller_.finish(0.3);
+  }
+
+  void onResume() {
+    if (hands_) hands_->actor.resume();
+    teller_.redraw();
+    pause_.shorten();
   }
 
   const WatchOptions& options_;
+  Tools& tools_;
+  Signals& signals_;
   LiveSettings settings_;
   Observer observer_;
   AgentStateMachine machine_;
+  Pause pause_;
+  Teller teller_;
+  Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
   std::optional<Hands> hands_;
-  TickPrinter printer_;
+  std::optional<std::string> uiTextNotice_;
   bool isFirstTick_ = true;
-  bool stateFailureNoticed_ = false;
+  std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
 };
 
 /// Whether a lock file could not be made for want of a place to make it; other failures say that
@@ -265,7 +318,7 @@ bool hasNoPlace(const std::error_code& error) {
 }  // namespace
 
 ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
-  const StopSignals signals;
+  Signals signals;
   std::optional<InstanceLock> lock;
   if (!options.dryRun) {
     try {
@@ -282,7 +335,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
     }
     if (lock) platform::removeUnfinished(supportFolder());
   }
-  return Watch(options, tools).run(signals);
+  return Watch(options, tools, signals).run();
 }
 
 }  // namespace wakelatch::host

@@ -9,13 +9,6 @@
 
 namespace wakelatch::platform {
 
-struct Pipe {
-  Descriptor readEnd, writeEnd;
-};
-
-/// A pipe whose ends no child inherits. Throws std::system_error.
-Pipe openPipe();
-
 /// The environment that a child inherits.
 char** currentEnvironment();
 

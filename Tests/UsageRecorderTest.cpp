@@ -18,22 +18,19 @@ enum class Seen { working, present, textOnly, nothing };
 /// A host that ticks, with its own folder and log.
 struct HostRun {
   const TemporaryFolder folder;
-  const std::filesystem::path file = folder.path() / "usage.json";
   std::optional<FileLogger> logger{folder.path() / "log"};
-  std::optional<UsageStore> store;
   std::optional<UsageRecorder> recorder;
+  bool isDue = false;  ///< the last tick is to be saved
 
   HostRun() { restart(); }
 
   /// Leaves, if it runs, and starts again.
   void restart() {
-    if (recorder) recorder->finish(start);
-    store.emplace(file);
-    recorder.emplace(*store, *logger, store->open(start).metrics,
-                     [](const std::string& agentID, Timestamp at) {
-                       EXPECT_EQ(agentID, "Codex CLI");
-                       return static_cast<std::int64_t>(secondsBetween(start, at));
-                     });
+    const UsageMetrics saved = recorder ? recorder->metrics() : UsageMetrics(start);
+    recorder.emplace(*logger, saved, [](const std::string& agentID, Timestamp at) {
+      EXPECT_EQ(agentID, "Codex CLI");
+      return static_cast<std::int64_t>(secondsBetween(start, at));
+    });
   }
 
   void tick(double seconds, Seen seen, LidState lid = LidState::closed) {
@@ -46,9 +43,9 @@ struct HostRun {
     std::vector<ActivitySignal> signals{other};
     if (seen != Seen::nothing) signals.push_back(agent);
     const auto status = working ? GuardStatus::keepingAwake : GuardStatus::idleGrace;
-    recorder->record({AppMode::watchAgentUI, GuardSettings(), PowerSnapshot{true, {}, ""}, lid,
-                      working ? agent : other, signals, GuardDecision{.status = status}, true,
-                      after(start, seconds)});
+    isDue = recorder->record({AppMode::watchAgentUI, GuardSettings(), PowerSnapshot{true, {}, ""},
+                              lid, working ? agent : other, signals,
+                              GuardDecision{.status = status}, true, after(start, seconds)});
   }
 };
 
@@ -76,7 +73,7 @@ TEST(UsageRecorder, SavesAClosedSessionAndLogsHowThingsStoodAtItsEnd) {
     for (int at = 15; row.idles && at <= 100; at += 5) run.tick(at, Seen::present);
     if (row.restarts) run.restart();
     if (!row.idles) run.tick(600, Seen::nothing, LidState::open);
-    EXPECT_EQ(loadUsage(run.file), run.recorder->metrics());
+    EXPECT_TRUE(run.isDue);
     run.recorder.reset();
     run.logger.reset();  // waits until all is written
     EXPECT_THAT(platform::readFile(run.folder.path() / "log"),
@@ -84,6 +81,16 @@ TEST(UsageRecorder, SavesAClosedSessionAndLogsHowThingsStoodAtItsEnd) {
                                      "protected_s=10 kept_awake_s=0 close=") +
                          row.end));
   }
+}
+
+TEST(UsageRecorder, AsksToBeSavedOnceAMinute) {
+  HostRun run;
+  std::string due;
+  for (const double at : {0, 59, 60, 119, 120, -7200, -7150}) {
+    run.tick(at, Seen::nothing);
+    due += run.isDue ? 'S' : '-';
+  }
+  EXPECT_EQ(due, "--S-SS-") << "a clock set back must not stop it";
 }
 
 TEST(UsageRecorder, AgentIsGoneWhenItsListedProcessIsMissingTwice) {

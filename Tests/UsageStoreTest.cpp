@@ -31,16 +31,11 @@ class UsageStoreTest : public testing::Test {
   UsageMetrics metrics_{start};
 };
 
-TEST_F(UsageStoreTest, BeginsAnewAndSavesOnceAMinute) {
+TEST_F(UsageStoreTest, BeginsAnewAndGoesOn) {
   EXPECT_EQ(store_.open(start).metrics, UsageMetrics(start));
-  EXPECT_EQ(store_.saveIfDue(metrics_, after(start, 59)), "");
   EXPECT_FALSE(fs::exists(file_));
-  EXPECT_EQ(store_.saveIfDue(metrics_, after(start, 60)), "");
-  const UsageMetrics other(after(start, 7));
-  store_.saveIfDue(other, after(start, 61));
-  EXPECT_EQ(loadUsage(file_), metrics_);
-  store_.saveIfDue(other, after(start, -7200));
-  EXPECT_EQ(UsageStore(file_).open(start).metrics, other) << "a clock set back must not stop it";
+  EXPECT_EQ(store_.save(metrics_), "");
+  EXPECT_EQ(UsageStore(file_).open(start).metrics, metrics_);
 }
 
 TEST_F(UsageStoreTest, SetsADamagedFileAside) {
@@ -56,7 +51,7 @@ TEST_F(UsageStoreTest, SetsADamagedFileAside) {
     EXPECT_THAT(opened.notice, HasSubstr("set aside as " + name + aside));
     EXPECT_EQ(platform::readFile(file_.parent_path() / (name + aside)), text);
     EXPECT_EQ(opened.metrics, UsageMetrics(start));
-    EXPECT_EQ(store.save(metrics_, start), "");
+    EXPECT_EQ(store.save(metrics_), "");
     EXPECT_EQ(loadUsage(file_), metrics_);
   }
 }
@@ -64,14 +59,14 @@ TEST_F(UsageStoreTest, SetsADamagedFileAside) {
 TEST_F(UsageStoreTest, LeavesAloneWhatItCannotRead) {
   fs::create_directories(file_);
   EXPECT_THAT(store_.open(start).notice, HasSubstr("cannot read " + file_.string()));
-  EXPECT_EQ(store_.save(metrics_, start), "");
+  EXPECT_EQ(store_.save(metrics_), "");
   EXPECT_TRUE(fs::is_empty(file_) && fs::is_directory(file_));
   EXPECT_THROW(loadUsage(file_), std::system_error);
 }
 
-TEST_F(UsageStoreTest, FullDiskKeepsTheOldFileAndIsToldOnce) {
+TEST_F(UsageStoreTest, FullDiskKeepsTheOldFile) {
   store_.open(start);
-  store_.save(metrics_, start);
+  store_.save(metrics_);
   UsageMetrics large = metrics_;
   for (int i = 0; i < 100; ++i) large.days[std::to_string(i)];
 
@@ -80,18 +75,17 @@ TEST_F(UsageStoreTest, FullDiskKeepsTheOldFileAndIsToldOnce) {
   const rlimit small{4096, limit.rlim_max};
   const auto handler = std::signal(SIGXFSZ, SIG_IGN);
   ::setrlimit(RLIMIT_FSIZE, &small);
-  const std::string first = store_.save(large, start), second = store_.save(large, start);
+  const std::string problem = store_.save(large);
   ::setrlimit(RLIMIT_FSIZE, &limit);
   std::signal(SIGXFSZ, handler);
 
-  EXPECT_THAT(first, HasSubstr("cannot write " + file_.string()));
-  EXPECT_EQ(second, "");
+  EXPECT_THAT(problem, HasSubstr("cannot write " + file_.string()));
   EXPECT_EQ(loadUsage(file_), metrics_);
   EXPECT_EQ(std::distance(fs::directory_iterator(file_.parent_path()), {}), 1) << "no scraps";
-  EXPECT_EQ(store_.save(large, start), "");
+  EXPECT_EQ(store_.save(large), "");
   EXPECT_EQ(loadUsage(file_), large);
   large.sessionRunSeconds = std::numeric_limits<double>::infinity();
-  EXPECT_THAT(store_.save(large, start), HasSubstr("not finite")) << "told again, and no crash";
+  EXPECT_THAT(store_.save(large), HasSubstr("not finite"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <limits>
 #include <utility>
 
@@ -38,6 +39,16 @@ std::string describe(const CommandResult& result) {
   return description;
 }
 
+/// Reaps a child that has exited.
+CommandResult resultOf(platform::ChildProcess& child) {
+  CommandResult result;
+  result.exitCode = child.reap().value_or(CommandResult::unknownExitCode);
+  result.standardOutput = textOrNothing(child.takeStandardOutput());
+  result.standardError = textOrNothing(child.takeStandardError());
+  if (!result.succeeded()) throw CommandRunnerError::nonZeroExit(std::move(result));
+  return result;
+}
+
 }  // namespace
 
 CommandRunnerError::CommandRunnerError(CommandResult result)
@@ -50,12 +61,28 @@ CommandResult ProcessCommandRunner::run(const ShellCommand& command) {
   platform::ChildProcess child(command.executable, command.arguments,
                                platform::ChildOutput::captured);
   if (!child.awaitExit(timeoutSeconds_)) platform::stop(child, timeoutLadder);
-  CommandResult result;
-  result.exitCode = child.reap().value_or(CommandResult::unknownExitCode);
-  result.standardOutput = textOrNothing(child.takeStandardOutput());
-  result.standardError = textOrNothing(child.takeStandardError());
-  if (!result.succeeded()) throw CommandRunnerError::nonZeroExit(std::move(result));
-  return result;
+  return resultOf(child);
+}
+
+CancellableCommandRunner::CancellableCommandRunner(double timeoutSeconds)
+    : timeoutSeconds_(timeoutSeconds) {}
+
+CommandResult CancellableCommandRunner::run(const ShellCommand& command) {
+  if (cancelled_) throw std::runtime_error(command.executable + " was called off");
+  platform::ChildProcess child(command.executable, command.arguments,
+                               platform::ChildOutput::captured);
+  constexpr double lookSeconds = 0.05;
+  const auto start = std::chrono::steady_clock::now();
+  const auto secondsLeft = [&] {
+    return timeoutSeconds_ -
+           std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  bool exited = false;
+  do {
+    exited = child.awaitExit(std::min(lookSeconds, secondsLeft()));
+  } while (!exited && !cancelled_ && secondsLeft() > 0);
+  if (!exited) platform::stop(child, timeoutLadder);
+  return resultOf(child);
 }
 
 }  // namespace wakelatch

@@ -2,6 +2,7 @@
 // a tool takes, so that a scripted runner can stand in.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -75,6 +76,29 @@ class ProcessCommandRunner : public CommandRunning {
 
  private:
   const double timeoutSeconds_;
+};
+
+/// Runs commands as ProcessCommandRunner does, until somebody cannot wait for them any longer: a
+/// prompt that nobody answers, a tool that hangs.
+class CancellableCommandRunner : public CommandRunning {
+ public:
+  /// @param timeoutSeconds  as ProcessCommandRunner's
+  explicit CancellableCommandRunner(double timeoutSeconds);
+
+  /// Safe from several threads at once. A run that is cancelled ends as one whose time is over, at
+  /// the latest 2.3 seconds later, and returns normally when its program was done in that instant.
+  /// Throws std::runtime_error for a run that would begin while cancelled.
+  CommandResult run(const ShellCommand& command) override;
+
+  /// Ends the runs under way and lets no other begin until allow(). From any thread; does not wait
+  /// for them.
+  void cancel() { cancelled_ = true; }
+  void allow() { cancelled_ = false; }
+  bool isCancelled() const { return cancelled_; }
+
+ private:
+  const double timeoutSeconds_;
+  std::atomic<bool> cancelled_{false};
 };
 
 }  // namespace wakelatch

@@ -117,14 +117,14 @@ bool SleepController::enableSleepPrevention(bool allowLidClosed, bool letDisplay
 }
 
 bool SleepController::restoreNormalSleep() {
+  stopKeepAwake();
+  return releaseLidClosedProtection();
+}
+
+void SleepController::stopKeepAwake() {
   stopCaffeinate();
-  bool isEngaged = false;
-  {
-    const std::lock_guard guard(lock_);
-    isSleepPreventionEnabled_ = false;
-    isEngaged = disableSleepEngaged_;
-  }
-  return isEngaged ? disengageDisableSleep() : true;
+  const std::lock_guard guard(lock_);
+  isSleepPreventionEnabled_ = false;
 }
 
 void SleepController::sleepNow() {
@@ -304,13 +304,27 @@ bool SleepController::disengageDisableSleep() {
     isRestored = true;
   } catch (const std::exception& error) {
     logger_.log(std::string("Admin restore failed, trying direct restore: ") + error.what());
-    try {
-      runner_.run(pmset({"-a", "disablesleep", "0"}));
-    } catch (const std::exception&) {
-      // The system's answer alone decides.
-    }
-    isRestored = disableSleepState() == DisableSleepState::off;
+    isRestored = restoreDirectly();
   }
+  return noteRestore(isRestored);
+}
+
+bool SleepController::restoreLidClosedWithoutPrompt() {
+  if (!isLidClosedProtectionEngaged()) return true;
+  logger_.log("Restoring pmset disablesleep 0 without a prompt");
+  return noteRestore(restoreDirectly());
+}
+
+bool SleepController::restoreDirectly() {
+  try {
+    runner_.run(pmset({"-a", "disablesleep", "0"}));
+  } catch (const std::exception&) {
+    // The system's answer alone decides.
+  }
+  return disableSleepState() == DisableSleepState::off;
+}
+
+bool SleepController::noteRestore(bool isRestored) {
   {
     const std::lock_guard guard(lock_);
     disableSleepEngaged_ = !isRestored;
@@ -332,6 +346,19 @@ SleepController::DisableSleepState SleepController::disableSleepState() try {
   return parseSleepDisabled(output) ? DisableSleepState::on : DisableSleepState::off;
 } catch (const std::exception&) {
   return DisableSleepState::unknown;
+}
+
+SleepController::DisableSleepState SleepController::reconcileLidClosedProtection() {
+  const DisableSleepState state = disableSleepState();
+  if (state == DisableSleepState::on) adoptDisableSleepEngaged();
+  if (state == DisableSleepState::off) {
+    {
+      const std::lock_guard guard(lock_);
+      disableSleepEngaged_ = false;
+    }
+    removeEngagedMarker();
+  }
+  return state;
 }
 
 bool SleepController::isSystemSleepDisabled() {
@@ -374,11 +401,7 @@ bool SleepController::reconcileStuckDisableSleep() {
 
 void SleepController::emergencyRestore() {
   logger_.log("Emergency restore requested");
-  stopCaffeinate();
-  {
-    const std::lock_guard guard(lock_);
-    isSleepPreventionEnabled_ = false;
-  }
+  stopKeepAwake();
   disengageDisableSleep();
 }
 

@@ -77,6 +77,16 @@ class SleepController {
   /// Puts the machine to sleep at once.
   void sleepNow();
 
+  // --------------------------------------------------------- when nobody can be asked or waited
+  // for
+
+  /// Stops the keep-awake process and leaves the lid-closed setting as it is.
+  void stopKeepAwake();
+
+  /// Tries to restore an engaged lid-closed setting without a prompt, which takes a host that has
+  /// the privilege, and asks the system what came of it. Returns whether no setting stayed engaged.
+  bool restoreLidClosedWithoutPrompt();
+
   // ------------------------------------------------- at start-up, before the first enabling call
 
   /// Tells the keep-awake processes that the pid file names to end (SIGTERM, without waiting), and
@@ -96,6 +106,11 @@ class SleepController {
   DisableSleepState disableSleepState();
   /// The same; no answer counts as off.
   bool isSystemSleepDisabled();
+
+  /// Asks the system and goes by its answer, without a prompt: a setting that is on counts as
+  /// engaged, whoever engaged it, one that is off does not; no answer changes nothing. For looking
+  /// what came of a prompt. Returns the answer.
+  DisableSleepState reconcileLidClosedProtection();
 
   /// Takes over a setting that something else engaged, so that the next release restores it.
   void adoptDisableSleepEngaged();
@@ -125,6 +140,8 @@ class SleepController {
   bool startCaffeinate(bool letDisplaySleep);
   void stopCaffeinate();
   bool disengageDisableSleep();
+  bool restoreDirectly();
+  bool noteRestore(bool isRestored);
   void writeCaffeinatePIDs(const std::vector<std::int32_t>& ids);
   void removeCaffeinatePID();
   void writeEngagedMarker();

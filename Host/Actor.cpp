@@ -1,0 +1,181 @@
+#include "Host/Actor.h"
+
+#include <cmath>
+#include <utility>
+
+#include "Host/SystemTools.h"
+#include "Platform/Thread.h"
+#include "WakelatchCore/FileLogger.h"
+
+namespace wakelatch::host {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+SteadyClock::time_point in(double seconds) {
+  return SteadyClock::now() +
+         std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(seconds));
+}
+
+}  // namespace
+
+Actor::Actor(const Options& options, Tools& tools, Notifier& notifier,
+             std::function<void(const Held&)> changed)
+    : tools_(tools),
+      notifier_(notifier),
+      staleSeconds_(options.staleSeconds),
+      changed_(std::move(changed)),
+      controller_(tools.actingRunner(), tools.adminRunner(), FileLogger::shared(),
+                  options.caffeinatePath),
+      keepAwake_(controller_, notifier, options.releaseDelaySeconds,
+                 {.promptShown = [this](const std::optional<std::string>& text) { publish(text); },
+                  .isCancelled = [this] { return tools_.isActingCancelled(); },
+                  .isNewest = [this] { return isNewest(); }}),
+      restoreOnLeave_(options.restoreOnLeave),
+      thread_(platform::startThread("actor", [this] { run(); })) {}
+
+Actor::~Actor() {
+  order(Order::abandon);
+  thread_.join();
+}
+
+void Actor::post(Wish wish, SteadyTime observedAt, bool restoreOnLeave) {
+  {
+    const platform::MutexLock lock(mutex_);
+    if (order_ != Order::work || observedAt < freshAfter_) return;
+    if (newest_) wish.supersede(*newest_);
+    if (wish.isDanger && isBusy_ && !isInDanger_) tools_.cancelActing();
+    newest_ = wish;
+    restoreOnLeave_ = restoreOnLeave;
+    hadWish_ = true;
+  }
+  wake_.notifyAll();
+}
+
+void Actor::order(Order order) {
+  {
+    const platform::MutexLock lock(mutex_);
+    if (order <= order_) return;
+    order_ = order;
+    isOrderDone_ = false;
+    newest_.reset();
+    if (isBusy_) tools_.cancelActing();
+  }
+  wake_.notifyAll();
+}
+
+void Actor::resume() {
+  const platform::MutexLock lock(mutex_);
+  if (order_ != Order::pause) return;
+  order_ = Order::work;
+  freshAfter_ = SteadyClock::now();
+}
+
+bool Actor::awaitDone(double seconds) {
+  const auto deadline = in(seconds);
+  platform::MutexLock lock(mutex_);
+  for (;;) {
+    if (order_ == Order::work ? !newest_ && !isBusy_ : isOrderDone_) return true;
+    if (!done_.waitUntil(lock, deadline)) return false;
+  }
+}
+
+Held Actor::held() const {
+  Held held;
+  {
+    const platform::MutexLock lock(mutex_);
+    held = held_;
+  }
+  // A tool may have ended, or a prompt gone on, since that was written.
+  held.letDisplaySleep = controller_.appliedLetDisplaySleep();
+  held.isToolProven = held.isToolProven && held.isToolRunning();
+  held.isLidClosedEngaged = controller_.isLidClosedProtectionEngaged();
+  return held;
+}
+
+void Actor::publish(const std::optional<std::string>& prompt) {
+  Held held = keepAwake_.held();
+  held.prompt = prompt;
+  {
+    const platform::MutexLock lock(mutex_);
+    if (held.isHeld()) held.since = held_.since ? held_.since : platform::now();
+    if (held == held_) return;
+    held_ = held;
+  }
+  changed_(held);
+}
+
+bool Actor::isNewest() {
+  const platform::MutexLock lock(mutex_);
+  return order_ == Order::work && !newest_;
+}
+
+void Actor::run() {
+  keepAwake_.startUp(platform::now());
+  publish(std::nullopt);
+  for (;;) {
+    const Job job = nextJob();
+    carryOut(job);
+    publish(std::nullopt);
+    finished(job);
+    if (job.order == Order::abandon) return;
+  }
+}
+
+/// Waits in slices: a machine that wakes up from sleep finds one of them over, not all.
+Actor::Job Actor::nextJob() {
+  constexpr int slices = 6;
+  platform::MutexLock lock(mutex_);
+  isBusy_ = false;
+  done_.notifyAll();
+  Job job;
+  for (int passed = 0;;) {
+    job.order = order_;
+    if (order_ == Order::work ? newest_.has_value() : !isOrderDone_) break;
+    if (order_ == Order::work && hadWish_ && passed == slices) {
+      hadWish_ = false;  // once
+      break;
+    }
+    if (!wake_.waitUntil(lock, in(staleSeconds_ / slices))) ++passed;
+  }
+  job.wish = std::exchange(newest_, std::nullopt);
+  job.restoreOnLeave = restoreOnLeave_;
+  isBusy_ = true;
+  isInDanger_ = job.wish && job.wish->isDanger;
+  tools_.allowActing();
+  return job;
+}
+
+void Actor::carryOut(const Job& job) {
+  constexpr const char* deciding = "deciding";
+  switch (job.order) {
+    case Order::work:
+      if (job.wish) {
+        notifier_.problem(deciding, "");
+        keepAwake_.apply(*job.wish);
+      } else {
+        notifier_.problem(deciding, "no decision for " +
+                                        std::to_string(std::lround(staleSeconds_)) +
+                                        " s: looking at the machine hangs; letting it sleep");
+        keepAwake_.letGo(platform::now());
+      }
+      break;
+    case Order::pause:
+    case Order::abandon:
+      keepAwake_.letGo(platform::now());
+      break;
+    case Order::leave:
+      if (job.restoreOnLeave) {
+        keepAwake_.restore(platform::now());
+      } else {
+        keepAwake_.leaveEngaged();
+      }
+  }
+}
+
+void Actor::finished(const Job& job) {
+  const platform::MutexLock lock(mutex_);
+  if (job.order != Order::work && job.order == order_) isOrderDone_ = true;
+}
+
+}  // namespace wakelatch::host

@@ -1,0 +1,45 @@
+// The keep-awake tool: started when wanted, not believed before it has shown that it works here.
+#pragma once
+
+#include <optional>
+
+#include "Host/Notices.h"
+#include "Platform/Clock.h"
+#include "WakelatchCore/SleepController.h"
+
+namespace wakelatch::host {
+
+/// Calls come from one thread at a time and block for as long as the controller's do, without any
+/// prompt.
+class KeepAwakeTool {
+ public:
+  /// A tool that cannot work here has ended by then: a session bus that hangs takes it ten seconds.
+  static constexpr double provenSeconds = 15;
+  /// One that ended before is started again after this long.
+  static constexpr double pauseSeconds = 60;
+
+  /// Both owned by the caller.
+  KeepAwakeTool(SleepController& controller, Notifier& notifier)
+      : controller_(controller), notifier_(notifier) {}
+
+  /// Starts the tool unless it runs or is paused after a failure.
+  void want(bool letDisplaySleep, Timestamp now);
+  /// Stops it.
+  void stop();
+  /// Notices that it has ended by itself.
+  void look(Timestamp now);
+
+  bool isWanted() const { return isWanted_; }
+  bool isRunning() const { return controller_.appliedLetDisplaySleep().has_value(); }
+  /// It runs, and this one or one before it has run for `provenSeconds` without a failure since.
+  bool isProven() const { return isTrusted_ && isRunning(); }
+
+ private:
+  SleepController& controller_;
+  Notifier& notifier_;
+  bool isWanted_ = false, isTrusted_ = false;
+  std::optional<Timestamp> startedAt_;    ///< of the one that runs or has ended unnoticed
+  std::optional<Timestamp> pausedSince_;  ///< by the last failure
+};
+
+}  // namespace wakelatch::host

@@ -1,0 +1,115 @@
+#include "Host/Signals.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "Platform/Thread.h"
+
+namespace wakelatch::host {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr unsigned char wakeUp = 0, endOfListening = 255;  // no signals' numbers
+int toListener[2] = {-1, -1};
+
+void send(unsigned char message) {
+  [[maybe_unused]] const ssize_t written = ::write(toListener[1], &message, 1);
+}
+
+extern "C" void onSignal(int number) {
+  const int saved = errno;
+  send(static_cast<unsigned char>(number));
+  errno = saved;
+}
+
+}  // namespace
+
+Signals::Signals() {
+  if (::pipe(toListener) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+  for (const int end : toListener) {
+    ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    ::fcntl(end, F_SETFL, O_NONBLOCK);
+  }
+  struct sigaction action {};
+  action.sa_handler = onSignal;
+  action.sa_flags = SA_RESTART;
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH}) {
+    struct sigaction before {};
+    if (::sigaction(number, nullptr, &before) == 0 && before.sa_handler == SIG_IGN) continue;
+    ::sigaction(number, &action, nullptr);
+  }
+  action.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &action, nullptr);
+  ::sigaction(SIGTTOU, &action, nullptr);
+}
+
+Signals::~Signals() {
+  if (!thread_.joinable()) return;
+  send(endOfListening);
+  thread_.join();
+}
+
+void Signals::listen(Handlers handlers) {
+  handlers_ = std::move(handlers);
+  thread_ = platform::startThread("signals", [this] { run(); });
+}
+
+void Signals::exitIn(double seconds, int status) {
+  {
+    const platform::MutexLock lock(mutex_);
+    exit_ = {SteadyClock::now() + std::chrono::duration_cast<SteadyClock::duration>(
+                                      std::chrono::duration<double>(seconds)),
+             status};
+  }
+  send(wakeUp);
+}
+
+int Signals::untilExit() {
+  const platform::MutexLock lock(mutex_);
+  if (!exit_) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(exit_->at - SteadyClock::now());
+  if (left.count() <= 0) ::_exit(exit_->status);
+  return static_cast<int>(std::min<std::int64_t>(left.count(), 60'000));
+}
+
+void Signals::run() {
+  constexpr std::chrono::milliseconds echo(500);
+  int stops = 0, lastNumber = 0;
+  SteadyClock::time_point lastAt;
+  for (;;) {
+    pollfd wake{toListener[0], POLLIN, 0};
+    ::poll(&wake, 1, untilExit());
+    unsigned char message = wakeUp;
+    if (::read(toListener[0], &message, 1) != 1) continue;
+    const auto now = SteadyClock::now();
+    switch (message) {
+      case wakeUp:
+        break;
+      case endOfListening:
+        return;
+      case SIGTSTP:
+        handlers_.suspend();
+        ::kill(::getpid(), SIGSTOP);  // every thread; goes on from here after SIGCONT
+        handlers_.resume();
+        break;
+      case SIGWINCH:
+        handlers_.resized();
+        break;
+      default:
+        if (stops > 0 && message == lastNumber && now - lastAt < echo) break;
+        lastNumber = message;
+        lastAt = now;
+        handlers_.stop(message, ++stops);
+    }
+  }
+}
+
+}  // namespace wakelatch::host

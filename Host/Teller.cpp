@@ -1,0 +1,95 @@
+#include "Host/Teller.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+#include "Host/Terminal.h"
+#include "Host/WatchScreen.h"
+
+namespace wakelatch::host {
+
+Teller::Teller(bool json, std::function<void()> closed)
+    : json_(json), printer_(std::move(closed)), isScreen_(!json && isScreen(STDOUT_FILENO)) {}
+
+void Teller::saveStateWith(Saver& saver) {
+  const platform::MutexLock lock(mutex_);
+  saver_ = &saver;
+}
+
+void Teller::tick(Tick tick) {
+  const platform::MutexLock lock(mutex_);
+  if (json_) {
+    printer_.line(encode(tick.report, DateCoding::iso8601));
+  } else if (!isScreen_ && isChange(tick.report.decision)) {
+    printer_.line(localTime(tick.at) + ' ' + printable(statusLine(tick.report)));
+  }
+  last_ = std::move(tick);
+  saveState();
+  draw();
+}
+
+void Teller::held(const Held& held) {
+  const platform::MutexLock lock(mutex_);
+  if (!last_ || !last_->report.watch) return;
+  last_->report.watch->held = held;
+  saveState();
+  draw();
+}
+
+void Teller::stopped(bool isStopped) {
+  const platform::MutexLock lock(mutex_);
+  if (!last_ || !last_->report.watch) return;
+  last_->report.watch->isStopped = isStopped;
+  saveState();
+}
+
+void Teller::notice(const std::string& text) {
+  const platform::MutexLock lock(mutex_);
+  const bool isShown = isScreen_;
+  // Where standard error goes to the same terminal, it would write over the screen.
+  if (!isShown || ::isatty(STDERR_FILENO) == 0) printer_.notice(text);
+  if (!isShown) return;
+  constexpr std::size_t room = 5;
+  notices_.push_back(localTime(platform::now()) + ' ' + text);
+  if (notices_.size() > room) notices_.pop_front();
+  draw();
+}
+
+void Teller::redraw() {
+  const platform::MutexLock lock(mutex_);
+  if (!isScreen_) return;
+  draw();  // for another width
+  printer_.redraw();
+}
+
+void Teller::endScreen() {
+  const platform::MutexLock lock(mutex_);
+  isScreen_ = false;
+}
+
+/// Reasons that count seconds change on every tick; what they are about does not.
+bool Teller::isChange(const GuardDecision& decision) {
+  GuardDecision key = decision;
+  key.shouldSleepNow = false;  // told by a notice
+  std::erase_if(key.reason, [](char c) { return c >= '0' && c <= '9'; });
+  if (lastShown_ == key) return false;
+  lastShown_ = key;
+  return true;
+}
+
+void Teller::draw() {
+  if (!isScreen_ || !last_) return;
+  printer_.screen(watchScreen({.report = last_->report,
+                               .now = platform::now(),
+                               .graceEndsAt = last_->graceEndsAt,
+                               .keptSecondsToday = last_->keptSecondsToday,
+                               .notices = notices_},
+                              screenStyle(STDOUT_FILENO)));
+}
+
+void Teller::saveState() {
+  if (saver_ != nullptr && last_ && last_->report.watch) saver_->state(*last_->report.watch);
+}
+
+}  // namespace wakelatch::host

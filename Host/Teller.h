@@ -1,0 +1,69 @@
+// The telling side of a watch: what a tick was like and what happens between ticks, on the
+// terminal, for programs and in the state file. It hands over to threads of their own and waits for
+// nobody.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "Host/Printer.h"
+#include "Host/Saver.h"
+#include "Host/StatusReport.h"
+#include "Platform/Clock.h"
+#include "Platform/Mutex.h"
+
+namespace wakelatch::host {
+
+/// May be used from any thread.
+class Teller {
+ public:
+  struct Tick {
+    Timestamp at;
+    StatusReport report;  ///< with the watch's state
+    std::optional<Timestamp> graceEndsAt;
+    double keptSecondsToday = 0;
+  };
+
+  /// @param json    a line of JSON a tick; else a screen on a terminal, and a line for each change
+  ///                where there is none
+  /// @param closed  told once, on another thread, that nobody will read standard output again
+  Teller(bool json, std::function<void()> closed);
+
+  /// From now on the state is kept in its file.
+  /// @param saver  owned by the caller, outlives this
+  void saveStateWith(Saver& saver);
+
+  void tick(Tick tick);
+  /// What holds the machine awake has changed since the last tick.
+  void held(const Held& held);
+  /// The watch is stopped by Ctrl-Z, or goes on.
+  void stopped(bool isStopped);
+  /// A sentence for the user.
+  void notice(const std::string& text);
+
+  /// The terminal's size or content has changed.
+  void redraw();
+  /// What is shown stays, what follows is told below it.
+  void endScreen();
+
+  /// Blocks until everything told so far is written, at most `seconds`. Returns whether it is.
+  bool finish(double seconds) { return printer_.finish(seconds); }
+
+ private:
+  bool isChange(const GuardDecision& decision) WAKELATCH_REQUIRES(mutex_);
+  void draw() WAKELATCH_REQUIRES(mutex_);
+  void saveState() WAKELATCH_REQUIRES(mutex_);
+
+  const bool json_;
+  Printer printer_;
+  platform::Mutex mutex_;
+  bool isScreen_ WAKELATCH_GUARDED_BY(mutex_);
+  Saver* saver_ WAKELATCH_GUARDED_BY(mutex_) = nullptr;
+  std::optional<Tick> last_ WAKELATCH_GUARDED_BY(mutex_);
+  std::optional<GuardDecision> lastShown_ WAKELATCH_GUARDED_BY(mutex_);
+  std::deque<std::string> notices_ WAKELATCH_GUARDED_BY(mutex_);  ///< the screen's, with their time
+};
+
+}  // namespace wakelatch::host
