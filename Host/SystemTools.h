@@ -12,7 +12,8 @@ namespace wakelatch::host {
 
 /// The runner of the system's tools, for any thread. On macOS they are child processes, each
 /// stopped after `timeoutSeconds`, whose output does not depend on the user's language; elsewhere
-/// stand-ins in this process answer.
+/// stand-ins in this process answer. Call before other threads run: it sets up the environment that
+/// children get.
 std::unique_ptr<CommandRunning> makeToolRunner(double timeoutSeconds);
 
 /// The runner of commands that show the administrator prompt: time enough for a password.
