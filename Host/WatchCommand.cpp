@@ -250,18 +250,6 @@ class Watch {
   bool stateFailureNoticed_ = false;
 };
 
-/// Whether a lock file could not be made for want of a place to make it; other failures say that
-/// the place cannot be trusted.
-bool hasNoPlace(const std::error_code& error) {
-  for (const std::errc cause :
-       {std::errc::read_only_file_system, std::errc::permission_denied,
-        std::errc::no_space_on_device, std::errc::no_such_file_or_directory,
-        std::errc::not_a_directory, std::errc::too_many_symbolic_link_levels}) {
-    if (error == cause) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
@@ -270,8 +258,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
   if (!options.dryRun) {
     try {
       lock.emplace(lockFile());
-    } catch (const std::system_error& error) {
-      if (!hasNoPlace(error.code())) throw;
+    } catch (const NoPlaceForLock& error) {
       printNotice(std::string(error.what()) + "; watching all the same, without a lock");
     }
     if (lock && !lock->isHeld()) {
