@@ -133,8 +133,10 @@ struct Hands {
 /// The running watch: what lives from its start to its end.
 class Watch {
  public:
-  Watch(const WatchOptions& options, Tools& tools)
+  /// @param lock  of this watch; null when it has none
+  Watch(const WatchOptions& options, Tools& tools, InstanceLock* lock)
       : options_(options),
+        lock_(lock),
         settings_(settingsFile()),
         observer_(tools.runner()),
         printer_(options.json, ::isatty(STDOUT_FILENO) == 1) {
@@ -163,6 +165,7 @@ class Watch {
   /// False when the watch is to end: a stop was requested, or nobody reads its reports.
   bool tick(const StopSignals& signals) {
     const Timestamp now = platform::now();
+    if (lock_ != nullptr) tell(lock_->keep());
     tell(settings_.refresh());
     const GuardSettings& settings = settings_.current();
     const Observation seen = observer_.look(settings, now);
@@ -241,6 +244,7 @@ class Watch {
   }
 
   const WatchOptions& options_;
+  InstanceLock* const lock_;
   LiveSettings settings_;
   Observer observer_;
   AgentStateMachine machine_;
@@ -269,7 +273,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
     }
     if (lock) platform::removeUnfinished(supportFolder());
   }
-  return Watch(options, tools).run(signals);
+  return Watch(options, tools, lock ? &*lock : nullptr).run(signals);
 }
 
 }  // namespace wakelatch::host

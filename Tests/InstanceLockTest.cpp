@@ -57,11 +57,12 @@ TEST(InstanceLock, AFileThatCannotBeOpenedIsNoWantOfAPlace) {
 }
 
 /// Has flock() fail in this process from now on, as on a file system that has none.
-void failFlock(unsigned error) {
-  sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_flock, 0, 1),
-                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+void failFlock(int error) {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_flock, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
   const sock_fprog filter{std::size(program), program};
   ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
   if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) std::_Exit(2);
@@ -71,7 +72,7 @@ TEST(InstanceLockDeathTest, AFileSystemWithoutLocksIsNoPlace) {
   const TemporaryFolder folder;
   const fs::path file = folder.path() / "watch.lock";
   const InstanceLock held(file);
-  for (const unsigned error : {ENOLCK, EOPNOTSUPP, EINVAL, EIO}) {
+  for (const int error : {ENOLCK, EOPNOTSUPP, EINVAL, EIO}) {
     const auto check = [&] {
       failFlock(error);
       std::cerr << taking(file) << InstanceLock::currentHolder(file).has_value();
