@@ -1,21 +1,28 @@
 #include "Host/InstanceLock.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
-#include <string>
-#include <system_error>
+#include <initializer_list>
+#include <stdexcept>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "Platform/Files.h"
 
 namespace wakelatch::host {
 namespace {
+
+namespace fs = std::filesystem;
 
 /// The process id written in the lock file; -1 when there is none.
 std::int64_t writtenPid(int fd) {
@@ -25,56 +32,130 @@ std::int64_t writtenPid(int fd) {
   return pid > 0 ? pid : -1;
 }
 
-[[noreturn]] void refuse(int error, const std::string& what) {
-  throw std::system_error(error, std::generic_category(), what);
+std::system_error failure(int error, const std::string& what, const fs::path& file) {
+  return {error, std::generic_category(), what + ": " + file.string()};
 }
 
-/// Opens the lock file without waiting, should it be a pipe, and never another place's file.
-int openLock(const std::filesystem::path& file, int flags) {
-  return ::open(file.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+bool isOneOf(std::initializer_list<int> errors, int error) {
+  return std::find(errors.begin(), errors.end(), error) != errors.end();
+}
+
+/// Whether a file or folder that does not exist could not be made for want of a place.
+bool isWantOfPlace(int error) {
+  return isOneOf({EROFS, EACCES, ENOSPC, EDQUOT, ENOENT, ENOTDIR, ELOOP}, error);
+}
+
+void makeFolder(const fs::path& folder) try {
+  platform::createFolders(folder);
+} catch (const std::system_error& error) {
+  if (isWantOfPlace(error.code().value())) throw NoPlaceForLock(error);
+  throw;
+}
+
+std::string userName(uid_t id) {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  ::getpwuid_r(id, &entry, buffer.data(), buffer.size(), &found);
+  return found != nullptr ? found->pw_name : "user " + std::to_string(id);
 }
 
 /// A file that has other names may be anybody's, and writing to it would destroy it.
-void requireLockFile(int fd, const std::filesystem::path& file) {
+void requireLockFile(const struct stat& status, const fs::path& file) {
+  if (S_ISREG(status.st_mode) && status.st_nlink <= 1) return;
+  throw failure(EINVAL, "no lock file (remove it)", file);
+}
+
+/// Opens the lock file without waiting, should it be a pipe, and never another place's file.
+platform::Descriptor openFile(const fs::path& file, int flags) {
+  return platform::Descriptor(
+      ::open(file.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+}
+
+/// Opens or makes the lock file. Read-only it locks as well, without our name.
+platform::Descriptor openLock(const fs::path& file) {
+  platform::Descriptor opened = openFile(file, O_RDWR | O_CREAT);
+  const int error = errno;
+  if (opened.get() < 0) opened = openFile(file, O_RDONLY);
   struct stat status {};
-  if (::fstat(fd, &status) != 0) refuse(errno, "cannot examine " + file.string());
-  if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
-    refuse(EINVAL, "no lock file (remove it): " + file.string());
+  if (opened.get() >= 0) {
+    if (::fstat(opened.get(), &status) != 0) throw failure(errno, "cannot examine", file);
+    requireLockFile(status, file);
+    return opened;
   }
+  if (::lstat(file.c_str(), &status) == 0) {
+    requireLockFile(status, file);
+    if (!isOneOf({EACCES, EPERM}, error)) throw failure(error, "cannot open", file);
+    throw failure(error,
+                  "the lock file is that of " + userName(status.st_uid) +
+                      " (stop the watch of that user, if one runs, and remove the file)",
+                  file);
+  }
+  const std::system_error unmade = failure(error, "cannot make the lock file", file);
+  if (isWantOfPlace(error) || error == EPERM) throw NoPlaceForLock(unmade);
+  throw unmade;
 }
 
 }  // namespace
 
-InstanceLock::InstanceLock(const std::filesystem::path& file) {
-  platform::createFolders(file.parent_path());
-  fd_ = platform::Descriptor(openLock(file, O_RDWR | O_CREAT));
-  const int error = fd_.get() < 0 ? errno : 0;
-  if (error == EROFS || error == EACCES) {
-    fd_ = platform::Descriptor(openLock(file, O_RDONLY));  // it locks as well, without our name
-  }
-  if (error == ELOOP) refuse(EINVAL, "a link, no lock file (remove it): " + file.string());
-  if (fd_.get() < 0) refuse(error, "cannot open " + file.string());
-  requireLockFile(fd_.get(), file);
+InstanceLock::InstanceLock(fs::path file) : file_(std::move(file)) {
+  retake();
+}
+
+bool InstanceLock::retake() {
+  fd_.close();
+  holder_ = 0;
+  makeFolder(file_.parent_path());
+  platform::Descriptor opened = openLock(file_);
   // currentHolder() of another process takes the lock for a moment: one refusal may be its.
-  for (int attempt = 0; ::flock(fd_.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {
-    if (errno != EWOULDBLOCK && errno != EINTR) refuse(errno, "cannot lock " + file.string());
+  for (int attempt = 0; ::flock(opened.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {
+    if (isOneOf({ENOLCK, ENOTSUP, EOPNOTSUPP, EINVAL, ENOSYS}, errno)) {
+      throw NoPlaceForLock(
+          failure(errno, "a file system without locks (start no second watch)", file_));
+    }
+    if (errno != EWOULDBLOCK && errno != EINTR) throw failure(errno, "cannot lock", file_);
     if (attempt == 5) {
-      holder_ = writtenPid(fd_.get());
-      return;
+      holder_ = writtenPid(opened.get());
+      return false;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
+  fd_ = std::move(opened);
   const std::string pid = std::to_string(::getpid()) + "\n";
   // Who fails to say its name still holds the lock.
   if (::ftruncate(fd_.get(), 0) == 0) [[maybe_unused]]
     const auto n = ::pwrite(fd_.get(), pid.data(), pid.size(), 0);
+  return true;
 }
 
-std::optional<std::int64_t> InstanceLock::currentHolder(const std::filesystem::path& file) {
-  const platform::Descriptor fd(openLock(file, O_RDONLY));
-  if (fd.get() < 0) return std::nullopt;
-  if (::flock(fd.get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) return std::nullopt;
-  return writtenPid(fd.get());
+bool InstanceLock::isStillInPlace() const {
+  struct stat locked {
+  }, named{};
+  if (::fstat(fd_.get(), &locked) != 0) return false;
+  if (::lstat(file_.c_str(), &named) != 0) return errno != ENOENT && errno != ENOTDIR;
+  return locked.st_dev == named.st_dev && locked.st_ino == named.st_ino;
+}
+
+std::string InstanceLock::keep() {
+  if (isStillInPlace()) return {};
+  try {
+    if (!retake()) {
+      throw std::runtime_error("the lock file was removed, and another watch (process " +
+                               std::to_string(holder_) + ") has locked a new one");
+    }
+  } catch (const std::system_error& error) {
+    if (std::exchange(isLossTold_, true)) return {};
+    return std::string("the lock is lost: ") + error.what() + "; watching on without it";
+  }
+  isLossTold_ = false;
+  return "the lock file was removed or replaced; locked anew: " + file_.string();
+}
+
+std::optional<std::int64_t> InstanceLock::currentHolder(const fs::path& file) {
+  const platform::Descriptor opened = openFile(file, O_RDONLY);
+  if (opened.get() < 0) return std::nullopt;
+  if (::flock(opened.get(), LOCK_SH | LOCK_NB) == 0 || errno != EWOULDBLOCK) return std::nullopt;
+  return writtenPid(opened.get());
 }
 
 }  // namespace wakelatch::host

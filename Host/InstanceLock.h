@@ -5,34 +5,60 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <system_error>
 
 #include "Platform/Descriptor.h"
 
 namespace wakelatch::host {
 
-/// The lock that a watching host holds; the kernel releases it however the process ends.
+/// There is no lock file and none can be made, or its file system has no locks: no reason not to
+/// watch. Any other failure to lock says that the place cannot be trusted, or is another watch's.
+struct NoPlaceForLock : std::system_error {
+  explicit NoPlaceForLock(const std::system_error& cause) : system_error(cause) {}
+};
+
+/// The lock that a watching host holds; the kernel releases it however the process ends. Blocks on
+/// the file system, and a tenth of a second when the lock is taken. Logs nothing. Not for use by
+/// several threads at once.
 class InstanceLock {
  public:
-  /// Takes the lock or says who holds it. Throws std::system_error when the lock file cannot be
-  /// made.
-  /// @param file  made when missing; what is not a file of that name alone is refused, as is a
-  ///              folder that another user owns
-  explicit InstanceLock(const std::filesystem::path& file);
+  /// Takes the lock or says who holds it. Throws NoPlaceForLock, or std::system_error whose text
+  /// names the file and what to do about it.
+  /// @param file  made when missing; what is not a file of that name alone is refused, as is one
+  ///              that cannot be opened and a folder that another user owns
+  explicit InstanceLock(std::filesystem::path file);
   ~InstanceLock() = default;
   InstanceLock(const InstanceLock&) = delete;
   InstanceLock& operator=(const InstanceLock&) = delete;
 
-  bool isHeld() const { return holder_ == 0; }
+  bool isHeld() const { return fd_.get() >= 0 && holder_ == 0; }
   /// The process that holds the lock instead; -1 when it did not say.
   std::int64_t holder() const { return holder_; }
 
-  /// The process that holds the lock now; nothing when it is free or was never made. Never keeps
-  /// the lock.
+  /// To be called on every tick: once the lock file was removed or replaced, with its folder
+  /// perhaps, the lock keeps nobody out, so it is taken anew. Returns what to tell the user; empty
+  /// when nothing has happened, or nothing new. Two system calls as long as all is well. Throws
+  /// std::runtime_error when another watch has taken the lock: the caller's is to end.
+  std::string keep();
+
+  /// Whether the locked file still bears its name; a folder that cannot be looked into counts as
+  /// unchanged.
+  bool isStillInPlace() const;
+
+  /// Lets go and takes the lock as the constructor does. Returns whether it is held. When it
+  /// throws, as the constructor does, nothing is held and it may be tried again.
+  bool retake();
+
+  /// The process that holds the lock now; nothing when it is free, was never made or cannot be
+  /// looked at. Never keeps the lock.
   static std::optional<std::int64_t> currentHolder(const std::filesystem::path& file);
 
  private:
+  std::filesystem::path file_;
   platform::Descriptor fd_;
   std::int64_t holder_ = 0;
+  bool isLossTold_ = false;
 };
 
 }  // namespace wakelatch::host

@@ -1,13 +1,19 @@
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "Host/SystemTools.h"
 #include "Host/linux/LinuxTools.h"
+#include "Host/linux/WatchProcess.h"
 
 namespace wakelatch::host {
 
 std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& /*children*/,
                                                 double timeoutSeconds) {
+  ::setenv(watchPidVariable, std::to_string(::getpid()).c_str(), 1);
   LinuxRoots roots;
   roots.logind.timeoutSeconds = timeoutSeconds;
   return std::make_unique<LinuxTools>(std::move(roots));

@@ -108,8 +108,10 @@ double keptSecondsOn(const std::string& day, const UsageMetrics& metrics) {
 /// The running watch: what lives from its start to its end.
 class Watch {
  public:
-  Watch(const WatchOptions& options, Tools& tools, Signals& signals)
+  /// @param lock  of this watch; null when it has none
+  Watch(const WatchOptions& options, Tools& tools, Signals& signals, InstanceLock* lock)
       : options_(options),
+        lock_(lock),
         tools_(tools),
         signals_(signals),
         settings_(settingsFile()),
@@ -149,6 +151,7 @@ class Watch {
  private:
   void tick(SteadyClock::time_point start) {
     const Timestamp now = platform::now();
+    if (lock_ != nullptr) notifier_.problem("lock", lock_->keep());
     notifier_.problem("settings", settings_.refresh());
     const GuardSettings& settings = settings_.current();
     Observation seen = observer_.look(settings, now);
@@ -289,6 +292,7 @@ class Watch {
   }
 
   const WatchOptions& options_;
+  InstanceLock* const lock_;
   Tools& tools_;
   Signals& signals_;
   LiveSettings settings_;
@@ -303,18 +307,6 @@ class Watch {
   std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
 };
 
-/// Whether a lock file could not be made for want of a place to make it; other failures say that
-/// the place cannot be trusted.
-bool hasNoPlace(const std::error_code& error) {
-  for (const std::errc cause :
-       {std::errc::read_only_file_system, std::errc::permission_denied,
-        std::errc::no_space_on_device, std::errc::no_such_file_or_directory,
-        std::errc::not_a_directory, std::errc::too_many_symbolic_link_levels}) {
-    if (error == cause) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
@@ -323,8 +315,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
   if (!options.dryRun) {
     try {
       lock.emplace(lockFile());
-    } catch (const std::system_error& error) {
-      if (!hasNoPlace(error.code())) throw;
+    } catch (const NoPlaceForLock& error) {
       printNotice(std::string(error.what()) + "; watching all the same, without a lock");
     }
     if (lock && !lock->isHeld()) {
@@ -335,7 +326,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
     }
     if (lock) platform::removeUnfinished(supportFolder());
   }
-  return Watch(options, tools, signals).run();
+  return Watch(options, tools, signals, lock ? &*lock : nullptr).run();
 }
 
 }  // namespace wakelatch::host

@@ -2,12 +2,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <systemd/sd-bus.h>
 
 #include <future>
 
 #include "Host/SystemTools.h"
 #include "Host/linux/LinuxTools.h"
+#include "Host/linux/WatchProcess.h"
 #include "Tests/HostProgram.h"
 #include "Tests/TemporaryFolder.h"
 
@@ -89,6 +92,45 @@ TEST(Caffeinate, HoldsItsLockUntilItEnds) {
     tool.send(signal);
     EXPECT_TRUE(manager.lockIsDropped(10'000)) << signal;
   }
+}
+
+TEST(Caffeinate, EndsWithItsWatchAlsoWhileTheBusIsStuck) {
+  SessionManager manager;
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);  // who has lost its parent is this process's child then
+  const std::string tool = keepAwakeTool().string() + " -ims & echo $!; wait";
+  for (const std::string start : {"", "WAKELATCH_PID=$$ "})
+    for (const bool isStuck : {false, true}) {
+      ChildProcess watch("/bin/sh", {"-c", start + tool}, ChildOutput::captured);
+      EXPECT_TRUE(isStuck || !manager.serve().empty());
+      EXPECT_FALSE(watch.awaitExit(0.3));
+      watch.send(SIGKILL);
+      EXPECT_TRUE(isStuck || manager.lockIsDropped(3'000)) << start;
+      watch.reap();
+      const pid_t pid = std::stoi(watch.takeStandardOutput());
+      EXPECT_TRUE(eventually([pid] { return ::waitpid(pid, nullptr, WNOHANG) == pid; }, 3));
+      if (isStuck) manager.serve();
+    }
+  ::prctl(PR_SET_CHILD_SUBREAPER, 0);
+
+  ChildProcess dead("/bin/true", {}, ChildOutput::inherited);
+  dead.reap();
+  ChildProcess late("/usr/bin/env",
+                    {"WAKELATCH_PID=" + std::to_string(dead.id()), keepAwakeTool(), "-ims"},
+                    ChildOutput::inherited);
+  EXPECT_TRUE(late.awaitExit(3)) << "its watch was dead before it looked";
+}
+
+TEST(Caffeinate, AWatchThatStaysStoppedIsLost) {
+  const ChildProcess watch("/bin/sleep", {"60"}, ChildOutput::inherited);
+  using std::chrono::milliseconds, std::chrono::seconds;
+  auto lost = std::async(std::launch::async, [&watch] {
+    WatchProcess(watch.id()).awaitLoss({.stopped = seconds(1), .betweenLooks = milliseconds(20)});
+  });
+  for (const int signal : {SIGSTOP, SIGCONT, SIGSTOP}) {
+    watch.send(signal);
+    EXPECT_EQ(lost.wait_for(milliseconds(700)), std::future_status::timeout);
+  }
+  EXPECT_EQ(lost.wait_for(seconds(5)), std::future_status::ready);
 }
 
 TEST(Caffeinate, SaysWhyItCannotHoldALock) {

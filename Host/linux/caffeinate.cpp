@@ -1,14 +1,18 @@
 // Stand-in for the keep-awake tool: holds a lock of the session manager against sleep until it is
-// ended. Called with the tool's flag word; its process name is the tool's too, because the
-// clean-up after a crash goes by the name.
+// ended or its watch is lost. Called with the tool's flag word; its process name is the tool's too,
+// because the clean-up after a crash goes by the name.
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string_view>
+#include <thread>
 
 #include "Host/linux/Logind.h"
+#include "Host/linux/WatchProcess.h"
+
+using wakelatch::host::WatchProcess;
 
 int main(int argc, char** argv) {
   const std::string_view flags = argc == 2 ? argv[1] : "";
@@ -26,6 +30,12 @@ int main(int argc, char** argv) {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 
   try {
+    // In a thread of its own: the call on the bus may take long. It ends without a word: this
+    // process is in no terminal's foreground, and could be stopped by writing there, with its lock.
+    std::thread([watch = WatchProcess(WatchProcess::namedID())] {
+      watch.awaitLoss({});
+      ::_exit(0);
+    }).detach();
     wakelatch::host::Logind().inhibit(displayStaysAwake ? "sleep:handle-lid-switch:idle"
                                                         : "sleep:handle-lid-switch");
   } catch (const std::exception& error) {
