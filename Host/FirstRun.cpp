@@ -4,8 +4,9 @@
 
 #include "Host/Folder.h"
 #include "Host/Notices.h"
+#include "Host/UITextNotice.h"
 #include "Platform/Files.h"
-#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/AccessibilityDetector.h"
 #include "WakelatchCore/Json.h"
 
 namespace wakelatch {
@@ -50,7 +51,7 @@ void greetOnce(const Observation& seen, const GuardSettings& settings) {
     printNotice(
         Onboarding::detectionHeadline(seen.strongest.strength, seen.strongest.appName).text);
     printNotice("Accessibility permission: " +
-                AccessibilityNotice::onboardingNote(AgentResolver::make(settings).profiles()));
+                accessibilityNote(AccessibilityDetector(), settings));
     platform::writeAtomically(file, encode(Defaults{true}));
   } catch (const std::exception& error) {
     printNotice(std::string("cannot remember the first start: ") + error.what());
