@@ -6,6 +6,8 @@
 #include "Host/Folder.h"
 #include "Host/SettingsFile.h"
 #include "Host/Terminal.h"
+#include "Host/UITextNotice.h"
+#include "WakelatchCore/AccessibilityDetector.h"
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch {
@@ -62,7 +64,18 @@ void printList(const char* title, const std::vector<std::string>& texts) {
   if (!texts.empty()) std::cout << "    " << title << printable(joined(texts)) << '\n';
 }
 
-void printAgent(const AgentProfile& agent) {
+/// @param isTextRead  this system lets UI text be read
+std::string seenWorking(const AgentProfile& agent, bool isTextRead) {
+  std::vector<std::string> ways;
+  if (agent.trustsCPUSignal) ways.emplace_back("CPU load");
+  if (!agent.sessionActivityGlobs.empty()) ways.emplace_back("session files");
+  if (!agent.activePhrases.empty() && isTextRead) ways.emplace_back("UI text");
+  if (!ways.empty()) return "seen working by " + joined(ways) + (ways.size() == 1 ? " only" : "");
+  return agent.activePhrases.empty() ? "never seen working: no sign of its work is known yet"
+                                     : "never seen working here: only UI text would show it";
+}
+
+void printAgent(const AgentProfile& agent, bool isTextRead) {
   std::cout << agent.displayName << "  (" << agent.id << ", " << rawValue(agent.kind) << ")\n";
   printList("programs       ", agent.cliProcessNames);
   printList("paths          ", agent.cliPathMarkers);
@@ -70,14 +83,7 @@ void printAgent(const AgentProfile& agent) {
   printList("working texts  ", agent.activePhrases);
   printList("waiting texts  ", agent.idlePhrases);
   printList("session files  ", agent.sessionActivityGlobs);
-  std::cout << "    seen working by " << joined([&] {
-    std::vector<std::string> ways;
-    if (agent.trustsCPUSignal) ways.emplace_back("CPU load");
-    if (!agent.sessionActivityGlobs.empty()) ways.emplace_back("session files");
-    if (!agent.activePhrases.empty()) ways.emplace_back("UI text");
-    return ways.empty() ? std::vector<std::string>{"nothing yet"} : ways;
-  }()) << (AccessibilityNotice::isUITextOnly(agent) ? " only" : "")
-            << "\n";
+  std::cout << "    " << seenWorking(agent, isTextRead) << '\n';
 }
 
 }  // namespace
@@ -85,20 +91,22 @@ void printAgent(const AgentProfile& agent) {
 ExitStatus runAgents(const AgentsOptions& options) {
   const GuardSettings settings = loadSettings(settingsFile());
   const std::vector<AgentProfile> watched = AgentResolver::make(settings).profiles();
+  const AccessibilityDetector detector;
   const AgentsReport report{watched, settings.targetApps,
                             AccessibilityNotice::uiTextOnlyNames(watched),
-                            AccessibilityNotice::onboardingNote(watched)};
+                            accessibilityNote(detector, settings)};
   if (options.json) {
     std::cout << encode(report) << '\n';
     return ExitStatus::done;
   }
-  for (const AgentProfile& agent : report.agents) printAgent(agent);
+  for (const AgentProfile& agent : report.agents) printAgent(agent, detector.isSupported());
   for (const std::string& target : report.targetApps) {
     std::cout << printable(target) << "  (your own target)\n"
-              << "    seen working by CPU load, UI text\n";
+              << "    seen working by CPU load"
+              << (detector.isSupported() ? ", UI text\n" : " only\n");
   }
   std::cout << "\nAccessibility permission\n    " << printable(report.note) << '\n';
-  printList("Seen only through their UI text: ", report.uiTextOnly);
+  if (detector.isSupported()) printList("Seen only through their UI text: ", report.uiTextOnly);
   return ExitStatus::done;
 }
 

@@ -84,7 +84,7 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
 
   RestoreOptions restore;
   CLI::App* restoreCommand =
-      app.add_subcommand("restore", "Restore normal sleep after a crash; needs no running watch");
+      app.add_subcommand("restore", "Restore normal sleep after a crash; only while no watch runs");
   restoreCommand->add_flag("--adopt", restore.adopt,
                            "Also when something else disabled the system's sleep");
 

@@ -15,7 +15,9 @@
 #include "Host/SettingsFile.h"
 #include "Host/Terminal.h"
 #include "Host/UITextNotice.h"
+#include "Host/UsageStore.h"
 #include "Host/WatchState.h"
+#include "Host/WatchText.h"
 #include "Platform/Clock.h"
 #include "Platform/Files.h"
 #include "WakelatchCore/AccessibilityDetector.h"
@@ -83,6 +85,22 @@ Finding checkSettings(std::optional<GuardSettings>& settings) {
   }
 }
 
+Finding checkUsage() {
+  const std::string file = usageFile().string();
+  try {
+    const bool isRecorded = loadUsage(usageFile()).has_value();
+    return {"statistics", true, isRecorded ? file + " is valid" : "none yet (no " + file + ")"};
+  } catch (const DamagedUsage& damage) {
+    return {"statistics", false, damage.what(),
+            "correct the file or move it away while no watch runs; the next one sets it aside and "
+            "begins anew"};
+  } catch (const std::exception& error) {
+    return {"statistics", false, error.what(),
+            "make it a file that may be read, or move it away, and start the watch again: it saves "
+            "nothing meanwhile"};
+  }
+}
+
 bool listsThisProcess(const std::string& output) {
   return ProcessDetector::parsePSArgs(output).contains(::getpid());
 }
@@ -137,15 +155,12 @@ Finding checkKeepAwakeTool() {
 /// No controller is made here: one that ends would take the running watch's pid file with it.
 Finding checkLidClosedSetting(CommandRunning& runner, bool isWatchRunning) {
   const bool marked = isThere(SleepController::engagedMarkerURL());
-  bool disabled = false;
-  try {
-    disabled =
-        SleepController::parseSleepDisabled(runner.run({"/usr/bin/pmset", {"-g"}}).standardOutput);
-  } catch (const std::exception& error) {
-    return {"lid-closed setting", false,
-            std::string("the system does not say whether sleep is disabled: ") + error.what(),
-            "make sure that /usr/bin/pmset is there and may be run"};
+  const auto state = SleepController::disableSleepState(runner);
+  if (state == SleepController::DisableSleepState::unknown) {
+    return {"lid-closed setting", false, "the system does not say whether sleep is disabled",
+            "make sure that `/usr/bin/pmset -g` may be run and answers"};
   }
+  const bool disabled = state == SleepController::DisableSleepState::on;
   Finding result{
       "lid-closed setting", true,
       std::string(marked ? "marked as engaged by wakelatch; " : "not engaged by wakelatch; ") +
@@ -181,27 +196,20 @@ Finding checkWatch(std::optional<std::int64_t> holder,
   const std::string who = pidText(*holder);
   const auto state = runningWatchState();
   if (!state) return {"watch", true, who + " is starting"};
-  // The longest interval is 8 s; a password prompt may take a tick two minutes.
-  constexpr double longestTickSeconds = 8 + adminTimeoutSeconds + 20;
-  const double age = secondsBetween(state->at, platform::now());
-  if (age > longestTickSeconds) {
-    return {"watch", false, who + " has not ticked for " + std::to_string(int(age)) + " s",
-            "stop it and start it again"};
-  }
-  if (!state->held.isToolWanted) return {"watch", true, who + " lets this machine sleep"};
-  if (!state->held.isToolRunning()) {
-    return {"watch", false, who + " wants this machine awake, but its keep-awake tool does not run",
-            "see the log for the reason"};
-  }
-  if (settings && *state->held.letDisplaySleep != settings->letDisplaySleep) {
+  const Timestamp now = platform::now();
+  const std::string what = who + ": " + describe(*state, now);
+  if (const auto fault = watchFault(*state, now)) return {"watch", false, what, fault->remedy};
+  const Held& held = state->held;
+  if (!held.isToolWanted || held.prompt) return {"watch", true, what};
+  if (settings && *held.letDisplaySleep != settings->letDisplaySleep) {
     return {"watch", false, who + " has not taken over the display setting",
             "it does at its next tick; see its messages when it does not"};
   }
-  if (settings && settings->keepAwakeWithLidClosed && !state->held.isLidClosedEngaged) {
+  if (settings && settings->keepAwakeWithLidClosed && !held.isLidClosedEngaged) {
     return {"watch", false, "lid-closed mode is switched on, but " + who + " has not engaged it",
             "the prompt was declined: switch the mode off and on again, or wait 15 minutes"};
   }
-  return {"watch", true, who + " keeps this machine awake"};
+  return {"watch", true, what};
 }
 
 Finding checkLog() {
@@ -249,6 +257,7 @@ ExitStatus runDoctor(const DoctorOptions& options, Tools& tools) {
       checkPromptTool(),
       checkKeepAwakeTool(),
       checkUIText(settings),
+      checkUsage(),
       checkLog(),
   };
   for (const Finding& finding : report.findings) report.ok = report.ok && finding.ok;

@@ -25,73 +25,96 @@ std::string percent(std::int64_t value) {
   return std::to_string(value) + " %";
 }
 
-/// The number of the rule that gave this decision. The engine tries them in this order; only the
-/// statuses that two rules share need a second look.
-std::int64_t ruleOf(const GuardDecision& decision, AppMode mode, const PowerSnapshot& power) {
-  switch (decision.status) {
-    case GuardStatus::off:
-      return 1;
-    case GuardStatus::watching:
-      return !power.isOnACPower && !power.batteryPercent ? 2 : 10;
-    case GuardStatus::batterySafety:
-      return 3;
-    case GuardStatus::thermalSafety:
-      return 5;
-    case GuardStatus::keepingAwake:
-      return mode == AppMode::manualKeepAwake ? 6 : 8;
-    case GuardStatus::pluggedInUnlimited:
-      return 7;
-    case GuardStatus::idleGrace:
-      return 9;
-  }
-  return 10;
-}
-
 std::string sinceWork(const AgentStateMachine::Memory& memory, Timestamp now) {
   if (!memory.lastActiveSignalAt) return "no work seen";
   return "last active signal " + seconds(secondsBetween(*memory.lastActiveSignalAt, now)) + " ago";
 }
 
+/// The rule that would apply if power and heat were these.
+GuardRule ruleIf(const OneTick& tick, const PowerSnapshot& power, ThermalState heat) {
+  AgentStateMachine machine(tick.memory);
+  machine.evaluate(tick.mode, tick.settings, power, tick.seen.lidState, tick.seen.strongest,
+                   tick.isPreventingSleep, heat, tick.seen.at);
+  return machine.lastRule();
+}
+
+/// What it takes besides, with such power and heat, to be kept awake: the end of a sentence.
+std::string besides(const OneTick& tick, const PowerSnapshot& power, ThermalState heat) {
+  switch (ruleIf(tick, power, heat)) {
+    case GuardRule::heat:
+      return " and the heat is no longer critical" + besides(tick, power, ThermalState::nominal);
+    case GuardRule::activeWork:
+      return ", if the work goes on";
+    case GuardRule::idleGrace:
+      return ", if idle grace still lasts";
+    case GuardRule::watching:
+      return " and work is seen";
+    default:
+      return {};  // the mode alone keeps it awake
+  }
+}
+
 std::vector<std::string> whatChangesNext(const OneTick& tick) {
-  const auto& [settings, mode, isWatchRunning, watch, isPreventingSleep, memory, seen, decision] =
-      tick;
-  const GuardPowerProfile& profile = settings.profile(seen.power);
+  const Observation& seen = tick.seen;
+  const double grace = tick.settings.profile(seen.power).idleGracePeriodSeconds;
+  const std::int64_t cutoff = tick.settings.batteryProfile.batteryCutoffPercent;
+  PowerSnapshot external = seen.power, charged = seen.power;
+  external.isOnACPower = true;
+  charged.batteryPercent = 100;
+  const auto onExternalPower = [&] {
+    return "kept awake as soon as external power is there" +
+           besides(tick, external, seen.thermalState);
+  };
   std::vector<std::string> next;
-  switch (decision.status) {
-    case GuardStatus::off:
+  switch (tick.rule) {
+    case GuardRule::off:
       next.emplace_back("nothing until another mode is chosen");
-      return next;
-    case GuardStatus::idleGrace:
-      next.push_back("idle grace ends in " +
-                     seconds(profile.idleGracePeriodSeconds -
-                             secondsBetween(*memory.lastActiveSignalAt, seen.at)) +
-                     " unless work is seen");
       break;
-    case GuardStatus::keepingAwake:
-      if (isActive(seen.strongest.strength)) {
-        next.push_back("when the work ends, idle grace holds the machine awake for " +
-                       seconds(profile.idleGracePeriodSeconds));
+    case GuardRule::batteryLevelUnknown:
+      next.push_back(onExternalPower());
+      if (cutoff < charged.batteryPercent) {
+        next.push_back("kept awake as soon as the battery level is known to be above " +
+                       percent(cutoff) + besides(tick, charged, seen.thermalState));
       }
       break;
-    case GuardStatus::watching:
-    case GuardStatus::batterySafety:
-    case GuardStatus::thermalSafety:
-      next.emplace_back(decision.status == GuardStatus::watching
-                            ? "kept awake as soon as work is seen"
-                            : "kept awake again when that is over and work is seen");
+    case GuardRule::batteryCutoff:
+      next.push_back(onExternalPower());
       break;
-    case GuardStatus::pluggedInUnlimited:
-      next.emplace_back("ends when external power goes");
+    case GuardRule::heat:
+      next.push_back("kept awake as soon as the heat is no longer critical" +
+                     besides(tick, seen.power, ThermalState::nominal));
+      break;
+    case GuardRule::manual:
+      next.emplace_back("kept awake until another mode is chosen or the heat is critical");
+      break;
+    case GuardRule::pluggedInUnlimited:
+      next.emplace_back(
+          "when external power goes, the battery's level and the agents' work decide");
+      break;
+    case GuardRule::activeWork:
+      next.push_back("when the work ends, idle grace holds the machine awake for " +
+                     seconds(grace));
+      break;
+    case GuardRule::idleGrace:
+      next.push_back("idle grace ends in " +
+                     seconds(grace - secondsBetween(*tick.memory.lastActiveSignalAt, seen.at)) +
+                     " unless work is seen");
+      break;
+    case GuardRule::watching:
+      next.emplace_back(ruleIf(tick, external, seen.thermalState) == GuardRule::pluggedInUnlimited
+                            ? "kept awake as soon as work is seen or external power is there"
+                            : "kept awake as soon as work is seen");
       break;
   }
-  if (watch && watch->held.releaseDueAt) {
+  if (tick.decision.shouldPreventSleep && !seen.power.isOnACPower) {
+    next.push_back("released at " + percent(cutoff) + " battery, now " + level(seen.power));
+  }
+  const auto& watch = tick.watch;
+  if (tick.decision.status == GuardStatus::watching && watch && watch->held.releaseDueAt &&
+      !watch->isStopped && !watch->isStuck(seen.at)) {
     next.push_back("the lid-closed keep-awake is released in " +
                    seconds(std::max(0.0, secondsBetween(seen.at, *watch->held.releaseDueAt))) +
-                   " unless work is seen");
-  }
-  if (!seen.power.isOnACPower && seen.power.batteryPercent && decision.shouldPreventSleep) {
-    next.push_back("released at " + percent(settings.batteryProfile.batteryCutoffPercent) +
-                   " battery, now " + level(seen.power));
+                   " unless it is needed before");
   }
   return next;
 }
@@ -99,52 +122,52 @@ std::vector<std::string> whatChangesNext(const OneTick& tick) {
 }  // namespace
 
 Explanation explain(const OneTick& tick) {
-  const auto& [settings, mode, isWatchRunning, watch, isPreventingSleep, memory, seen, decision] =
-      tick;
+  const Observation& seen = tick.seen;
+  const GuardSettings& settings = tick.settings;
+  const AgentStateMachine::Memory& memory = tick.memory;
   const PowerSnapshot& power = seen.power;
   const GuardPowerProfile& profile = settings.profile(power);
-  const std::string modeInput = "mode " + std::string(rawValue(mode));
+  const std::string modeInput = "mode " + std::string(rawValue(tick.mode));
   const std::string source = power.isOnACPower ? "external power" : "battery power";
   const std::string lid = "lid " + std::string(rawValue(seen.lidState));
 
   Explanation result;
-  result.status = makeStatusReport(mode, seen, decision);
-  result.status.watch = watch;
-  result.status.isWatchRunning = isWatchRunning;
-  const std::int64_t applied = ruleOf(decision, mode, power);
-  const auto add = [&result, applied](std::int64_t number, const char* rule, std::string inputs) {
-    const char* outcome = number < applied    ? "does not apply"
-                          : number == applied ? "applies"
+  result.status = makeStatusReport(tick.mode, seen, tick.decision);
+  result.status.watch = tick.watch;
+  result.status.isWatchRunning = tick.isWatchRunning;
+  const auto add = [&result, &tick](GuardRule rule, const char* name, std::string inputs) {
+    const char* outcome = rule < tick.rule    ? "does not apply"
+                          : rule == tick.rule ? "applies"
                                               : "not reached";
-    result.rules.push_back({number, rule, std::move(inputs), outcome});
+    result.rules.push_back({static_cast<std::int64_t>(rule), name, std::move(inputs), outcome});
   };
-  add(1, "Off", modeInput);
-  add(2, "Battery level unknown", source + ", level " + level(power));
-  add(3, "Battery at cutoff",
+  add(GuardRule::off, "Off", modeInput);
+  add(GuardRule::batteryLevelUnknown, "Battery level unknown", source + ", level " + level(power));
+  add(GuardRule::batteryCutoff, "Battery at cutoff",
       source + ", level " + level(power) + " against cutoff " +
           percent(settings.batteryProfile.batteryCutoffPercent) +
-          ", holding the machine awake: " + yesNo(isPreventingSleep));
+          ", holding the machine awake: " + yesNo(tick.isPreventingSleep));
   // The fourth step only chooses the settings of the others.
   result.rules.push_back({4, "Profile", source,
-                          applied < 4         ? "not reached"
-                          : power.isOnACPower ? "plugged-in profile"
-                                              : "battery profile"});
-  add(5, "Heat",
+                          tick.rule < GuardRule::heat ? "not reached"
+                          : power.isOnACPower         ? "plugged-in profile"
+                                                      : "battery profile"});
+  add(GuardRule::heat, "Heat",
       "thermal state " + std::string(rawValue(seen.thermalState)) + " against critical, " + lid);
-  add(6, "Manual", modeInput);
-  add(7, "Plugged-in unlimited",
+  add(GuardRule::manual, "Manual", modeInput);
+  add(GuardRule::pluggedInUnlimited, "Plugged-in unlimited",
       modeInput + ", " + source + ", unlimited keep-awake allowed: " +
           yesNo(settings.pluggedInProfile.allowUnlimitedKeepAwake));
-  add(8, "Active work",
+  add(GuardRule::activeWork, "Active work",
       "strongest signal " + std::to_string(rawValue(seen.strongest.strength)) +
           " against 2 (weak)" +
           (seen.strongest.appName ? ", from " + *seen.strongest.appName : std::string()));
-  add(9, "Idle grace",
+  add(GuardRule::idleGrace, "Idle grace",
       sinceWork(memory, seen.at) + " against " + seconds(profile.idleGracePeriodSeconds));
-  add(10, "Watching",
+  add(GuardRule::watching, "Watching",
       "work seen: " + yesNo(memory.hasSeenWork) + ", sleep already asked for: " +
           yesNo(memory.completionSleepIssued) + ", " + lid + ", sleep after completion: " +
-          yesNo(profile.sleepAfterCompletion || mode == AppMode::sleepAfterCurrentWork) +
+          yesNo(profile.sleepAfterCompletion || tick.mode == AppMode::sleepAfterCurrentWork) +
           ", only with a closed lid: " + yesNo(profile.sleepOnlyIfLidClosed));
   result.next = whatChangesNext(tick);
   return result;

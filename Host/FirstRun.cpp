@@ -3,8 +3,9 @@
 #include <exception>
 
 #include "Host/Folder.h"
+#include "Host/UITextNotice.h"
 #include "Platform/Files.h"
-#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/AccessibilityDetector.h"
 #include "WakelatchCore/Json.h"
 
 namespace wakelatch {
@@ -49,7 +50,7 @@ void greetOnce(const Observation& seen, const GuardSettings& settings, Notifier&
     notifier.tell(
         Onboarding::detectionHeadline(seen.strongest.strength, seen.strongest.appName).text);
     notifier.tell("Accessibility permission: " +
-                  AccessibilityNotice::onboardingNote(AgentResolver::make(settings).profiles()));
+                  accessibilityNote(AccessibilityDetector(), settings));
     platform::writeAtomically(file, encode(Defaults{true}));
   } catch (const std::exception& error) {
     notifier.tell(std::string("cannot remember the first start: ") + error.what());

@@ -21,6 +21,7 @@ OneTick tickOnce(std::optional<AppMode> mode, Tools& tools) {
   tick.decision = machine.evaluate(tick.mode, tick.settings, tick.seen.power, tick.seen.lidState,
                                    tick.seen.strongest, tick.isPreventingSleep,
                                    tick.seen.thermalState, tick.seen.at);
+  tick.rule = machine.lastRule();
   return tick;
 }
 

@@ -20,6 +20,7 @@ struct OneTick {
   AgentStateMachine::Memory memory;  ///< before the decision
   Observation seen;
   GuardDecision decision;
+  GuardRule rule;  ///< that gave it
 };
 
 /// Looks and decides as a running watch would, with what it remembers; without one, as a watch that

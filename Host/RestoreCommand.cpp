@@ -76,7 +76,7 @@ ExitStatus runRestore(const RestoreOptions& options, Tools& tools) {
         return ExitStatus::failed;
       case State::unknown:
         printNotice(
-            "the system does not say whether its sleep is disabled (`pmset -g` failed); "
+            "the system does not say whether its sleep is disabled (`pmset -g` gives no answer); "
             "to restore it anyway, run: wakelatch restore --adopt");
         return ExitStatus::failed;
     }

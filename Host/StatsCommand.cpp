@@ -93,7 +93,7 @@ class Writer {
     }
     if (const auto& run = report_.lastRun) {
       std::string value = padded(durationText(run->workedSeconds), 12) +
-                          localTimeText(run->endedAt) + ", " + std::string(endingText(*run));
+                          localTimeText(run->endedAt) + ", " + std::string(report_.lastRunEnding);
       if (run->agentDisplayName) value += "  " + shownName(*run->agentDisplayName, 24);
       line("Last run", value);
     }

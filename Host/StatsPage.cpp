@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "Host/StatsChart.h"
 #include "Host/StatsReport.h"
@@ -150,10 +151,18 @@ std::string headerOf(const StatsReport& report) {
             "closed, since " +
             since + ". Another <b>" + durationText(report.totalKeptAwakeSeconds) +
             "</b> went on with the lid open.</p>\n";
+  } else if (const double sum = awakeSeconds(report); sum > 0) {
+    html += "<h1>" + durationText(sum) + " <small>kept awake</small></h1>\n<p>Since " + since;
+    std::string_view before = ": ";
+    for (const AwakeKind& kind : awakeKinds) {
+      if (!(report.*kind.total > 0)) continue;
+      html += std::string(std::exchange(before, "; ")) + "<b>" + durationText(report.*kind.total) +
+              "</b> " + std::string(kind.meaning);
+    }
+    html += ". No agent has been at work with the lid closed yet.</p>\n";
   } else {
-    html += "<h1 class=\"quiet\">Nothing protected yet</h1>\n<p>Statistics began on " + since +
-            ". They grow while <b>wakelatch watch</b> runs and an agent works with the lid "
-            "closed.</p>\n";
+    html += "<h1 class=\"quiet\">Nothing kept awake yet</h1>\n<p>Statistics began on " + since +
+            ". They grow while <b>wakelatch watch</b> runs and keeps this machine awake.</p>\n";
   }
   return html + "</header>\n";
 }
@@ -182,7 +191,7 @@ std::string highlightsOf(const StatsReport& report) {
   if (const auto& run = report.lastRun) {
     html += tile("Last run", durationText(run->workedSeconds),
                  (run->agentDisplayName ? name(*run->agentDisplayName) : "unknown agent") + ", " +
-                     std::string(endingText(*run)) + " " + localTimeText(run->endedAt));
+                     std::string(report.lastRunEnding) + " " + localTimeText(run->endedAt));
   }
   return "<dl>\n" + html + "</dl>\n";
 }

@@ -50,6 +50,7 @@ StatsReport makeStatsReport(const UsageMetrics& metrics, Timestamp now, int days
                                   metrics.longestProtectedRunDate};
   }
   report.lastRun = metrics.lastRun;
+  report.lastRunEnding = endingText(metrics);
   report.agents = agentsOf(metrics);
   report.days = metrics.recentDays(days, now);
   return report;
@@ -63,6 +64,12 @@ double sane(double seconds) {
 double awakeSeconds(const DayBucket& bucket) {
   double sum = 0;
   for (const AwakeKind& kind : awakeKinds) sum += sane(bucket.*kind.seconds);
+  return sum;
+}
+
+double awakeSeconds(const StatsReport& report) {
+  double sum = 0;
+  for (const AwakeKind& kind : awakeKinds) sum += sane(report.*kind.total);
   return sum;
 }
 
@@ -109,8 +116,18 @@ std::string savedText(const StatsReport& report) {
   return text;
 }
 
-std::string_view endingText(const LastRunSummary& run) {
-  return run.finishedNormally ? "finished" : "cut short";
+std::string_view endingText(const UsageMetrics& metrics) {
+  if (!metrics.lastRun) return {};
+  if (metrics.lastRun->finishedNormally) return "finished";
+  if (metrics.lastCloseReason != SessionCloseReason::interrupted) return "ended";
+  // That is why the newest session closed, which is the last run only if it kept the machine awake.
+  // It is known to be when no other session was closed from the day on which the run ended.
+  std::int64_t closedSince = 0;
+  auto day = metrics.days.lower_bound(UsageMetrics::dayKey(metrics.lastRun->endedAt));
+  for (; day != metrics.days.end(); ++day) {
+    closedSince += std::clamp<std::int64_t>(day->second.totalSessions, 0, 2);  // cannot overflow
+  }
+  return closedSince == 1 ? "cut short" : "ended";
 }
 
 }  // namespace wakelatch::host

@@ -37,6 +37,7 @@ struct StatsReport {
   std::optional<double> utilization;  ///< share of the sessions that were saved, 0 to 1
   std::optional<LongestRun> longestProtectedRun;
   std::optional<LastRunSummary> lastRun;
+  std::string_view lastRunEnding;             ///< see endingText(); not in the JSON object
   std::vector<AgentFigures> agents;           ///< most protected time first
   std::vector<UsageMetrics::RecentDay> days;  ///< oldest first
 };
@@ -66,6 +67,8 @@ inline constexpr std::array<AwakeKind, 4> awakeKinds{{
 double sane(double seconds);
 /// All kinds of a day together, in sane seconds.
 double awakeSeconds(const DayBucket& bucket);
+/// All kinds of all days together, in sane seconds.
+double awakeSeconds(const StatsReport& report);
 
 /// "45s", "12m", "3h 05m", cut to the last unit shown.
 std::string durationText(double seconds);
@@ -75,8 +78,9 @@ std::string localTimeText(Timestamp time);
 std::string dayText(const std::string& dayKey, bool withYear);
 /// "31 of 40 (78%)".
 std::string savedText(const StatsReport& report);
-/// How the last run ended: "finished" or "cut short".
-std::string_view endingText(const LastRunSummary& run);
+/// How the last run ended: "finished" when its agent went idle, "cut short" when it is known that
+/// the ticks were interrupted, else "ended"; empty without a last run.
+std::string_view endingText(const UsageMetrics& metrics);
 
 }  // namespace wakelatch::host
 

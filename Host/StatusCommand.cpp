@@ -14,7 +14,7 @@ ExitStatus runStatus(const StatusOptions& options, Tools& tools) {
   if (options.json) {
     std::cout << encode(report, DateCoding::iso8601) << '\n';
   } else {
-    std::cout << statusTable(report);
+    std::cout << statusTable(report, tick.seen.at);
   }
   return ExitStatus::done;
 }

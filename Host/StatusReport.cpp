@@ -5,6 +5,7 @@
 #include <map>
 
 #include "Host/Terminal.h"
+#include "Host/WatchText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -76,21 +77,6 @@ std::string padded(std::string text, std::size_t width) {
   return text + ' ';
 }
 
-std::string describe(const WatchState& watch) {
-  std::string text = "process " + std::to_string(watch.pid) + ", mode " +
-                     std::string(displayName(watch.mode)) + ": ";
-  if (!watch.held.isToolWanted) {
-    text += "sleep allowed";
-  } else if (!watch.held.isToolRunning()) {
-    text += "keep-awake wanted, but its tool is not running";
-  } else {
-    text +=
-        *watch.held.letDisplaySleep ? "kept awake, display may sleep" : "kept awake, display too";
-  }
-  if (watch.held.isLidClosedEngaged) text += ", lid-closed setting engaged";
-  return text;
-}
-
 }  // namespace
 
 StatusReport makeStatusReport(AppMode mode, const Observation& seen,
@@ -107,7 +93,7 @@ StatusReport makeStatusReport(AppMode mode, const Observation& seen,
   return report;
 }
 
-std::string statusTable(const StatusReport& report) {
+std::string statusTable(const StatusReport& report, Timestamp now) {
   std::string text;
   const auto row = [&text](const char* title, const std::string& value) {
     text += padded(title, 10) + printable(value) + '\n';
@@ -132,7 +118,9 @@ std::string statusTable(const StatusReport& report) {
   row("Decision", statusLine(report));
   row("", std::string("keep awake: ") + (report.decision.shouldPreventSleep ? "yes" : "no") +
               ", sleep now: " + (report.decision.shouldSleepNow ? "yes" : "no"));
-  row("Watch", report.watch            ? describe(*report.watch)
+  const auto& watch = report.watch;
+  row("Watch", watch ? "process " + std::to_string(watch->pid) + ", mode " +
+                           std::string(displayName(watch->mode)) + ": " + describe(*watch, now)
                : report.isWatchRunning ? "starting"
                                        : "not running");
   return text;

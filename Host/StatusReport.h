@@ -36,8 +36,8 @@ struct StatusReport {
 
 StatusReport makeStatusReport(AppMode mode, const Observation& seen, const GuardDecision& decision);
 
-/// The table that `status` prints.
-std::string statusTable(const StatusReport& report);
+/// The table that `status` prints; `now` tells how old the watch's last tick is.
+std::string statusTable(const StatusReport& report, Timestamp now);
 
 /// One line without line break: "Keeping Awake: Codex CLI CPU is above the work threshold".
 std::string statusLine(const StatusReport& report);

@@ -3,18 +3,34 @@
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch::host {
+namespace {
+
+/// Whom it concerns that UI text cannot be read: the end of a sentence.
+std::string whoIsMissed(const std::vector<AgentProfile>& watched) {
+  std::string names;
+  for (const AgentProfile& agent : watched) {
+    if (!AccessibilityNotice::isUITextOnly(agent) || agent.activePhrases.empty()) continue;
+    names += (names.empty() ? "" : ", ") + agent.displayName;
+  }
+  return names.empty() ? "" : "; it alone would show: " + names;
+}
+
+}  // namespace
 
 std::optional<std::string> uiTextNotice(const AccessibilityDetector& detector,
                                         const GuardSettings& settings) {
   if (!settings.accessibilityDetectionEnabled || detector.isTrusted()) return std::nullopt;
   const auto watched = AgentResolver::make(settings).profiles();
-  if (detector.isSupported()) return AccessibilityNotice::onboardingNote(watched);
-  std::string names;
-  for (const std::string& name : AccessibilityNotice::uiTextOnlyNames(watched)) {
-    names += (names.empty() ? "" : ", ") + name;
-  }
-  return names.empty() ? "is not read on this system"
-                       : "is not read on this system; it alone would show: " + names;
+  return detector.isSupported() ? AccessibilityNotice::onboardingNote(watched)
+                                : "is not read on this system" + whoIsMissed(watched);
+}
+
+std::string accessibilityNote(const AccessibilityDetector& detector,
+                              const GuardSettings& settings) {
+  const auto watched = AgentResolver::make(settings).profiles();
+  return detector.isSupported()
+             ? AccessibilityNotice::onboardingNote(watched)
+             : "there is none on this system, so UI text is not read" + whoIsMissed(watched);
 }
 
 }  // namespace wakelatch::host

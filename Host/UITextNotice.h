@@ -13,4 +13,8 @@ namespace wakelatch::host {
 std::optional<std::string> uiTextNotice(const AccessibilityDetector& detector,
                                         const GuardSettings& settings);
 
+/// What the accessibility permission is good for, or that this system has none: a text for the
+/// user, whatever the settings and the permission are.
+std::string accessibilityNote(const AccessibilityDetector& detector, const GuardSettings& settings);
+
 }  // namespace wakelatch::host

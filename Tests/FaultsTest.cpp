@@ -94,6 +94,8 @@ TEST(Faults, WhatStandsInAFilesPlaceIsNamedAndLeftAlone) {
     fs::create_directories(home.path() / "Library/Logs");
     put(folder / file);
     EXPECT_EQ(runHost({"status"}).status, status);
+    const bool isUsage = file == "usage.json";
+    EXPECT_THAT(runHost({"doctor"}).out, HasSubstr(isUsage ? "PROBLEM  statistics: " : "ok  "));
     const Outcome outcome = runHost(oneTick);
     EXPECT_EQ(outcome.status, watch);
     EXPECT_THAT(outcome.err, HasSubstr(notice));

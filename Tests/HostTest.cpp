@@ -133,6 +133,11 @@ TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
   EXPECT_EQ(runHost({"watch", "--dry-run", "--ticks", "1"}).status, 0);
   EXPECT_TRUE(fs::exists(SleepController::pidFileURL())) << "neither must touch it";
 
+  watch.send(SIGSTOP);
+  const std::string stuck = "PROBLEM  watch: process " + std::to_string(watch.id()) + ": stuck: ";
+  EXPECT_TRUE(eventually([&] { return runHost({"doctor"}).out.find(stuck) != std::string::npos; }));
+  watch.send(SIGCONT);
+
   watch.send(SIGINT);
   EXPECT_EQ(watch.finish().status, 0);
   EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));

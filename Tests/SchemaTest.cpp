@@ -62,7 +62,9 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   documents.emplace("settings", encode(GuardSettings()));
   documents.emplace("settings", contentOf(settingsFile()));
   writeFile(settingsFile(), "[]");
-  EXPECT_TRUE(run("doctor")["findings"][0].contains("remedy"));
+  const json findings = run("doctor")["findings"];
+  EXPECT_TRUE(findings[0].contains("remedy"));
+  EXPECT_EQ(findings[3]["finding"], "the system does not say whether sleep is disabled");
   for (const auto& [name, text] : documents) EXPECT_EQ(faults(name, text), "") << name << text;
 
   const json changes = json::parse(R"({"status": {"added": 1},

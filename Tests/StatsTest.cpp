@@ -43,7 +43,7 @@ TEST(Stats, TextShowsTheFiguresAndNothingHarmful) {
   const std::string text = statsText(makeStatsReport(someMetrics(), now, 3), {40, false});
   for (const char* part :
        {"Since 2025-03-01, 1 active day\n", "  Protected       2h 00m  ", "3 of 4 (75%)",
-        "1h 23m      2025-03-10  <b>名前", "59s         2025-03-10 ", ", cut short  Codex CLI\n",
+        "1h 23m      2025-03-10  <b>名前", "59s         2025-03-10 ", ", ended  Codex CLI\n",
         "\n     1h 30m       0  ██████████ <b>名前 &…\n",
         "\n        30m       3  ███        Codex C…\n", "  2025-03-08       0s\n",
         "  2025-03-09      10m  ▒\n", "  2025-03-10   3h 00m  ███████████▓▓▓▓▓\n"})
@@ -53,6 +53,31 @@ TEST(Stats, TextShowsTheFiguresAndNothingHarmful) {
   EXPECT_THAT(wide, Not(HasSubstr("\033")));
   EXPECT_THAT(statsText(makeStatsReport(someMetrics(), now, 1), {80, true}),
               HasSubstr("\033[36m██"));
+}
+
+TEST(Stats, OnlyARunKnownToBeInterruptedIsCutShort) {
+  using enum SessionCloseReason;
+  const struct {
+    bool finished;
+    std::optional<SessionCloseReason> newest;
+    std::int64_t sessionsThatDay, sessionsLater;
+    std::string text;
+  } rows[] = {{true, interrupted, 1, 0, "finished"},
+              {false, vanished, 1, 0, "ended"},
+              {false, interrupted, 1, 0, "cut short"},
+              {false, interrupted, 2, 0, "ended"},
+              {false, interrupted, 1, 1, "ended"},
+              {false, idle, 1, 1, "ended"},
+              {false, {}, 1, 0, "ended"}};
+  for (const auto& row : rows) {
+    UsageMetrics metrics(now);
+    metrics.lastRun = LastRunSummary{{}, now, 60, 0, 60, row.finished};
+    metrics.lastCloseReason = row.newest;
+    metrics.days["2025-03-09"].totalSessions = 5;
+    metrics.days["2025-03-10"].totalSessions = row.sessionsThatDay;
+    metrics.days["2025-03-11"].totalSessions = row.sessionsLater;
+    EXPECT_EQ(endingText(metrics), row.text);
+  }
 }
 
 TEST(Stats, CommandReadsAndNeverWrites) {
@@ -90,7 +115,13 @@ TEST(Stats, PageDrawsToScaleEscapesNamesAndLoadsNothing) {
     EXPECT_THAT(page, HasSubstr(part));
   for (const char* outside : {"http:", "https:", "url(", "@import", "<script", "<b>名前"})
     EXPECT_THAT(page, Not(HasSubstr(outside)));
-  EXPECT_THAT(statsPage(UsageMetrics(now), now, 14), HasSubstr("Nothing protected yet"));
+  UsageMetrics metrics(now);
+  EXPECT_THAT(statsPage(metrics, now, 14), HasSubstr("Nothing kept awake yet"));
+  metrics.days["2025-03-10"] = {0, 7200, 0, 600, 0, 1, {}, {}};
+  EXPECT_THAT(
+      statsPage(metrics, now, 14),
+      HasSubstr("<h1>2h 10m <small>kept awake</small></h1>\n<p>Since 10 Mar 2025: <b>2h 00m"
+                "</b> an agent at work, lid open; <b>10m</b> unlimited on external power. "));
 }
 
 }  // namespace

@@ -27,20 +27,22 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
                        *power.batteryPercent <= settings.batteryProfile.warningPercent &&
                        *power.batteryPercent > cutoff;
 
-  const auto decision = [&signal](GuardStatus status, bool prevent, bool sleepNow,
-                                  const std::string& reason, bool batteryWarning) {
+  const auto decision = [this, &signal](GuardRule rule, GuardStatus status, bool prevent,
+                                        bool sleepNow, const std::string& reason,
+                                        bool batteryWarning) {
+    lastRule_ = rule;
     return GuardDecision{status, prevent, sleepNow, signal.appName, reason, batteryWarning};
   };
 
   // 1. Off.
   if (mode == AppMode::off) {
     reset();
-    return decision(GuardStatus::off, false, false, "Lumenhold is off", warning);
+    return decision(GuardRule::off, GuardStatus::off, false, false, "Lumenhold is off", warning);
   }
 
   // 2. On battery with an unknown level.
   if (!power.isOnACPower && !power.batteryPercent) {
-    return decision(GuardStatus::watching, false, false,
+    return decision(GuardRule::batteryLevelUnknown, GuardStatus::watching, false, false,
                     "Battery level unavailable — releasing keep-awake to protect the battery",
                     false);
   }
@@ -48,7 +50,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
   // 3. Battery at cutoff.
   if (!power.isOnACPower && *power.batteryPercent <= cutoff) {
     if (isPreventingSleep) memory_.completionSleepIssued = true;
-    return decision(GuardStatus::batterySafety, false, isPreventingSleep,
+    return decision(GuardRule::batteryCutoff, GuardStatus::batterySafety, false, isPreventingSleep,
                     "Battery is at or below cutoff", false);
   }
 
@@ -59,7 +61,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
   if (thermalState == ThermalState::critical) {
     const bool sleepNow = isPreventingSleep && lidState == LidState::closed;
     if (sleepNow) memory_.completionSleepIssued = true;
-    return decision(GuardStatus::thermalSafety, false, sleepNow,
+    return decision(GuardRule::heat, GuardStatus::thermalSafety, false, sleepNow,
                     "Thermal pressure is critical — releasing keep-awake so the Mac can cool down",
                     warning);
   }
@@ -67,28 +69,29 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
   // 6. Manual.
   if (mode == AppMode::manualKeepAwake) {
     memory_.completionSleepIssued = false;
-    return decision(GuardStatus::keepingAwake, true, false, "Manual keep-awake mode is enabled",
-                    warning);
+    return decision(GuardRule::manual, GuardStatus::keepingAwake, true, false,
+                    "Manual keep-awake mode is enabled", warning);
   }
 
   // 7. Plugged-in unlimited.
   if (mode == AppMode::pluggedInUnlimited && power.isOnACPower &&
       settings.pluggedInProfile.allowUnlimitedKeepAwake) {
     memory_.completionSleepIssued = false;
-    return decision(GuardStatus::pluggedInUnlimited, true, false,
+    return decision(GuardRule::pluggedInUnlimited, GuardStatus::pluggedInUnlimited, true, false,
                     "AC power is connected and plugged-in unlimited mode is enabled", false);
   }
 
   // 8. Active work.
   if (isActive(signal.strength)) {
     markActive(now);
-    return decision(GuardStatus::keepingAwake, true, false, signal.reason, warning);
+    return decision(GuardRule::activeWork, GuardStatus::keepingAwake, true, false, signal.reason,
+                    warning);
   }
 
   // 9. Idle grace.
   if (memory_.lastActiveSignalAt &&
       secondsBetween(*memory_.lastActiveSignalAt, now) < profile.idleGracePeriodSeconds) {
-    return decision(GuardStatus::idleGrace, true, false,
+    return decision(GuardRule::idleGrace, GuardStatus::idleGrace, true, false,
                     "No current active signal; waiting through idle grace", warning);
   }
 
@@ -99,7 +102,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
        !profile.sleepOnlyIfLidClosed);
   const bool sleepNow = memory_.hasSeenWork && !memory_.completionSleepIssued && mayComplete;
   if (sleepNow) memory_.completionSleepIssued = true;
-  return decision(GuardStatus::watching, false, sleepNow,
+  return decision(GuardRule::watching, GuardStatus::watching, false, sleepNow,
                   signal.strength == SignalStrength::presence
                       ? "Target app is present but no active-work signal was found"
                       : "No active agent signal",

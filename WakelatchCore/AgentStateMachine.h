@@ -10,6 +10,20 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
+/// The rules of AgentStateMachine::evaluate(). Each value is the rule's place in the order in which
+/// they are tried; the fourth step decides nothing, it chooses the profile of those after it.
+enum class GuardRule {
+  off = 1,
+  batteryLevelUnknown = 2,
+  batteryCutoff = 3,
+  heat = 5,
+  manual = 6,
+  pluggedInUnlimited = 7,
+  activeWork = 8,
+  idleGrace = 9,
+  watching = 10,  ///< applies when none of the others does
+};
+
 /// Decides once per tick. No lock: all calls on one instance come from one thread at a time. Never
 /// blocks, never fails.
 class AgentStateMachine {
@@ -38,19 +52,24 @@ class AgentStateMachine {
   /// the next evaluation without an active signal goes straight to the completion sleep.
   void markFinished(Timestamp time, double gracePeriod);
 
-  /// The first rule that applies decides, in a fixed order; `signal` is the strongest of the tick.
   /// For the host, before evaluate(): work seen later than `now` counts as seen now. After the
   /// clock was set back its grace period would otherwise last until the clock has caught up.
   void forgetFuture(Timestamp now);
 
+  /// The first rule that applies decides, in the order of GuardRule.
+  /// @param signal             the strongest of the tick
   /// @param isPreventingSleep  the sleep controller holds the machine awake at this moment
   /// @param thermalState       of the process, as the platform reports it
   GuardDecision evaluate(AppMode mode, const GuardSettings& settings, const PowerSnapshot& power,
                          LidState lidState, const ActivitySignal& signal, bool isPreventingSleep,
                          ThermalState thermalState, Timestamp now);
 
+  /// The rule that gave the last decision; `watching` before the first one.
+  GuardRule lastRule() const { return lastRule_; }
+
  private:
   Memory memory_;
+  GuardRule lastRule_ = GuardRule::watching;
 };
 
 /// Whether a release that the decision wants happens at once or is held for a while.

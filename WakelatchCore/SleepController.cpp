@@ -340,8 +340,8 @@ bool SleepController::noteRestore(bool isRestored) {
   return isRestored;
 }
 
-SleepController::DisableSleepState SleepController::disableSleepState() try {
-  const std::string output = runner_.run(pmset({"-g"})).standardOutput;
+SleepController::DisableSleepState SleepController::disableSleepState(CommandRunning& runner) try {
+  const std::string output = runner.run(pmset({"-g"})).standardOutput;
   if (platform::trimmed(output).empty()) return DisableSleepState::unknown;
   return parseSleepDisabled(output) ? DisableSleepState::on : DisableSleepState::off;
 } catch (const std::exception&) {

@@ -102,8 +102,10 @@ class SleepController {
   /// Prompts unless engaged already. False when declined; the next call prompts again.
   bool engageLidClosedProtection();
 
-  /// Asks `pmset -g`, whoever set it.
-  DisableSleepState disableSleepState();
+  /// Asks `pmset -g`, whoever set it; a failing, empty or blank answer is `unknown`. The second one
+  /// asks with a runner of the caller, from any thread that may use that.
+  DisableSleepState disableSleepState() { return disableSleepState(runner_); }
+  static DisableSleepState disableSleepState(CommandRunning& runner);
   /// The same; no answer counts as off.
   bool isSystemSleepDisabled();
 

@@ -1,0 +1,65 @@
+#include "Host/WatchText.h"
+
+#include <cstdio>
+
+namespace wakelatch::host {
+namespace {
+
+std::string seconds(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3g s", value);
+  return text;
+}
+
+/// What is there, whether or not it is wanted.
+std::string inEffect(const Held& held) {
+  const std::string tool =
+      held.isToolRunning() ? "the keep-awake tool runs" : "the keep-awake tool does not run";
+  return tool + (held.isLidClosedEngaged ? ", the lid-closed setting is engaged" : "");
+}
+
+std::string whatItDoes(const Held& held) {
+  if (!held.isToolWanted) {
+    return held.isHeld() ? "not to be kept awake, but still " + inEffect(held) : "sleep allowed";
+  }
+  std::string text =
+      *held.letDisplaySleep ? "kept awake, display may sleep" : "kept awake, display too";
+  if (!held.isToolProven) text = "the keep-awake tool is being tried";
+  return text + (held.isLidClosedEngaged ? ", lid-closed setting engaged" : "");
+}
+
+}  // namespace
+
+std::optional<WatchFault> watchFault(const WatchState& watch, Timestamp now) {
+  const Held& held = watch.held;
+  const std::string pid = std::to_string(watch.pid);
+  if (watch.isStopped) {
+    return WatchFault{"stopped (Ctrl-Z), it decides nothing; " + inEffect(held),
+                      "let it go on: fg in its terminal, or kill -CONT " + pid};
+  }
+  if (watch.isStuck(now)) {
+    char age[32];
+    std::snprintf(age, sizeof age, "%.0f s", secondsBetween(watch.at, now));
+    return WatchFault{std::string("stuck: last tick ") + age + " ago, every " +
+                          seconds(watch.intervalSeconds) + "; " + inEffect(held),
+                      "if it stays so, end it: kill " + pid + ", or kill -9 " + pid +
+                          "; then run: wakelatch restore"};
+  }
+  if (held.isRestoreOpen) {
+    return WatchFault{
+        "not to be kept awake, but the lid-closed setting is engaged: its restore was refused",
+        "allow the prompt when it comes again, or stop the watch and run: wakelatch restore"};
+  }
+  if (held.isToolWanted && !held.isToolRunning()) {
+    return WatchFault{"to be kept awake, but " + inEffect(held), "see the log for the reason"};
+  }
+  return std::nullopt;
+}
+
+std::string describe(const WatchState& watch, Timestamp now) {
+  const auto fault = watchFault(watch, now);
+  return (fault ? fault->finding : whatItDoes(watch.held)) +
+         (watch.held.prompt ? "; administrator prompt open: " + *watch.held.prompt : "");
+}
+
+}  // namespace wakelatch::host

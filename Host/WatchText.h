@@ -1,0 +1,24 @@
+// What a running watch is doing, and what is wrong with it, in words for `status` and `doctor`.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Host/WatchState.h"
+
+namespace wakelatch::host {
+
+/// What stands between a watch and its work.
+struct WatchFault {
+  std::string finding;
+  std::string remedy;  ///< what to do
+};
+
+/// Nothing when all is well, or will be with the next ticks.
+std::optional<WatchFault> watchFault(const WatchState& watch, Timestamp now);
+
+/// What it has in effect, or its fault's finding, with the open prompt: "kept awake, display too;
+/// administrator prompt open: ...".
+std::string describe(const WatchState& watch, Timestamp now);
+
+}  // namespace wakelatch::host
