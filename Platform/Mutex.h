@@ -1,6 +1,6 @@
 // Locks whose use clang checks at compile time: a field says which mutex guards it, a function
-// which mutex it needs held. `-Wthread-safety` (the `clang-libcxx` preset) makes a breach an error;
-// other compilers see a plain mutex.
+// which mutex it needs held. With `-Wthread-safety`, as this project is compiled, clang warns of a
+// breach; other compilers see a plain mutex. Unseen by clang stay constructors and destructors.
 #pragma once
 
 #include <chrono>
@@ -21,14 +21,12 @@
 #pragma GCC visibility push(default)
 namespace wakelatch::platform {
 
+/// Held by a MutexLock and no other way.
 class WAKELATCH_THREAD_SAFETY(capability("mutex")) Mutex {
  public:
   Mutex() = default;
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
-
-  void lock() WAKELATCH_THREAD_SAFETY(acquire_capability()) { mutex_.lock(); }
-  void unlock() WAKELATCH_THREAD_SAFETY(release_capability()) { mutex_.unlock(); }
 
  private:
   friend class MutexLock;

@@ -80,12 +80,12 @@ SleepController::~SleepController() {
 }
 
 bool SleepController::isSleepPreventionEnabled() const {
-  const std::lock_guard guard(lock_);
+  const platform::MutexLock guard(lock_);
   return isSleepPreventionEnabled_;
 }
 
 bool SleepController::isLidClosedProtectionEngaged() const {
-  const std::lock_guard guard(lock_);
+  const platform::MutexLock guard(lock_);
   return disableSleepEngaged_;
 }
 
@@ -93,7 +93,7 @@ std::optional<bool> SleepController::appliedLetDisplaySleep() const {
   std::shared_ptr<platform::WatchedChild> process;
   bool letDisplaySleep = false;
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     process = caffeinateProcess_;
     letDisplaySleep = caffeinateLetDisplaySleep_;
   }
@@ -110,7 +110,7 @@ bool SleepController::setSleepPrevention(bool enabled, bool allowLidClosed, bool
 bool SleepController::enableSleepPrevention(bool allowLidClosed, bool letDisplaySleep) {
   const bool isRunning = startCaffeinate(letDisplaySleep);
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     isSleepPreventionEnabled_ = isRunning;
   }
   return allowLidClosed ? engageLidClosedProtection() : true;
@@ -120,7 +120,7 @@ bool SleepController::restoreNormalSleep() {
   stopCaffeinate();
   bool isEngaged = false;
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     isSleepPreventionEnabled_ = false;
     isEngaged = disableSleepEngaged_;
   }
@@ -142,7 +142,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   std::shared_ptr<platform::WatchedChild> previous;
   bool previousLetDisplaySleep = false;
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     previous = caffeinateProcess_;
     previousLetDisplaySleep = caffeinateLetDisplaySleep_;
   }
@@ -155,7 +155,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   } catch (const std::exception& error) {
     bool isLogged = false;
     {
-      const std::lock_guard guard(lock_);
+      const platform::MutexLock guard(lock_);
       isLogged = std::exchange(caffeinateLaunchFailureLogged_, true);
     }
     if (!isLogged) {
@@ -165,7 +165,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
     return previous != nullptr;  // it keeps the machine awake in its old posture
   }
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     caffeinateProcess_ = started;
     caffeinateLetDisplaySleep_ = letDisplaySleep;
     caffeinateLaunchFailureLogged_ = false;
@@ -192,7 +192,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
 void SleepController::stopCaffeinate() {
   std::shared_ptr<platform::WatchedChild> process;
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     process = std::exchange(caffeinateProcess_, nullptr);
   }
   if (process != nullptr && process->isRunning()) {
@@ -312,7 +312,7 @@ bool SleepController::disengageDisableSleep() {
     isRestored = disableSleepState() == DisableSleepState::off;
   }
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     disableSleepEngaged_ = !isRestored;
   }
   if (isRestored) {
@@ -352,7 +352,7 @@ bool SleepController::parseSleepDisabled(std::string_view output) {
 
 void SleepController::adoptDisableSleepEngaged() {
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     disableSleepEngaged_ = true;
   }
   writeEngagedMarker();
@@ -376,7 +376,7 @@ void SleepController::emergencyRestore() {
   logger_.log("Emergency restore requested");
   stopCaffeinate();
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     isSleepPreventionEnabled_ = false;
   }
   disengageDisableSleep();
