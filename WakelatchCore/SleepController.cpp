@@ -150,17 +150,20 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   if (previous != nullptr && previousLetDisplaySleep == letDisplaySleep) return true;
 
   std::shared_ptr<platform::WatchedChild> started;
+  std::string failure;
   try {
     started = platform::WatchedChild::start(caffeinatePath_, caffeinateArguments(letDisplaySleep));
   } catch (const std::exception& error) {
+    failure = error.what();
+  }
+  if (started == nullptr) {
     bool isLogged = false;
     {
       const platform::MutexLock guard(lock_);
       isLogged = std::exchange(caffeinateLaunchFailureLogged_, true);
     }
     if (!isLogged) {
-      logger_.log(std::string("Failed to start caffeinate: ") + error.what() +
-                  " — retrying each tick, logging once");
+      logger_.log("Failed to start caffeinate: " + failure + " — retrying each tick, logging once");
     }
     return previous != nullptr;  // it keeps the machine awake in its old posture
   }
