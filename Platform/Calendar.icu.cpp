@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <iterator>
-#include <mutex>
 #include <stdexcept>
 #include <string_view>
 
 #include "Platform/Calendar.h"
+#include "Platform/Mutex.h"
 
 namespace wakelatch::platform {
 namespace {
@@ -36,8 +36,8 @@ std::u16string nameInEnvironment() {
 
 /// ICU's calendar computes inside itself: one caller at a time.
 struct TimeZone::Rules {
-  std::mutex mutex;
-  UCalendar* calendar;
+  Mutex mutex;
+  UCalendar* calendar WAKELATCH_GUARDED_BY(mutex);
 
   /// An empty name stands for the system's zone.
   explicit Rules(const std::u16string& name) {
@@ -67,7 +67,7 @@ const TimeZone& TimeZone::ofProcess() {
 }
 
 std::chrono::seconds TimeZone::offset(std::chrono::sys_seconds instant) const {
-  const std::lock_guard lock(rules_->mutex);
+  const MutexLock lock(rules_->mutex);
   UErrorCode status = U_ZERO_ERROR;
   ucal_setMillis(rules_->calendar, 1000.0 * static_cast<double>(instant.time_since_epoch().count()),
                  &status);

@@ -128,6 +128,12 @@ void growForFlood(std::string& text, std::size_t needed) {
 
 }  // namespace
 
+std::chrono::steady_clock::time_point deadlineIn(double seconds) {
+  const std::chrono::duration<double> limit(seconds > 0 ? std::min(seconds, 1e9) : 0);
+  return std::chrono::steady_clock::now() +
+         std::chrono::duration_cast<std::chrono::steady_clock::duration>(limit);
+}
+
 ChildProcess::ChildProcess(const std::string& executable, const std::vector<std::string>& arguments,
                            ChildOutput output)
     : id_(launch(executable, arguments, output, standardOutput_.pipe, standardError_.pipe)),
@@ -140,11 +146,7 @@ ChildProcess::~ChildProcess() {
 }
 
 bool ChildProcess::awaitExit(double seconds) {
-  // A bound keeps "forever" within what the clock can count: some thirty years.
-  const double limit = seconds > 0 ? std::min(seconds, 1e9) : 0;
-  const auto deadline = std::chrono::steady_clock::now() +
-                        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                            std::chrono::duration<double>(limit));
+  const auto deadline = deadlineIn(seconds);
   for (;;) {
     const bool noticed = notice_.descriptor() >= 0;
     bool exited = !noticed && exitedUnnoticed();

@@ -2,6 +2,7 @@
 // does not grow with the memory of the host.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -25,6 +26,10 @@ enum class ChildOutput {
   inherited,  ///< where the host's own go
   captured,   ///< into pipes that awaitExit() empties
 };
+
+/// The end of a wait of so many seconds that begins now: at least none, and at most some thirty
+/// years, which the clock can still count.
+std::chrono::steady_clock::time_point deadlineIn(double seconds);
 
 /// A running child, or one that has exited and is not reaped yet. Not for use by several threads at
 /// once.

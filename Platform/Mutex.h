@@ -1,12 +1,14 @@
 // Locks whose use clang checks at compile time: a field says which mutex guards it, a function
-// which mutex it needs held. `-Wthread-safety` (the `clang-libcxx` preset) makes a breach an error;
-// other compilers see a plain mutex.
+// which mutex it needs held. With `-Wthread-safety`, as this project is compiled, clang warns of a
+// breach; other compilers see a plain mutex. It looks into no constructor, destructor or catch
+// handler: touch guarded fields elsewhere.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 
+/// An attribute of clang's analysis; nothing for other compilers.
 #if defined(__clang__)
 #define WAKELATCH_THREAD_SAFETY(attribute) __attribute__((attribute))
 #else
@@ -21,14 +23,12 @@
 #pragma GCC visibility push(default)
 namespace wakelatch::platform {
 
+/// Held by a MutexLock and no other way.
 class WAKELATCH_THREAD_SAFETY(capability("mutex")) Mutex {
  public:
   Mutex() = default;
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
-
-  void lock() WAKELATCH_THREAD_SAFETY(acquire_capability()) { mutex_.lock(); }
-  void unlock() WAKELATCH_THREAD_SAFETY(release_capability()) { mutex_.unlock(); }
 
  private:
   friend class MutexLock;
@@ -38,6 +38,7 @@ class WAKELATCH_THREAD_SAFETY(capability("mutex")) Mutex {
 /// Holds a mutex for as long as it lives.
 class WAKELATCH_THREAD_SAFETY(scoped_lockable) MutexLock {
  public:
+  /// Waits until no other thread holds the mutex; this one must not hold it already.
   explicit MutexLock(Mutex& mutex) WAKELATCH_THREAD_SAFETY(acquire_capability(mutex))
       : lock_(mutex.mutex_) {}
   ~MutexLock() WAKELATCH_THREAD_SAFETY(release_capability()) {}
@@ -53,12 +54,15 @@ class WAKELATCH_THREAD_SAFETY(scoped_lockable) MutexLock {
 /// again in a loop, in which clang sees that the lock is held.
 class Condition {
  public:
+  /// Until somebody notifies. Lets go of `lock` meanwhile, as the next does.
   void wait(MutexLock& lock) { condition_.wait(lock.lock_); }
-  /// False when `deadline` passed.
+  /// The same, at most until `deadline`; false when that has passed.
   bool waitUntil(MutexLock& lock, std::chrono::steady_clock::time_point deadline) {
     return condition_.wait_until(lock.lock_, deadline) == std::cv_status::no_timeout;
   }
+  /// Ends the wait of one thread, if any waits.
   void notifyOne() { condition_.notify_one(); }
+  /// Ends the wait of every thread that waits.
   void notifyAll() { condition_.notify_all(); }
 
  private:

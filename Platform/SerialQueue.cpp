@@ -14,17 +14,17 @@ SerialQueue::SerialQueue(std::string label) : label_(std::move(label)) {}
 
 SerialQueue::~SerialQueue() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ending_ = true;
   }
-  wake_.notify_one();
+  wake_.notifyOne();
   if (thread_.joinable()) thread_.join();
 }
 
 void SerialQueue::async(Task task) {
   bool wasEmpty = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!thread_.joinable()) {
       thread_ = startThread(label_, [this] { runTasks(); });
       process_ = ::getpid();
@@ -32,7 +32,7 @@ void SerialQueue::async(Task task) {
     wasEmpty = waiting_.empty();
     waiting_.push_back(std::move(task));
   }
-  if (wasEmpty) wake_.notify_one();  // else the thread is awake or has been woken
+  if (wasEmpty) wake_.notifyOne();  // else the thread is awake or has been woken
 }
 
 void SerialQueue::drain() {
@@ -44,15 +44,15 @@ void SerialQueue::drain() {
 
 void SerialQueue::runTasks() {
   std::vector<Task> batch;
-  std::unique_lock lock(mutex_);
   for (;;) {
-    wake_.wait(lock, [this] { return ending_ || !waiting_.empty(); });
-    if (waiting_.empty()) return;
-    batch.swap(waiting_);
-    lock.unlock();
+    {
+      MutexLock lock(mutex_);
+      while (!ending_ && waiting_.empty()) wake_.wait(lock);
+      if (waiting_.empty()) return;
+      batch.swap(waiting_);
+    }
     for (const Task& task : batch) task();
     batch.clear();  // outside the lock: what the tasks captured ends here
-    lock.lock();
   }
 }
 

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "Platform/Mutex.h"
 
 #pragma GCC visibility push(default)
 namespace wakelatch::platform {
@@ -39,11 +39,11 @@ class SerialQueue {
   void runTasks();
 
   const std::string label_;
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::vector<Task> waiting_;  // guarded by mutex_, as is all below
-  bool ending_ = false;
-  std::thread thread_;
+  Mutex mutex_;
+  Condition wake_;
+  std::vector<Task> waiting_ WAKELATCH_GUARDED_BY(mutex_);
+  bool ending_ WAKELATCH_GUARDED_BY(mutex_) = false;
+  std::thread thread_ WAKELATCH_GUARDED_BY(mutex_);
   std::atomic<int> process_{0};  ///< the one that started the thread; read without the lock
 };
 

@@ -23,19 +23,20 @@ std::shared_ptr<WatchedChild> WatchedChild::start(const std::string& executable,
 }
 
 bool WatchedChild::isRunning() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return running_;
 }
 
 void WatchedChild::send(int signal) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (running_) child_.send(signal);
 }
 
 bool WatchedChild::awaitExit(double seconds) const {
-  std::unique_lock lock(mutex_);
-  return exited_.wait_for(lock, std::chrono::duration<double>(seconds),
-                          [this] { return !running_; });
+  const auto deadline = deadlineIn(seconds);
+  MutexLock lock(mutex_);
+  while (running_ && exited_.waitUntil(lock, deadline)) continue;
+  return !running_;
 }
 
 void WatchedChild::reapOnExit() {
@@ -47,11 +48,11 @@ void WatchedChild::reapOnExit() {
     }
   }
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     child_.reap();
     running_ = false;
   }
-  exited_.notify_all();
+  exited_.notifyAll();
 }
 
 }  // namespace wakelatch::platform

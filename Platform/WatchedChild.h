@@ -1,14 +1,13 @@
 // A long-lived child that is reaped the moment it exits, whether or not anybody asks.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Platform/ChildProcess.h"
+#include "Platform/Mutex.h"
 
 namespace wakelatch::platform {
 
@@ -37,9 +36,9 @@ class WatchedChild {
   void reapOnExit();
 
   ChildProcess child_;
-  mutable std::mutex mutex_;
-  mutable std::condition_variable exited_;
-  bool running_ = true;  ///< guarded by mutex_, as is the reaping, so that no signal goes astray
+  mutable Mutex mutex_;  ///< held while reaping too, so that no signal goes astray
+  mutable Condition exited_;
+  bool running_ WAKELATCH_GUARDED_BY(mutex_) = true;
 };
 
 }  // namespace wakelatch::platform

@@ -103,7 +103,7 @@ struct AccessibilityDetector::Phrases {
 
 std::shared_ptr<const AccessibilityDetector::Phrases> AccessibilityDetector::phrasesFor(
     const std::vector<AgentProfile>& profiles, const GuardSettings& settings) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (!phrases_ || phrases_->profiles != profiles ||
       phrases_->userActive != settings.activePhrases ||
       phrases_->userIdle != settings.idlePhrases) {

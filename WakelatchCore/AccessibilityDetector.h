@@ -3,11 +3,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Platform/Accessibility.h"
+#include "Platform/Mutex.h"
 #include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/Models.h"
 
@@ -53,8 +53,9 @@ class AccessibilityDetector {
                                             const GuardSettings& settings);
 
   platform::Accessibility& accessibility_;
-  std::mutex mutex_;
-  std::shared_ptr<const Phrases> phrases_;  // guarded by mutex_; made ready for the latest settings
+  platform::Mutex mutex_;
+  /// Made ready for the latest settings.
+  std::shared_ptr<const Phrases> phrases_ WAKELATCH_GUARDED_BY(mutex_);
 };
 
 }  // namespace wakelatch

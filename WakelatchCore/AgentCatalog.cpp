@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 #include <unordered_set>
 
+#include "Platform/Mutex.h"
 #include "Platform/Split.h"
 #include "Platform/Text.h"
 #include "Platform/Utf8.h"
@@ -232,14 +232,16 @@ bool containsIgnoringAsciiCase(std::string_view text, std::string_view lowerNeed
 }
 
 void reportUnmatchedHostBundle(const std::string& bundle, std::string_view binary) {
-  static std::mutex unmatchedHostLock;
-  // Lower-cased; guarded by the lock. Never destroyed: other threads may detect until the end.
-  static auto& reportedUnmatchedHostBundles = *new std::unordered_set<std::string>;
+  struct Reported {
+    platform::Mutex mutex;
+    std::unordered_set<std::string> bundles WAKELATCH_GUARDED_BY(mutex);  ///< lower-cased
+  };
+  static auto& reported = *new Reported;  // never destroyed: others may detect until the end
 
   AgentResolver::UnmatchedHostBundleHandler handler;
   {
-    const std::lock_guard guard(unmatchedHostLock);
-    if (!reportedUnmatchedHostBundles.insert(platform::lowercased(bundle)).second) return;
+    const platform::MutexLock lock(reported.mutex);
+    if (!reported.bundles.insert(platform::lowercased(bundle)).second) return;
     handler = AgentResolver::onUnmatchedHostBundle;
   }
   if (handler) handler(bundle, std::string(binary));

@@ -46,7 +46,7 @@ FileLogger& FileLogger::shared() {
 
 void FileLogger::log(std::string_view message) noexcept try {
   const std::string_view timestamp = timestampNow();
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   if (waiting_.ends.empty()) queue_.async([this] { writeWaitingLines(); });
   const std::size_t start = waiting_.text.size();
   try {
@@ -63,7 +63,7 @@ void FileLogger::log(std::string_view message) noexcept try {
 void FileLogger::writeWaitingLines() {
   Lines lines;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     std::swap(lines, waiting_);
   }
   std::size_t start = 0;

@@ -3,12 +3,12 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Platform/Mutex.h"
 #include "Platform/SerialQueue.h"
 
 #pragma GCC visibility push(default)
@@ -48,8 +48,9 @@ class FileLogger {
   void writeWaitingLines();
 
   const std::filesystem::path logURL_;
-  std::mutex mutex_;
-  Lines waiting_;  // guarded by mutex_; the queue has a task to write them while there are any
+  platform::Mutex mutex_;
+  /// The queue has a task to write them while there are any.
+  Lines waiting_ WAKELATCH_GUARDED_BY(mutex_);
   platform::SerialQueue queue_{"Wakelatch.FileLogger"};  // last, so it ends while the rest lives
 };
 

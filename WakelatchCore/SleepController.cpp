@@ -80,12 +80,12 @@ SleepController::~SleepController() {
 }
 
 bool SleepController::isSleepPreventionEnabled() const {
-  const std::lock_guard guard(lock_);
+  const platform::MutexLock guard(lock_);
   return isSleepPreventionEnabled_;
 }
 
 bool SleepController::isLidClosedProtectionEngaged() const {
-  const std::lock_guard guard(lock_);
+  const platform::MutexLock guard(lock_);
   return disableSleepEngaged_;
 }
 
@@ -93,7 +93,7 @@ std::optional<bool> SleepController::appliedLetDisplaySleep() const {
   std::shared_ptr<platform::WatchedChild> process;
   bool letDisplaySleep = false;
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     process = caffeinateProcess_;
     letDisplaySleep = caffeinateLetDisplaySleep_;
   }
@@ -110,7 +110,7 @@ bool SleepController::setSleepPrevention(bool enabled, bool allowLidClosed, bool
 bool SleepController::enableSleepPrevention(bool allowLidClosed, bool letDisplaySleep) {
   const bool isRunning = startCaffeinate(letDisplaySleep);
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     isSleepPreventionEnabled_ = isRunning;
   }
   return allowLidClosed ? engageLidClosedProtection() : true;
@@ -123,7 +123,7 @@ bool SleepController::restoreNormalSleep() {
 
 void SleepController::stopKeepAwake() {
   stopCaffeinate();
-  const std::lock_guard guard(lock_);
+  const platform::MutexLock guard(lock_);
   isSleepPreventionEnabled_ = false;
 }
 
@@ -142,7 +142,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   std::shared_ptr<platform::WatchedChild> previous;
   bool previousLetDisplaySleep = false;
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     previous = caffeinateProcess_;
     previousLetDisplaySleep = caffeinateLetDisplaySleep_;
   }
@@ -150,22 +150,25 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   if (previous != nullptr && previousLetDisplaySleep == letDisplaySleep) return true;
 
   std::shared_ptr<platform::WatchedChild> started;
+  std::string failure;
   try {
     started = platform::WatchedChild::start(caffeinatePath_, caffeinateArguments(letDisplaySleep));
   } catch (const std::exception& error) {
+    failure = error.what();
+  }
+  if (started == nullptr) {
     bool isLogged = false;
     {
-      const std::lock_guard guard(lock_);
+      const platform::MutexLock guard(lock_);
       isLogged = std::exchange(caffeinateLaunchFailureLogged_, true);
     }
     if (!isLogged) {
-      logger_.log(std::string("Failed to start caffeinate: ") + error.what() +
-                  " — retrying each tick, logging once");
+      logger_.log("Failed to start caffeinate: " + failure + " — retrying each tick, logging once");
     }
     return previous != nullptr;  // it keeps the machine awake in its old posture
   }
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     caffeinateProcess_ = started;
     caffeinateLetDisplaySleep_ = letDisplaySleep;
     caffeinateLaunchFailureLogged_ = false;
@@ -192,7 +195,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
 void SleepController::stopCaffeinate() {
   std::shared_ptr<platform::WatchedChild> process;
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     process = std::exchange(caffeinateProcess_, nullptr);
   }
   if (process != nullptr && process->isRunning()) {
@@ -326,7 +329,7 @@ bool SleepController::restoreDirectly() {
 
 bool SleepController::noteRestore(bool isRestored) {
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     disableSleepEngaged_ = !isRestored;
   }
   if (isRestored) {
@@ -353,7 +356,7 @@ SleepController::DisableSleepState SleepController::reconcileLidClosedProtection
   if (state == DisableSleepState::on) adoptDisableSleepEngaged();
   if (state == DisableSleepState::off) {
     {
-      const std::lock_guard guard(lock_);
+      const platform::MutexLock guard(lock_);
       disableSleepEngaged_ = false;
     }
     removeEngagedMarker();
@@ -379,7 +382,7 @@ bool SleepController::parseSleepDisabled(std::string_view output) {
 
 void SleepController::adoptDisableSleepEngaged() {
   {
-    const std::lock_guard guard(lock_);
+    const platform::MutexLock guard(lock_);
     disableSleepEngaged_ = true;
   }
   writeEngagedMarker();

@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Platform/Mutex.h"
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/ShellCommand.h"
 
@@ -149,15 +149,15 @@ class SleepController {
   void writeEngagedMarker();
   void removeEngagedMarker();
 
-  mutable std::mutex lock_;  // never held across a launch, a command, a signal or a wait
-  bool isSleepPreventionEnabled_ = false;  // guarded by lock_
-  bool disableSleepEngaged_ = false;       // guarded by lock_
+  mutable platform::Mutex lock_;  // never held across a launch, a command, a signal or a wait
+  bool isSleepPreventionEnabled_ WAKELATCH_GUARDED_BY(lock_) = false;
+  bool disableSleepEngaged_ WAKELATCH_GUARDED_BY(lock_) = false;
   CommandRunning& runner_;
   CommandRunning& adminRunner_;
   FileLogger& logger_;
-  std::shared_ptr<platform::WatchedChild> caffeinateProcess_;  // guarded by lock_
-  bool caffeinateLetDisplaySleep_ = false;                     // guarded by lock_
-  bool caffeinateLaunchFailureLogged_ = false;                 // guarded by lock_
+  std::shared_ptr<platform::WatchedChild> caffeinateProcess_ WAKELATCH_GUARDED_BY(lock_);
+  bool caffeinateLetDisplaySleep_ WAKELATCH_GUARDED_BY(lock_) = false;
+  bool caffeinateLaunchFailureLogged_ WAKELATCH_GUARDED_BY(lock_) = false;
   const std::string caffeinatePath_;
 };
 
