@@ -3,7 +3,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace wakelatch::host {
 
@@ -13,11 +12,5 @@ std::string printable(std::string_view text);
 
 /// Its width in columns; 80 when standard output is no terminal or does not tell.
 int terminalWidth();
-inline bool isScreen(int) {
-  return false;
-}
-inline std::string drawing(std::size_t, const std::vector<std::string>&, bool) {
-  return "";
-}
 
 }  // namespace wakelatch::host
