@@ -1,8 +1,10 @@
 #include "Host/StatusReport.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <map>
+#include <utility>
 
 #include "Host/Terminal.h"
 
@@ -29,27 +31,50 @@ std::string load(const AgentProcesses& agent) {
 
 constexpr const char* unseen = " (its process was not seen for 90 s)";
 
+/// What is known of the agent that a signal is about, or null.
+const KnownAgent* knownAgent(const Observation& seen, const ActivitySignal& signal) {
+  const auto found = seen.agents.find(signal.appName.value_or(""));
+  return found == seen.agents.end() ? nullptr : &found->second;
+}
+
 /// Every agent with evidence, believed or not, by name.
-std::vector<AgentEvidence> evidencePerAgent(const ActivityDetector::Evidence& evidence) {
+std::vector<AgentEvidence> evidencePerAgent(const Observation& seen) {
   std::map<std::string, AgentEvidence> agents;
   const auto at = [&](const ActivitySignal& signal) -> AgentEvidence& {
     AgentEvidence& entry = agents[signal.appName.value_or("")];
     entry.agent = signal.appName.value_or("");
+    if (const KnownAgent* known = knownAgent(seen, signal)) entry.id = known->id;
     return entry;
   };
-  const auto addAll = [&](const char* source, const ActivityDetector::Findings& findings) {
-    for (const ActivitySignal& signal : findings.kept) {
-      at(signal).seen.push_back(source + describe(signal));
-    }
-    for (const ActivitySignal& signal : findings.dropped) {
-      at(signal).notBelieved.push_back(source + describe(signal) + unseen);
+  const auto addAll = [&](const char* source, const ActivityDetector::Findings& findings,
+                          const auto& addFigures) {
+    for (const bool isBelieved : {true, false}) {
+      for (const ActivitySignal& signal : isBelieved ? findings.kept : findings.dropped) {
+        AgentEvidence& entry = at(signal);
+        (isBelieved ? entry.seen : entry.notBelieved)
+            .push_back(source + describe(signal) + (isBelieved ? "" : unseen));
+        addFigures(entry, signal, isBelieved);
+      }
     }
   };
-  for (const AgentProcesses& agent : evidence.process) {
-    at(agent.signal).seen.push_back("process: " + describe(agent.signal) + ", CPU " + load(agent));
+  for (const AgentProcesses& agent : seen.evidence.process) {
+    AgentEvidence& entry = at(agent.signal);
+    entry.seen.push_back("process: " + describe(agent.signal) + ", CPU " + load(agent));
+    if (!std::isfinite(agent.cpuPercent))
+      continue;  // a sum of absurd loads, which JSON cannot hold
+    entry.process = {agent.cpuPercent, agent.thresholdPercent, agent.trustsCPU,
+                     agent.signal.sessionCount};
   }
-  addAll("UI text: ", evidence.accessibility);
-  addAll("session files: ", evidence.session);
+  addAll("UI text: ", seen.evidence.accessibility,
+         [](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {
+           entry.uiText = {signal.strength, signal.matchedText, isBelieved};
+         });
+  addAll("session files: ", seen.evidence.session,
+         [&](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {
+           const KnownAgent* known = knownAgent(seen, signal);
+           if (known == nullptr || !known->sessionFileAge) return;
+           entry.sessionFile = {*known->sessionFileAge, isBelieved};
+         });
 
   std::vector<AgentEvidence> result;
   result.reserve(agents.size());
@@ -57,10 +82,47 @@ std::vector<AgentEvidence> evidencePerAgent(const ActivityDetector::Evidence& ev
   return result;
 }
 
-std::string strengthName(SignalStrength strength) {
+std::string padded(std::string text, std::size_t width) {
+  if (text.size() < width) text.append(width - text.size(), ' ');
+  return text + ' ';
+}
+
+std::string describe(const WatchState& watch) {
+  return "process " + std::to_string(watch.pid) + ", mode " + std::string(displayName(watch.mode)) +
+         ": " + heldText(watch.held);
+}
+
+}  // namespace
+
+StatusReport makeStatusReport(AppMode mode, const Observation& seen,
+                              const GuardDecision& decision) {
+  StatusReport report;
+  report.at = platform::iso8601Milliseconds(seen.at);
+  report.mode = mode;
+  report.power = seen.power;
+  for (const ActivitySignal& signal : seen.evidence.merged) {
+    const KnownAgent* known = knownAgent(seen, signal);
+    report.signals.push_back({signal, known == nullptr ? std::nullopt : std::optional(known->id)});
+  }
+  report.lidState = seen.lidState;
+  report.thermalState = seen.thermalState;
+  report.decision = decision;
+  report.evidence = evidencePerAgent(seen);
+  report.uiTextNotice = seen.uiTextNotice;
+  return report;
+}
+
+SignalStrength strengthOf(const AgentEvidence& agent, const StatusReport& report) {
+  const auto signal =
+      std::find_if(report.signals.begin(), report.signals.end(),
+                   [&](const ActivitySignal& s) { return s.appName == agent.agent; });
+  return signal == report.signals.end() ? SignalStrength::none : signal->strength;
+}
+
+std::string_view strengthWord(SignalStrength strength) {
   switch (strength) {
     case SignalStrength::none:
-      return "nothing";
+      return "not believed";
     case SignalStrength::presence:
       return "present";
     case SignalStrength::weak:
@@ -71,40 +133,19 @@ std::string strengthName(SignalStrength strength) {
   return {};
 }
 
-std::string padded(std::string text, std::size_t width) {
-  if (text.size() < width) text.append(width - text.size(), ' ');
-  return text + ' ';
-}
-
-std::string describe(const WatchState& watch) {
-  std::string text = "process " + std::to_string(watch.pid) + ", mode " +
-                     std::string(displayName(watch.mode)) + ": ";
-  if (!watch.held.isToolWanted) {
-    text += "sleep allowed";
-  } else if (!watch.held.isToolRunning()) {
-    text += "keep-awake wanted, but its tool is not running";
+std::string heldText(const Held& held) {
+  constexpr const char* lidClosed = "lid-closed setting engaged";
+  std::string text;
+  if (held.isToolRunning()) {
+    text = *held.letDisplaySleep ? "kept awake, display may sleep" : "kept awake, display too";
   } else {
-    text +=
-        *watch.held.letDisplaySleep ? "kept awake, display may sleep" : "kept awake, display too";
+    text = held.isToolWanted         ? "keep-awake wanted, but its tool is not running"
+           : held.isLidClosedEngaged ? ""
+                                     : "sleep allowed";
   }
-  if (watch.held.isLidClosedEngaged) text += ", lid-closed setting engaged";
+  if (held.isLidClosedEngaged) text += (text.empty() ? "" : ", ") + std::string(lidClosed);
+  if (held.isRestoreOpen) text += " and could not be restored";
   return text;
-}
-
-}  // namespace
-
-StatusReport makeStatusReport(AppMode mode, const Observation& seen,
-                              const GuardDecision& decision) {
-  StatusReport report;
-  report.mode = mode;
-  report.power = seen.power;
-  report.signals = seen.evidence.merged;
-  report.lidState = seen.lidState;
-  report.thermalState = seen.thermalState;
-  report.decision = decision;
-  report.evidence = evidencePerAgent(seen.evidence);
-  report.uiTextNotice = seen.uiTextNotice;
-  return report;
 }
 
 std::string statusTable(const StatusReport& report) {
@@ -116,12 +157,8 @@ std::string statusTable(const StatusReport& report) {
   if (report.evidence.empty()) row("Agents", "none seen");
   const char* title = "Agents";
   for (const AgentEvidence& agent : report.evidence) {
-    const auto signal =
-        std::find_if(report.signals.begin(), report.signals.end(),
-                     [&](const ActivitySignal& s) { return s.appName == agent.agent; });
     row(std::exchange(title, ""),
-        padded(agent.agent, 20) +
-            (signal == report.signals.end() ? "not believed" : strengthName(signal->strength)));
+        padded(agent.agent, 20) + std::string(strengthWord(strengthOf(agent, report))));
     for (const std::string& line : agent.seen) row("", "  " + line);
     for (const std::string& line : agent.notBelieved) row("", "  not believed: " + line);
   }
