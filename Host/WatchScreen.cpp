@@ -125,11 +125,12 @@ class Screen {
       return;
     }
     const Held& held = input_.report.watch->held;
-    std::vector<Span> spans{{heldText(held), held.isRestoreOpen ? bad : plain}};
+    std::vector<Span> spans;
     if (held.since) {
-      spans.push_back({", since " + localTime(*held.since) + " (" +
-                       durationText(secondsBetween(*held.since, input_.now)) + ")"});
+      spans.push_back({"since " + localTime(*held.since) + " (" +
+                       durationText(secondsBetween(*held.since, input_.now)) + "): "});
     }
+    spans.push_back({heldText(held), held.isRestoreOpen ? bad : plain});
     addTitled(Importance::essential, 0, "Held", std::move(spans));
     if (held.prompt) {
       addTitled(Importance::essential, 0, "Prompt", {{"open: ", doubtful}, {*held.prompt}});
