@@ -14,7 +14,8 @@ Observer::Observer(CommandRunning& tools)
       lid_(tools),
       processes_(tools),
       files_(platform::homeDirectory(), sessionFileDepth),
-      sessions_(files_),
+      rememberedFiles_(files_),
+      sessions_(rememberedFiles_),
       activity_(processes_, accessibility_, sessions_) {}
 
 Observation Observer::look(const GuardSettings& settings, Timestamp now) {
@@ -28,6 +29,13 @@ Observation Observer::look(const GuardSettings& settings, Timestamp now) {
   seen.strongest = ActivitySignal::none();
   for (const ActivitySignal& signal : seen.evidence.merged) {
     if (signal.strength > seen.strongest.strength) seen.strongest = signal;
+  }
+  const AgentResolver resolver = AgentResolver::make(settings);
+  for (const AgentProfile& profile : resolver.profiles()) {
+    const auto newest = rememberedFiles_.lastNewest(profile.sessionActivityGlobs);
+    KnownAgent& agent =
+        seen.agents.try_emplace(profile.displayName, KnownAgent{profile.id}).first->second;
+    if (newest) agent.sessionFileAge = std::max(0.0, secondsBetween(*newest, now));
   }
   seen.uiTextNotice = uiTextNotice(accessibility_, settings);
   return seen;

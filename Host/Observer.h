@@ -1,9 +1,11 @@
 // One look at the machine: everything that a decision needs to know.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 
+#include "Host/RememberedFiles.h"
 #include "Platform/Clock.h"
 #include "WakelatchCore/AccessibilityDetector.h"
 #include "WakelatchCore/ActivityDetector.h"
@@ -16,6 +18,12 @@
 
 namespace wakelatch::host {
 
+/// What a look knows of an agent of the catalogue beside its signals.
+struct KnownAgent {
+  std::string id;                             ///< AgentProfile::id
+  std::optional<double> sessionFileAge = {};  ///< of the newest, in seconds, when it has any
+};
+
 struct Observation {
   Timestamp at;
   PowerSnapshot power;
@@ -23,6 +31,8 @@ struct Observation {
   ThermalState thermalState = ThermalState::nominal;
   ActivityDetector::Evidence evidence;
   ActivitySignal strongest;
+  /// The watched ones by display name; the user's own targets are not among them.
+  std::map<std::string, KnownAgent> agents = {};
   std::optional<std::string> uiTextNotice;  ///< why UI text is not among the evidence
 };
 
@@ -48,6 +58,7 @@ class Observer {
   ProcessDetector processes_;
   AccessibilityDetector accessibility_;
   FileActivityProbe files_;
+  RememberedFiles rememberedFiles_;
   SessionActivityDetector sessions_;
   ActivityDetector activity_;
 };

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
@@ -160,14 +159,7 @@ class Writer {
 };
 
 TextStyle standardOutputStyle() {
-  TextStyle style;
-  if (::isatty(STDOUT_FILENO) == 0) return style;
-  style.width = terminalWidth();
-  const char* noColour = std::getenv("NO_COLOR");
-  const char* terminal = std::getenv("TERM");
-  style.colour = (noColour == nullptr || *noColour == '\0') && terminal != nullptr &&
-                 std::string_view(terminal) != "dumb";
-  return style;
+  return {terminalSize(STDOUT_FILENO).columns, isScreen(STDOUT_FILENO) && wantsColor()};
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 #include "Host/StatusReport.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <map>
+#include <utility>
 
 #include "Host/Terminal.h"
 #include "Host/WatchText.h"
@@ -30,46 +32,55 @@ std::string load(const AgentProcesses& agent) {
 
 constexpr const char* unseen = " (its process was not seen for 90 s)";
 
+/// What is known of the agent that a signal is about, or null.
+const KnownAgent* knownAgent(const Observation& seen, const ActivitySignal& signal) {
+  const auto found = seen.agents.find(signal.appName.value_or(""));
+  return found == seen.agents.end() ? nullptr : &found->second;
+}
+
 /// Every agent with evidence, believed or not, by name.
-std::vector<AgentEvidence> evidencePerAgent(const ActivityDetector::Evidence& evidence) {
+std::vector<AgentEvidence> evidencePerAgent(const Observation& seen) {
   std::map<std::string, AgentEvidence> agents;
   const auto at = [&](const ActivitySignal& signal) -> AgentEvidence& {
     AgentEvidence& entry = agents[signal.appName.value_or("")];
     entry.agent = signal.appName.value_or("");
+    if (const KnownAgent* known = knownAgent(seen, signal)) entry.id = known->id;
     return entry;
   };
-  const auto addAll = [&](const char* source, const ActivityDetector::Findings& findings) {
-    for (const ActivitySignal& signal : findings.kept) {
-      at(signal).seen.push_back(source + describe(signal));
-    }
-    for (const ActivitySignal& signal : findings.dropped) {
-      at(signal).notBelieved.push_back(source + describe(signal) + unseen);
+  const auto addAll = [&](const char* source, const ActivityDetector::Findings& findings,
+                          const auto& addFigures) {
+    for (const bool isBelieved : {true, false}) {
+      for (const ActivitySignal& signal : isBelieved ? findings.kept : findings.dropped) {
+        AgentEvidence& entry = at(signal);
+        (isBelieved ? entry.seen : entry.notBelieved)
+            .push_back(source + describe(signal) + (isBelieved ? "" : unseen));
+        addFigures(entry, signal, isBelieved);
+      }
     }
   };
-  for (const AgentProcesses& agent : evidence.process) {
-    at(agent.signal).seen.push_back("process: " + describe(agent.signal) + ", CPU " + load(agent));
+  for (const AgentProcesses& agent : seen.evidence.process) {
+    AgentEvidence& entry = at(agent.signal);
+    entry.seen.push_back("process: " + describe(agent.signal) + ", CPU " + load(agent));
+    if (!std::isfinite(agent.cpuPercent))
+      continue;  // a sum of absurd loads, which JSON cannot hold
+    entry.process = {agent.cpuPercent, agent.thresholdPercent, agent.trustsCPU,
+                     agent.signal.sessionCount};
   }
-  addAll("UI text: ", evidence.accessibility);
-  addAll("session files: ", evidence.session);
+  addAll("UI text: ", seen.evidence.accessibility,
+         [](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {
+           entry.uiText = {signal.strength, signal.matchedText, isBelieved};
+         });
+  addAll("session files: ", seen.evidence.session,
+         [&](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {
+           const KnownAgent* known = knownAgent(seen, signal);
+           if (known == nullptr || !known->sessionFileAge) return;
+           entry.sessionFile = {*known->sessionFileAge, isBelieved};
+         });
 
   std::vector<AgentEvidence> result;
   result.reserve(agents.size());
   for (auto& [name, entry] : agents) result.push_back(std::move(entry));
   return result;
-}
-
-std::string strengthName(SignalStrength strength) {
-  switch (strength) {
-    case SignalStrength::none:
-      return "nothing";
-    case SignalStrength::presence:
-      return "present";
-    case SignalStrength::weak:
-      return "working?";
-    case SignalStrength::strong:
-      return "working";
-  }
-  return {};
 }
 
 std::string padded(std::string text, std::size_t width) {
@@ -82,15 +93,40 @@ std::string padded(std::string text, std::size_t width) {
 StatusReport makeStatusReport(AppMode mode, const Observation& seen,
                               const GuardDecision& decision) {
   StatusReport report;
+  report.at = platform::iso8601Milliseconds(seen.at);
   report.mode = mode;
   report.power = seen.power;
-  report.signals = seen.evidence.merged;
+  for (const ActivitySignal& signal : seen.evidence.merged) {
+    const KnownAgent* known = knownAgent(seen, signal);
+    report.signals.push_back({signal, known == nullptr ? std::nullopt : std::optional(known->id)});
+  }
   report.lidState = seen.lidState;
   report.thermalState = seen.thermalState;
   report.decision = decision;
-  report.evidence = evidencePerAgent(seen.evidence);
+  report.evidence = evidencePerAgent(seen);
   report.uiTextNotice = seen.uiTextNotice;
   return report;
+}
+
+SignalStrength strengthOf(const AgentEvidence& agent, const StatusReport& report) {
+  const auto signal =
+      std::find_if(report.signals.begin(), report.signals.end(),
+                   [&](const ActivitySignal& s) { return s.appName == agent.agent; });
+  return signal == report.signals.end() ? SignalStrength::none : signal->strength;
+}
+
+std::string_view strengthWord(SignalStrength strength) {
+  switch (strength) {
+    case SignalStrength::none:
+      return "not believed";
+    case SignalStrength::presence:
+      return "present";
+    case SignalStrength::weak:
+      return "working?";
+    case SignalStrength::strong:
+      return "working";
+  }
+  return {};
 }
 
 std::string statusTable(const StatusReport& report, Timestamp now) {
@@ -102,12 +138,8 @@ std::string statusTable(const StatusReport& report, Timestamp now) {
   if (report.evidence.empty()) row("Agents", "none seen");
   const char* title = "Agents";
   for (const AgentEvidence& agent : report.evidence) {
-    const auto signal =
-        std::find_if(report.signals.begin(), report.signals.end(),
-                     [&](const ActivitySignal& s) { return s.appName == agent.agent; });
     row(std::exchange(title, ""),
-        padded(agent.agent, 20) +
-            (signal == report.signals.end() ? "not believed" : strengthName(signal->strength)));
+        padded(agent.agent, 20) + std::string(strengthWord(strengthOf(agent, report))));
     for (const std::string& line : agent.seen) row("", "  " + line);
     for (const std::string& line : agent.notBelieved) row("", "  not believed: " + line);
   }

@@ -1,8 +1,11 @@
 // What `status`, `watch` and `explain` tell about one tick, for people and as JSON.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "Host/Observer.h"
@@ -12,29 +15,66 @@
 
 namespace wakelatch::host {
 
-/// Where one agent's evidence came from, and what was seen but not believed.
+/// An agent's processes.
+struct ProcessEvidence {
+  double cpuPercent = 0;                     ///< of one core, with all that they started
+  double thresholdPercent = 0;               ///< of the power profile in force
+  bool trustsCPU = false;                    ///< whether load means work for this agent
+  std::optional<std::int64_t> sessionCount;  ///< independent ones among the processes
+};
+
+/// Text in windows.
+struct UITextEvidence {
+  SignalStrength strength = SignalStrength::none;
+  std::optional<std::string> matchedText;  ///< the phrase that was found
+  bool isBelieved = false;
+};
+
+/// Fresh session files.
+struct SessionFileEvidence {
+  double ageSeconds = 0;  ///< of the newest; 0 when it is from the future
+  bool isBelieved = false;
+};
+
+/// Where one agent's evidence came from, and what was seen but not believed; of each kind that
+/// there is the figures too.
 struct AgentEvidence {
-  std::string agent;
+  std::string agent;              ///< display name
+  std::optional<std::string> id;  ///< in the catalogue; the user's own targets have none
   std::vector<std::string> seen;
   std::vector<std::string> notBelieved;
+  std::optional<ProcessEvidence> process;
+  std::optional<UITextEvidence> uiText;
+  std::optional<SessionFileEvidence> sessionFile;
+};
+
+/// A merged signal as it is reported.
+struct AgentSignal : ActivitySignal {
+  std::optional<std::string> agentID;  ///< as AgentEvidence::id
 };
 
 /// One tick as a record.
 struct StatusReport {
-  std::optional<std::string> at;  ///< ISO 8601; in `watch` only
+  std::optional<std::string> at;  ///< when the look began: ISO 8601 with milliseconds
   AppMode mode = AppMode::watchAgentUI;
   PowerSnapshot power;
-  std::vector<ActivitySignal> signals;
+  std::vector<AgentSignal> signals;
   LidState lidState = LidState::unknown;
   ThermalState thermalState = ThermalState::nominal;
   GuardDecision decision;
   std::vector<AgentEvidence> evidence;
-  std::optional<std::string> uiTextNotice;  ///< UI text cannot be read here
+  /// Why UI text is not read; a caller that reports again and again clears what it has told.
+  std::optional<std::string> uiTextNotice;
   bool isWatchRunning = false;
   std::optional<WatchState> watch;  ///< what a running watch has in effect, after its first tick
 };
 
 StatusReport makeStatusReport(AppMode mode, const Observation& seen, const GuardDecision& decision);
+
+/// The strength of the agent's merged signal; none when nothing of its evidence is believed.
+SignalStrength strengthOf(const AgentEvidence& agent, const StatusReport& report);
+/// In a word for people: "working", "not believed".
+std::string_view strengthWord(SignalStrength strength);
 
 /// The table that `status` prints; `now` tells how old the watch's last tick is.
 std::string statusTable(const StatusReport& report, Timestamp now);
@@ -55,10 +95,35 @@ inline constexpr auto jsonFields<GuardDecision> = std::tuple{
     required("isBatteryWarning", &GuardDecision::isBatteryWarning),
 };
 template <>
+inline constexpr auto jsonFields<host::ProcessEvidence> = std::tuple{
+    required("cpuPercent", &host::ProcessEvidence::cpuPercent),
+    required("thresholdPercent", &host::ProcessEvidence::thresholdPercent),
+    required("trustsCPU", &host::ProcessEvidence::trustsCPU),
+    optional("sessionCount", &host::ProcessEvidence::sessionCount),
+};
+template <>
+inline constexpr auto jsonFields<host::UITextEvidence> = std::tuple{
+    required("strength", &host::UITextEvidence::strength),
+    optional("matchedText", &host::UITextEvidence::matchedText),
+    required("isBelieved", &host::UITextEvidence::isBelieved),
+};
+template <>
+inline constexpr auto jsonFields<host::SessionFileEvidence> = std::tuple{
+    required("ageSeconds", &host::SessionFileEvidence::ageSeconds),
+    required("isBelieved", &host::SessionFileEvidence::isBelieved),
+};
+template <>
+inline constexpr auto jsonFields<host::AgentSignal> = std::tuple_cat(
+    jsonFields<ActivitySignal>, std::tuple{optional("agentID", &host::AgentSignal::agentID)});
+template <>
 inline constexpr auto jsonFields<host::AgentEvidence> = std::tuple{
     required("agent", &host::AgentEvidence::agent),
+    optional("id", &host::AgentEvidence::id),
     required("seen", &host::AgentEvidence::seen),
     required("notBelieved", &host::AgentEvidence::notBelieved),
+    optional("process", &host::AgentEvidence::process),
+    optional("uiText", &host::AgentEvidence::uiText),
+    optional("sessionFile", &host::AgentEvidence::sessionFile),
 };
 template <>
 inline constexpr auto jsonFields<host::StatusReport> = std::tuple{

@@ -80,12 +80,14 @@ bool Teller::isChange(const GuardDecision& decision) {
 
 void Teller::draw() {
   if (!isScreen_ || !last_) return;
+  const TerminalSize size = terminalSize(STDOUT_FILENO);
+  const ScreenStyle style{size.columns, size.rows, wantsColor()};
   printer_.screen(watchScreen({.report = last_->report,
                                .now = platform::now(),
                                .graceEndsAt = last_->graceEndsAt,
                                .keptSecondsToday = last_->keptSecondsToday,
                                .notices = notices_},
-                              screenStyle(STDOUT_FILENO)));
+                              style));
 }
 
 void Teller::saveState() {

@@ -202,7 +202,6 @@ class Watch {
                       .report = makeStatusReport(options_.mode, seen, decision),
                       .graceEndsAt = {},
                       .keptSecondsToday = 0};
-    told.report.at = platform::iso8601(now);
     told.report.isWatchRunning = true;  // this one
     told.report.watch = state;
     if (options_.json && uiTextNotice_ == told.report.uiTextNotice) {

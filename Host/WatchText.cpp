@@ -18,7 +18,22 @@ std::string inEffect(const Held& held) {
   return tool + (held.isLidClosedEngaged ? ", the lid-closed setting is engaged" : "");
 }
 
-std::string whatItDoes(const Held& held) {
+std::optional<WatchFault> heldFault(const Held& held) {
+  if (held.isRestoreOpen) {
+    return WatchFault{
+        "not to be kept awake, but the lid-closed setting is engaged: its restore was refused",
+        "allow the prompt when it comes again, or stop the watch and run: wakelatch restore"};
+  }
+  if (held.isToolWanted && !held.isToolRunning()) {
+    return WatchFault{"to be kept awake, but " + inEffect(held), "see the log for the reason"};
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string describe(const Held& held) {
+  if (const auto fault = heldFault(held)) return fault->finding;
   if (!held.isToolWanted) {
     return held.isHeld() ? "not to be kept awake, but still " + inEffect(held) : "sleep allowed";
   }
@@ -27,8 +42,6 @@ std::string whatItDoes(const Held& held) {
   if (!held.isToolProven) text = "the keep-awake tool is being tried";
   return text + (held.isLidClosedEngaged ? ", lid-closed setting engaged" : "");
 }
-
-}  // namespace
 
 std::optional<WatchFault> watchFault(const WatchState& watch, Timestamp now) {
   const Held& held = watch.held;
@@ -45,20 +58,12 @@ std::optional<WatchFault> watchFault(const WatchState& watch, Timestamp now) {
                       "if it stays so, end it: kill " + pid + ", or kill -9 " + pid +
                           "; then run: wakelatch restore"};
   }
-  if (held.isRestoreOpen) {
-    return WatchFault{
-        "not to be kept awake, but the lid-closed setting is engaged: its restore was refused",
-        "allow the prompt when it comes again, or stop the watch and run: wakelatch restore"};
-  }
-  if (held.isToolWanted && !held.isToolRunning()) {
-    return WatchFault{"to be kept awake, but " + inEffect(held), "see the log for the reason"};
-  }
-  return std::nullopt;
+  return heldFault(held);
 }
 
 std::string describe(const WatchState& watch, Timestamp now) {
   const auto fault = watchFault(watch, now);
-  return (fault ? fault->finding : whatItDoes(watch.held)) +
+  return (fault ? fault->finding : describe(watch.held)) +
          (watch.held.prompt ? "; administrator prompt open: " + *watch.held.prompt : "");
 }
 

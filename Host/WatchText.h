@@ -17,6 +17,10 @@ struct WatchFault {
 /// Nothing when all is well, or will be with the next ticks.
 std::optional<WatchFault> watchFault(const WatchState& watch, Timestamp now);
 
+/// What is in effect, or stands in its way: "kept awake, display may sleep, lid-closed setting
+/// engaged".
+std::string describe(const Held& held);
+
 /// What it has in effect, or its fault's finding, with the open prompt: "kept awake, display too;
 /// administrator prompt open: ...".
 std::string describe(const WatchState& watch, Timestamp now);

@@ -32,6 +32,16 @@ std::string iso8601(Timestamp time) {
   return result + text;
 }
 
+std::string iso8601Milliseconds(Timestamp time) {
+  std::string result = iso8601(time);
+  if (result == "-") return result;
+  const double seconds = time.time_since_epoch().count();
+  char fraction[8];
+  std::snprintf(fraction, sizeof fraction, ".%03dZ",
+                static_cast<int>((seconds - std::floor(seconds)) * 1000));
+  return result.replace(result.size() - 1, 1, fraction);
+}
+
 std::optional<Timestamp> parseIso8601(std::string_view text) {
   constexpr std::string_view pattern = "dddd-dd-ddTdd:dd:ddZ";
   if (text.size() != pattern.size()) return std::nullopt;

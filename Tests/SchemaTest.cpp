@@ -31,11 +31,13 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   const TemporaryHome home;
   const std::string tools = home.path() / "tools", tool = tools + "/caffeinate";
   writeScript(tool, "exec sleep 60");
-  writeScript(tools + "/ps", "[ -e ~/done ] || echo '7 1 50.0 /bin/aider'");
+  writeScript(tools + "/ps", "[ -e ~/done ] || printf '7 1 50.0 /bin/aider\\n8 1 0 /bin/own\\n'");
   writeScript(tools + "/pmset", "[ \"$*\" != '-g batt' ] || echo 'Battery Power 55%'");
   writeScript(tools + "/ioreg", "echo '\"AppleClamshellState\" = Yes'");
   writeScript(tools + "/osascript", "");
-  writeFile(settingsFile(), R"({"idleGracePeriodSeconds":0,"keepAwakeWithLidClosed":true,"x":1})");
+  writeFile(
+      settingsFile(),
+      R"({"idleGracePeriodSeconds":0,"keepAwakeWithLidClosed":true,"targetApps":["own"],"x":1})");
 
   std::multimap<std::string, std::string> documents;  // by schema
   const auto run = [&](const std::string& command) {
@@ -47,7 +49,17 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt.has_value(); }));
   const auto first = state().lastActiveSignalAt;
   ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt > first; }));  // time is counted
-  EXPECT_EQ(run("status")["signals"][0]["sessionCount"], 1);
+  writeFile(home.path() / ".local/share/opencode/shared.db-wal", "");
+  const json seen = run("status"), evidence = seen["evidence"];
+  const json process = {
+      {"cpuPercent", 50}, {"thresholdPercent", 8}, {"trustsCPU", true}, {"sessionCount", 1}};
+  EXPECT_EQ(seen["signals"][0]["sessionCount"], 1);
+  EXPECT_EQ(seen["signals"][0]["agentID"], "aider");
+  EXPECT_FALSE(seen["signals"][1].contains("agentID")) << "the user's own";
+  EXPECT_EQ(evidence[0]["process"], process);
+  EXPECT_EQ(evidence[1]["id"], "opencode");
+  EXPECT_EQ(evidence[1]["sessionFile"]["isBelieved"], false);
+  EXPECT_LT(evidence[1]["sessionFile"]["ageSeconds"], 60);
   writeFile(home.path() / "done", "");
   ASSERT_TRUE(eventually([&] { return state().held.releaseDueAt.has_value(); }));
   EXPECT_TRUE(run("explain")["status"]["watch"]["held"].contains("releaseDueAt"));

@@ -1,0 +1,36 @@
+// What `watch` shows on a terminal, in place, for people who leave it open all day.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Host/StatusReport.h"
+#include "Platform/Clock.h"
+
+namespace wakelatch::host {
+
+struct ScreenInput {
+  const StatusReport& report;  ///< of the last tick; its `watch` tells what is held
+  Timestamp now;
+  std::optional<Timestamp> graceEndsAt;    ///< while idle grace holds the machine awake
+  double keptSecondsToday = 0;             ///< kept awake, of every kind
+  const std::deque<std::string>& notices;  ///< newest last, each begins with its local time
+};
+
+struct ScreenStyle {
+  int columns = 80;
+  int rows = 24;
+  bool color = false;  ///< ANSI colours on the words that name a state
+};
+
+/// Lines without line breaks, at most `rows` - 1, each at most `columns` wide, for drawing(). Where
+/// rows are few, evidence goes first, then notices, the oldest first; the state, what is held and
+/// an open prompt stay, on one line if it must be. Pure but for the local time zone.
+std::vector<std::string> watchScreen(const ScreenInput& input, const ScreenStyle& style);
+
+/// "14:05:09", the local time; "--:--:--" for what no calendar can hold.
+std::string localTime(Timestamp time);
+
+}  // namespace wakelatch::host

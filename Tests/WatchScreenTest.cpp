@@ -1,0 +1,160 @@
+#include "Host/WatchScreen.h"
+
+#include <gmock/gmock.h>
+
+#include "Host/Terminal.h"
+
+namespace wakelatch::host {
+namespace {
+
+using testing::HasSubstr, testing::Not, testing::SizeIs;
+using Lines = std::vector<std::string>;
+
+const Timestamp now = after(*platform::parseIso8601("2025-03-01T14:05:09Z"), 0.1234);
+const std::string hostile = "名前\033[2J\n\u202E\xFF";
+
+/// Text in a window, processes at work, session files that are not believed; something is held.
+StatusReport someReport() {
+  Observation seen;
+  seen.at = now;
+  seen.agents = {{"Codex CLI", {"codex-cli"}}, {"OpenCode", {"opencode", 7.5}}};
+  const ActivitySignal text{SignalStrength::presence, hostile, "idle", "Ask"},
+      work{SignalStrength::strong, "Codex CLI", "busy", {}, 2},
+      files{SignalStrength::strong, "OpenCode", "fresh"};
+  seen.evidence = {{{work, 31.5, 8, true}}, {{text}, {}}, {{}, {files}}, {work, text}};
+  seen.power = {false, 55, "55%"};
+  StatusReport report =
+      makeStatusReport(AppMode::watchAgentUI, seen, {.status = GuardStatus::keepingAwake});
+  report.watch.emplace();
+  report.watch->held.letDisplaySleep = true;
+  report.watch->held.since = after(now, -3900);
+  return report;
+}
+
+/// A terminal's screen, of which it knows what drawing() may use, wrapping of lines included.
+struct Terminal {
+  std::size_t columns, rows;
+  std::vector<std::string> screen = std::vector<std::string>(rows, std::string(columns, ' '));
+  std::size_t x = 0, y = 0;
+  bool wraps = true;
+
+  void write(std::string_view bytes) {
+    while (!bytes.empty()) {
+      if (bytes.substr(0, 2) == "\033[") {
+        const std::size_t end = bytes.find_first_of("AHJKhl", 2);
+        command(std::string(bytes.substr(2, end - 2)), bytes[end]);
+        bytes.remove_prefix(end);
+      } else if (bytes[0] == '\r') {
+        x = 0;
+      } else if (bytes[0] == '\n') {
+        down();
+      } else {
+        if (x == columns && wraps) down(), x = 0;
+        x = std::min(x, columns - 1);
+        screen[y][x++] = bytes[0];
+      }
+      bytes.remove_prefix(1);
+    }
+  }
+  void down() {
+    if (++y < rows) return;
+    screen.erase(screen.begin());
+    screen.emplace_back(columns, ' ');
+    --y;
+  }
+  void command(const std::string& value, char name) {
+    const auto blank = [&](std::size_t row, std::size_t from) {
+      std::fill(screen[row].begin() + static_cast<std::ptrdiff_t>(from), screen[row].end(), ' ');
+    };
+    if (name == 'A') y -= std::min(y, std::stoul(value));
+    if (name == 'H') x = y = 0;
+    if (name == 'h' || name == 'l') wraps = name == 'h';
+    if (name == 'K' || name == 'J') blank(y, value == "2" ? 0 : std::min(x, columns - 1));
+    for (std::size_t row = value == "2" ? 0 : y + 1; name == 'J' && row < rows; ++row)
+      blank(row, 0);
+  }
+};
+
+TEST(WatchScreen, ReportHasFiguresOfEachKind) {
+  const std::string json = encode(someReport(), DateCoding::iso8601);
+  for (const char* part :
+       {R"({"at":"2025-03-01T14:05:09.123Z",)", R"("sessionCount":2,"agentID":"codex-cli"})",
+        R"("process":{"cpuPercent":31.5,"thresholdPercent":8,"trustsCPU":true,"sessionCount":2})",
+        R"("uiText":{"strength":1,"matchedText":"Ask","isBelieved":true})",
+        R"("id":"opencode","seen":[],"notBelieved":["session files: fresh)",
+        R"("sessionFile":{"ageSeconds":7.5,"isBelieved":false})"})
+    EXPECT_THAT(json, HasSubstr(part));
+  EXPECT_EQ(platform::iso8601Milliseconds(after({}, -0.25)), "1969-12-31T23:59:59.750Z");
+}
+
+TEST(WatchScreen, FitsAndKeepsWhatMatters) {
+  StatusReport report = someReport();
+  report.watch->held.prompt = "engaging";
+  report.watch->held.releaseDueAt = after(now, 24.5);
+  const std::deque<std::string> notices{"1 old", "2 " + hostile, "3", "4", "5 new"};
+  const ScreenInput input{report, now, after(now, 3900), 7260, notices};
+  const struct {
+    int columns, rows;
+    std::size_t lines;
+    Lines shown, hidden;
+  } table[] = {
+      {80,
+       24,
+       20,
+       {"Keeping Awake  " + localTime(now) + "\n", "Held     since " + localTime(after(now, -3900)),
+        " (1h 05m): kept awake, display may sleep\n", "Prompt   open: engaging\n",
+        "idle grace ends in 1:05:00, at ", "keep-awake ends in 0:25, at ",
+        "Agents   working       Codex CLI\n", "CPU 31.5 %",
+        "\n         present       名前\uFFFD[2J\uFFFD\uFFFD\uFFFD\n", "not believed  OpenCode\n",
+        "55%, Battery; lid unknown; heat nominal\n", "kept awake 2h 01m", "\n5 new\n"},
+       {}},
+      {80, 12, 11, {"OpenCode", "Today", "kept awake 2h"}, {"CPU", "Mode", "5 new"}},
+      {80, 15, 14, {"Mode", "\n5 new\n", "4\n"}, {"CPU", "1 old", "2 "}},
+      {80, 7, 6, {"Codex CLI", "ends in 0:25"}, {"OpenCode", "Why"}},
+      {80, 3, 2, {"Awake  " + localTime(now) + "  Held     since ", "\nPrompt   open: eng"}, {}},
+      {80, 2, 1, {"Keeping Awake", "Held     since"}, {}},
+      {20, 24, 20, {"\nAgents   working    \n", "\nPrompt   open: engag\n", "\n5 new\n"}, {}},
+      {1, 24, 20, {"K\nW\nH\nP\nU\nU\nA\n"}, {}},
+      {80, 1, 0, {}, {}},
+      {0, 0, 0, {}, {}},
+  };
+  for (const auto& row : table) {
+    std::string all;
+    const Lines lines = watchScreen(input, {row.columns, row.rows}),
+                colored = watchScreen(input, {row.columns, row.rows, true});
+    for (const std::string& line : lines) {
+      EXPECT_LE(columnsOf(line), row.columns);
+      all += line + '\n';
+    }
+    EXPECT_THAT(lines, SizeIs(row.lines)) << all;
+    for (const std::string& part : row.shown) EXPECT_THAT(all, HasSubstr(part)) << row.rows;
+    for (const std::string& part : row.hidden) EXPECT_THAT(all, Not(HasSubstr(part))) << row.rows;
+    EXPECT_THAT(all, Not(HasSubstr("\033")));
+    if (row.lines > 0) {
+      const std::string word(firstColumns("Keeping Awake", row.columns));
+      EXPECT_THAT(colored[0], HasSubstr("\033[32m" + word + "\033[0m"));
+    }
+  }
+  EXPECT_EQ(firstColumns("a名前b", 4), "a名") << "a wide character is not cut in two";
+  EXPECT_EQ(localTime(after(now, 1e300)), "--:--:--");
+}
+
+TEST(WatchScreen, ADrawingReplacesTheOneBefore) {
+  const Lines first{"1234", "123456789 too long", "x", "y"}, second{"ab", "abcdefgh"};
+  for (const std::size_t start : {std::size_t{0}, std::size_t{2}, std::size_t{4}}) {
+    for (const bool wasResized : {false, true}) {
+      Terminal terminal{8, 5};
+      terminal.y = start;
+      terminal.write(drawing(0, first, false));
+      EXPECT_EQ(terminal.y, 4u) << "it has scrolled as needed";
+      terminal.write(drawing(first.size(), second, wasResized));
+      EXPECT_TRUE(terminal.wraps);
+      const std::string blank(8, ' ');
+      EXPECT_EQ(terminal.screen, (Lines{"ab      ", "abcdefgh", blank, blank, blank}));
+      EXPECT_EQ(terminal.y, 2u) << "below the last line";
+    }
+  }
+}
+
+}  // namespace
+}  // namespace wakelatch::host
