@@ -1,7 +1,7 @@
 // Locks whose use clang checks at compile time: a field says which mutex guards it, a function
 // which mutex it needs held. With `-Wthread-safety`, as this project is compiled, clang warns of a
-// breach; other compilers see a plain mutex. It looks into no constructor, destructor or catch
-// handler: touch guarded fields elsewhere.
+// breach; other compilers see a plain mutex. Constructors, destructors and catch handlers it does
+// not check.
 #pragma once
 
 #include <chrono>
