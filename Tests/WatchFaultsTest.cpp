@@ -153,11 +153,11 @@ TEST(WatchFaults, OutputThatNobodyTakesKeepsItFromNothing) {
     ASSERT_TRUE(eventually([&] { return runningWatchState() && scene.isHeld(); }));
     std::this_thread::sleep_for(300ms);  // a line is out
     output == terminal ? stopTerminal(keyboard.get()) : stuff(watch.id());
-    std::this_thread::sleep_for(800ms);  // more are not
+    std::this_thread::sleep_for(600ms);  // more are not
     scene.put("flat");
     EXPECT_LT(secondsUntil([&] { return !scene.isHeld(); }), soon);
     if (output == pipeReadAgain) {
-      std::this_thread::sleep_for(800ms);
+      std::this_thread::sleep_for(600ms);
       watch.awaitExit(1);
     }
     const std::size_t ticks = scene.calls("-g batt").size();
@@ -169,8 +169,8 @@ TEST(WatchFaults, OutputThatNobodyTakesKeepsItFromNothing) {
     if (output != pipeReadAgain) continue;
     std::istringstream lines(watch.takeStandardOutput());
     std::vector<std::string> told;
-    for (std::string text; std::getline(lines, text);)
-      if (!text.empty()) told.push_back(json::parse(text)["decision"]["status"]);
+    for (std::string text; lines >> std::ws && std::getline(lines, text);)
+      told.push_back(json::parse(text)["decision"]["status"]);
     EXPECT_LT(told.size(), ticks);
     EXPECT_EQ(told.front(), "keepingAwake");
     EXPECT_EQ(told.at(told.size() - 2) + told.back(), "batterySafetybatterySafety");
@@ -211,11 +211,10 @@ TEST(WatchFaults, ARefusedRestoreIsAProblemAskedForOnceAndTriedAgainInDanger) {
   EXPECT_THAT(runHost(scene.command("doctor")).out, ContainsRegex("PROBLEM[^\n]*lid-closed"));
 
   const auto tried = [&] { return scene.calls("-a disablesleep 0").size(); };
-  const auto before = tried(), asleep = scene.calls("sleepnow").size();
+  const auto asleep = [&] { return scene.calls("sleepnow").size(); };
+  const auto triedBefore = tried(), asleepBefore = asleep();
   scene.put("flat");
-  EXPECT_LT(
-      secondsUntil([&] { return tried() > before && scene.calls("sleepnow").size() > asleep; }),
-      soon);
+  EXPECT_LT(secondsUntil([&] { return tried() > triedBefore && asleep() > asleepBefore; }), soon);
   watch.send(SIGTERM);
   EXPECT_EQ(watch.finish().status, 3);
   EXPECT_TRUE(scene.isMarked());
@@ -253,8 +252,7 @@ TEST(WatchFaults, AnOpenPromptKeepsItFromNothing) {
     EXPECT_LT(secondsUntil([&] { return isTried() && scene.isOn() == scene.isMarked(); }), soon);
     watch.send(SIGTERM);
     EXPECT_EQ(watch.finish().status, row.status);
-    EXPECT_EQ(scene.isOn(), row.status == 3);
-    EXPECT_EQ(scene.isMarked(), row.status == 3);
+    EXPECT_TRUE(scene.isOn() == scene.isMarked() && scene.isOn() == (row.status == 3));
     EXPECT_NE(loadUsage(usageFile()).value().lastCloseReason, SessionCloseReason::interrupted);
   }
 }
@@ -279,7 +277,6 @@ TEST(WatchFaults, AStopEndsAnOpenPromptAndSaysSo) {
   EXPECT_EQ(status, scene.isOn() ? 3 : 0);
   EXPECT_EQ(scene.isMarked(), scene.isOn());
   EXPECT_FALSE(scene.isHeld());
-  EXPECT_TRUE(scene.running("engage").empty());
 }
 
 TEST(WatchFaults, ASecondStopLeavesTheSettingMarkedAndNoProcess) {
@@ -299,14 +296,14 @@ TEST(WatchFaults, ASecondStopLeavesTheSettingMarkedAndNoProcess) {
 
 TEST(WatchFaults, AToolThatKeepsEndingIsGivenARest) {
   const Scene scene("{}", "1.5");
-  const Outcome outcome = runHost(scene.watch(manual + " --ticks 25"));
+  const Outcome outcome = runHost(scene.watch(manual + " --ticks 23"));
   EXPECT_EQ(outcome.status, 0);
   EXPECT_LE(scene.calls("tool").size(), 2u);
   EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
   double booked = 0;
   const UsageMetrics usage = loadUsage(usageFile()).value();
   for (const auto& [day, bucket] : usage.days) booked += bucket.manualSeconds;
-  EXPECT_LT(booked, 2 * 1.5 + 0.9) << "of five seconds";
+  EXPECT_LT(booked, 2 * 1.5 + 0.9) << "of 4.6 seconds";
 }
 
 }  // namespace
