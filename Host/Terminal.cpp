@@ -95,10 +95,6 @@ TerminalSize terminalSize(int descriptor) {
   return result;
 }
 
-int terminalWidth() {
-  return terminalSize(STDOUT_FILENO).columns;
-}
-
 std::string drawing(std::size_t linesBefore, const std::vector<std::string>& lines,
                     bool wasResized) {
   std::string bytes = "\033[?7l\r";

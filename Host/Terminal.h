@@ -32,9 +32,6 @@ struct TerminalSize {
 /// Each is as above when the descriptor is no terminal or does not tell.
 TerminalSize terminalSize(int descriptor);
 
-/// The width of standard output in columns.
-int terminalWidth();
-
 /// The bytes that draw `lines` in the place of those drawn before them. The cursor stands below the
 /// last line then, so a screen holds one line less than it has rows. Nothing is cut: while they are
 /// drawn, lines that are too long do not wrap.
