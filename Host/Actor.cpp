@@ -55,7 +55,7 @@ void Actor::post(Wish wish, SteadyTime observedAt, bool restoreOnLeave) {
 void Actor::order(Order order) {
   {
     const platform::MutexLock lock(mutex_);
-    if (order <= order_) return;
+    if (order <= order_ || (order_ == Order::leave && isOrderDone_)) return;
     order_ = order;
     isOrderDone_ = false;
     newest_.reset();
@@ -112,13 +112,9 @@ bool Actor::isNewest() {
 
 void Actor::run() {
   keepAwake_.startUp(platform::now());
-  publish(std::nullopt);
-  for (;;) {
-    const Job job = nextJob();
+  for (Job job; !finish(job);) {
+    job = nextJob();
     carryOut(job);
-    publish(std::nullopt);
-    finished(job);
-    if (job.order == Order::abandon) return;
   }
 }
 
@@ -126,8 +122,6 @@ void Actor::run() {
 Actor::Job Actor::nextJob() {
   constexpr int slices = 6;
   platform::MutexLock lock(mutex_);
-  isBusy_ = false;
-  done_.notifyAll();
   Job job;
   for (int passed = 0;;) {
     job.order = order_;
@@ -173,9 +167,18 @@ void Actor::carryOut(const Job& job) {
   }
 }
 
-void Actor::finished(const Job& job) {
-  const platform::MutexLock lock(mutex_);
-  if (job.order != Order::work && job.order == order_) isOrderDone_ = true;
+/// Whether nothing more is to be done after this job.
+bool Actor::finish(const Job& job) {
+  publish(std::nullopt);
+  bool isLast = false;
+  {
+    const platform::MutexLock lock(mutex_);
+    isBusy_ = false;
+    if (job.order != Order::work && job.order == order_) isOrderDone_ = true;
+    isLast = isOrderDone_ && order_ >= Order::leave;
+  }
+  done_.notifyAll();
+  return isLast;
 }
 
 }  // namespace wakelatch::host

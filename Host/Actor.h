@@ -43,7 +43,7 @@ class Actor {
   /// @param changed          told on the thread what holds the machine awake, whenever it changes
   Actor(const Options& options, Tools& tools, Notifier& notifier,
         std::function<void(const Held&)> changed);
-  /// Orders to abandon and waits until that is done.
+  /// Orders to abandon, unless it has left, and waits until that is done.
   ~Actor();
   Actor(const Actor&) = delete;
   Actor& operator=(const Actor&) = delete;
@@ -76,7 +76,7 @@ class Actor {
   void run();
   Job nextJob();
   void carryOut(const Job& job);
-  void finished(const Job& job);
+  bool finish(const Job& job);
   void publish(const std::optional<std::string>& prompt);
   bool isNewest();
 

@@ -23,7 +23,7 @@ namespace wakelatch::host {
 class Printer {
  public:
   /// Lines and notices that may wait to be written, of each kind.
-  static constexpr std::size_t room = 64;
+  static constexpr std::size_t room = 8;
 
   /// @param closed  told on the printer's thread, once, that nobody will read standard output again
   explicit Printer(std::function<void()> closed);

@@ -38,6 +38,13 @@ crash() {
   kill -KILL $PPID; exit 1
 }
 [ "$REFUSED" = "$value" ] && exit 1
+case "$CRASH_AT" in prompt*)
+  [ "$CRASH_AT" = "prompt being cancelled" ] &&
+    trap 'echo $value > "$HOME/setting"; kill -KILL $PPID; exit 1' TERM
+  touch "$HOME/prompt open"
+  while kill -0 $PPID 2>/dev/null; do sleep 0.05; done
+  exit 1 ;;
+esac
 crash "before setting $value"
 echo $value > "$HOME/setting"
 crash "after setting $value")sh";
@@ -99,6 +106,7 @@ struct Scene {
     std::map<std::string, char> letters = {
         {"Engaging pmset disablesleep for lid-closed mode", 'E'},
         {"Restoring pmset disablesleep 0", 'R'},
+        {"Restoring pmset disablesleep 0 without a prompt", 'P'},
         {"Admin restore failed, trying direct restore: exit code 1", 'D'},
         {"WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it "
          "tracked for retry (REVIEW #18)",
@@ -127,7 +135,7 @@ struct Scene {
 TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
   const std::string listed = "Library/Application Support/Lumenhold/caffeinate.pid",
                     marked = "Library/Application Support/Lumenhold/disablesleep.engaged",
-                    retiring = "asked to end", script;
+                    retiring = "asked to end", prompt = "prompt open", script;
   struct Next {
     std::string log = "", crashAt = "", refused = "";
     std::string remedy = "";  ///< the command that it names where the setting stays engaged
@@ -148,9 +156,12 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
       {"after setting 1", script, 0, "SE", {"K", "", "", "restore --adopt"}},
       {"engaged", marked, SIGKILL, "SE", {"KMR"}},
       {"engaged, again", marked, SIGKILL, "SE", {"KMRMR", "before setting 0"}},
-      {"refused", marked, SIGKILL, "SE", {"KMRDWRDW", "", "0", "restore"}},
-      {"before setting 0", marked, SIGTERM, "SETR", {"MR"}},
-      {"after setting 0", marked, SIGTERM, "SETR", {"O"}},
+      {"refused", marked, SIGKILL, "SE", {"KMRDWPWRDW", "", "0", "restore"}},
+      {"before setting 0", marked, SIGTERM, "SETPWR", {"MR"}},
+      {"after setting 0", marked, SIGTERM, "SETPWR", {"O"}},
+      {"prompt open", prompt, SIGKILL, "SE", {"K"}},
+      {"prompt being cancelled", prompt, SIGTERM, "SE", {"K", "", "", "restore --adopt"}},
+      {"stopped by SIGTSTP", marked, SIGTSTP, "SETPW", {"MR"}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.step);
@@ -172,6 +183,10 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
       };
       EXPECT_TRUE(eventually(isThere, patience)) << scene.logLetters();
       watch.send(row.signal);
+      if (row.signal == SIGTSTP) {  // it lets go before it stops
+        EXPECT_TRUE(eventually(logIsWritten, patience)) << scene.logLetters();
+        watch.send(SIGKILL);
+      }
     }
     EXPECT_EQ(watch.finish(patience).status, row.left > 0 ? SIGXFSZ : SIGKILL);
     EXPECT_TRUE(eventually(logIsWritten, patience)) << scene.logLetters();

@@ -96,7 +96,7 @@ TEST(Host, AWatchGoesThroughGraceToWatchingAndKeepsTheSession) {
   EXPECT_THAT(statuses, testing::ElementsAre("keepingAwake", "idleGrace", "watching"));
   const json usage = json::parse(contentOf(usageFile()));
   EXPECT_EQ(usage["lastCloseReason"], "vanished");
-  EXPECT_EQ(usage["lastRun"]["agentDisplayName"], "Aider");
+  EXPECT_FALSE(usage.contains("lastRun")) << "nothing is booked on a tool that is being tried";
 }
 
 TEST(Host, RefusesWrongUsageAndBrokenSettings) {
@@ -153,9 +153,9 @@ TEST(Host, ASecondSignalLeavesAtOnce) {
   watch.send(SIGINT);
   EXPECT_FALSE(watch.awaitExit(0.5)) << "it waits for the stubborn tool";
   watch.send(SIGTERM);
-  EXPECT_EQ(watch.finish(2).status, 128 + SIGTERM);
+  EXPECT_EQ(watch.finish(6).status, 128 + SIGTERM);
   ASSERT_EQ(pids.size(), 1u);
-  ::kill(pids[0], SIGKILL);
+  EXPECT_NE(::kill(pids[0], 0), 0) << "what can be undone without asking is";
 }
 
 TEST(Host, LeavesCleanlyWhenNobodyReadsAnyMore) {

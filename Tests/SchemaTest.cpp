@@ -44,6 +44,11 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
     const std::string text = runHost({"--tools", tools, command, "--json"}).out;
     return json::parse(documents.emplace(command, text)->second);
   };
+  UsageMetrics before(platform::now());
+  before.longestProtectedRunSeconds = before.days["2025-03-01"].protectedSeconds = 7200;
+  before.longestProtectedRunDate = "2025-03-01";
+  before.lastRun = {"Aider", before.installDate, 7200, 7200, 0, true};
+  writeFile(usageFile(), encode(before));
   HostProgram watch({"--tools", tools, "watch", "--json", "--interval=.1", "--caffeinate", tool});
   const auto state = [] { return runningWatchState().value_or(WatchState()); };
   ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt.has_value(); }));

@@ -157,7 +157,7 @@ TEST(WatchFaults, OutputThatNobodyTakesKeepsItFromNothing) {
     scene.put("flat");
     EXPECT_LT(secondsUntil([&] { return !scene.isHeld(); }), soon);
     if (output == pipeReadAgain) {
-      std::this_thread::sleep_for(600ms);
+      std::this_thread::sleep_for(1800ms);  // more than may wait
       watch.awaitExit(1);
     }
     const std::size_t ticks = scene.calls("-g batt").size();
