@@ -133,6 +133,7 @@ Actor::Job Actor::nextJob() {
     if (!wake_.waitUntil(lock, in(staleSeconds_ / slices))) ++passed;
   }
   job.wish = std::exchange(newest_, std::nullopt);
+  if (job.wish) job.wish->at = platform::now();  // not before what the last job has noted
   job.restoreOnLeave = restoreOnLeave_;
   isBusy_ = true;
   isInDanger_ = job.wish && job.wish->isDanger;

@@ -22,7 +22,7 @@ struct Wish {
   bool keepAwakeWithLidClosed = false;
   bool letDisplaySleep = false;
   LidState lidState = LidState::unknown;
-  Timestamp at;  ///< of the tick
+  Timestamp at;  ///< when it is carried out; never goes back but with the clock
 
   /// Takes over what an older wish asked for once and nobody has carried out: going to sleep, as
   /// long as the newer one does not want the machine awake and nobody has moved the lid.

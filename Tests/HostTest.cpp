@@ -121,7 +121,8 @@ TEST(Host, RefusesWrongUsageAndBrokenSettings) {
 TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
   const Home home;
   HostProgram watch(home.manualWatch());
-  ASSERT_TRUE(eventually([] { return runningWatchState().has_value(); }));
+  const auto state = [] { return runningWatchState().value_or(WatchState()); };
+  ASSERT_TRUE(eventually([&] { return state().held.isToolRunning(); }));
   const Outcome second = runHost({"watch"});
   EXPECT_EQ(second.status, 1);
   EXPECT_THAT(second.err, HasSubstr("process " + std::to_string(watch.id())));
@@ -148,7 +149,7 @@ TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
 TEST(Host, ASecondSignalLeavesAtOnce) {
   const Home home("trap '' TERM\nwhile :; do sleep 1; done");
   HostProgram watch(home.manualWatch());
-  ASSERT_TRUE(eventually([] { return runningWatchState().has_value(); }));
+  ASSERT_TRUE(eventually([] { return SleepController::readCaffeinatePIDs().size() == 1; }));
   const auto pids = SleepController::readCaffeinatePIDs();
   watch.send(SIGINT);
   EXPECT_FALSE(watch.awaitExit(0.5)) << "it waits for the stubborn tool";
