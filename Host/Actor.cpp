@@ -20,7 +20,7 @@ SteadyClock::time_point in(double seconds) {
 }  // namespace
 
 Actor::Actor(const Options& options, Tools& tools, Notifier& notifier,
-             std::function<void(const Held&)> changed)
+             std::function<void()> changed)
     : tools_(tools),
       notifier_(notifier),
       staleSeconds_(options.staleSeconds),
@@ -102,7 +102,7 @@ void Actor::publish(const std::optional<std::string>& prompt) {
     if (held == held_) return;
     held_ = held;
   }
-  changed_(held);
+  changed_();
 }
 
 bool Actor::isNewest() {

@@ -40,9 +40,8 @@ class Actor {
 
   /// Starts the thread, which first undoes what an earlier run left behind.
   /// @param tools, notifier  owned by the caller
-  /// @param changed          told on the thread what holds the machine awake, whenever it changes
-  Actor(const Options& options, Tools& tools, Notifier& notifier,
-        std::function<void(const Held&)> changed);
+  /// @param changed          told on the thread whenever held() has changed
+  Actor(const Options& options, Tools& tools, Notifier& notifier, std::function<void()> changed);
   /// Orders to abandon, unless it has left, and waits until that is done.
   ~Actor();
   Actor(const Actor&) = delete;
@@ -83,7 +82,7 @@ class Actor {
   Tools& tools_;
   Notifier& notifier_;
   const double staleSeconds_;
-  const std::function<void(const Held&)> changed_;
+  const std::function<void()> changed_;
   SleepController controller_;
   KeepAwake keepAwake_;  ///< of the thread alone
 

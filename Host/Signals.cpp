@@ -19,6 +19,7 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr unsigned char wakeUp = 0, endOfListening = 255;  // no signals' numbers
 int toListener[2] = {-1, -1};
+constexpr int taken[] = {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH};
 
 void send(unsigned char message) {
   [[maybe_unused]] const ssize_t written = ::write(toListener[1], &message, 1);
@@ -41,7 +42,7 @@ Signals::Signals() {
   struct sigaction action {};
   action.sa_handler = onSignal;
   action.sa_flags = SA_RESTART;
-  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH}) {
+  for (const int number : taken) {
     struct sigaction before {};
     if (::sigaction(number, nullptr, &before) == 0 && before.sa_handler == SIG_IGN) continue;
     ::sigaction(number, &action, nullptr);
@@ -51,8 +52,15 @@ Signals::Signals() {
   ::sigaction(SIGTTOU, &action, nullptr);
 }
 
-Signals::~Signals() {
+void Signals::endListening() {
   if (!thread_.joinable()) return;
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  for (const int number : taken) {
+    struct sigaction now {};
+    if (::sigaction(number, nullptr, &now) == 0 && now.sa_handler == SIG_IGN) continue;
+    ::sigaction(number, &action, nullptr);
+  }
   send(endOfListening);
   thread_.join();
 }

@@ -29,13 +29,16 @@ class Signals {
   };
 
   Signals();
-  /// Stops listening.
-  ~Signals();
+  ~Signals() { endListening(); }
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
 
   /// Starts the thread; signals that came since the construction are delivered first. Call once.
   void listen(Handlers handlers);
+
+  /// No handler is called any more after this, and the signals have their default effect: nothing is
+  /// left that would have to be undone. Waits for a handler that runs.
+  void endListening();
 
   /// Ends the process with this status after so many seconds, whatever hangs. From any thread; a
   /// later call replaces an earlier one.

@@ -12,36 +12,33 @@ namespace wakelatch::host {
 Teller::Teller(bool json, std::function<void()> closed)
     : json_(json), printer_(std::move(closed)), isScreen_(!json && isScreen(STDOUT_FILENO)) {}
 
-void Teller::saveStateWith(Saver& saver) {
+void Teller::tellStateOf(Saver& saver, std::function<Held()> held) {
   const platform::MutexLock lock(mutex_);
   saver_ = &saver;
+  held_ = std::move(held);
 }
 
 void Teller::tick(Tick tick) {
   const platform::MutexLock lock(mutex_);
-  if (json_) {
-    printer_.line(encode(tick.report, DateCoding::iso8601));
-  } else if (!isScreen_ && isChange(tick.report.decision)) {
-    printer_.line(localTime(tick.at) + ' ' + printable(statusLine(tick.report)));
-  }
   last_ = std::move(tick);
-  saveState();
-  draw();
+  tellState();
+  if (json_) {
+    printer_.line(encode(last_->report, DateCoding::iso8601));
+  } else if (!isScreen_ && isChange(last_->report.decision)) {
+    printer_.line(localTime(last_->at) + ' ' + printable(statusLine(last_->report)));
+  }
 }
 
-void Teller::held(const Held& held) {
+void Teller::heldChanged() {
   const platform::MutexLock lock(mutex_);
-  if (!last_ || !last_->report.watch) return;
-  last_->report.watch->held = held;
-  saveState();
-  draw();
+  tellState();
 }
 
 void Teller::stopped(bool isStopped) {
   const platform::MutexLock lock(mutex_);
   if (!last_ || !last_->report.watch) return;
   last_->report.watch->isStopped = isStopped;
-  saveState();
+  tellState();
 }
 
 void Teller::notice(const std::string& text) {
@@ -90,8 +87,13 @@ void Teller::draw() {
                               style));
 }
 
-void Teller::saveState() {
-  if (saver_ != nullptr && last_ && last_->report.watch) saver_->state(*last_->report.watch);
+void Teller::tellState() {
+  if (!last_) return;
+  if (saver_ != nullptr && last_->report.watch) {
+    last_->report.watch->held = held_();
+    saver_->state(*last_->report.watch);
+  }
+  draw();
 }
 
 }  // namespace wakelatch::host

@@ -31,13 +31,14 @@ class Teller {
   /// @param closed  told once, on another thread, that nobody will read standard output again
   Teller(bool json, std::function<void()> closed);
 
-  /// From now on the state is kept in its file.
+  /// From now on the state is kept in its file, with what holds the machine awake at that moment.
   /// @param saver  owned by the caller, outlives this
-  void saveStateWith(Saver& saver);
+  /// @param held   called from any thread; must not block
+  void tellStateOf(Saver& saver, std::function<Held()> held);
 
   void tick(Tick tick);
   /// What holds the machine awake has changed since the last tick.
-  void held(const Held& held);
+  void heldChanged();
   /// The watch is stopped by Ctrl-Z, or goes on.
   void stopped(bool isStopped);
   /// A sentence for the user.
@@ -54,13 +55,14 @@ class Teller {
  private:
   bool isChange(const GuardDecision& decision) WAKELATCH_REQUIRES(mutex_);
   void draw() WAKELATCH_REQUIRES(mutex_);
-  void saveState() WAKELATCH_REQUIRES(mutex_);
+  void tellState() WAKELATCH_REQUIRES(mutex_);
 
   const bool json_;
   Printer printer_;
   platform::Mutex mutex_;
   bool isScreen_ WAKELATCH_GUARDED_BY(mutex_);
   Saver* saver_ WAKELATCH_GUARDED_BY(mutex_) = nullptr;
+  std::function<Held()> held_ WAKELATCH_GUARDED_BY(mutex_);  ///< asked last: it may change any time
   std::optional<Tick> last_ WAKELATCH_GUARDED_BY(mutex_);
   std::optional<GuardDecision> lastShown_ WAKELATCH_GUARDED_BY(mutex_);
   std::deque<std::string> notices_ WAKELATCH_GUARDED_BY(mutex_);  ///< the screen's, with their time

@@ -91,9 +91,9 @@ struct Hands {
                .releaseDelaySeconds = options.releaseDelaySeconds,
                .staleSeconds = std::max(60.0, 5 * options.intervalSeconds),
                .restoreOnLeave = settings.restoreNormalSleepOnQuit},
-              tools, notifier, [&teller](const Held& held) { teller.held(held); }) {
+              tools, notifier, [&teller] { teller.heldChanged(); }) {
     if (!opened.notice.empty()) notifier.tell(opened.notice);
-    teller.saveStateWith(saver);
+    teller.tellStateOf(saver, [this] { return actor.held(); });
   }
 };
 
@@ -145,6 +145,7 @@ class Watch {
       failed = true;
     }
     const ExitStatus status = leave();
+    signals_.endListening();
     return failed && status == ExitStatus::done ? ExitStatus::failed : status;
   }
 

@@ -46,15 +46,10 @@ class WatchProcess {
   /// Blocks until the process has ended or has been stopped for longer than the limit. Its end is
   /// noticed at once; at the next look where the kernel gives no descriptor of a process.
   void awaitLoss(const Limits& limits) const {
-    std::optional<Clock::time_point> stoppedSince;
-    while (!isGone()) {
-      if (!isStopped()) {
-        stoppedSince.reset();
-      } else if (!stoppedSince) {
-        stoppedSince = Clock::now();
-      } else if (Clock::now() - *stoppedSince >= limits.stopped) {
-        return;
-      }
+    for (auto lastSeenRunning = Clock::now(); !isGone();) {
+      const auto now = Clock::now();
+      if (!isStopped()) lastSeenRunning = now;
+      if (now - lastSeenRunning >= limits.stopped) return;
       pollfd end{descriptor_.get(), POLLIN, 0};  // a negative one is skipped
       if (::poll(&end, 1, static_cast<int>(limits.betweenLooks.count())) > 0) return;
     }
