@@ -36,7 +36,7 @@ Actor::Actor(const Options& options, Tools& tools, Notifier& notifier,
 
 Actor::~Actor() {
   order(Order::abandon);
-  thread_.join();
+  if (thread_.joinable()) thread_.join();
 }
 
 void Actor::post(Wish wish, SteadyTime observedAt, bool restoreOnLeave) {

@@ -62,6 +62,8 @@ class Actor {
   /// Blocks until the last order is carried out or the last wish, where there was no order; at most
   /// `seconds`. Returns whether it is.
   bool awaitDone(double seconds);
+  /// Blocks until the order to leave or to abandon is carried out. From the owner's thread.
+  void join() { thread_.join(); }
 
   /// What holds the machine awake now.
   Held held() const;

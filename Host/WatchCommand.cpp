@@ -227,7 +227,7 @@ class Watch {
       const bool wasHeld = hands_->actor.held().isHeld();
       hands_->saver.usage(hands_->usage.metrics());
       hands_->actor.order(Actor::Order::leave);
-      while (!hands_->actor.awaitDone(60)) continue;
+      hands_->actor.join();
       const bool isEngaged = hands_->actor.held().isLidClosedEngaged;
       if (isEngaged && (settings_.current().restoreNormalSleepOnQuit || stopNumber_ != 0)) {
         notifier_.tell(
