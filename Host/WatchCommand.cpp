@@ -48,26 +48,27 @@ class Pause {
     return !isOver_;
   }
   /// The next tick comes at once.
-  void shorten() { set(isShortened_); }
+  void shorten() {
+    const platform::MutexLock lock(mutex_);
+    isShortened_ = true;
+    condition_.notifyAll();
+  }
   /// There is no next tick.
-  void endWatch() { set(isOver_); }
+  void endWatch() {
+    const platform::MutexLock lock(mutex_);
+    isOver_ = true;
+    condition_.notifyAll();
+  }
   bool isWatchOver() {
     const platform::MutexLock lock(mutex_);
     return isOver_;
   }
 
  private:
-  void set(bool& flag) {
-    {
-      const platform::MutexLock lock(mutex_);
-      flag = true;
-    }
-    condition_.notifyAll();
-  }
-
   platform::Mutex mutex_;
   platform::Condition condition_;
-  bool isOver_ = false, isShortened_ = false;
+  bool isOver_ WAKELATCH_GUARDED_BY(mutex_) = false;
+  bool isShortened_ WAKELATCH_GUARDED_BY(mutex_) = false;
 };
 
 /// What a watch does beside deciding and telling. A dry run has none of it: even its end would

@@ -148,7 +148,7 @@ double ProcessTable::cpuPercent(pid_t pid, const Status& now, const Sample& prev
 }
 
 std::string ProcessTable::usageListing() {
-  const std::lock_guard lock(listing_);
+  const platform::MutexLock lock(listing_);
   if (!previous_) previous_ = takeSample();
   std::this_thread::sleep_until(previous_->begun + std::chrono::duration<double>(sampleSeconds));
   Sample current = takeSample();

@@ -7,10 +7,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "Platform/Mutex.h"
 
 namespace wakelatch::host {
 
@@ -63,8 +64,8 @@ class ProcessTable {
   Sample takeSample() const;
 
   const std::filesystem::path proc_;
-  std::mutex listing_;              ///< held for a whole usage listing, its wait included
-  std::optional<Sample> previous_;  ///< guarded by listing_
+  platform::Mutex listing_;  ///< held for a whole usage listing, its wait included
+  std::optional<Sample> previous_ WAKELATCH_GUARDED_BY(listing_);
 };
 
 }  // namespace wakelatch::host
