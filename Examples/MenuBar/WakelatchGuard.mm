@@ -59,7 +59,8 @@ struct Machinery {
   core::PowerMonitor power{runner};
   core::LidStateDetector lid{runner};
   core::ProcessDetector processes{runner};
-  core::AccessibilityDetector accessibility;
+  core::AccessibilityDetector accessibility{core::platform::systemAccessibility(),
+                                            core::ReadingBudget::within(tickSeconds / 2)};
   core::FileActivityProbe files{NSHomeDirectory().fileSystemRepresentation, sessionFileDepth};
   core::SessionActivityDetector sessions{files};
   core::ActivityDetector activity{processes, accessibility, sessions};
