@@ -67,12 +67,18 @@ struct Machinery {
   core::AgentStateMachine machine;
   core::SleepController controller{runner, adminRunner, core::FileLogger::shared(),
                                    "/usr/bin/caffeinate"};
-  core::host::KeepAwake keepAwake;
+  core::host::Notifier notifier;
+  // One thread decides and acts, so nothing newer is wanted while it acts.
+  core::host::KeepAwake keepAwake{controller,
+                                  notifier,
+                                  releaseDelaySeconds,
+                                  {.promptShown = [](const auto &) {},
+                                   .isCancelled = [] { return false; },
+                                   .isNewest = [] { return true; }}};
   core::AppMode mode = core::AppMode::watchAgentUI;
   core::GuardSettings settings;
 
-  explicit Machinery(core::host::KeepAwake::Notice notice)
-      : keepAwake(controller, releaseDelaySeconds, std::move(notice)) {}
+  explicit Machinery(core::host::Notifier::Sink sink) : notifier(std::move(sink)) {}
 
   core::GuardDecision tick() {
     const core::Timestamp now = core::platform::now();
@@ -84,7 +90,9 @@ struct Machinery {
     const core::GuardDecision decision =
         machine.evaluate(mode, settings, reading, lidState, signal,
                          controller.isSleepPreventionEnabled(), heat, now);
-    keepAwake.apply(decision, settings, lidState, heat, now);
+    // Later by now: the tools take their time.
+    keepAwake.apply(
+        core::host::makeWish(decision, settings, reading, lidState, heat, core::platform::now()));
     return decision;
   }
 };
@@ -185,8 +193,13 @@ struct Machinery {
 - (void)stop:(void (^)(BOOL restored))completion {
   if (_timer != nil) dispatch_source_cancel(_timer);
   dispatch_async(_queue, ^{
-    const bool restored = !self->_machinery->settings.restoreNormalSleepOnQuit ||
-                          self->_machinery->keepAwake.restore();
+    core::host::KeepAwake &keepAwake = self->_machinery->keepAwake;
+    bool restored = true;
+    if (self->_machinery->settings.restoreNormalSleepOnQuit) {
+      restored = keepAwake.restore(core::platform::now());
+    } else {
+      keepAwake.leaveEngaged();
+    }
     self->_machinery.reset();  // here: its end waits for the keep-awake process
     dispatch_async(dispatch_get_main_queue(), ^{
       completion(restored);
