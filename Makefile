@@ -19,16 +19,6 @@ test:
 	cmake --build --preset dev
 	ctest --preset dev
 
-# All tests but those about other processes: valgrind's stand-in for starting a child cannot fail
-# and has no exit notices, and what a child does it does not see.
-valgrind:
-	@cmake/bootstrap ci
-	cmake --preset dev
-	cmake --build --preset dev --target wakelatch_tests
-	valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite --error-exitcode=9 \
-	  build/dev/Tests/wakelatch_tests --gtest_brief=1 \
-	  --gtest_filter='-Host.*:CrashMatrix.*:Caffeinate.*:Fault*:Schema*:CommandRunner.*:ChildProcess.*:SleepController.*:KeepAwake.*'
-
 format:
 	@cmake/bootstrap ci
 	clang-format -i $(SOURCES)
@@ -36,11 +26,6 @@ format:
 check-format:
 	@cmake/bootstrap ci
 	clang-format --dry-run --Werror $(SOURCES)
-
-tidy:
-	@cmake/bootstrap ci
-	cmake --preset tidy
-	cmake --build --preset tidy
 
 bench:
 	@cmake/bootstrap bench
@@ -53,6 +38,32 @@ docs:
 	@cmake/bootstrap docs
 	@mkdir -p build/docs
 	doxygen docs/Doxyfile
+
+install:
+	@cmake/bootstrap run
+	cmake --preset release -DCMAKE_INSTALL_PREFIX:PATH="$(PREFIX)"
+	cmake --build --preset release
+	cmake --install build/release
+
+ifeq ($(shell uname),Darwin)
+valgrind tidy soak fuzz:
+	@echo "make $@ does nothing on macOS: Xcode has neither clang-tidy nor libFuzzer, and there is no"; \
+	echo "valgrind and no /proc. Run it on Debian."
+else
+# All tests but those about other processes: valgrind's stand-in for starting a child cannot fail
+# and has no exit notices, and what a child does it does not see.
+valgrind:
+	@cmake/bootstrap ci
+	cmake --preset dev
+	cmake --build --preset dev --target wakelatch_tests
+	valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite --error-exitcode=9 \
+	  build/dev/Tests/wakelatch_tests --gtest_brief=1 \
+	  --gtest_filter='-Host.*:CrashMatrix.*:Caffeinate.*:Fault*:Schema*:CommandRunner.*:ChildProcess.*:SleepController.*:KeepAwake.*'
+
+tidy:
+	@cmake/bootstrap ci
+	cmake --preset tidy
+	cmake --build --preset tidy
 
 # Without glibc's caches of freed memory, which count as in use, the heap's figures are exact.
 soak:
@@ -68,9 +79,4 @@ fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	@Fuzz/run $(SECONDS) $(SEED)
-
-install:
-	@cmake/bootstrap run
-	cmake --preset release -DCMAKE_INSTALL_PREFIX:PATH="$(PREFIX)"
-	cmake --build --preset release
-	cmake --install build/release
+endif

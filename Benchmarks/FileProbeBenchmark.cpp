@@ -1,6 +1,7 @@
 // The file probe on trees of session files: beside find on the same tree, and beside itself with
 // more to do.
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>

@@ -1,11 +1,12 @@
 // The process detector's own work beside the two `ps` runs that feed it, and how it grows with the
 // number of processes, their nesting and the length of their arguments.
-#include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -13,7 +14,10 @@
 #include <vector>
 
 #include "Benchmarks/SideBySide.h"
+#include "Platform/Descriptor.h"
 #include "WakelatchCore/ProcessDetector.h"
+
+extern char** environ;  // macOS declares it nowhere
 
 namespace {
 
@@ -36,23 +40,21 @@ std::string run(const ShellCommand& command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
   arguments.push_back(nullptr);
-  int ends[2];
+  wakelatch::platform::Pipe pipe = wakelatch::platform::openPipe();
   pid_t child = 0;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  if (::pipe2(ends, O_CLOEXEC) != 0) std::abort();
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, pipe.writeEnd.get(), STDOUT_FILENO);
   if (::posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ) != 0) {
     std::abort();
   }
   posix_spawn_file_actions_destroy(&actions);
-  ::close(ends[1]);
+  pipe.writeEnd.close();
   std::string output;
   char buffer[65536];
-  for (ssize_t got = 0; (got = ::read(ends[0], buffer, sizeof buffer)) > 0;) {
+  for (ssize_t got = 0; (got = ::read(pipe.readEnd.get(), buffer, sizeof buffer)) > 0;) {
     output.append(buffer, static_cast<std::size_t>(got));
   }
-  ::close(ends[0]);
   ::waitpid(child, nullptr, 0);
   return output;
 }

@@ -10,11 +10,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <vector>
 
 #include "WakelatchCore/ShellCommand.h"
+
+extern char** environ;  // macOS declares it nowhere
 
 namespace {
 
@@ -22,7 +25,7 @@ using wakelatch::CommandRunnerError;
 using wakelatch::ProcessCommandRunner;
 using wakelatch::ShellCommand;
 
-const ShellCommand trueCommand{"/bin/true", {}};
+const ShellCommand trueCommand{"/usr/bin/true", {}};
 const ShellCommand hundredMegabytes{"/usr/bin/head", {"-c", "100000000", "/dev/zero"}};
 
 double secondsFor(const std::function<void()>& action) {
@@ -100,13 +103,13 @@ void timeoutLateness() {
 }  // namespace
 
 int main() {
-  compare("run /bin/true", trueCommand, false, 1000, 1.15);
+  compare("run /usr/bin/true", trueCommand, false, 1000, 1.15);
   constexpr std::size_t gigabyte = std::size_t{1} << 30;
   void* memory =
       ::mmap(nullptr, gigabyte, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) return 1;
   std::memset(memory, 1, gigabyte);
-  compare("run /bin/true, 1 GB resident", trueCommand, false, 1000, 1.15);
+  compare("run /usr/bin/true, 1 GB resident", trueCommand, false, 1000, 1.15);
   ::munmap(memory, gigabyte);
   compare("capture 100 MB", hundredMegabytes, true, 21, 1.5);
   timeoutLateness();

@@ -1,6 +1,7 @@
 // What a tick costs that finds the keep-awake process running in the wanted posture, beside an
 // uncontended mutex lock, both measured in one run.
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>

@@ -9,10 +9,11 @@
 
 namespace wakelatch::host {
 
-Observer::Observer(CommandRunning& tools)
+Observer::Observer(CommandRunning& tools, double textSeconds)
     : power_(tools),
       lid_(tools),
       processes_(tools),
+      accessibility_(platform::systemAccessibility(), ReadingBudget::within(textSeconds)),
       files_(platform::homeDirectory(), sessionFileDepth),
       rememberedFiles_(files_),
       sessions_(rememberedFiles_),

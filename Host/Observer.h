@@ -44,7 +44,8 @@ class Observer {
   static constexpr int sessionFileDepth = 12;
 
   /// @param tools  owned by the caller
-  explicit Observer(CommandRunning& tools);
+  /// @param textSeconds  what reading UI text may take in a look: half the time between two
+  explicit Observer(CommandRunning& tools, double textSeconds = 1);
 
   Observation look(const GuardSettings& settings, Timestamp now);
 

@@ -33,7 +33,11 @@ std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children,
 
 void serviceSystemEvents() {
   @autoreleasepool {
-    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+    // A pass without waiting delivers one source, and says so only when told to return after it.
+    constexpr int enough = 100;  // should one be ready all the time
+    for (int pass = 0; pass < enough; ++pass) {
+      if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true) != kCFRunLoopRunHandledSource) break;
+    }
   }
 }
 

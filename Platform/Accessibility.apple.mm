@@ -3,6 +3,9 @@
 #import <AppKit/AppKit.h>
 #import <ApplicationServices/ApplicationServices.h>
 
+#include <cmath>
+#include <limits>
+
 #include "Platform/Accessibility.h"
 
 namespace wakelatch::platform {
@@ -70,16 +73,32 @@ class SystemAccessibility final : public Accessibility {
     return adopt(AXUIElementCreateApplication(processID));
   }
 
-  Value attribute(const Element& element, std::string_view name) override {
+  Value attribute(const Element& element, std::string_view name, const Limits& limits) override {
     if (!element) return {};
     @autoreleasepool {
+      const auto asked = static_cast<AXUIElementRef>(element.get());
+      // Of this object alone: its application and its children have their own.
+      if (std::isfinite(limits.seconds)) {
+        AXUIElementSetMessagingTimeout(asked, static_cast<float>(limits.seconds));
+      }
       NSString* key = [[NSString alloc] initWithBytes:name.data()
                                                length:name.size()
                                              encoding:NSUTF8StringEncoding];
+      const auto attribute = (__bridge CFStringRef)key;
       CFTypeRef copied = nullptr;
-      const AXError error = AXUIElementCopyAttributeValue(
-          static_cast<AXUIElementRef>(element.get()), (__bridge CFStringRef)key, &copied);
+      AXError error = kAXErrorNotImplemented;
+      if (limits.elements != std::numeric_limits<std::size_t>::max()) {
+        CFArrayRef part = nullptr;
+        error = AXUIElementCopyAttributeValues(asked, attribute, 0,
+                                               static_cast<CFIndex>(limits.elements), &part);
+        copied = part;
+      }
+      // Also for an application that gives no parts of lists.
+      if (error == kAXErrorNotImplemented) {
+        error = AXUIElementCopyAttributeValue(asked, attribute, &copied);
+      }
       const Element value = adopt(copied);
+      if (error == kAXErrorCannotComplete) return NoAnswer{};
       if (error != kAXErrorSuccess || !value) return {};
       const CFTypeID type = CFGetTypeID(value.get());
       if (type == CFStringGetTypeID()) return toUtf8((__bridge NSString*)value.get());

@@ -1,7 +1,9 @@
 // The few operations on running applications and their accessibility trees that the library needs.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,9 +30,19 @@ class Accessibility {
   using Element = std::shared_ptr<const void>;
   /// A number, a truth value, a range: whatever is neither text nor elements.
   struct OtherValue {};
+  /// The application did not answer, or not in time: there may be a value.
+  struct NoAnswer {};
   /// The value of an attribute; std::monostate when there is none.
-  using Value =
-      std::variant<std::monostate, std::string, Element, std::vector<Element>, OtherValue>;
+  using Value = std::variant<std::monostate, std::string, Element, std::vector<Element>, OtherValue,
+                             NoAnswer>;
+
+  /// What the caller has use for.
+  struct Limits {
+    /// Of a list, that many elements from its start. Limited only where a list is expected.
+    std::size_t elements = std::numeric_limits<std::size_t>::max();
+    /// How long to wait for the answer; infinite: as long as the system does.
+    double seconds = std::numeric_limits<double>::infinity();
+  };
 
   virtual ~Accessibility() = default;
 
@@ -46,7 +58,8 @@ class Accessibility {
   virtual Element application(std::int32_t processID) = 0;
   /// One attribute of `element`; none when that is null.
   /// @param name  as the system names it, such as "AXTitle"
-  virtual Value attribute(const Element& element, std::string_view name) = 0;
+  /// @param limits  more may come all the same
+  virtual Value attribute(const Element& element, std::string_view name, const Limits& limits) = 0;
 };
 
 /// The interface of the system that this runs on. It has no state; any thread may use it.

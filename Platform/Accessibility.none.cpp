@@ -11,7 +11,10 @@ class NoAccessibility final : public Accessibility {
   bool isTrusted() override { return false; }
   void requestPermissionPrompt() override {}
   Element application(std::int32_t /*processID*/) override { return nullptr; }
-  Value attribute(const Element& /*element*/, std::string_view /*name*/) override { return {}; }
+  Value attribute(const Element& /*element*/, std::string_view /*name*/,
+                  const Limits& /*limits*/) override {
+    return {};
+  }
 };
 
 }  // namespace

@@ -73,15 +73,11 @@ class LaunchPlan {
   posix_spawn_file_actions_t actions_;
 };
 
-/// A pipe with ends above the standard streams, where connecting one cannot overwrite another even
-/// when the host runs with its own standard streams closed.
 Pipe openPipeForChild() {
   Pipe pipe = openPipe();
   for (Descriptor* end : {&pipe.readEnd, &pipe.writeEnd}) {
-    if (end->get() > 2) continue;
-    const int moved = ::fcntl(end->get(), F_DUPFD_CLOEXEC, 3);
-    if (moved < 0) check(errno);
-    *end = Descriptor(moved);
+    *end = aboveStandardStreams(std::move(*end));
+    if (end->get() < 0) check(errno);
   }
   return pipe;
 }

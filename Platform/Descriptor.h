@@ -1,6 +1,7 @@
 // An open file descriptor, closed at the end of its scope. Not for use by several threads at once.
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
@@ -28,6 +29,14 @@ class Descriptor {
  private:
   int fd_;
 };
+
+/// `descriptor` or a duplicate of it above the standard streams, where launching a child neither
+/// overwrites it nor hands it on, even when the host runs with its own standard streams closed.
+/// None with errno set when there are no more descriptors.
+inline Descriptor aboveStandardStreams(Descriptor descriptor) {
+  if (descriptor.get() < 0 || descriptor.get() > 2) return descriptor;
+  return Descriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 3));
+}
 
 struct Pipe {
   Descriptor readEnd, writeEnd;

@@ -6,7 +6,8 @@
 
 namespace wakelatch::platform {
 
-ExitNotice::ExitNotice(std::int32_t childId) : descriptor_(::kqueue()) {
+ExitNotice::ExitNotice(std::int32_t childId)
+    : descriptor_(aboveStandardStreams(Descriptor(::kqueue()))) {
   struct kevent change;
   EV_SET(&change, static_cast<uintptr_t>(childId), EVFILT_PROC, EV_ADD, NOTE_EXIT | NOTE_EXITSTATUS,
          0, nullptr);

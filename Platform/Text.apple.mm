@@ -1,19 +1,17 @@
 #import <Foundation/Foundation.h>
 
-#include <new>
-
 #include "Platform/TextSystem.h"
+#include "Platform/Utf8.h"
 
 namespace wakelatch::platform::system {
 namespace {
 
-// Core Foundation, because NSString's initializers take a byte order mark off.
+// Core Foundation, because NSString's initializers take a byte order mark off. Nil when it refuses.
 NSMutableString* makeString(std::string_view text) {
   NSString* const string = CFBridgingRelease(
       CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
                               static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8,
                               /*isExternalRepresentation=*/false));
-  if (string == nil) throw std::bad_alloc();
   return [string mutableCopy];
 }
 
@@ -29,35 +27,48 @@ std::string utf8(NSString* string) {
   return result;
 }
 
+/// `text` with `map` applied, or as it is where there is no such string.
+template <class Map>
+std::string mapped(std::string_view text, Map map) {
+  @autoreleasepool {
+    NSMutableString* const string = makeString(text);
+    NSString* const result = string == nil ? nil : map(string);
+    return result == nil ? std::string(text) : utf8(result);
+  }
+}
+
 }  // namespace
 
 std::string lowercased(std::string_view text) {
-  @autoreleasepool {
-    return utf8(makeString(text).lowercaseString);
-  }
+  return mapped(text, [](NSMutableString* string) { return string.lowercaseString; });
 }
 
 std::string composed(std::string_view text) {
-  @autoreleasepool {
-    return utf8(makeString(text).precomposedStringWithCanonicalMapping);
-  }
+  return mapped(
+      text, [](NSMutableString* string) { return string.precomposedStringWithCanonicalMapping; });
 }
 
 std::string folded(std::string_view text, Accents accents) {
-  @autoreleasepool {
-    NSMutableString* const string = makeString(text);
+  return mapped(text, [accents](NSMutableString* string) {
     const auto reference = (__bridge CFMutableStringRef)string;
     CFStringNormalize(reference, kCFStringNormalizationFormC);
     CFOptionFlags options = kCFCompareCaseInsensitive;
     if (accents == Accents::drop) options |= kCFCompareDiacriticInsensitive;
     CFStringFold(reference, static_cast<CFStringCompareFlags>(options), /*locale=*/nullptr);
-    return utf8(string);
-  }
+    return string;
+  });
 }
 
 std::size_t clusters(std::string_view text, std::size_t& count) {
   @autoreleasepool {
     NSString* const string = makeString(text);
+    if (string == nil) {
+      std::size_t length = 0;
+      for (; count > 0 && length < text.size(); --count) {
+        length += firstScalar(text.substr(length)).length;
+      }
+      return length;
+    }
     NSUInteger end = 0;
     for (; count > 0 && end < string.length; --count) {
       const bool isReturn = [string characterAtIndex:end] == '\r';

@@ -125,5 +125,39 @@ TEST_F(AccessibilityDetectorTest, ReadsNoMoreThanItsLimits) {
   }
 }
 
+TEST_F(AccessibilityDetectorTest, BreaksOffWhatExceedsItsBudget) {
+  Element chain = element({{"AXTitle", "t"}});
+  for (int level = 0; level < 4; ++level)
+    chain = element({{"AXTitle", "t"}, {"AXChildren", std::vector(20, chain)}});
+  for (const char* name : {"1", "2", "3"})
+    screen.start(claudeApp, name, {{"AXFocusedWindow", chain}});
+  const double no = ReadingBudget::unlimited;
+  const std::size_t all = ReadingBudget().absentValues;
+  const struct {
+    ReadingBudget budget;
+    double delay;
+    int least, most;                             // reads of all applications
+  } rows[] = {{{}, 0, 3657, 3657},               // the bounds of the walk alone
+              {{no, no, no, 100}, 0, 375, 450},  // some three of five are absent
+              {{no, no, 0, all}, 0, 0, 0},
+              {{no, 0.03, no, all}, 0.005, 3, 21},
+              {{no, no, 0.03, all}, 0.005, 1, 7},
+              {{0.01, no, no, all}, 60, 3, 3},
+              {{0.02, no, 0.05, all}, 60, 1, 3},
+              {{no, no, 0.05, all}, 60, 1, 1}};
+  for (const auto& row : rows) {
+    screen.reads.clear();
+    screen.delay = row.delay;
+    AccessibilityDetector(screen, row.budget).detect(settings);
+    int reads = 0;
+    for (const auto& [name, count] : screen.reads) reads += count;
+    EXPECT_TRUE(reads >= row.least && reads <= row.most) << &row - rows << ": " << reads;
+  }
+  screen.running.resize(1);
+  screen.delay = 0;
+  AccessibilityDetector brief(screen, {no, no, no, 6});
+  EXPECT_EQ(brief.visibleText(screen.running[0].processID), "t t") << "what was read counts";
+}
+
 }  // namespace
 }  // namespace wakelatch

@@ -1,9 +1,12 @@
 // Applications and their accessibility trees as a test describes them, with every read counted.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -34,8 +37,10 @@ struct ScriptedAccessibility : platform::Accessibility {
   Element application(std::int32_t processID) override {
     return trees.at(static_cast<std::size_t>(processID) - 1);
   }
-  Value attribute(const Element& of, std::string_view name) override {
+  Value attribute(const Element& of, std::string_view name, const Limits& limits) override {
     ++reads[std::string(name)];
+    std::this_thread::sleep_for(std::chrono::duration<double>(std::min(limits.seconds, delay)));
+    if (delay > limits.seconds) return NoAnswer();
     if (!of) return {};
     const auto& attributes = *static_cast<const Attributes*>(of.get());
     const auto found = attributes.find(name);
@@ -45,6 +50,7 @@ struct ScriptedAccessibility : platform::Accessibility {
   bool trusted = true;
   std::vector<platform::RunningApplication> running;
   std::map<std::string, int> reads;  ///< of each attribute
+  double delay = 0;                  ///< seconds until an answer
 
  private:
   std::vector<Element> trees;

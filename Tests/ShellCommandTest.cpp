@@ -1,6 +1,7 @@
 #include "WakelatchCore/ShellCommand.h"
 
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -102,7 +103,7 @@ TEST(CommandRunner, WorksInAHostThatIgnoresItsChildren) {
   ::signal(SIGCHLD, SIG_IGN);
   const CommandResult slow = outcome(shell("echo out; sleep 0.1; exit 3"));
   const CommandResult late = outcome(shell("exec sleep 60"), 0.1);
-  for (int i = 0; i < 200; ++i) outcome({"/bin/true", {}}, 30);
+  for (int i = 0; i < 200; ++i) outcome({"/usr/bin/true", {}}, 30);
   ::signal(SIGCHLD, SIG_DFL);
   EXPECT_EQ(slow.standardOutput, "out\n");  // the status only where the system keeps it
   EXPECT_THAT(slow.exitCode, AnyOf(3, CommandResult::unknownExitCode));

@@ -1,6 +1,7 @@
 #include "WakelatchCore/SleepController.h"
 
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <future>

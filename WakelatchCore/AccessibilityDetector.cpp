@@ -1,6 +1,8 @@
 #include "WakelatchCore/AccessibilityDetector.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <optional>
 #include <string_view>
@@ -23,27 +25,62 @@ constexpr std::size_t maxOtherWindows = 3;
 constexpr std::size_t maxFragments = 300;  // of one application, checked on entry to an element
 constexpr std::size_t maxChildren = 80;    // of one element
 
-/// The elements that an attribute lists; none when it holds anything else.
-std::vector<Element> listedElements(Accessibility& accessibility, const Element& element,
-                                    std::string_view name) {
-  Accessibility::Value value = accessibility.attribute(element, name);
-  auto* list = std::get_if<std::vector<Element>>(&value);
-  return list == nullptr ? std::vector<Element>() : std::move(*list);
+/// Seconds of a clock that nobody sets.
+double uptime() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+/// Reads one application for as long as the budget lasts. What is not read any more is absent.
+class Reader {
+ public:
+  Reader(Accessibility& accessibility, const ReadingBudget& budget, double secondsLeft)
+      : accessibility_(accessibility),
+        budget_(budget),
+        end_(uptime() + std::min(budget.applicationSeconds, secondsLeft)) {}
+
+  Accessibility::Value read(const Element& element, std::string_view name,
+                            std::size_t maxElements = Accessibility::Limits().elements) {
+    const double left = isOver_ ? 0 : end_ - uptime();
+    if (left <= 0) return {};
+    Accessibility::Value value = accessibility_.attribute(
+        element, name, {maxElements, std::min(budget_.answerSeconds, left)});
+    const bool isLate = std::holds_alternative<Accessibility::NoAnswer>(value);
+    if (isLate || std::holds_alternative<std::monostate>(value)) ++absentValues_;
+    isOver_ =
+        absentValues_ >= budget_.absentValues || (isLate && std::isfinite(budget_.answerSeconds));
+    return value;
+  }
+
+  /// The elements that an attribute lists, from its start; none when it holds anything else.
+  std::vector<Element> list(const Element& element, std::string_view name,
+                            std::size_t maxElements = Accessibility::Limits().elements) {
+    Accessibility::Value value = read(element, name, maxElements);
+    auto* list = std::get_if<std::vector<Element>>(&value);
+    if (list == nullptr) return {};
+    if (list->size() > maxElements) list->resize(maxElements);
+    return std::move(*list);
+  }
+
+ private:
+  Accessibility& accessibility_;
+  const ReadingBudget& budget_;
+  const double end_;
+  std::size_t absentValues_ = 0;
+  bool isOver_ = false;
+};
+
 /// Appends the text of `element`, then that of its children, depth first.
-void collectText(Accessibility& accessibility, const Element& element,
-                 std::vector<std::string>& fragments, int depth, int maxDepth) {
+void collectText(Reader& reader, const Element& element, std::vector<std::string>& fragments,
+                 int depth, int maxDepth) {
   if (depth > maxDepth || fragments.size() >= maxFragments) return;
   for (const auto* name : {"AXTitle", "AXValue", "AXDescription", "AXHelp"}) {
-    Accessibility::Value value = accessibility.attribute(element, name);
+    Accessibility::Value value = reader.read(element, name);
     auto* text = std::get_if<std::string>(&value);
     if (text != nullptr && !platform::trimmed(*text).empty()) fragments.push_back(std::move(*text));
   }
   if (depth == maxDepth || fragments.size() >= maxFragments) return;  // no child would be read
-  const auto children = listedElements(accessibility, element, "AXChildren");
-  for (std::size_t i = 0; i < std::min(children.size(), maxChildren); ++i) {
-    collectText(accessibility, children[i], fragments, depth + 1, maxDepth);
+  for (const Element& child : reader.list(element, "AXChildren", maxChildren)) {
+    collectText(reader, child, fragments, depth + 1, maxDepth);
   }
 }
 
@@ -119,9 +156,10 @@ std::vector<ActivitySignal> AccessibilityDetector::detectPerApp(const GuardSetti
   const AgentResolver resolver = AgentResolver::make(settings);
   const std::vector<AgentProfile>& profiles = resolver.profiles();
   const auto phrases = phrasesFor(profiles, settings);
+  const double end = uptime() + budget_.totalSeconds;
   /// What each profile's phrases and, last, the user's find in an application's text.
   const auto matches = [&](const platform::RunningApplication& application) {
-    const std::string text = visibleText(application.processID);
+    const std::string text = visibleText(application.processID, end - uptime());
     return text.empty() ? std::vector<PhraseMatchKind>(profiles.size() + 1)
                         : phrases->index.match(text);
   };
@@ -153,15 +191,19 @@ ActivitySignal AccessibilityDetector::detect(const GuardSettings& settings) {
 }
 
 std::string AccessibilityDetector::visibleText(std::int32_t processID) {
+  return visibleText(processID, ReadingBudget::unlimited);
+}
+
+std::string AccessibilityDetector::visibleText(std::int32_t processID, double secondsLeft) {
+  Reader reader(accessibility_, budget_, secondsLeft);
   const Element application = accessibility_.application(processID);
   std::vector<std::string> fragments;
-  const Accessibility::Value focused = accessibility_.attribute(application, "AXFocusedWindow");
+  const Accessibility::Value focused = reader.read(application, "AXFocusedWindow");
   if (const auto* window = std::get_if<Element>(&focused)) {
-    collectText(accessibility_, *window, fragments, 0, focusedWindowDepth);
+    collectText(reader, *window, fragments, 0, focusedWindowDepth);
   } else {
-    const auto windows = listedElements(accessibility_, application, "AXWindows");
-    for (std::size_t i = 0; i < std::min(windows.size(), maxOtherWindows); ++i) {
-      collectText(accessibility_, windows[i], fragments, 0, otherWindowDepth);
+    for (const Element& other : reader.list(application, "AXWindows", maxOtherWindows)) {
+      collectText(reader, other, fragments, 0, otherWindowDepth);
     }
   }
   std::string text;
@@ -174,9 +216,9 @@ std::string AccessibilityDetector::visibleText(std::int32_t processID) {
 
 std::vector<std::string> AccessibilityDetector::windowTitles(std::int32_t processID) {
   std::vector<std::string> titles;
-  const Element application = accessibility_.application(processID);
-  for (const auto& window : listedElements(accessibility_, application, "AXWindows")) {
-    Accessibility::Value title = accessibility_.attribute(window, "AXTitle");
+  Reader reader(accessibility_, budget_, ReadingBudget::unlimited);
+  for (const auto& window : reader.list(accessibility_.application(processID), "AXWindows")) {
+    Accessibility::Value title = reader.read(window, "AXTitle");
     if (auto* text = std::get_if<std::string>(&title)) titles.push_back(std::move(*text));
   }
   return titles;

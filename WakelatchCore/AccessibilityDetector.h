@@ -1,7 +1,9 @@
 // Detects agent work by the text that applications show in their windows.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +16,23 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
+/// What reading windows may cost. What lies beyond is not read; what was read until then counts.
+/// By default an application that hangs costs the system's time-out for each read of it.
+struct ReadingBudget {
+  static constexpr double unlimited = std::numeric_limits<double>::infinity();
+
+  double answerSeconds = unlimited;       ///< after one later answer the application is left alone
+  double applicationSeconds = unlimited;  ///< for one application
+  double totalSeconds = unlimited;        ///< for all applications of a detectPerApp()
+  /// Of one application: parts of a window that hold no text cost as much as others.
+  std::size_t absentValues = std::numeric_limits<std::size_t>::max();
+
+  /// For a tick in which reading may take so many seconds.
+  static constexpr ReadingBudget within(double seconds) {
+    return {seconds / 4, seconds / 2, seconds, 5000};
+  }
+};
+
 /// Looks for the phrases of agents in the windows of running applications: of the agents' own, of
 /// terminals, and of those that the user named. Remembers nothing that it saw. Never throws, never
 /// logs; what cannot be read contributes nothing. Every read waits for the application's answer.
@@ -23,8 +42,8 @@ class AccessibilityDetector {
   /// Reads the system's accessibility interface.
   AccessibilityDetector() : AccessibilityDetector(platform::systemAccessibility()) {}
   /// @param accessibility  used, not owned; it says on which threads this may be called
-  explicit AccessibilityDetector(platform::Accessibility& accessibility)
-      : accessibility_(accessibility) {}
+  explicit AccessibilityDetector(platform::Accessibility& accessibility, ReadingBudget budget = {})
+      : accessibility_(accessibility), budget_(budget) {}
   AccessibilityDetector(const AccessibilityDetector&) = delete;
   AccessibilityDetector& operator=(const AccessibilityDetector&) = delete;
 
@@ -51,8 +70,10 @@ class AccessibilityDetector {
   struct Phrases;
   std::shared_ptr<const Phrases> phrasesFor(const std::vector<AgentProfile>& profiles,
                                             const GuardSettings& settings);
+  std::string visibleText(std::int32_t processID, double secondsLeft);
 
   platform::Accessibility& accessibility_;
+  const ReadingBudget budget_;
   platform::Mutex mutex_;
   /// Made ready for the latest settings.
   std::shared_ptr<const Phrases> phrases_ WAKELATCH_GUARDED_BY(mutex_);

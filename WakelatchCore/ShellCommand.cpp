@@ -10,6 +10,7 @@
 
 #include "Platform/ChildProcess.h"
 #include "Platform/Text.h"
+#include "Platform/Utf8.h"
 
 namespace wakelatch {
 namespace {
@@ -35,7 +36,7 @@ std::string describe(const CommandResult& result) {
   // What a tool prints may end up on a terminal, by way of the log.
   std::replace_if(
       description.begin(), description.end(),
-      [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }, '?');
+      [](char c) { return platform::isAscii(c) && (c < ' ' || c == '\x7F'); }, '?');
   return description;
 }
 

@@ -59,19 +59,26 @@ struct Machinery {
   core::PowerMonitor power{runner};
   core::LidStateDetector lid{runner};
   core::ProcessDetector processes{runner};
-  core::AccessibilityDetector accessibility;
+  core::AccessibilityDetector accessibility{core::platform::systemAccessibility(),
+                                            core::ReadingBudget::within(tickSeconds / 2)};
   core::FileActivityProbe files{NSHomeDirectory().fileSystemRepresentation, sessionFileDepth};
   core::SessionActivityDetector sessions{files};
   core::ActivityDetector activity{processes, accessibility, sessions};
   core::AgentStateMachine machine;
   core::SleepController controller{runner, adminRunner, core::FileLogger::shared(),
                                    "/usr/bin/caffeinate"};
-  core::host::KeepAwake keepAwake;
+  core::host::Notifier notifier;
+  // One thread decides and acts, so nothing newer is wanted while it acts.
+  core::host::KeepAwake keepAwake{controller,
+                                  notifier,
+                                  releaseDelaySeconds,
+                                  {.promptShown = [](const auto &) {},
+                                   .isCancelled = [] { return false; },
+                                   .isNewest = [] { return true; }}};
   core::AppMode mode = core::AppMode::watchAgentUI;
   core::GuardSettings settings;
 
-  explicit Machinery(core::host::KeepAwake::Notice notice)
-      : keepAwake(controller, releaseDelaySeconds, std::move(notice)) {}
+  explicit Machinery(core::host::Notifier::Sink sink) : notifier(std::move(sink)) {}
 
   core::GuardDecision tick() {
     const core::Timestamp now = core::platform::now();
@@ -83,7 +90,9 @@ struct Machinery {
     const core::GuardDecision decision =
         machine.evaluate(mode, settings, reading, lidState, signal,
                          controller.isSleepPreventionEnabled(), heat, now);
-    keepAwake.apply(decision, settings, lidState, heat, now);
+    // Later by now: the tools take their time.
+    keepAwake.apply(
+        core::host::makeWish(decision, settings, reading, lidState, heat, core::platform::now()));
     return decision;
   }
 };
@@ -184,8 +193,13 @@ struct Machinery {
 - (void)stop:(void (^)(BOOL restored))completion {
   if (_timer != nil) dispatch_source_cancel(_timer);
   dispatch_async(_queue, ^{
-    const bool restored = !self->_machinery->settings.restoreNormalSleepOnQuit ||
-                          self->_machinery->keepAwake.restore();
+    core::host::KeepAwake &keepAwake = self->_machinery->keepAwake;
+    bool restored = true;
+    if (self->_machinery->settings.restoreNormalSleepOnQuit) {
+      restored = keepAwake.restore(core::platform::now());
+    } else {
+      keepAwake.leaveEngaged();
+    }
     self->_machinery.reset();  // here: its end waits for the keep-awake process
     dispatch_async(dispatch_get_main_queue(), ^{
       completion(restored);
