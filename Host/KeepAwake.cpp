@@ -55,8 +55,11 @@ void KeepAwake::apply(const Wish& wish) {
     hold_.forget();
     escape(wish);
   } else if (hold_.holds(wish.decision.status,
-                         // What could not be restored is no reason to hold on for another delay.
-                         lidClosed_.isEngaged() && lidClosed_.mayAskToRestore(wish.at), wish.at)) {
+                         // What could not be restored is no reason to hold on for another delay,
+                         // not even when it may be asked for again.
+                         isLidClosedWanted_ && lidClosed_.isEngaged() &&
+                             lidClosed_.mayAskToRestore(wish.at),
+                         wish.at)) {
     tool_.want(wish.letDisplaySleep, wish.at);
   } else {
     release(wish);
