@@ -20,17 +20,18 @@ SteadyClock::time_point in(double seconds) {
 }  // namespace
 
 Actor::Actor(const Options& options, Tools& tools, Notifier& notifier,
-             std::function<void()> changed)
+             std::function<void()> changed, std::function<void()> left)
     : tools_(tools),
       notifier_(notifier),
       staleSeconds_(options.staleSeconds),
       changed_(std::move(changed)),
+      left_(std::move(left)),
       controller_(tools.actingRunner(), tools.adminRunner(), FileLogger::shared(),
                   options.caffeinatePath),
       keepAwake_(controller_, notifier, options.releaseDelaySeconds,
-                 {.promptShown = [this](const std::optional<std::string>& text) { publish(text); },
-                  .isCancelled = [this] { return tools_.isActingCancelled(); },
-                  .isNewest = [this] { return isNewest(); }}),
+                 {{.promptShown = [this](const std::optional<std::string>& text) { publish(text); },
+                   .isCancelled = [this] { return tools_.isActingCancelled(); }},
+                  [this] { return isNewest(); }}),
       restoreOnLeave_(options.restoreOnLeave),
       thread_(platform::startThread("actor", [this] { run(); })) {}
 
@@ -44,10 +45,11 @@ void Actor::post(Wish wish, SteadyTime observedAt, bool restoreOnLeave) {
     const platform::MutexLock lock(mutex_);
     if (order_ != Order::work || observedAt < freshAfter_) return;
     if (newest_) wish.supersede(*newest_);
-    if (wish.isDanger && isBusy_ && !isInDanger_) tools_.cancelActing();
     newest_ = wish;
     restoreOnLeave_ = restoreOnLeave;
-    hadWish_ = true;
+    postedAt_ = SteadyClock::now();
+    isStale_ = false;
+    if (wish.isDanger && !isInDanger_) interrupt();
   }
   wake_.notifyAll();
 }
@@ -59,9 +61,15 @@ void Actor::order(Order order) {
     order_ = order;
     isOrderDone_ = false;
     newest_.reset();
-    if (isBusy_) tools_.cancelActing();
+    interrupt();
   }
   wake_.notifyAll();
+}
+
+void Actor::interrupt() {
+  if (!isBusy_) return;
+  tools_.cancelActing();
+  controller_.signalKeepAwake();  // the thread may also be waiting for a disk
 }
 
 void Actor::resume() {
@@ -71,11 +79,18 @@ void Actor::resume() {
   freshAfter_ = SteadyClock::now();
 }
 
+void Actor::checkStale() {
+  const platform::MutexLock lock(mutex_);
+  if (isStale_ || order_ != Order::work || !isBusy_ || !postedAt_) return;
+  isStale_ = SteadyClock::now() > *postedAt_ + std::chrono::duration<double>(staleSeconds_);
+  if (isStale_) interrupt();
+}
+
 bool Actor::awaitDone(double seconds) {
   const auto deadline = in(seconds);
   platform::MutexLock lock(mutex_);
   for (;;) {
-    if (order_ == Order::work ? !newest_ && !isBusy_ : isOrderDone_) return true;
+    if (order_ == Order::work ? !newest_ && !isBusy_ && !isStarting_ : isOrderDone_) return true;
     if (!done_.waitUntil(lock, deadline)) return false;
   }
 }
@@ -111,11 +126,19 @@ bool Actor::isNewest() {
 }
 
 void Actor::run() {
-  keepAwake_.startUp(platform::now());
+  keepAwake_.endOrphans();  // looked for in any case: nobody else would end them
+  {
+    const platform::MutexLock lock(mutex_);
+    isBusy_ = true;
+    isStarting_ = false;
+    if (order_ != Order::work || (newest_ && newest_->isDanger)) interrupt();
+  }
+  keepAwake_.startUp();
   for (Job job; !finish(job);) {
     job = nextJob();
     carryOut(job);
   }
+  left_();
 }
 
 /// Waits in slices: a machine that wakes up from sleep finds one of them over, not all.
@@ -126,8 +149,9 @@ Actor::Job Actor::nextJob() {
   for (int passed = 0;;) {
     job.order = order_;
     if (order_ == Order::work ? newest_.has_value() : !isOrderDone_) break;
-    if (order_ == Order::work && hadWish_ && passed == slices) {
-      hadWish_ = false;  // once
+    if (order_ == Order::work && postedAt_ && (isStale_ || passed == slices)) {
+      postedAt_.reset();  // once
+      isStale_ = false;
       break;
     }
     if (!wake_.waitUntil(lock, in(staleSeconds_ / slices))) ++passed;
@@ -152,16 +176,16 @@ void Actor::carryOut(const Job& job) {
         notifier_.problem(deciding, "no decision for " +
                                         std::to_string(std::lround(staleSeconds_)) +
                                         " s: looking at the machine hangs; letting it sleep");
-        keepAwake_.letGo(platform::now());
+        keepAwake_.letGo();
       }
       break;
     case Order::pause:
     case Order::abandon:
-      keepAwake_.letGo(platform::now());
+      keepAwake_.letGo();
       break;
     case Order::leave:
       if (job.restoreOnLeave) {
-        keepAwake_.restore(platform::now());
+        keepAwake_.restore();
       } else {
         keepAwake_.leaveEngaged();
       }

@@ -41,7 +41,9 @@ class Actor {
   /// Starts the thread, which first undoes what an earlier run left behind.
   /// @param tools, notifier  owned by the caller
   /// @param changed          told on the thread whenever held() has changed
-  Actor(const Options& options, Tools& tools, Notifier& notifier, std::function<void()> changed);
+  /// @param left             told on the thread when it ends, after an order to leave or to abandon
+  Actor(const Options& options, Tools& tools, Notifier& notifier, std::function<void()> changed,
+        std::function<void()> left);
   /// Orders to abandon, unless it has left, and waits until that is done.
   ~Actor();
   Actor(const Actor&) = delete;
@@ -58,6 +60,9 @@ class Actor {
   void order(Order order);
   /// Goes on after a pause, with the next wish.
   void resume();
+  /// To be called every few seconds, from any other thread: ends what is waited for when the
+  /// deciding side hangs, which an open prompt would hide.
+  void checkStale();
 
   /// Blocks until the last order is carried out or the last wish, where there was no order; at most
   /// `seconds`. Returns whether it is.
@@ -78,13 +83,14 @@ class Actor {
   Job nextJob();
   void carryOut(const Job& job);
   bool finish(const Job& job);
+  void interrupt() WAKELATCH_REQUIRES(mutex_);
   void publish(const std::optional<std::string>& prompt);
   bool isNewest();
 
   Tools& tools_;
   Notifier& notifier_;
   const double staleSeconds_;
-  const std::function<void()> changed_;
+  const std::function<void()> changed_, left_;
   SleepController controller_;
   KeepAwake keepAwake_;  ///< of the thread alone
 
@@ -94,9 +100,11 @@ class Actor {
   bool isOrderDone_ WAKELATCH_GUARDED_BY(mutex_) = false;
   std::optional<Wish> newest_ WAKELATCH_GUARDED_BY(mutex_);
   bool restoreOnLeave_ WAKELATCH_GUARDED_BY(mutex_);
-  bool hadWish_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< since the last let-go
+  std::optional<SteadyTime> postedAt_ WAKELATCH_GUARDED_BY(mutex_);  ///< absent: let go since then
+  bool isStale_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< nothing was posted for too long
   SteadyTime freshAfter_ WAKELATCH_GUARDED_BY(mutex_);
-  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = true;
+  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< with what may be called off
+  bool isStarting_ WAKELATCH_GUARDED_BY(mutex_) = true;
   bool isInDanger_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< the job under way is that already
   Held held_ WAKELATCH_GUARDED_BY(mutex_);
   std::thread thread_;

@@ -24,17 +24,13 @@ KeepAwake::KeepAwake(SleepController& controller, Notifier& notifier, double rel
       notifier_(notifier),
       hooks_(std::move(hooks)),
       tool_(controller, notifier),
-      lidClosed_(controller, notifier, hooks_.promptShown, hooks_.isCancelled),
+      lidClosed_(controller, notifier, hooks_),
       hold_(releaseDelaySeconds) {}
 
-void KeepAwake::startUp(Timestamp now) {
-  controller_.reconcileOrphanedCaffeinate();
-  lidClosed_.startUp(now);
-}
-
 void KeepAwake::apply(const Wish& wish) {
+  if (wish.isDanger && !wish.decision.shouldPreventSleep) tool_.stop();  // before all that may hang
   tool_.look(wish.at);
-  lidClosed_.settle(wish.at);
+  lidClosed_.settle();
   if (!wish.keepAwakeWithLidClosed) lidClosed_.forgetRefusals();
   if (!wish.isDanger) {
     dangerSleepAt_.reset();
@@ -49,17 +45,18 @@ void KeepAwake::apply(const Wish& wish) {
   // Asked for once only, and a machine held awake cannot sleep yet. Who moves the lid meanwhile
   // has taken over.
   if (wish.decision.shouldSleepNow) sleepWhenReleased_ = wish.lidState;
-  if (sleepWhenReleased_ != wish.lidState) sleepWhenReleased_.reset();
+  if (sleepWhenReleased_ && hasMoved(*sleepWhenReleased_, wish.lidState))
+    sleepWhenReleased_.reset();
 
   if (wish.isDanger) {
     hold_.forget();
     escape(wish);
-  } else if (hold_.holds(wish.decision.status,
-                         // What could not be restored is no reason to hold on for another delay,
-                         // not even when it may be asked for again.
-                         isLidClosedWanted_ && lidClosed_.isEngaged() &&
-                             lidClosed_.mayAskToRestore(wish.at),
-                         wish.at)) {
+  } else if (hold_.holds(
+                 wish.decision.status,
+                 // What could not be restored is no reason to hold on for another delay,
+                 // not even when it may be asked for again.
+                 isLidClosedWanted_ && lidClosed_.isEngaged() && lidClosed_.mayAskToRestore(),
+                 wish.at)) {
     tool_.want(wish.letDisplaySleep, wish.at);
   } else {
     release(wish);
@@ -70,16 +67,16 @@ void KeepAwake::prevent(const Wish& wish) {
   tool_.want(wish.letDisplaySleep, wish.at);
   isLidClosedWanted_ = wish.keepAwakeWithLidClosed;
   if (isLidClosedWanted_) {
-    lidClosed_.engage(wish.at);
+    lidClosed_.engage();
   } else {
-    lidClosed_.restore(wish.at);  // a machine that goes into a bag now must sleep
+    lidClosed_.restore();  // a machine that goes into a bag now must sleep
   }
 }
 
 void KeepAwake::release(const Wish& wish) {
   tool_.stop();
   isLidClosedWanted_ = false;
-  lidClosed_.restore(wish.at);
+  lidClosed_.restore();
   if (!hooks_.isNewest()) return;  // the newer wish decides about the sleep as well
   sleepIfAskedFor(wish);
 }
@@ -88,11 +85,10 @@ void KeepAwake::escape(const Wish& wish) {
   const auto isDue = [&](const std::optional<Timestamp>& last) {
     return !last || isOver(*last, dangerPauseSeconds, wish.at);
   };
-  tool_.stop();
   isLidClosedWanted_ = false;
   if (lidClosed_.isEngaged() && isDue(dangerRestoreAt_)) {
     dangerRestoreAt_ = wish.at;
-    lidClosed_.restoreWithoutPrompt(wish.at);
+    lidClosed_.restoreWithoutPrompt();
   }
   const bool isSleepWanted = sleepWhenReleased_.has_value();
   if (isSleepWanted && isDue(dangerSleepAt_)) {
@@ -100,34 +96,40 @@ void KeepAwake::escape(const Wish& wish) {
     sleepIfAskedFor(wish);
   }
   if (!lidClosed_.isEngaged()) return;
-  lidClosed_.restoreInDanger(wish.at);
-  if (lidClosed_.isEngaged() || !isSleepWanted || !hooks_.isNewest()) return;
+  lidClosed_.restoreInDanger();
+  if (lidClosed_.isEngaged() || !isSleepWanted) return;
   sleepWhenReleased_ = wish.lidState;  // only now it can sleep
+  dangerSleepAt_.reset();
+  if (!hooks_.isNewest()) return;
+  dangerSleepAt_ = wish.at;
   sleepIfAskedFor(wish);
 }
 
 void KeepAwake::sleepIfAskedFor(const Wish& wish) {
-  if (!std::exchange(sleepWhenReleased_, std::nullopt)) return;
+  if (!sleepWhenReleased_) return;
   notifier_.tell("putting this machine to sleep: " + wish.decision.reason);
   controller_.sleepNow();
+  if (!hooks_.isCancelled()) sleepWhenReleased_.reset();  // else for the wish that cancelled it
 }
 
-bool KeepAwake::letGo(Timestamp now) {
+bool KeepAwake::letGo() {
   tool_.stop();
+  lidClosed_.awaitSettled();
   hold_.forget();
   sleepWhenReleased_.reset();
   isLidClosedWanted_ = false;
-  lidClosed_.restoreWithoutPrompt(now);
+  lidClosed_.restoreWithoutPrompt();
   return !lidClosed_.isEngaged();
 }
 
-bool KeepAwake::restore(Timestamp now) {
-  if (!letGo(now)) lidClosed_.restoreFinally(now);
+bool KeepAwake::restore() {
+  if (!letGo()) lidClosed_.restoreFinally();
   return !lidClosed_.isEngaged();
 }
 
 void KeepAwake::leaveEngaged() {
   tool_.stop();
+  lidClosed_.awaitSettled();
   if (!lidClosed_.isEngaged()) return;
   notifier_.tell(
       "the lid-closed setting stays engaged, because restoreNormalSleepOnQuit is off: this machine "

@@ -15,6 +15,11 @@
 
 namespace wakelatch::host {
 
+/// Whether somebody has moved the lid; a reading that failed does not say so.
+constexpr bool hasMoved(LidState before, LidState now) {
+  return before != now && before != LidState::unknown && now != LidState::unknown;
+}
+
 /// What one tick wants of the machine.
 struct Wish {
   GuardDecision decision;
@@ -28,7 +33,7 @@ struct Wish {
   /// long as the newer one does not want the machine awake and nobody has moved the lid.
   void supersede(const Wish& older) {
     if (older.decision.shouldSleepNow && !decision.shouldPreventSleep &&
-        older.lidState == lidState) {
+        !hasMoved(older.lidState, lidState)) {
       decision.shouldSleepNow = true;
     }
   }
@@ -48,9 +53,7 @@ class KeepAwake {
   /// needs no prompt.
   static constexpr double dangerPauseSeconds = 60;
 
-  struct Hooks {
-    LidClosedSetting::PromptShown promptShown;
-    LidClosedSetting::IsCancelled isCancelled;
+  struct Hooks : LidClosedSetting::Hooks {
     /// Whether nothing newer is wanted. A prompt takes long: work may have begun meanwhile.
     std::function<bool()> isNewest;
   };
@@ -60,18 +63,20 @@ class KeepAwake {
   KeepAwake(SleepController& controller, Notifier& notifier, double releaseDelaySeconds,
             Hooks hooks);
 
-  /// Undoes what an earlier run left behind. Before all others. May prompt.
-  void startUp(Timestamp now);
+  /// Ends the keep-awake tools of an earlier run. Before all others.
+  void endOrphans() { controller_.reconcileOrphanedCaffeinate(); }
+  /// Restores the lid-closed setting of an earlier run. Before apply(). May prompt.
+  void startUp() { lidClosed_.startUp(); }
 
   /// Does what is wanted now. May prompt.
   void apply(const Wish& wish);
 
   /// Lets the machine sleep as far as that goes without asking anybody; true when nothing stays
   /// engaged.
-  bool letGo(Timestamp now);
+  bool letGo();
 
   /// Lets go, and asks where that is not enough. True when nothing stays engaged.
-  bool restore(Timestamp now);
+  bool restore();
 
   /// Stops the tool and leaves an engaged setting as it is, with a word about it.
   void leaveEngaged();

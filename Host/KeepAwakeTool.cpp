@@ -45,7 +45,7 @@ void KeepAwakeTool::look(Timestamp now) {
     if (!isOld) return;
     isTrusted_ = true;
     pausedSince_.reset();
-    notifier_.problem(topic, "");
+    if (isOver(*startedAt_, soundSeconds, now)) notifier_.problem(topic, "");
     return;
   }
   startedAt_.reset();

@@ -15,6 +15,8 @@ class KeepAwakeTool {
  public:
   /// A tool that cannot work here has ended by then: a session bus that hangs takes it ten seconds.
   static constexpr double provenSeconds = 15;
+  /// One that has run for so long ends the row of failures of which the user is told once.
+  static constexpr double soundSeconds = 600;
   /// One that ended before is started again after this long.
   static constexpr double pauseSeconds = 60;
 

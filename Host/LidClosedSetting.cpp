@@ -1,36 +1,29 @@
 #include "Host/LidClosedSetting.h"
 
+#include <chrono>
 #include <filesystem>
 #include <system_error>
-#include <utility>
+#include <thread>
 
 namespace wakelatch::host {
 namespace {
 
-using State = SleepController::DisableSleepState;
-
 constexpr const char* engaging = "lid-closed mode";
 constexpr const char* restoring = "lid-closed setting";
-/// What a prompt started ends within seconds, and one wrong answer is followed by a right one.
+/// What a prompt has started takes effect within this time, and one wrong answer of the system is
+/// followed by right ones.
 constexpr double settleSeconds = 10;
 
 }  // namespace
 
-LidClosedSetting::LidClosedSetting(SleepController& controller, Notifier& notifier,
-                                   PromptShown promptShown, IsCancelled isCancelled)
-    : controller_(controller),
-      notifier_(notifier),
-      promptShown_(std::move(promptShown)),
-      isCancelled_(std::move(isCancelled)) {}
-
 bool LidClosedSetting::prompt(const char* purpose, bool (SleepController::*ask)()) {
-  promptShown_(purpose);
+  hooks_.promptShown(purpose);
   const bool isDone = (controller_.*ask)();
-  promptShown_(std::nullopt);
+  hooks_.promptShown(std::nullopt);
   return isDone;
 }
 
-void LidClosedSetting::startUp(Timestamp now) {
+void LidClosedSetting::startUp() {
   std::error_code unreadable;
   const bool isOurs = std::filesystem::exists(SleepController::engagedMarkerURL(), unreadable);
   if (!isOurs) {
@@ -41,41 +34,39 @@ void LidClosedSetting::startUp(Timestamp now) {
     return;
   }
   if (prompt("restoring the lid-closed setting of an earlier run",
-             &SleepController::reconcileStuckDisableSleep) &&
-      controller_.reconcileLidClosedProtection() != State::on) {
-    noteRestored(now);
-    return;
+             &SleepController::reconcileStuckDisableSleep)) {
+    changed();
+    look();
+    if (!isEngaged()) return;
   }
-  if (!isCancelled_()) restorePause_.refused(now);
+  if (!hooks_.isCancelled()) restorePause_.refused(hooks_.now());
   notifier_.problem(restoring,
                     "an earlier run left the lid-closed setting engaged and it could not be "
                     "restored; stop watching and run: wakelatch restore");
 }
 
-void LidClosedSetting::engage(Timestamp now) {
+void LidClosedSetting::engage() {
+  isWanted_ = true;
   if (isEngaged() && !isWithoutEffect_) return;
-  if (!engagePause_.mayAsk(now)) return;
-  if (std::exchange(isWithoutEffect_, false) &&
-      controller_.reconcileLidClosedProtection() != State::off) {
-    notifier_.problem(engaging, "");
+  if (!engagePause_.mayAsk(hooks_.now())) return;
+  if (isEngaged() && controller_.reconcileLidClosedProtection() != State::off) {
+    look();  // it may have come late
     return;
   }
+  isWithoutEffect_ = false;
   // Who else has switched it on stays its owner when our prompt is refused.
-  const bool wasOn = controller_.isSystemSleepDisabled();
-  if (prompt("turning the lid-closed setting on", &SleepController::engageLidClosedProtection)) {
-    isWithoutEffect_ = controller_.disableSleepState() == State::off;
-    if (isWithoutEffect_) engagePause_.refused(now);
-    notifier_.problem(engaging, isWithoutEffect_
-                                    ? "lid-closed mode was allowed, but the system still sleeps "
-                                      "with its lid closed; tried again in 15 minutes"
-                                    : "");
+  const bool isOthers = controller_.disableSleepState() != State::off;
+  const bool isDone =
+      prompt("turning the lid-closed setting on", &SleepController::engageLidClosedProtection);
+  if (isDone || !isOthers) changed();
+  if (!isDone && hooks_.isCancelled()) {  // nobody refused
+    isPromptClosed_ = !isOthers;
+    engagePause_.closed(hooks_.now());
     return;
   }
-  if (!wasOn) unsettledSince_ = now;
-  if (isCancelled_()) return;  // nobody refused
-  settle(now);
-  if (isEngaged()) return;
-  engagePause_.refused(now);
+  if (changedAt_) look();
+  if (isDone || isEngaged()) return;
+  engagePause_.refused(hooks_.now());
   notifier_.problem(engaging,
                     "lid-closed mode was declined or is not possible here (the log says why); "
                     "asked again every 15 minutes, and after lid-closed mode was switched off "
@@ -87,61 +78,105 @@ void LidClosedSetting::forgetRefusals() {
   notifier_.problem(engaging, "");
 }
 
-void LidClosedSetting::restore(Timestamp now) {
-  if (isEngaged() && restorePause_.mayAsk(now)) askToRestore(now);
+void LidClosedSetting::restore() {
+  isWanted_ = false;
+  if (isEngaged() && restorePause_.mayAsk(hooks_.now())) askToRestore();
 }
 
-void LidClosedSetting::restoreInDanger(Timestamp now) {
-  if (!isEngaged() || !restorePause_.mayAskInDanger(now)) return;
-  restorePause_.askedInDanger(now);
-  askToRestore(now);
+void LidClosedSetting::restoreInDanger() {
+  if (!isEngaged() || !restorePause_.mayAskInDanger(hooks_.now())) return;
+  restorePause_.askedInDanger(hooks_.now());
+  askToRestore();
 }
 
-void LidClosedSetting::restoreFinally(Timestamp now) {
+void LidClosedSetting::restoreFinally() {
   if (!isEngaged()) return;
   notifier_.tell(
       "the lid-closed setting has to be restored: answer the administrator prompt, or stop once "
       "more to leave it engaged");
-  askToRestore(now);
+  askToRestore();
 }
 
-void LidClosedSetting::askToRestore(Timestamp now) {
+void LidClosedSetting::askToRestore() {
+  isWanted_ = false;
   // Somebody else may have restored it: then there is nothing to ask for.
-  if (controller_.reconcileLidClosedProtection() != State::off &&
-      prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection)) {
-    controller_.reconcileLidClosedProtection();
+  if (controller_.reconcileLidClosedProtection() != State::off) {
+    prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection);
   }
+  changed();
+  look();
   if (!isEngaged()) {
-    noteRestored(now);
-    return;
+    noteRestored();
+  } else if (hooks_.isCancelled()) {  // nobody refused
+    restorePause_.closed(hooks_.now());
+  } else {
+    restorePause_.refused(hooks_.now());
+    notifier_.problem(restoring,
+                      "the lid-closed setting may still be engaged (asked again in 15 minutes); "
+                      "to restore it now, stop watching and run: wakelatch restore");
   }
-  if (isCancelled_()) return;  // nobody refused
-  restorePause_.refused(now);
-  notifier_.problem(restoring,
-                    "the lid-closed setting may still be engaged (asked again in 15 minutes); "
-                    "to restore it now, stop watching and run: wakelatch restore");
 }
 
-void LidClosedSetting::restoreWithoutPrompt(Timestamp now) {
-  settle(now);
-  if (isEngaged() && controller_.restoreLidClosedWithoutPrompt()) noteRestored(now);
+void LidClosedSetting::restoreWithoutPrompt() {
+  isWanted_ = false;
+  settle();
+  if (!isEngaged()) return;
+  const bool isRestored = controller_.restoreLidClosedWithoutPrompt();
+  changed();
+  if (isRestored) noteRestored();
 }
 
-void LidClosedSetting::noteRestored(Timestamp now) {
+void LidClosedSetting::noteRestored() {
   isWithoutEffect_ = false;
-  unsettledSince_ = now;
   restorePause_.forget();
   notifier_.problem(restoring, "");
 }
 
-void LidClosedSetting::settle(Timestamp now) {
-  if (isEngaged()) unsettledSince_.reset();
-  if (!unsettledSince_) return;
-  const bool isOn = controller_.reconcileLidClosedProtection() == State::on;
-  if (isOn) {
+void LidClosedSetting::changed() {
+  changedAt_ = hooks_.now();
+  looks_ = 0;
+  isPromptClosed_ = false;
+}
+
+void LidClosedSetting::look() {
+  ++looks_;
+  const bool wasEngaged = isEngaged();
+  if (wasEngaged && isWanted_) {  // off by its answer, it stays tracked: it may come late
+    const State state = controller_.disableSleepState();
+    if (state == State::unknown) return;
+    const bool was = std::exchange(isWithoutEffect_, state == State::off);
+    if (isWithoutEffect_ && !was) engagePause_.refused(hooks_.now());
+    if (!isWithoutEffect_) engagePause_.forget();
+    notifier_.problem(engaging, isWithoutEffect_
+                                    ? "lid-closed mode was allowed, but the system still sleeps "
+                                      "with its lid closed; tried again in 15 minutes"
+                                    : "");
+    return;
+  }
+  controller_.reconcileLidClosedProtection();
+  if (isEngaged() == wasEngaged) return;
+  changed();  // one answer may be wrong
+  if (wasEngaged) {
+    noteRestored();
+  } else {
     notifier_.tell("the lid-closed setting is on, though it was refused or restored before");
   }
-  if (isOn || isOver(*unsettledSince_, settleSeconds, now)) unsettledSince_.reset();
+}
+
+void LidClosedSetting::settle() {
+  if (!changedAt_) return;
+  look();
+  // A machine that slept meanwhile finds the time over at its first look.
+  if (looks_ > 1 && isOver(*changedAt_, settleSeconds, hooks_.now())) changedAt_.reset();
+}
+
+void LidClosedSetting::awaitSettled() {
+  constexpr int looks = 15;
+  constexpr std::chrono::milliseconds pause(100);
+  for (int i = 0; i < looks && changedAt_ && isPromptClosed_ && !isEngaged(); ++i) {
+    std::this_thread::sleep_for(pause);
+    look();
+  }
 }
 
 }  // namespace wakelatch::host

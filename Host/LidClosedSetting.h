@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Host/Notices.h"
 #include "Host/PromptPause.h"
@@ -14,55 +15,66 @@
 
 namespace wakelatch::host {
 
-/// Calls come from one thread at a time. Those that say so block while a prompt is open; cancelling
-/// the controller's runners ends it, and what it may have done is looked at in the next calls.
+/// Calls come from one thread at a time. Those that may prompt block while the prompt is open;
+/// cancelling the controller's runners closes it.
 class LidClosedSetting {
  public:
-  /// Told what a prompt that opens is for, and nothing when it is closed. Must not block.
-  using PromptShown = std::function<void(const std::optional<std::string>&)>;
-  /// Whether the controller's runners are cancelled.
-  using IsCancelled = std::function<bool()>;
+  struct Hooks {
+    /// Told what a prompt that opens is for, and nothing when it is closed. Must not block.
+    std::function<void(const std::optional<std::string>&)> promptShown;
+    /// Whether the controller's runners are cancelled.
+    std::function<bool()> isCancelled;
+    std::function<Timestamp()> now = platform::now;
+  };
 
   /// Controller and notifier are owned by the caller.
-  LidClosedSetting(SleepController& controller, Notifier& notifier, PromptShown promptShown,
-                   IsCancelled isCancelled);
+  LidClosedSetting(SleepController& controller, Notifier& notifier, Hooks hooks)
+      : controller_(controller), notifier_(notifier), hooks_(std::move(hooks)) {}
 
   /// Engaged, or not known to be restored.
   bool isEngaged() const { return controller_.isLidClosedProtectionEngaged(); }
 
   /// Undoes what an earlier run left engaged. May prompt.
-  void startUp(Timestamp now);
+  void startUp();
 
   /// Prompts unless it is engaged or was refused lately.
-  void engage(Timestamp now);
+  void engage();
   /// The user has switched lid-closed mode off: when he switches it on again, he may be asked.
   void forgetRefusals();
 
-  bool mayAskToRestore(Timestamp now) const { return restorePause_.mayAsk(now); }
+  bool mayAskToRestore() const { return restorePause_.mayAsk(hooks_.now()); }
   /// Restores an engaged setting. Prompts unless the person refused lately.
-  void restore(Timestamp now);
+  void restore();
   /// The same in danger: a prompt need not wait for the end of the pause, but only once.
-  void restoreInDanger(Timestamp now);
+  void restoreInDanger();
   /// The same for somebody who leaves, whenever he refused before.
-  void restoreFinally(Timestamp now);
+  void restoreFinally();
   /// Tries it without a prompt.
-  void restoreWithoutPrompt(Timestamp now);
+  void restoreWithoutPrompt();
 
-  /// For some seconds after a change: looks whether the system really has it so.
-  void settle(Timestamp now);
+  /// For some seconds after a change: looks whether the system has it so. To be called every tick.
+  void settle();
+  /// For somebody who leaves: waits a moment for what a prompt that was closed may have handed on.
+  void awaitSettled();
 
  private:
+  using State = SleepController::DisableSleepState;
+
   bool prompt(const char* purpose, bool (SleepController::*ask)());
-  void askToRestore(Timestamp now);
-  void noteRestored(Timestamp now);
+  void askToRestore();
+  void changed();
+  void look();
+  void noteRestored();
 
   SleepController& controller_;
   Notifier& notifier_;
-  const PromptShown promptShown_;
-  const IsCancelled isCancelled_;
+  const Hooks hooks_;
   PromptPause engagePause_, restorePause_;
-  bool isWithoutEffect_ = false;             ///< engaged by our account, off by the system's
-  std::optional<Timestamp> unsettledSince_;  ///< what the last prompt did may yet show
+  bool isWanted_ = false;               ///< engaging was the last thing tried, not restoring
+  bool isWithoutEffect_ = false;        ///< engaged by our account, off by the system's
+  bool isPromptClosed_ = false;         ///< the change is an engage prompt that we closed
+  std::optional<Timestamp> changedAt_;  ///< absent: settled
+  int looks_ = 0;                       ///< since then
 };
 
 }  // namespace wakelatch::host

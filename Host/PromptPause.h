@@ -19,20 +19,31 @@ class PromptPause {
   /// A refused prompt is not shown again for this long.
   static constexpr double seconds = 15 * 60;
 
-  bool mayAsk(Timestamp now) const { return hasPassed(refusedAt_, now); }
+  /// One that we closed ourselves is not shown again for this long: danger may come and go.
+  static constexpr double closedSeconds = 60;
+
+  bool mayAsk(Timestamp now) const {
+    return hasPassed(refusedAt_, seconds, now) && hasPassed(closedAt_, closedSeconds, now);
+  }
   /// Danger need not wait for the end of a pause, but only once in as long a time.
-  bool mayAskInDanger(Timestamp now) const { return mayAsk(now) || hasPassed(inDangerAt_, now); }
-
-  void refused(Timestamp now) { refusedAt_ = now; }
-  void askedInDanger(Timestamp now) { inDangerAt_ = now; }
-  void forget() { refusedAt_.reset(); }
-
- private:
-  static bool hasPassed(const std::optional<Timestamp>& start, Timestamp now) {
-    return !start || isOver(*start, seconds, now);
+  bool mayAskInDanger(Timestamp now) const {
+    return mayAsk(now) || hasPassed(inDangerAt_, seconds, now);
   }
 
-  std::optional<Timestamp> refusedAt_, inDangerAt_;
+  void refused(Timestamp now) { refusedAt_ = now; }
+  void closed(Timestamp now) { closedAt_ = now; }
+  void askedInDanger(Timestamp now) { inDangerAt_ = now; }
+  void forget() {
+    refusedAt_.reset();
+    closedAt_.reset();
+  }
+
+ private:
+  static bool hasPassed(const std::optional<Timestamp>& start, double length, Timestamp now) {
+    return !start || isOver(*start, length, now);
+  }
+
+  std::optional<Timestamp> refusedAt_, closedAt_, inDangerAt_;
 };
 
 }  // namespace wakelatch::host

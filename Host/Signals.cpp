@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "Platform/Thread.h"
 
@@ -25,13 +27,34 @@ void send(unsigned char message) {
   [[maybe_unused]] const ssize_t written = ::write(toListener[1], &message, 1);
 }
 
+std::atomic<int> pendingStops{0};
+static_assert(std::atomic<int>::is_always_lock_free, "used in a signal handler");
+
+bool isStop(int number) {
+  return number == SIGINT || number == SIGTERM || number == SIGHUP;
+}
+
 extern "C" void onSignal(int number) {
   const int saved = errno;
+  if (isStop(number)) ++pendingStops;
   send(static_cast<unsigned char>(number));
   errno = saved;
 }
 
+/// Takes those that wait out of the queue: who goes on does not want to be stopped again.
+void dropSuspensions() {
+  std::vector<unsigned char> kept;
+  for (unsigned char message = 0; ::read(toListener[0], &message, 1) == 1;) {
+    if (message != SIGTSTP) kept.push_back(message);
+  }
+  for (const unsigned char message : kept) send(message);
+}
+
 }  // namespace
+
+bool Signals::isStopPending() {
+  return pendingStops > 0;
+}
 
 Signals::Signals() {
   if (::pipe(toListener) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
@@ -81,20 +104,21 @@ void Signals::exitIn(double seconds, int status) {
 }
 
 int Signals::untilExit() {
+  constexpr int pulse = 5000;
   const platform::MutexLock lock(mutex_);
-  if (!exit_) return -1;
+  if (!exit_) return pulse;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(exit_->at - SteadyClock::now());
   if (left.count() <= 0) ::_exit(exit_->status);
-  return static_cast<int>(std::min<std::int64_t>(left.count(), 60'000));
+  return static_cast<int>(std::min<std::int64_t>(left.count(), pulse));
 }
 
 void Signals::run() {
   constexpr std::chrono::milliseconds echo(500);
-  int stops = 0, lastNumber = 0;
+  int stops = 0;
   SteadyClock::time_point lastAt;
   for (;;) {
     pollfd wake{toListener[0], POLLIN, 0};
-    ::poll(&wake, 1, untilExit());
+    if (::poll(&wake, 1, untilExit()) == 0) handlers_.pulse();
     unsigned char message = wakeUp;
     if (::read(toListener[0], &message, 1) != 1) continue;
     const auto now = SteadyClock::now();
@@ -104,16 +128,19 @@ void Signals::run() {
       case endOfListening:
         return;
       case SIGTSTP:
+        if (stops > 0) break;
         handlers_.suspend();
-        ::kill(::getpid(), SIGSTOP);  // every thread; goes on from here after SIGCONT
+        // Stops every thread, this one before it goes on; kill() may leave that to another one.
+        if (!isStopPending()) ::raise(SIGSTOP);
+        dropSuspensions();
         handlers_.resume();
         break;
       case SIGWINCH:
         handlers_.resized();
         break;
       default:
-        if (stops > 0 && message == lastNumber && now - lastAt < echo) break;
-        lastNumber = message;
+        --pendingStops;
+        if (stops > 0 && now - lastAt < echo) break;
         lastAt = now;
         handlers_.stop(message, ++stops);
     }

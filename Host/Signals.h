@@ -20,12 +20,16 @@ class Signals {
  public:
   /// All called on the thread of listen(), one after another; a signal that comes meanwhile waits.
   struct Handlers {
-    /// The `count`th request to stop, counted from 1. The same signal again within half a second
-    /// counts as one: some senders address a process and then its group.
+    /// The `count`th request to stop, counted from 1. Signals within half a second count as one:
+    /// some senders address a process and then its group, or send two kinds.
     std::function<void(int number, int count)> stop;
-    /// Before the process stops itself for a SIGTSTP, and after it goes on.
+    /// Before the process stops itself for a SIGTSTP, and after it goes on. What takes its time
+    /// asks isStopPending() meanwhile: a request to stop calls the suspension off, and then
+    /// resume() is called at once. Not called after a request to stop.
     std::function<void()> suspend, resume;
     std::function<void()> resized;
+    /// Every few seconds.
+    std::function<void()> pulse;
   };
 
   Signals();
@@ -36,8 +40,11 @@ class Signals {
   /// Starts the thread; signals that came since the construction are delivered first. Call once.
   void listen(Handlers handlers);
 
-  /// No handler is called any more after this, and the signals have their default effect: nothing is
-  /// left that would have to be undone. Waits for a handler that runs.
+  /// A request to stop waits to be delivered. From any thread.
+  static bool isStopPending();
+
+  /// No handler is called any more after this, and the signals have their default effect: nothing
+  /// is left that would have to be undone. Waits for a handler that runs.
   void endListening();
 
   /// Ends the process with this status after so many seconds, whatever hangs. From any thread; a
@@ -46,7 +53,7 @@ class Signals {
 
  private:
   void run();
-  /// Milliseconds for poll() until the exit; -1: there is none.
+  /// Milliseconds for poll() until the exit or the next pulse. Ends the process when it is due.
   int untilExit();
 
   struct Exit {

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -81,18 +82,19 @@ struct Hands {
   Actor actor;
 
   Hands(const WatchOptions& options, const GuardSettings& settings, Tools& tools,
-        Notifier& notifier, const Observer& observer, Teller& teller)
+        Notifier& notifier, const Observer& observer, Teller& teller, std::function<void()> left)
       : usage(FileLogger::shared(), std::move(opened.metrics),
               [&observer](const std::string& agent, Timestamp at) {
                 return observer.sessionFileAge(agent, at);
               }),
         saver(store, notifier),
-        actor({.caffeinatePath = options.caffeinatePath.empty() ? keepAwakeTool().string()
-                                                                : options.caffeinatePath,
-               .releaseDelaySeconds = options.releaseDelaySeconds,
-               .staleSeconds = std::max(60.0, 5 * options.intervalSeconds),
-               .restoreOnLeave = settings.restoreNormalSleepOnQuit},
-              tools, notifier, [&teller] { teller.heldChanged(); }) {
+        actor(
+            {.caffeinatePath =
+                 options.caffeinatePath.empty() ? keepAwakeTool().string() : options.caffeinatePath,
+             .releaseDelaySeconds = options.releaseDelaySeconds,
+             .staleSeconds = std::max(60.0, 5 * options.intervalSeconds),
+             .restoreOnLeave = settings.restoreNormalSleepOnQuit},
+            tools, notifier, [&teller] { teller.heldChanged(); }, std::move(left)) {
     if (!opened.notice.empty()) notifier.tell(opened.notice);
     teller.tellStateOf(saver, [this] { return actor.held(); });
   }
@@ -110,31 +112,38 @@ double keptSecondsOn(const std::string& day, const UsageMetrics& metrics) {
 class Watch {
  public:
   /// @param lock  of this watch; null when it has none
-  Watch(const WatchOptions& options, Tools& tools, Signals& signals, InstanceLock* lock)
+  Watch(const WatchOptions& options, Tools& tools, InstanceLock* lock)
       : options_(options),
         lock_(lock),
         tools_(tools),
-        signals_(signals),
         settings_(settingsFile()),
-        observer_(tools.runner()),
-        teller_(options.json, [this] { pause_.endWatch(); }) {
-    if (!options.dryRun) {
-      hands_.emplace(options, settings_.current(), tools, notifier_, observer_, teller_);
-    }
-  }
+        observer_(tools.runner(), options.intervalSeconds / 2),
+        teller_(options.json, [this] { pause_.endWatch(); }) {}
 
   ExitStatus run() {
     signals_.listen({.stop = [this](int number, int count) { onStop(number, count); },
                      .suspend = [this] { onSuspend(); },
                      .resume = [this] { onResume(); },
-                     .resized = [this] { teller_.redraw(); }});
+                     .resized = [this] { teller_.redraw(); },
+                     .pulse =
+                         [this] {
+                           if (Hands* hands = acting_) hands->actor.checkStale();
+                         }});
     bool failed = false;
     try {
+      if (!options_.dryRun) {
+        hands_.emplace(options_, settings_.current(), tools_, notifier_, observer_, teller_,
+                       [this] { onLeft(); });
+        acting_ = &*hands_;
+      }
       for (int tickNumber = 1;; ++tickNumber) {
         const auto start = SteadyClock::now();
         tick(start);
         if (tickNumber == options_.ticks) {
-          while (hands_ && !pause_.isWatchOver() && !hands_->actor.awaitDone(0.2)) continue;
+          isLastTold_ = true;
+          while (hands_ && !pause_.isWatchOver() &&
+                 !hands_->actor.awaitDone(options_.intervalSeconds))
+            tick(SteadyClock::now());
           break;
         }
         const std::chrono::duration<double> interval(options_.intervalSeconds);
@@ -175,7 +184,7 @@ class Watch {
       count(seen, decision, state.held, now);
       if (std::exchange(isFirstTick_, false)) greetOnce(seen, settings, notifier_);
     }
-    tell(seen, decision, state, now);
+    if (!isLastTold_) tell(seen, decision, state, now);
   }
 
   void count(const Observation& seen, const GuardDecision& decision, const Held& held,
@@ -225,8 +234,9 @@ class Watch {
     teller_.endScreen();
     ExitStatus status = ExitStatus::done;
     if (hands_) {
-      const bool wasHeld = hands_->actor.held().isHeld();
+      wasHeld_ = wasHeld_ || hands_->actor.held().isHeld();
       hands_->saver.usage(hands_->usage.metrics());
+      signals_.exitIn(adminTimeoutSeconds + 30, static_cast<int>(ExitStatus::notRestored));
       hands_->actor.order(Actor::Order::leave);
       hands_->actor.join();
       const bool isEngaged = hands_->actor.held().isLidClosedEngaged;
@@ -235,7 +245,7 @@ class Watch {
             "the lid-closed setting may still be engaged: this machine may not sleep; "
             "run: wakelatch restore");
         status = ExitStatus::notRestored;
-      } else if (wasHeld && !isEngaged) {
+      } else if (wasHeld_ && !isEngaged) {
         notifier_.tell("normal sleep is restored");
       }
     }
@@ -249,45 +259,62 @@ class Watch {
 
   // ------------------------------------------------------------- on the thread of the signals
 
+  /// What may hang is not waited for any longer once everything is undone.
+  static constexpr double patience = 5;
+
   void onStop(int number, int count) {
-    constexpr double patience = 5;
     if (count == 1) {
       teller_.endScreen();
-      if (hands_ && hands_->actor.held().isHeld()) {
-        notifier_.tell("stopping, and letting this machine sleep");
-      }
-      tools_.cancelLooking();
       pause_.endWatch();
-      if (hands_) hands_->actor.order(Actor::Order::leave);
-      signals_.exitIn(adminTimeoutSeconds + 30, static_cast<int>(ExitStatus::notRestored));
+      tools_.cancelLooking();
+      Hands* hands = acting_;
+      if (hands == nullptr) {
+        signals_.exitIn(patience, static_cast<int>(ExitStatus::done));
+        return;
+      }
+      wasHeld_ = hands->actor.held().isHeld();
+      if (wasHeld_) notifier_.tell("stopping, and letting this machine sleep");
+      hands->actor.order(Actor::Order::leave);
       return;
     }
     stopNumber_ = number;
-    if (hands_) hands_->actor.order(Actor::Order::abandon);
+    if (Hands* hands = acting_) hands->actor.order(Actor::Order::abandon);
     signals_.exitIn(count == 2 ? patience : 0, 128 + number);
   }
 
+  /// On the thread of the actor: the deciding side may hang, and is not waited for long.
+  void onLeft() {
+    const Hands* hands = acting_;
+    const bool isEngaged = hands != nullptr && hands->actor.held().isLidClosedEngaged;
+    const auto status = isEngaged ? ExitStatus::notRestored : ExitStatus::done;
+    signals_.exitIn(patience, stopNumber_ != 0 ? 128 + stopNumber_ : static_cast<int>(status));
+  }
+
   void onSuspend() {
-    constexpr double patience = 6;
-    if (hands_) {
-      const bool wasHeld = hands_->actor.held().isHeld();
-      hands_->actor.order(Actor::Order::pause);
-      hands_->actor.awaitDone(patience);
-      if (hands_->actor.held().isLidClosedEngaged) {
-        notifier_.tell(
-            "stopped with the lid-closed setting engaged: this machine does not sleep; "
-            "to restore it, go on or run: wakelatch restore");
+    if (Hands* hands = acting_) {
+      const bool wasHeld = hands->actor.held().isHeld();
+      hands->actor.order(Actor::Order::pause);
+      const auto patienceEnd = SteadyClock::now() + std::chrono::seconds(6);
+      while (!hands->actor.awaitDone(0.1) && SteadyClock::now() < patienceEnd) {
+        if (Signals::isStopPending()) return;
+      }
+      if (const Held held = hands->actor.held(); held.isHeld()) {
+        notifier_.tell(std::string("stopped, but ") +
+                       (held.isLidClosedEngaged ? "the lid-closed setting is engaged"
+                                                : "the keep-awake tool runs") +
+                       ": this machine does not sleep; let the watch go on, or end it and run: "
+                       "wakelatch restore");
       } else if (wasHeld) {
         notifier_.tell("stopped: this machine may sleep until the watch goes on");
       }
       teller_.stopped(true);
-      hands_->saver.finish(0.3);
+      hands->saver.finish(0.3);
     }
     teller_.finish(0.3);
   }
 
   void onResume() {
-    if (hands_) hands_->actor.resume();
+    if (Hands* hands = acting_) hands->actor.resume();
     teller_.redraw();
     pause_.shorten();
   }
@@ -295,14 +322,17 @@ class Watch {
   const WatchOptions& options_;
   InstanceLock* const lock_;
   Tools& tools_;
-  Signals& signals_;
   LiveSettings settings_;
   Observer observer_;
   AgentStateMachine machine_;
+  Signals signals_;  // from here on a stop has something to undo
   Pause pause_;
   Teller teller_;
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
   std::optional<Hands> hands_;
+  std::atomic<Hands*> acting_{nullptr};  ///< these, once they stand, for other threads
+  std::atomic<bool> wasHeld_{false};     ///< something held the machine awake when a stop came
+  bool isLastTold_ = false;              ///< of the ticks that were asked for
   std::optional<std::string> uiTextNotice_;
   bool isFirstTick_ = true;
   std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
@@ -311,7 +341,6 @@ class Watch {
 }  // namespace
 
 ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
-  Signals signals;
   std::optional<InstanceLock> lock;
   if (!options.dryRun) {
     try {
@@ -327,7 +356,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
     }
     if (lock) platform::removeUnfinished(supportFolder());
   }
-  return Watch(options, tools, signals, lock ? &*lock : nullptr).run();
+  return Watch(options, tools, lock ? &*lock : nullptr).run();
 }
 
 }  // namespace wakelatch::host

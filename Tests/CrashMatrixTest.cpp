@@ -160,7 +160,7 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
       {"before setting 0", marked, SIGTERM, "SETPWR", {"MR"}},
       {"after setting 0", marked, SIGTERM, "SETPWR", {"O"}},
       {"prompt open", prompt, SIGKILL, "SE", {"K"}},
-      {"prompt being cancelled", prompt, SIGTERM, "SE", {"K", "", "", "restore --adopt"}},
+      {"prompt being cancelled", prompt, SIGTERM, "SE", {"", "", "", "restore --adopt"}},
       {"stopped by SIGTSTP", marked, SIGTSTP, "SETPW", {"MR"}},
   };
   for (const auto& row : rows) {

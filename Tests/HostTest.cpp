@@ -152,7 +152,7 @@ TEST(Host, ASecondSignalLeavesAtOnce) {
   ASSERT_TRUE(eventually([] { return SleepController::readCaffeinatePIDs().size() == 1; }));
   const auto pids = SleepController::readCaffeinatePIDs();
   watch.send(SIGINT);
-  EXPECT_FALSE(watch.awaitExit(0.5)) << "it waits for the stubborn tool";
+  EXPECT_FALSE(watch.awaitExit(0.7)) << "it waits for the stubborn tool";
   watch.send(SIGTERM);
   EXPECT_EQ(watch.finish(6).status, 128 + SIGTERM);
   ASSERT_EQ(pids.size(), 1u);

@@ -22,6 +22,7 @@ struct Rig : CommandRunning {
   bool refuses = false;  ///< the user refuses every prompt
   bool lies = false;     ///< a prompt ends well and does nothing
   bool isNewest = true;
+  Timestamp now;
   bool sleepDisabled = false;
   FileLogger logger;
   Notifier notifier{[this](const std::string&) { ++notices; }};
@@ -36,9 +37,10 @@ struct Rig : CommandRunning {
     const auto tool = home.path() / "caffeinate";
     writeScript(tool, toolScript);
     controller.emplace(*this, *this, logger, tool.string());
-    const KeepAwake::Hooks hooks{.promptShown = [](const auto&) {},
-                                 .isCancelled = [] { return false; },
-                                 .isNewest = [this] { return isNewest; }};
+    const KeepAwake::Hooks hooks{{.promptShown = [](const auto&) {},
+                                  .isCancelled = [] { return false; },
+                                  .now = [this] { return now; }},
+                                 [this] { return isNewest; }};
     keepAwake.emplace(*controller, notifier, 60, hooks);
     settings.keepAwakeWithLidClosed = true;
   }
@@ -62,8 +64,8 @@ struct Rig : CommandRunning {
                                  .shouldPreventSleep = status == GuardStatus::keepingAwake,
                                  .shouldSleepNow = sleepNow};
     commands.clear();
-    keepAwake->apply(makeWish(decision, settings, power, lid, heat,
-                              Timestamp(std::chrono::duration<double>(1e9 + at))));
+    now = Timestamp(std::chrono::duration<double>(1e9 + at));
+    keepAwake->apply(makeWish(decision, settings, power, lid, heat, now));
     return commands;
   }
   bool isAwake() const { return controller->appliedLetDisplaySleep().has_value(); }

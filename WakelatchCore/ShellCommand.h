@@ -93,7 +93,9 @@ class CancellableCommandRunner : public CommandRunning {
   /// Ends the runs under way and lets no other begin until allow(). From any thread; does not wait
   /// for them.
   void cancel() { cancelled_ = true; }
+  /// Runs may begin again. From any thread.
   void allow() { cancelled_ = false; }
+  /// Between the two. From any thread.
   bool isCancelled() const { return cancelled_; }
 
  private:

@@ -127,6 +127,15 @@ void SleepController::stopKeepAwake() {
   isSleepPreventionEnabled_ = false;
 }
 
+void SleepController::signalKeepAwake() const {
+  std::shared_ptr<platform::WatchedChild> process;
+  {
+    const platform::MutexLock guard(lock_);
+    process = caffeinateProcess_;
+  }
+  if (process != nullptr) process->send(SIGTERM);
+}
+
 void SleepController::sleepNow() {
   logger_.log("Requesting pmset sleepnow");
   try {

@@ -83,6 +83,11 @@ class SleepController {
   /// Stops the keep-awake process and leaves the lid-closed setting as it is.
   void stopKeepAwake();
 
+  /// Tells the keep-awake process to end (SIGTERM) and returns at once. From any thread, also while
+  /// another call is under way, which may be waiting for a prompt or a disk. A stopping call still
+  /// has to follow: it makes sure, and removes the pid file.
+  void signalKeepAwake() const;
+
   /// Tries to restore an engaged lid-closed setting without a prompt, which takes a host that has
   /// the privilege, and asks the system what came of it. Returns whether no setting stayed engaged.
   bool restoreLidClosedWithoutPrompt();
@@ -105,6 +110,7 @@ class SleepController {
   /// Asks `pmset -g`, whoever set it; a failing, empty or blank answer is `unknown`. The second one
   /// asks with a runner of the caller, from any thread that may use that.
   DisableSleepState disableSleepState() { return disableSleepState(runner_); }
+  /// @param runner  asked in place of the controller's own
   static DisableSleepState disableSleepState(CommandRunning& runner);
   /// The same; no answer counts as off.
   bool isSystemSleepDisabled();
