@@ -48,6 +48,7 @@ void LidClosedSetting::startUp() {
 void LidClosedSetting::engage() {
   isWanted_ = true;
   if (isEngaged() && !isWithoutEffect_) return;
+  if (engagedAt_ && !isOver(*engagedAt_, PromptPause::seconds, hooks_.now())) return;
   if (!engagePause_.mayAsk(hooks_.now())) return;
   if (isEngaged() && controller_.reconcileLidClosedProtection() != State::off) {
     look();  // it may have come late
@@ -59,6 +60,7 @@ void LidClosedSetting::engage() {
   const bool isDone =
       prompt("turning the lid-closed setting on", &SleepController::engageLidClosedProtection);
   if (isDone || !isOthers) changed();
+  if (isDone) engagedAt_ = hooks_.now();
   if (!isDone && hooks_.isCancelled()) {  // nobody refused
     isPromptClosed_ = !isOthers;
     engagePause_.closed(hooks_.now());
@@ -75,6 +77,7 @@ void LidClosedSetting::engage() {
 
 void LidClosedSetting::forgetRefusals() {
   engagePause_.forget();
+  engagedAt_.reset();
   notifier_.problem(engaging, "");
 }
 
@@ -100,7 +103,8 @@ void LidClosedSetting::restoreFinally() {
 void LidClosedSetting::askToRestore() {
   isWanted_ = false;
   // Somebody else may have restored it: then there is nothing to ask for.
-  if (controller_.reconcileLidClosedProtection() != State::off) {
+  const bool asks = controller_.reconcileLidClosedProtection() != State::off;
+  if (asks) {
     prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection);
   }
   changed();
@@ -109,7 +113,7 @@ void LidClosedSetting::askToRestore() {
     noteRestored();
   } else if (hooks_.isCancelled()) {  // nobody refused
     restorePause_.closed(hooks_.now());
-  } else {
+  } else if (asks) {
     restorePause_.refused(hooks_.now());
     notifier_.problem(restoring,
                       "the lid-closed setting may still be engaged (asked again in 15 minutes); "
@@ -128,7 +132,7 @@ void LidClosedSetting::restoreWithoutPrompt() {
 
 void LidClosedSetting::noteRestored() {
   isWithoutEffect_ = false;
-  restorePause_.forget();
+  engagedAt_.reset();
   notifier_.problem(restoring, "");
 }
 
@@ -144,9 +148,7 @@ void LidClosedSetting::look() {
   if (wasEngaged && isWanted_) {  // off by its answer, it stays tracked: it may come late
     const State state = controller_.disableSleepState();
     if (state == State::unknown) return;
-    const bool was = std::exchange(isWithoutEffect_, state == State::off);
-    if (isWithoutEffect_ && !was) engagePause_.refused(hooks_.now());
-    if (!isWithoutEffect_) engagePause_.forget();
+    isWithoutEffect_ = state == State::off;
     notifier_.problem(engaging, isWithoutEffect_
                                     ? "lid-closed mode was allowed, but the system still sleeps "
                                       "with its lid closed; tried again in 15 minutes"
@@ -167,7 +169,9 @@ void LidClosedSetting::settle() {
   if (!changedAt_) return;
   look();
   // A machine that slept meanwhile finds the time over at its first look.
-  if (looks_ > 1 && isOver(*changedAt_, settleSeconds, hooks_.now())) changedAt_.reset();
+  if (looks_ < 2 || !isOver(*changedAt_, settleSeconds, hooks_.now())) return;
+  changedAt_.reset();
+  if (!isEngaged()) restorePause_.forget();  // not before: what looked restored may not be
 }
 
 void LidClosedSetting::awaitSettled() {

@@ -73,6 +73,7 @@ class LidClosedSetting {
   bool isWanted_ = false;               ///< engaging was the last thing tried, not restoring
   bool isWithoutEffect_ = false;        ///< engaged by our account, off by the system's
   bool isPromptClosed_ = false;         ///< the change is an engage prompt that we closed
+  std::optional<Timestamp> engagedAt_;  ///< when the person last allowed it
   std::optional<Timestamp> changedAt_;  ///< absent: settled
   int looks_ = 0;                       ///< since then
 };

@@ -1,0 +1,123 @@
+// Everything that a watching host holds, driven one tick at a time; a restarted host is a new one.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "Benchmarks/Soak/ScriptedTools.h"
+#include "Benchmarks/Soak/World.h"
+#include "Host/Folder.h"
+#include "Host/KeepAwake.h"
+#include "Host/Notices.h"
+#include "Host/RememberedFiles.h"
+#include "Host/Saver.h"
+#include "Host/UsageRecorder.h"
+#include "Host/UsageStore.h"
+#include "Platform/Files.h"
+#include "WakelatchCore/WakelatchCore.h"
+
+namespace wakelatch::soak {
+
+/// As the watch does it, but for its threads: the tick acts itself, and waits for what it saves.
+class Guard {
+ public:
+  static constexpr double releaseDelaySeconds = 60;
+
+  Guard(World& world, ScriptedTools& tools)
+      : world_(world),
+        tools_(tools),
+        power_(tools),
+        lid_(tools),
+        processes_(tools),
+        texts_(world.screen),
+        files_(platform::homeDirectory(), 12),
+        rememberedFiles_(files_),
+        sessions_(rememberedFiles_),
+        activity_(processes_, texts_, sessions_),
+        controller(tools, tools, FileLogger::shared(), world.tool().string()),
+        keepAwake(controller, notifier_, releaseDelaySeconds,
+                  {{.promptShown = [this](const auto& text) { tools_.isPromptAnnounced = !!text; },
+                    .isCancelled = [] { return false; },
+                    .now = [this] { return world_.now(); }},
+                   [] { return true; }}),
+        usage(FileLogger::shared(), store_.open(world.now()).metrics,
+              [this](const std::string&, Timestamp at) { return newestSession(at); }) {
+    keepAwake.endOrphans();
+    keepAwake.startUp();
+  }
+
+  void tick() {
+    const Timestamp now = world_.now();
+    power = power_.snapshot();
+    const LidState lid = lid_.lidState();
+    const auto signals = activity_.detectPerApp(world_.settings, power, now);
+    const ActivitySignal signal = strongest(signals);
+    machine_.forgetFuture(now);
+    const host::Held before = keepAwake.held();
+    const GuardDecision decision = machine_.evaluate(world_.mode(), world_.settings, power, lid,
+                                                     signal, before.isHeld(), world_.heat, now);
+    wish = host::makeWish(decision, world_.settings, power, lid, world_.heat, now);
+    tools_.isDanger = wish.isDanger;
+    keepAwake.apply(wish);
+    held = keepAwake.held();
+    countsTime = before.isToolRunning() && before.isToolProven;
+    if (usage.record({.mode = world_.mode(),
+                      .settings = world_.settings,
+                      .power = power,
+                      .lidState = lid,
+                      .strongest = signal,
+                      .signals = signals,
+                      .decision = decision,
+                      .preventsSleep = countsTime,
+                      .now = now})) {
+      save();
+    }
+  }
+
+  /// Saves the statistics; whether they are on disk now.
+  bool save() {
+    saver_.usage(usage.metrics());
+    return saver_.finish(60) && !hasFailedToSave;
+  }
+
+  PowerSnapshot power;
+  host::Wish wish;
+  host::Held held;          ///< after the last tick
+  bool countsTime = false;  ///< the last tick was counted as one with sleep prevented
+  std::atomic<bool> hasFailedToSave{false};
+
+ private:
+  std::optional<std::int64_t> newestSession(Timestamp at) const {
+    const auto newest = files_.newestModification({".claude/projects/**/*.jsonl"});
+    if (!newest) return std::nullopt;
+    return static_cast<std::int64_t>(secondsBetween(*newest, at));
+  }
+
+  World& world_;
+  ScriptedTools& tools_;
+  PowerMonitor power_;
+  LidStateDetector lid_;
+  ProcessDetector processes_;
+  AccessibilityDetector texts_;
+  FileActivityProbe files_;
+  host::RememberedFiles rememberedFiles_;
+  SessionActivityDetector sessions_;
+  ActivityDetector activity_;
+  AgentStateMachine machine_;
+  host::Notifier notifier_{[this](const std::string& text) {
+    if (text.starts_with("usage:")) hasFailedToSave = true;
+  }};
+  host::UsageStore store_{host::usageFile()};
+
+ public:
+  SleepController controller;
+  host::KeepAwake keepAwake;
+  host::UsageRecorder usage;
+
+ private:
+  host::Saver saver_{store_, notifier_};
+};
+
+}  // namespace wakelatch::soak
