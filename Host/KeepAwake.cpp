@@ -28,7 +28,8 @@ KeepAwake::KeepAwake(SleepController& controller, Notifier& notifier, double rel
       hold_(releaseDelaySeconds) {}
 
 void KeepAwake::apply(const Wish& wish) {
-  if (wish.isDanger && !wish.decision.shouldPreventSleep) tool_.stop();  // before all that may hang
+  if (wish.isDanger && !wish.decision.shouldPreventSleep)
+    tool_.stop(wish.at);  // before all that may hang
   tool_.look(wish.at);
   lidClosed_.settle();
   if (!wish.keepAwakeWithLidClosed) lidClosed_.forgetRefusals();
@@ -74,7 +75,7 @@ void KeepAwake::prevent(const Wish& wish) {
 }
 
 void KeepAwake::release(const Wish& wish) {
-  tool_.stop();
+  tool_.stop(wish.at);
   isLidClosedWanted_ = false;
   lidClosed_.restore();
   if (!hooks_.isNewest()) return;  // the newer wish decides about the sleep as well
@@ -113,7 +114,7 @@ void KeepAwake::sleepIfAskedFor(const Wish& wish) {
 }
 
 bool KeepAwake::letGo() {
-  tool_.stop();
+  tool_.stop(hooks_.now());
   lidClosed_.awaitSettled();
   hold_.forget();
   sleepWhenReleased_.reset();
@@ -128,7 +129,7 @@ bool KeepAwake::restore() {
 }
 
 void KeepAwake::leaveEngaged() {
-  tool_.stop();
+  tool_.stop(hooks_.now());
   lidClosed_.awaitSettled();
   if (!lidClosed_.isEngaged()) return;
   notifier_.tell(

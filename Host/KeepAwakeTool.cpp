@@ -31,7 +31,8 @@ void KeepAwakeTool::want(bool letDisplaySleep, Timestamp now) {
   }
 }
 
-void KeepAwakeTool::stop() {
+void KeepAwakeTool::stop(Timestamp now) {
+  if (startedAt_ && isRunning() && isOver(*startedAt_, provenSeconds, now)) isTrusted_ = true;
   controller_.stopKeepAwake();
   isWanted_ = false;
   startedAt_.reset();

@@ -26,8 +26,8 @@ class KeepAwakeTool {
 
   /// Starts the tool unless it runs or is paused after a failure.
   void want(bool letDisplaySleep, Timestamp now);
-  /// Stops it.
-  void stop();
+  /// Stops it. Whoever has ended it meanwhile, that is no failure any more.
+  void stop(Timestamp now);
   /// Notices that it has ended by itself.
   void look(Timestamp now);
 

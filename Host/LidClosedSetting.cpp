@@ -33,11 +33,12 @@ void LidClosedSetting::startUp() {
         "to take that over and restore it, stop watching and run: wakelatch restore --adopt");
     return;
   }
-  if (prompt("restoring the lid-closed setting of an earlier run",
-             &SleepController::reconcileStuckDisableSleep)) {
-    changed();
+  const bool isRestored = prompt("restoring the lid-closed setting of an earlier run",
+                                 &SleepController::reconcileStuckDisableSleep);
+  changed();
+  if (isRestored) {
     look();
-    if (!isEngaged()) return;
+    return;
   }
   if (!hooks_.isCancelled()) restorePause_.refused(hooks_.now());
   notifier_.problem(restoring,
@@ -142,34 +143,36 @@ void LidClosedSetting::changed() {
   isPromptClosed_ = false;
 }
 
-void LidClosedSetting::look() {
+bool LidClosedSetting::look() {
   ++looks_;
   const bool wasEngaged = isEngaged();
   if (wasEngaged && isWanted_) {  // off by its answer, it stays tracked: it may come late
     const State state = controller_.disableSleepState();
-    if (state == State::unknown) return;
+    if (state == State::unknown) return false;
     isWithoutEffect_ = state == State::off;
     notifier_.problem(engaging, isWithoutEffect_
                                     ? "lid-closed mode was allowed, but the system still sleeps "
                                       "with its lid closed; tried again in 15 minutes"
                                     : "");
-    return;
+    return true;
   }
-  controller_.reconcileLidClosedProtection();
-  if (isEngaged() == wasEngaged) return;
+  const State state = controller_.reconcileLidClosedProtection();
+  if (isEngaged() == wasEngaged) return state != State::unknown;
   changed();  // one answer may be wrong
   if (wasEngaged) {
     noteRestored();
   } else {
     notifier_.tell("the lid-closed setting is on, though it was refused or restored before");
   }
+  return true;
 }
 
 void LidClosedSetting::settle() {
   if (!changedAt_) return;
-  look();
+  const bool isAnswered = look();
   // A machine that slept meanwhile finds the time over at its first look.
-  if (looks_ < 2 || !isOver(*changedAt_, settleSeconds, hooks_.now())) return;
+  if (!changedAt_ || !isAnswered || looks_ < 2 || !isOver(*changedAt_, settleSeconds, hooks_.now()))
+    return;
   changedAt_.reset();
   if (!isEngaged()) restorePause_.forget();  // not before: what looked restored may not be
 }

@@ -63,7 +63,7 @@ class LidClosedSetting {
   bool prompt(const char* purpose, bool (SleepController::*ask)());
   void askToRestore();
   void changed();
-  void look();
+  bool look();
   void noteRestored();
 
   SleepController& controller_;
