@@ -70,6 +70,7 @@ void Actor::interrupt() {
   if (!isBusy_) return;
   tools_.cancelActing();
   controller_.signalKeepAwake();  // the thread may also be waiting for a disk
+  isToolEnded_ = true;
 }
 
 void Actor::resume() {
@@ -157,7 +158,11 @@ Actor::Job Actor::nextJob() {
     if (!wake_.waitUntil(lock, in(staleSeconds_ / slices))) ++passed;
   }
   job.wish = std::exchange(newest_, std::nullopt);
-  if (job.wish) job.wish->at = platform::now();  // not before what the last job has noted
+  if (job.wish) {
+    job.wish->at = platform::now();  // not before what the last job has noted
+    job.wish->isToolEnded = isToolEnded_;
+  }
+  isToolEnded_ = false;
   job.restoreOnLeave = restoreOnLeave_;
   isBusy_ = true;
   isInDanger_ = job.wish && job.wish->isDanger;

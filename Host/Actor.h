@@ -103,7 +103,8 @@ class Actor {
   std::optional<SteadyTime> postedAt_ WAKELATCH_GUARDED_BY(mutex_);  ///< absent: let go since then
   bool isStale_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< nothing was posted for too long
   SteadyTime freshAfter_ WAKELATCH_GUARDED_BY(mutex_);
-  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< with what may be called off
+  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = false;       ///< with what may be called off
+  bool isToolEnded_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< by interrupt(), since the last job
   bool isStarting_ WAKELATCH_GUARDED_BY(mutex_) = true;
   bool isInDanger_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< the job under way is that already
   Held held_ WAKELATCH_GUARDED_BY(mutex_);

@@ -28,8 +28,7 @@ KeepAwake::KeepAwake(SleepController& controller, Notifier& notifier, double rel
       hold_(releaseDelaySeconds) {}
 
 void KeepAwake::apply(const Wish& wish) {
-  if (wish.isDanger && !wish.decision.shouldPreventSleep)
-    tool_.stop(wish.at);  // before all that may hang
+  if (wish.isDanger && !wish.decision.shouldPreventSleep) tool_.stop();  // before all that may hang
   tool_.look(wish.at);
   lidClosed_.settle();
   if (!wish.keepAwakeWithLidClosed) lidClosed_.forgetRefusals();
@@ -75,7 +74,7 @@ void KeepAwake::prevent(const Wish& wish) {
 }
 
 void KeepAwake::release(const Wish& wish) {
-  tool_.stop(wish.at);
+  tool_.stop();
   isLidClosedWanted_ = false;
   lidClosed_.restore();
   if (!hooks_.isNewest()) return;  // the newer wish decides about the sleep as well
@@ -114,7 +113,7 @@ void KeepAwake::sleepIfAskedFor(const Wish& wish) {
 }
 
 bool KeepAwake::letGo() {
-  tool_.stop(hooks_.now());
+  tool_.stop();
   lidClosed_.awaitSettled();
   hold_.forget();
   sleepWhenReleased_.reset();
@@ -129,7 +128,7 @@ bool KeepAwake::restore() {
 }
 
 void KeepAwake::leaveEngaged() {
-  tool_.stop(hooks_.now());
+  tool_.stop();
   lidClosed_.awaitSettled();
   if (!lidClosed_.isEngaged()) return;
   notifier_.tell(

@@ -27,7 +27,8 @@ struct Wish {
   bool keepAwakeWithLidClosed = false;
   bool letDisplaySleep = false;
   LidState lidState = LidState::unknown;
-  Timestamp at;  ///< when it is carried out; never goes back but with the clock
+  bool isToolEnded = false;  ///< told to end while something was waited for: no failure of its own
+  Timestamp at;              ///< when it is carried out; never goes back but with the clock
 
   /// Takes over what an older wish asked for once and nobody has carried out: going to sleep, as
   /// long as the newer one does not want the machine awake and nobody has moved the lid.

@@ -31,8 +31,7 @@ void KeepAwakeTool::want(bool letDisplaySleep, Timestamp now) {
   }
 }
 
-void KeepAwakeTool::stop(Timestamp now) {
-  if (startedAt_ && isRunning() && isOver(*startedAt_, provenSeconds, now)) isTrusted_ = true;
+void KeepAwakeTool::stop() {
   controller_.stopKeepAwake();
   isWanted_ = false;
   startedAt_.reset();

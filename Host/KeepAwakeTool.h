@@ -27,7 +27,7 @@ class KeepAwakeTool {
   /// Starts the tool unless it runs or is paused after a failure.
   void want(bool letDisplaySleep, Timestamp now);
   /// Stops it. Whoever has ended it meanwhile, that is no failure any more.
-  void stop(Timestamp now);
+  void stop();
   /// Notices that it has ended by itself.
   void look(Timestamp now);
 

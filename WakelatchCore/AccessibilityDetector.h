@@ -19,6 +19,7 @@ namespace wakelatch {
 /// What reading windows may cost. What lies beyond is not read; what was read until then counts.
 /// By default an application that hangs costs the system's time-out for each read of it.
 struct ReadingBudget {
+  /// No bound.
   static constexpr double unlimited = std::numeric_limits<double>::infinity();
 
   double answerSeconds = unlimited;       ///< after one later answer the application is left alone
