@@ -28,8 +28,9 @@ KeepAwake::KeepAwake(SleepController& controller, Notifier& notifier, double rel
       hold_(releaseDelaySeconds) {}
 
 void KeepAwake::apply(const Wish& wish) {
-  if (wish.isDanger && !wish.decision.shouldPreventSleep) tool_.stop();  // before all that may hang
+  if (wish.isToolEnded) tool_.stop();
   tool_.look(wish.at);
+  if (wish.isDanger && !wish.decision.shouldPreventSleep) tool_.stop();  // before all that may hang
   lidClosed_.settle();
   if (!wish.keepAwakeWithLidClosed) lidClosed_.forgetRefusals();
   if (!wish.isDanger) {
