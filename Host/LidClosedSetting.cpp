@@ -104,17 +104,19 @@ void LidClosedSetting::restoreFinally() {
 void LidClosedSetting::askToRestore() {
   isWanted_ = false;
   // Somebody else may have restored it: then there is nothing to ask for.
-  const bool asks = controller_.reconcileLidClosedProtection() != State::off;
-  if (asks) {
-    prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection);
-  }
+  const bool looksRestored = controller_.reconcileLidClosedProtection() == State::off;
   changed();
-  look();
+  if (looksRestored) look();  // one answer may be wrong
+  if (isEngaged()) {
+    prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection);
+    changed();
+    look();
+  }
   if (!isEngaged()) {
     noteRestored();
   } else if (hooks_.isCancelled()) {  // nobody refused
     restorePause_.closed(hooks_.now());
-  } else if (asks) {
+  } else {
     restorePause_.refused(hooks_.now());
     notifier_.problem(restoring,
                       "the lid-closed setting may still be engaged (asked again in 15 minutes); "

@@ -169,14 +169,6 @@ TEST(Host, LeavesCleanlyWhenNobodyReadsAnyMore) {
   EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
 }
 
-TEST(Host, AToolThatEndsAtOnceIsNotRestartedOnEveryTick) {
-  const Home home("echo started >> ~/starts");
-  const Outcome outcome = runHost(home.manualWatch(8));
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(contentOf(home.path() / "starts"), "started\n");
-  EXPECT_THAT(outcome.err, HasSubstr("this system cannot be kept awake"));
-}
-
 TEST(Host, AnEmptyBatteryPutsAMachineThatIsHeldAwakeToSleep) {
   const Home home;
   writeScript(home.path() / "pmset", R"([ "$1" = sleepnow ] && exec touch ~/asleep

@@ -32,62 +32,6 @@ StatusReport someReport() {
   return report;
 }
 
-/// A terminal's screen, of which it knows what drawing() may use, wrapping of lines included.
-struct Terminal {
-  std::size_t columns, rows;
-  std::vector<std::string> screen = std::vector<std::string>(rows, std::string(columns, ' '));
-  std::size_t x = 0, y = 0;
-  bool wraps = true;
-
-  void write(std::string_view bytes) {
-    while (!bytes.empty()) {
-      if (bytes.substr(0, 2) == "\033[") {
-        const std::size_t end = bytes.find_first_of("AHJKhl", 2);
-        command(std::string(bytes.substr(2, end - 2)), bytes[end]);
-        bytes.remove_prefix(end);
-      } else if (bytes[0] == '\r') {
-        x = 0;
-      } else if (bytes[0] == '\n') {
-        down();
-      } else {
-        if (x == columns && wraps) down(), x = 0;
-        x = std::min(x, columns - 1);
-        screen[y][x++] = bytes[0];
-      }
-      bytes.remove_prefix(1);
-    }
-  }
-  void down() {
-    if (++y < rows) return;
-    screen.erase(screen.begin());
-    screen.emplace_back(columns, ' ');
-    --y;
-  }
-  void command(const std::string& value, char name) {
-    const auto blank = [&](std::size_t row, std::size_t from) {
-      std::fill(screen[row].begin() + static_cast<std::ptrdiff_t>(from), screen[row].end(), ' ');
-    };
-    if (name == 'A') y -= std::min(y, std::stoul(value));
-    if (name == 'H') x = y = 0;
-    if (name == 'h' || name == 'l') wraps = name == 'h';
-    if (name == 'K' || name == 'J') blank(y, value == "2" ? 0 : std::min(x, columns - 1));
-    for (std::size_t row = value == "2" ? 0 : y + 1; name == 'J' && row < rows; ++row)
-      blank(row, 0);
-  }
-};
-
-TEST(WatchScreen, ReportHasFiguresOfEachKind) {
-  const std::string json = encode(someReport(), DateCoding::iso8601);
-  for (const char* part :
-       {R"({"at":"2025-03-01T14:05:09.123Z",)", R"("sessionCount":2,"agentID":"codex-cli"})",
-        R"("process":{"cpuPercent":31.5,"thresholdPercent":8,"trustsCPU":true,"sessionCount":2})",
-        R"("uiText":{"strength":1,"matchedText":"Ask","isBelieved":true})",
-        R"("id":"opencode","seen":[],"notBelieved":["session files: fresh)",
-        R"("sessionFile":{"ageSeconds":7.5,"isBelieved":false})"})
-    EXPECT_THAT(json, HasSubstr(part));
-  EXPECT_EQ(platform::iso8601Milliseconds(after({}, -0.25)), "1969-12-31T23:59:59.750Z");
-}
-
 TEST(WatchScreen, FitsAndKeepsWhatMatters) {
   StatusReport report = someReport();
   report.watch->held.prompt = "engaging";
@@ -138,23 +82,15 @@ TEST(WatchScreen, FitsAndKeepsWhatMatters) {
   }
   EXPECT_EQ(firstColumns("a名前b", 4), "a名") << "a wide character is not cut in two";
   EXPECT_EQ(localTime(after(now, 1e300)), "--:--:--");
+  EXPECT_EQ(platform::iso8601Milliseconds(after({}, -0.25)), "1969-12-31T23:59:59.750Z");
 }
 
 TEST(WatchScreen, ADrawingReplacesTheOneBefore) {
-  const Lines first{"1234", "123456789 too long", "x", "y"}, second{"ab", "abcdefgh"};
-  for (const std::size_t start : {std::size_t{0}, std::size_t{2}, std::size_t{4}}) {
-    for (const bool wasResized : {false, true}) {
-      Terminal terminal{8, 5};
-      terminal.y = start;
-      terminal.write(drawing(0, first, false));
-      EXPECT_EQ(terminal.y, 4u) << "it has scrolled as needed";
-      terminal.write(drawing(first.size(), second, wasResized));
-      EXPECT_TRUE(terminal.wraps);
-      const std::string blank(8, ' ');
-      EXPECT_EQ(terminal.screen, (Lines{"ab      ", "abcdefgh", blank, blank, blank}));
-      EXPECT_EQ(terminal.y, 2u) << "below the last line";
-    }
-  }
+  // Erased before it is written: after a line of full width the cursor stands on its last column.
+  const std::string lines = "\033[Kab\r\n\033[Kc\r\n\033[J\033[?7h";
+  EXPECT_EQ(drawing(0, {"ab", "c"}, false), "\033[?7l\r" + lines);
+  EXPECT_EQ(drawing(3, {"ab", "c"}, false), "\033[?7l\r\033[3A" + lines);
+  EXPECT_EQ(drawing(3, {"ab", "c"}, true), "\033[?7l\r\033[H\033[2J" + lines);
 }
 
 }  // namespace
