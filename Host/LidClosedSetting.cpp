@@ -67,9 +67,9 @@ void LidClosedSetting::engage() {
     engagePause_.closed(hooks_.now());
     return;
   }
+  if (!isDone) engagePause_.refused(hooks_.now());
   if (changedAt_) look();
   if (isDone || isEngaged()) return;
-  engagePause_.refused(hooks_.now());
   notifier_.problem(engaging,
                     "lid-closed mode was declined or is not possible here (the log says why); "
                     "asked again every 15 minutes, and after lid-closed mode was switched off "
@@ -107,17 +107,21 @@ void LidClosedSetting::askToRestore() {
   const bool looksRestored = controller_.reconcileLidClosedProtection() == State::off;
   changed();
   if (looksRestored) look();  // one answer may be wrong
+  bool isDone = true;
   if (isEngaged()) {
-    prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection);
+    isDone =
+        prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection);
     changed();
     look();
   }
+  if (hooks_.isCancelled()) {  // nobody refused
+    restorePause_.closed(hooks_.now());
+  } else if (!isDone || isEngaged()) {  // whatever the system answers now, who refused has refused
+    restorePause_.refused(hooks_.now());
+  }
   if (!isEngaged()) {
     noteRestored();
-  } else if (hooks_.isCancelled()) {  // nobody refused
-    restorePause_.closed(hooks_.now());
-  } else {
-    restorePause_.refused(hooks_.now());
+  } else if (!hooks_.isCancelled()) {
     notifier_.problem(restoring,
                       "the lid-closed setting may still be engaged (asked again in 15 minutes); "
                       "to restore it now, stop watching and run: wakelatch restore");

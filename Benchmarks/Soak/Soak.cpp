@@ -273,6 +273,7 @@ class Soak {
     checks_.require(childrenOfThis().empty(), "no child outlives its controller");
     tool_ = ToolModel();
     tools_.forgetRefusals();
+    tools_.isDanger = false;  // not known before the first tick
     guard_ = std::make_unique<Guard>(world_, tools_);
     if (!guard_->keepAwake.held().isLidClosedEngaged) tools_.forgetRefusedRestore();
     checks_.require(guard_->usage.metrics() == before, "a restarted host goes on with what it had");
