@@ -69,12 +69,12 @@ struct Machinery {
                                    "/usr/bin/caffeinate"};
   core::host::Notifier notifier;
   // One thread decides and acts, so nothing newer is wanted while it acts.
-  core::host::KeepAwake keepAwake{controller,
-                                  notifier,
-                                  releaseDelaySeconds,
-                                  {.promptShown = [](const auto &) {},
-                                   .isCancelled = [] { return false; },
-                                   .isNewest = [] { return true; }}};
+  core::host::KeepAwake keepAwake{
+      controller,
+      notifier,
+      releaseDelaySeconds,
+      {{.promptShown = [](const auto &) {}, .isCancelled = [] { return false; }},
+       [] { return true; }}};
   core::AppMode mode = core::AppMode::watchAgentUI;
   core::GuardSettings settings;
 
@@ -141,7 +141,8 @@ struct Machinery {
       beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
                         reason:@"Watching agents"];
   dispatch_async(_queue, ^{
-    self->_machinery->keepAwake.startUp(core::platform::now());
+    self->_machinery->keepAwake.endOrphans();
+    self->_machinery->keepAwake.startUp();
   });
   _timer = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, _queue);
   // Ticks that come due while one is under way, or waits for a password, are one tick.
@@ -196,7 +197,7 @@ struct Machinery {
     core::host::KeepAwake &keepAwake = self->_machinery->keepAwake;
     bool restored = true;
     if (self->_machinery->settings.restoreNormalSleepOnQuit) {
-      restored = keepAwake.restore(core::platform::now());
+      restored = keepAwake.restore();
     } else {
       keepAwake.leaveEngaged();
     }
