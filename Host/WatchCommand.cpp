@@ -213,8 +213,8 @@ class Watch {
                       .report = makeStatusReport(options_.mode, seen, decision),
                       .graceEndsAt = {},
                       .keptSecondsToday = 0};
-    told.report.isWatchRunning = true;  // this one
-    told.report.watch = state;
+    told.report.isWatchRunning = true;      // this one
+    if (hands_) told.report.watch = state;  // a dry run has nothing in effect
     if (options_.json && uiTextNotice_ == told.report.uiTextNotice) {
       told.report.uiTextNotice.reset();  // told before
     } else {
