@@ -62,7 +62,8 @@ void LidClosedSetting::engage() {
       prompt("turning the lid-closed setting on", &SleepController::engageLidClosedProtection);
   if (isDone || !isOthers) changed();
   if (isDone) engagedAt_ = hooks_.now();
-  if (!isDone && hooks_.isCancelled()) {  // nobody refused
+  if (isDone && isRestoreAllowed_) restorePause_.forget();  // nobody refused to restore this one
+  if (!isDone && hooks_.isCancelled()) {                    // nobody refused
     isPromptClosed_ = !isOthers;
     engagePause_.closed(hooks_.now());
     return;
@@ -111,6 +112,7 @@ void LidClosedSetting::askToRestore() {
   if (isEngaged()) {
     isDone =
         prompt("restoring the lid-closed setting", &SleepController::releaseLidClosedProtection);
+    isRestoreAllowed_ = isDone;
     changed();
     look();
   }

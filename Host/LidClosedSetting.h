@@ -72,6 +72,7 @@ class LidClosedSetting {
   PromptPause engagePause_, restorePause_;
   bool isWanted_ = false;               ///< engaging was the last thing tried, not restoring
   bool isWithoutEffect_ = false;        ///< engaged by our account, off by the system's
+  bool isRestoreAllowed_ = false;       ///< the last prompt to restore was
   bool isPromptClosed_ = false;         ///< the change is an engage prompt that we closed
   std::optional<Timestamp> engagedAt_;  ///< when the person last allowed it
   std::optional<Timestamp> changedAt_;  ///< absent: settled
