@@ -24,11 +24,9 @@ void KeepAwakeTool::want(bool letDisplaySleep, Timestamp now) {
     return;
   }
   // A change of posture is a start as well. It may have ended again already: look() will see that.
-  if (before != letDisplaySleep && controller_.appliedLetDisplaySleep() != before) {
-    startedAt_ = now;
-  } else if (!before) {
-    startedAt_ = now;
-  }
+  const bool isReplaced =
+      before != letDisplaySleep && controller_.appliedLetDisplaySleep() != before;
+  if (!before || isReplaced) startedAt_ = now;
 }
 
 void KeepAwakeTool::stop() {
