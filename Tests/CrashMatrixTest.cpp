@@ -143,9 +143,9 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
   };
   const struct {
     std::string step;
-    std::string sign;  ///< the file at whose sight the test ends the watch; none: a script does
-    int signal;        ///< by which it does; after SIGTERM a script still has a say
-    std::string log;
+    std::string sign;      ///< the file at whose sight the test ends the watch; none: a script does
+    int signal;            ///< by which it does; after SIGTERM a script still has a say
+    std::string log;       ///< as a regular expression
     Next next;             ///< what the next watch adds, meets and leaves
     std::size_t left = 0;  ///< keep-awake processes that no file names, at most
   } rows[] = {
@@ -162,7 +162,7 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
       {"after setting 0", marked, SIGTERM, "SEPWR", {"O"}},
       {"prompt open", prompt, SIGKILL, "SE", {"K"}},
       {"prompt being cancelled", prompt, SIGTERM, "SE", {"", "", "", "restore --adopt"}},
-      {"stopped by SIGTSTP", marked, SIGTSTP, "SEPW", {"MR"}},
+      {"stopped by SIGTSTP", marked, SIGTSTP, "SEPW?", {"MR"}},  // may stop before it is written
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.step);
@@ -174,7 +174,9 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
     }
     HostProgram watch(
         scene.command(scene.watch + " --mode manualKeepAwake --ticks 1000", row.step));
-    const auto logIsWritten = [&] { return scene.logLetters() == row.log; };
+    const auto logIsWritten = [&] {
+      return testing::Matches(testing::MatchesRegex(row.log))(scene.logLetters());
+    };
     if (row.sign != script) {
       EXPECT_TRUE(eventually([&] { return !scene.pids().empty(); }, patience));
       if (row.sign == retiring) writeFile(settingsFile(), R"({"letDisplaySleep":true})");
@@ -200,7 +202,7 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
     }
     const Outcome next = runHost(scene.command(once, "", refused), patience);
     EXPECT_EQ(next.status, refused.empty() ? 0 : 3);
-    EXPECT_EQ(scene.logLetters(), row.log + log);
+    EXPECT_THAT(scene.logLetters(), testing::MatchesRegex(row.log + log));
     EXPECT_TRUE(eventually([&] { return scene.running().size() <= row.left; }, patience));
     EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
     EXPECT_EQ(fs::exists(SleepController::engagedMarkerURL()), !refused.empty());

@@ -158,9 +158,9 @@ TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
 }
 
 TEST(Host, ASecondSignalLeavesAtOnce) {
-  const Home home("trap '' TERM\nwhile :; do sleep 1; done");
+  const Home home("trap '' TERM\n: > ~/stubborn\nwhile :; do sleep 1; done");
   HostProgram watch(home.manualWatch());
-  ASSERT_TRUE(eventually([] { return SleepController::readCaffeinatePIDs().size() == 1; }));
+  ASSERT_TRUE(eventually([&] { return fs::exists(home.path() / "stubborn"); }));
   const auto pids = SleepController::readCaffeinatePIDs();
   watch.send(SIGINT);
   EXPECT_FALSE(watch.awaitExit(0.7)) << "it waits for the stubborn tool";
