@@ -122,7 +122,7 @@ class Screen {
 
   void held() {
     if (!input_.report.watch) {
-      addTitled(Importance::essential, 0, "Held", {{"nothing, only looking"}});
+      addTitled(Importance::essential, 0, "Held", {{"nothing: this is a dry run"}});
       return;
     }
     const Held& held = input_.report.watch->held;

@@ -1,4 +1,4 @@
-// Starting the library's own threads.
+// Starting a thread of the library or of its host.
 #pragma once
 
 #include <functional>

@@ -1,4 +1,4 @@
-// The house has floors; includes only point down or stay on their own.
+// Includes only point down to lower layers or stay within their own.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::vector<std::set<std::string>> componentsByFloor = {
+const std::vector<std::set<std::string>> componentsByLayer = {
     {},
     {"Enum", "Json", "Models", "AgentStateMachine", "AgentAppName", "AgentCatalog", "PhraseMatcher",
      "UsageMetrics"},
@@ -23,34 +23,34 @@ const std::vector<std::set<std::string>> componentsByFloor = {
      "SleepController"},
     {"ActivityDetector", "WakelatchCore"}};
 
-/// The floor of a file named from the root, such as "WakelatchCore/Models.h"; nothing for others.
-std::optional<std::size_t> floorOf(const fs::path& file) {
-  const std::string room = file.begin()->string();
-  if (room == "Platform") return 0;
-  if (room == "Host") return componentsByFloor.size();
-  if (room != "WakelatchCore") return std::nullopt;
-  for (std::size_t floor = 0; floor < componentsByFloor.size(); ++floor) {
-    if (componentsByFloor[floor].count(file.stem().string()) > 0) return floor;
+/// The layer of a file named from the root, such as "WakelatchCore/Models.h"; nothing for others.
+std::optional<std::size_t> layerOf(const fs::path& file) {
+  const std::string directory = file.begin()->string();
+  if (directory == "Platform") return 0;
+  if (directory == "Host") return componentsByLayer.size();
+  if (directory != "WakelatchCore") return std::nullopt;
+  for (std::size_t layer = 0; layer < componentsByLayer.size(); ++layer) {
+    if (componentsByLayer[layer].count(file.stem().string()) > 0) return layer;
   }
   return std::nullopt;
 }
 
-TEST(Floors, IncludesOnlyPointDown) {
+TEST(Layers, IncludesOnlyPointDown) {
   const fs::path root = WAKELATCH_SOURCE_DIR;
   const std::regex include("#include \"([^\"]+)\"");
   int files = 0;
-  for (const char* room : {"Platform", "WakelatchCore", "Host"}) {
-    for (const auto& entry : fs::recursive_directory_iterator(root / room)) {
+  for (const char* directory : {"Platform", "WakelatchCore", "Host"}) {
+    for (const auto& entry : fs::recursive_directory_iterator(root / directory)) {
       const std::string extension = entry.path().extension().string();
       if (extension != ".h" && extension != ".cpp" && extension != ".mm") continue;
       const fs::path file = fs::relative(entry.path(), root);
-      const auto floor = floorOf(file);
-      ASSERT_TRUE(floor) << file << " has no floor: add it to the table";
+      const auto layer = layerOf(file);
+      ASSERT_TRUE(layer) << file << " is in no layer: add it to the table";
       const std::string text = platform::readFile(entry.path());
       for (std::sregex_iterator match(text.begin(), text.end(), include), end; match != end;
            ++match) {
-        const auto target = floorOf(match->str(1));
-        EXPECT_TRUE(target && *target <= *floor) << file << " includes " << match->str(1);
+        const auto target = layerOf(match->str(1));
+        EXPECT_TRUE(target && *target <= *layer) << file << " includes " << match->str(1);
       }
       ++files;
     }
