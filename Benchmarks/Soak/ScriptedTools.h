@@ -118,6 +118,7 @@ class ScriptedTools : public CommandRunning {
       refuse("User canceled. (-128)");
     }
     set(engages);
+    if (!world_.isSleepDisabled) forgetRefusedRestore();  // allowed, whatever was refused before
   }
 
   void set(bool isSleepDisabled) {
