@@ -160,13 +160,15 @@ TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
 TEST(Host, ASecondSignalLeavesAtOnce) {
   const Home home("trap '' TERM\n: > ~/stubborn\nwhile :; do sleep 1; done");
   HostProgram watch(home.manualWatch());
-  ASSERT_TRUE(eventually([&] { return fs::exists(home.path() / "stubborn"); }));
-  const auto pids = SleepController::readCaffeinatePIDs();
+  std::vector<std::int32_t> pids;
+  ASSERT_TRUE(eventually([&] {
+    pids = SleepController::readCaffeinatePIDs();
+    return pids.size() == 1 && fs::exists(home.path() / "stubborn");
+  }));
   watch.send(SIGINT);
   EXPECT_FALSE(watch.awaitExit(0.7)) << "it waits for the stubborn tool";
   watch.send(SIGTERM);
   EXPECT_EQ(watch.finish(6).status, 128 + SIGTERM);
-  ASSERT_EQ(pids.size(), 1u);
   EXPECT_NE(::kill(pids[0], 0), 0) << "what can be undone without asking is";
 }
 
