@@ -2,13 +2,13 @@
 #include <string>
 #include <vector>
 
+#include "Host/AgentProfileJson.h"
 #include "Host/Commands.h"
 #include "Host/Folder.h"
 #include "Host/SettingsFile.h"
 #include "Host/Terminal.h"
 #include "Host/UITextNotice.h"
 #include "WakelatchCore/AccessibilityDetector.h"
-#include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch {
 namespace host {
@@ -24,25 +24,6 @@ struct AgentsReport {
 }  // namespace
 }  // namespace host
 
-template <>
-inline constexpr auto jsonFields<AgentProfile> = std::tuple{
-    required("id", &AgentProfile::id),
-    required("displayName", &AgentProfile::displayName),
-    required("kind", &AgentProfile::kind),
-    required("bundleIDs", &AgentProfile::bundleIDs),
-    optional("iconBundleID", &AgentProfile::iconBundleID),
-    required("appBundleNames", &AgentProfile::appBundleNames),
-    required("cliProcessNames", &AgentProfile::cliProcessNames),
-    required("cliPathMarkers", &AgentProfile::cliPathMarkers),
-    required("trustsCPUSignal", &AgentProfile::trustsCPUSignal),
-    required("scanTerminalText", &AgentProfile::scanTerminalText),
-    required("requireMultiWordPhrases", &AgentProfile::requireMultiWordPhrases),
-    required("activePhrases", &AgentProfile::activePhrases),
-    required("idlePhrases", &AgentProfile::idlePhrases),
-    required("sessionActivityGlobs", &AgentProfile::sessionActivityGlobs),
-    required("sessionGlobsSharedWithOtherApps", &AgentProfile::sessionGlobsSharedWithOtherApps),
-    required("sessionCountGlobs", &AgentProfile::sessionCountGlobs),
-};
 template <>
 inline constexpr auto jsonFields<host::AgentsReport> = std::tuple{
     required("agents", &host::AgentsReport::agents),

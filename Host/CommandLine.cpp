@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <map>
 
+#include "WakelatchCore/AgentCatalog.h"
+
 namespace wakelatch::host {
 namespace {
 
@@ -20,6 +22,42 @@ void addMode(CLI::App& command, std::optional<AppMode>& mode, const std::string&
       ->check(CLI::IsMember(modesByName()));
 }
 
+void addInterval(CLI::App& command, WatchOptions& watch) {
+  command
+      .add_option("--interval", watch.intervalSeconds,
+                  "Seconds between ticks, more than 0 and at most 8 (default 2)")
+      ->check([](const std::string& text) {
+        double seconds = 0;
+        const bool valid = CLI::detail::lexical_cast(text, seconds) && seconds > 0 && seconds <= 8;
+        return valid ? std::string() : "must be more than 0 and at most 8 seconds";
+      });
+}
+
+void addTicks(CLI::App& command, WatchOptions& watch) {
+  command.add_option("--ticks", watch.ticks, "Leave after this many ticks")
+      ->check(CLI::Range(1, 1000000000));
+}
+
+void addAgent(CLI::App& command, std::string& agent) {
+  command.add_option("--agent", agent, "Look for this agent only: an id that `agents` lists")
+      ->check([](const std::string& id) {
+        std::string known;
+        for (const AgentProfile& profile : AgentCatalog::builtin()) {
+          if (profile.id == id) return std::string();
+          known += (known.empty() ? "" : ", ") + profile.id;
+        }
+        return "no such agent: " + id + "; there are " + known;
+      });
+}
+
+void addRecording(CLI::App& command, WatchOptions& watch, const std::string& name) {
+  CLI::Option* file = command.add_option(
+      name, watch.recordFile, "Write what decisions depend on to this new file, for `replay`");
+  if (name.front() != '-') file->required();
+  command.add_flag("--all-processes", watch.recordsAllProcesses,
+                   "Record every process with all its arguments");
+}
+
 }  // namespace
 
 std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* const* argv) {
@@ -32,11 +70,13 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
 
   StatusOptions status;
   CLI::App* statusCommand = app.add_subcommand("status", "What is seen and decided now");
+  addAgent(*statusCommand, status.agent);
   statusCommand->add_flag("--json", status.json, "Print one JSON object");
   addMode(*statusCommand, status.mode, "Decide in this mode");
 
   ExplainOptions explain;
   CLI::App* explainCommand = app.add_subcommand("explain", "Why that is decided, rule by rule");
+  addAgent(*explainCommand, explain.agent);
   explainCommand->add_flag("--json", explain.json, "Print one JSON object");
   addMode(*explainCommand, explain.mode, "Decide in this mode");
 
@@ -45,16 +85,8 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
   CLI::App* watchCommand =
       app.add_subcommand("watch", "Watch the agents and keep the machine awake, until a signal");
   addMode(*watchCommand, watchMode, "What to do (default watchAgentUI)");
-  watchCommand
-      ->add_option("--interval", watch.intervalSeconds,
-                   "Seconds between ticks, more than 0 and at most 8 (default 2)")
-      ->check([](const std::string& text) {
-        double seconds = 0;
-        const bool valid = CLI::detail::lexical_cast(text, seconds) && seconds > 0 && seconds <= 8;
-        return valid ? std::string() : "must be more than 0 and at most 8 seconds";
-      });
-  watchCommand->add_option("--ticks", watch.ticks, "Leave after this many ticks")
-      ->check(CLI::Range(1, 1000000000));
+  addInterval(*watchCommand, watch);
+  addTicks(*watchCommand, watch);
   watchCommand->add_flag("--json", watch.json, "Print one JSON object a tick");
   watchCommand->add_flag("--dry-run", watch.dryRun, "Decide and print, but start nothing");
   watchCommand
@@ -70,6 +102,44 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
       ->add_option("--caffeinate", watch.caffeinatePath,
                    "Keep-awake tool: called with one word of flags, runs until terminated")
       ->check(CLI::ExistingFile);
+
+  addAgent(*watchCommand, watch.agent);
+  addRecording(*watchCommand, watch, "--record");
+
+  WatchOptions record;
+  std::optional<AppMode> recordMode;
+  record.dryRun = record.isQuiet = true;
+  CLI::App* recordCommand = app.add_subcommand(
+      "record", "Write down what decisions depend on, beside a running watch too, until a signal");
+  addRecording(*recordCommand, record, "file");
+  addMode(*recordCommand, recordMode, "Decide in this mode (default watchAgentUI)");
+  addInterval(*recordCommand, record);
+  addTicks(*recordCommand, record);
+  addAgent(*recordCommand, record.agent);
+
+  ReplayOptions replay;
+  CLI::App* replayCommand =
+      app.add_subcommand("replay", "Decide anew what a recording holds, and score it");
+  replayCommand->add_option("file", replay.files, "Recordings")
+      ->required()
+      ->check(CLI::ExistingFile);
+  replayCommand
+      ->add_option("--truth", replay.truthFiles,
+                   "What the agents really did, one file for each recording, in their order")
+      ->check(CLI::ExistingFile);
+  replayCommand
+      ->add_option("--settings", replay.settingsFile, "Settings in place of those recorded")
+      ->check(CLI::ExistingFile);
+  replayCommand
+      ->add_option("--cpu-factor", replay.cpuFactor,
+                   "Multiply every process's load: 0.33 is a three times faster machine")
+      ->check(CLI::Range(0.001, 1000.0));
+  addAgent(*replayCommand, replay.agent);
+  replayCommand->add_option(
+      "--explain", replay.explainAt,
+      "Why that was decided at this moment: 03:12, 03:12:30 (local time) or 2026-11-23T03:12:30Z");
+  replayCommand->add_option("--html", replay.htmlFile, "Write a page to this file");
+  replayCommand->add_flag("--json", replay.json, "Print one JSON object a tick, as watch does");
 
   AgentsOptions agents;
   CLI::App* agentsCommand = app.add_subcommand("agents", "The watched agents");
@@ -98,11 +168,14 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
     return app.exit(error) == 0 ? ExitStatus::done : ExitStatus::usage;
   }
   watch.mode = watchMode.value_or(watch.mode);
+  record.mode = recordMode.value_or(record.mode);
 
   CommandLine line{{}, toolFolder};
   if (*statusCommand) line.command = status;
   if (*explainCommand) line.command = explain;
   if (*watchCommand) line.command = watch;
+  if (*recordCommand) line.command = record;
+  if (*replayCommand) line.command = replay;
   if (*agentsCommand) line.command = agents;
   if (*statsCommand) line.command = stats;
   if (*restoreCommand) line.command = restore;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "WakelatchCore/Models.h"
 
@@ -21,21 +22,45 @@ enum class ExitStatus {
 struct StatusOptions {
   bool json = false;
   std::optional<AppMode> mode;  ///< absent: the running watch's, else watching agents
+  std::string agent;            ///< the only one that is looked for; empty: all
 };
 
 struct ExplainOptions {
   bool json = false;
   std::optional<AppMode> mode;
+  std::string agent;
 };
+
+/// What a watch prints of its ticks.
+enum class TickOutput { people, json, none };
 
 struct WatchOptions {
   AppMode mode = AppMode::watchAgentUI;
   double intervalSeconds = 2;
   std::optional<int> ticks;  ///< absent: until a signal
   bool json = false;
+  bool isQuiet = false;  ///< prints nothing of its ticks
   bool dryRun = false;
   double releaseDelaySeconds = 60;
   std::string caffeinatePath;  ///< empty: the system's
+  std::string agent;           ///< as StatusOptions::agent
+  std::string recordFile;      ///< empty: none
+  bool recordsAllProcesses = false;
+
+  TickOutput output() const {
+    return isQuiet ? TickOutput::none : json ? TickOutput::json : TickOutput::people;
+  }
+};
+
+struct ReplayOptions {
+  std::vector<std::string> files;
+  std::vector<std::string> truthFiles;  ///< one for each of them, or none
+  std::string settingsFile;             ///< empty: the trace's own settings
+  double cpuFactor = 1;
+  std::string agent;      ///< as StatusOptions::agent
+  std::string explainAt;  ///< a moment; empty: none
+  std::string htmlFile;   ///< empty: none
+  bool json = false;
 };
 
 struct AgentsOptions {
@@ -57,7 +82,7 @@ struct StatsOptions {
 };
 
 using Command = std::variant<StatusOptions, ExplainOptions, WatchOptions, AgentsOptions,
-                             RestoreOptions, DoctorOptions, StatsOptions>;
+                             RestoreOptions, DoctorOptions, StatsOptions, ReplayOptions>;
 
 /// A parsed command line.
 struct CommandLine {

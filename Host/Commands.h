@@ -9,6 +9,7 @@ namespace wakelatch::host {
 
 ExitStatus runStatus(const StatusOptions& options, Tools& tools);
 ExitStatus runExplain(const ExplainOptions& options, Tools& tools);
+ExitStatus runReplay(const ReplayOptions& options);
 ExitStatus runWatch(const WatchOptions& options, Tools& tools);
 ExitStatus runAgents(const AgentsOptions& options);
 ExitStatus runRestore(const RestoreOptions& options, Tools& tools);

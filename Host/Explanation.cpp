@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "Host/Terminal.h"
+
 namespace wakelatch::host {
 namespace {
 
@@ -132,9 +134,7 @@ Explanation explain(const OneTick& tick) {
   const std::string lid = "lid " + std::string(rawValue(seen.lidState));
 
   Explanation result;
-  result.status = makeStatusReport(tick.mode, seen, tick.decision);
-  result.status.watch = tick.watch;
-  result.status.isWatchRunning = tick.isWatchRunning;
+  result.status = makeStatusReport(tick);
   const auto add = [&result, &tick](GuardRule rule, const char* name, std::string inputs) {
     const char* outcome = rule < tick.rule    ? "does not apply"
                           : rule == tick.rule ? "applies"
@@ -171,6 +171,18 @@ Explanation explain(const OneTick& tick) {
           ", only with a closed lid: " + yesNo(profile.sleepOnlyIfLidClosed));
   result.next = whatChangesNext(tick);
   return result;
+}
+
+std::string explanationText(const Explanation& explanation) {
+  std::string text;
+  for (const RuleExplanation& rule : explanation.rules) {
+    text += (rule.outcome == "applies" ? "-> " : "   ") + std::to_string(rule.number) +
+            (rule.number < 10 ? ".  " : ". ") + rule.rule + ": " + rule.outcome + "\n        " +
+            printable(rule.inputs) + '\n';
+  }
+  text += "\nDecision  " + printable(statusLine(explanation.status)) + '\n';
+  for (const std::string& next : explanation.next) text += "Next      " + printable(next) + '\n';
+  return text;
 }
 
 }  // namespace wakelatch::host

@@ -26,6 +26,8 @@ struct Explanation {
 
 /// Explains the decision of one tick.
 Explanation explain(const OneTick& tick);
+/// The same for people.
+std::string explanationText(const Explanation& explanation);
 
 }  // namespace wakelatch::host
 

@@ -2,30 +2,28 @@
 
 #include <algorithm>
 
-#include "Host/SystemTools.h"
 #include "Host/UITextNotice.h"
-#include "Platform/Files.h"
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch::host {
 
-Observer::Observer(CommandRunning& tools, double textSeconds)
-    : power_(tools),
-      lid_(tools),
-      processes_(tools),
-      accessibility_(platform::systemAccessibility(), ReadingBudget::within(textSeconds)),
-      files_(platform::homeDirectory(), sessionFileDepth),
+Observer::Observer(const Sources& sources, double textSeconds)
+    : power_(sources.tools),
+      lid_(sources.tools),
+      processes_(sources.tools),
+      accessibility_(sources.accessibility, ReadingBudget::within(textSeconds)),
+      files_(sources.files),
       rememberedFiles_(files_),
       sessions_(rememberedFiles_),
-      activity_(processes_, accessibility_, sessions_) {}
+      activity_(processes_, accessibility_, sessions_),
+      heat_(sources.heat) {}
 
 Observation Observer::look(const GuardSettings& settings, Timestamp now) {
-  serviceSystemEvents();
   Observation seen;
   seen.at = now;
+  seen.thermalState = heat_();
   seen.power = power_.snapshot();
   seen.lidState = lid_.lidState();
-  seen.thermalState = thermalState();
   seen.evidence = activity_.gather(settings, seen.power, now);
   seen.strongest = ActivitySignal::none();
   for (const ActivitySignal& signal : seen.evidence.merged) {

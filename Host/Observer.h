@@ -1,20 +1,20 @@
 // One look at the machine: everything that a decision needs to know.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 
 #include "Host/RememberedFiles.h"
+#include "Host/Sources.h"
 #include "Platform/Clock.h"
 #include "WakelatchCore/AccessibilityDetector.h"
 #include "WakelatchCore/ActivityDetector.h"
-#include "WakelatchCore/FileActivityProbe.h"
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/PowerMonitor.h"
 #include "WakelatchCore/ProcessDetector.h"
 #include "WakelatchCore/SessionActivityDetector.h"
-#include "WakelatchCore/ShellCommand.h"
 
 namespace wakelatch::host {
 
@@ -36,16 +36,13 @@ struct Observation {
   std::optional<std::string> uiTextNotice;  ///< why UI text is not among the evidence
 };
 
-/// Owns the probes and detectors. Used from the main thread; a look blocks as long as the tools
-/// and file walks take.
+/// Owns the detectors. Used from the main thread; a look blocks as long as the tools and file walks
+/// take.
 class Observer {
  public:
-  /// How deep below the home folder session files are looked for.
-  static constexpr int sessionFileDepth = 12;
-
-  /// @param tools  owned by the caller
+  /// @param sources  owned by the caller
   /// @param textSeconds  what reading UI text may take in a look: half the time between two
-  explicit Observer(CommandRunning& tools, double textSeconds = 1);
+  explicit Observer(const Sources& sources, double textSeconds = 1);
 
   Observation look(const GuardSettings& settings, Timestamp now);
 
@@ -58,10 +55,11 @@ class Observer {
   LidStateDetector lid_;
   ProcessDetector processes_;
   AccessibilityDetector accessibility_;
-  FileActivityProbe files_;
+  const FileActivityProbing& files_;
   RememberedFiles rememberedFiles_;
   SessionActivityDetector sessions_;
   ActivityDetector activity_;
+  const std::function<ThermalState()> heat_;
 };
 
 }  // namespace wakelatch::host

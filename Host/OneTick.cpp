@@ -1,27 +1,54 @@
 #include "Host/OneTick.h"
 
+#include <utility>
+
 #include "Host/Folder.h"
 #include "Host/SettingsFile.h"
 #include "Platform/Clock.h"
 
 namespace wakelatch::host {
 
-OneTick tickOnce(std::optional<AppMode> mode, Tools& tools) {
-  OneTick tick{};
-  tick.settings = loadSettings(settingsFile());
-  tick.isWatchRunning = runningWatch().has_value();
-  tick.watch = runningWatchState();
-  tick.mode = mode.value_or(tick.watch ? tick.watch->mode : AppMode::watchAgentUI);
-  tick.isPreventingSleep = tick.watch && tick.watch->held.isHeld();
-
-  tick.seen = Observer(tools.runner()).look(tick.settings, platform::now());
-  AgentStateMachine machine(tick.watch ? tick.watch->memory() : AgentStateMachine::Memory());
-  machine.forgetFuture(tick.seen.at);
+OneTick decide(AgentStateMachine& machine, AppMode mode, const GuardSettings& settings,
+               bool isPreventingSleep, Observation seen) {
+  machine.forgetFuture(seen.at);
+  OneTick tick;
+  tick.settings = settings;
+  tick.mode = mode;
+  tick.isPreventingSleep = isPreventingSleep;
   tick.memory = machine.memory();
-  tick.decision = machine.evaluate(tick.mode, tick.settings, tick.seen.power, tick.seen.lidState,
-                                   tick.seen.strongest, tick.isPreventingSleep,
-                                   tick.seen.thermalState, tick.seen.at);
+  tick.seen = std::move(seen);
+  tick.decision =
+      machine.evaluate(mode, settings, tick.seen.power, tick.seen.lidState, tick.seen.strongest,
+                       isPreventingSleep, tick.seen.thermalState, tick.seen.at);
   tick.rule = machine.lastRule();
+  return tick;
+}
+
+WatchState stateAfter(const OneTick& tick, const AgentStateMachine::Memory& memory,
+                      const Held& held, std::int64_t pid, double intervalSeconds) {
+  return {.pid = pid,
+          .at = tick.seen.at,
+          .intervalSeconds = intervalSeconds,
+          .isStopped = false,
+          .mode = tick.mode,
+          .held = held,
+          .lastActiveSignalAt = memory.lastActiveSignalAt,
+          .hasSeenWork = memory.hasSeenWork,
+          .completionSleepIssued = memory.completionSleepIssued};
+}
+
+OneTick tickOnce(std::optional<AppMode> mode, const std::string& agent, Tools& tools) {
+  const GuardSettings settings = onlyAgent(loadSettings(settingsFile()), agent);
+  const bool isWatchRunning = runningWatch().has_value();
+  const auto watch = runningWatchState();
+  const MachineSources machine(tools.runner());
+  Observer observer(machine.sources());
+  AgentStateMachine stateMachine(watch ? watch->memory() : AgentStateMachine::Memory());
+  OneTick tick =
+      decide(stateMachine, mode.value_or(watch ? watch->mode : AppMode::watchAgentUI), settings,
+             watch && watch->held.isHeld(), observer.look(settings, platform::now()));
+  tick.isWatchRunning = isWatchRunning;
+  tick.watch = watch;
   return tick;
 }
 

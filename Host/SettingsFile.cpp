@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Platform/Files.h"
+#include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch::host {
 
@@ -30,12 +31,27 @@ GuardSettings loadSettings(const std::filesystem::path& file) {
   }
 }
 
-LiveSettings::LiveSettings(std::filesystem::path file)
-    : file_(std::move(file)), settings_(loadSettings(file_)) {}
+GuardSettings onlyAgent(GuardSettings settings, const std::string& id) {
+  if (id.empty()) return settings;
+  settings.disabledAgentIDs.clear();
+  for (const AgentProfile& profile : AgentCatalog::builtin()) {
+    if (profile.id != id) settings.disabledAgentIDs.push_back(profile.id);
+    if (profile.id == id && profile.kind == AgentProfile::Kind::browser) {
+      settings.enableBrowsers = true;
+    }
+  }
+  settings.targetApps.clear();
+  return settings;
+}
+
+LiveSettings::LiveSettings(std::filesystem::path file, std::string agent)
+    : file_(std::move(file)),
+      agent_(std::move(agent)),
+      settings_(onlyAgent(loadSettings(file_), agent_)) {}
 
 std::string LiveSettings::refresh() {
   try {
-    settings_ = loadSettings(file_);
+    settings_ = onlyAgent(loadSettings(file_), agent_);
     return {};
   } catch (const std::runtime_error& error) {
     return std::string(error.what()) + "; until then the settings in force stay";

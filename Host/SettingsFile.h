@@ -12,11 +12,17 @@ namespace wakelatch::host {
 /// std::runtime_error naming the file, the key and what is wrong with it.
 GuardSettings loadSettings(const std::filesystem::path& file);
 
+/// The same for somebody who wants to see one agent alone: no other is looked for, nor the user's
+/// own targets.
+/// @param id  of the catalogue; empty: the settings as they are
+GuardSettings onlyAgent(GuardSettings settings, const std::string& id);
+
 /// Settings that follow their file while the program runs. Used from one thread.
 class LiveSettings {
  public:
   /// Loads the file; throws as loadSettings().
-  explicit LiveSettings(std::filesystem::path file);
+  /// @param agent  see onlyAgent()
+  explicit LiveSettings(std::filesystem::path file, std::string agent = {});
 
   const GuardSettings& current() const { return settings_; }
 
@@ -25,7 +31,8 @@ class LiveSettings {
   std::string refresh();
 
  private:
-  std::filesystem::path file_;
+  const std::filesystem::path file_;
+  const std::string agent_;
   GuardSettings settings_;
 };
 

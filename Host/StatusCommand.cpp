@@ -7,10 +7,8 @@
 namespace wakelatch::host {
 
 ExitStatus runStatus(const StatusOptions& options, Tools& tools) {
-  const OneTick tick = tickOnce(options.mode, tools);
-  StatusReport report = makeStatusReport(tick.mode, tick.seen, tick.decision);
-  report.watch = tick.watch;
-  report.isWatchRunning = tick.isWatchRunning;
+  const OneTick tick = tickOnce(options.mode, options.agent, tools);
+  const StatusReport report = makeStatusReport(tick);
   if (options.json) {
     std::cout << encode(report, DateCoding::iso8601) << '\n';
   } else {

@@ -90,11 +90,11 @@ std::string padded(std::string text, std::size_t width) {
 
 }  // namespace
 
-StatusReport makeStatusReport(AppMode mode, const Observation& seen,
-                              const GuardDecision& decision) {
+StatusReport makeStatusReport(const OneTick& tick) {
+  const Observation& seen = tick.seen;
   StatusReport report;
   report.at = platform::iso8601Milliseconds(seen.at);
-  report.mode = mode;
+  report.mode = tick.mode;
   report.power = seen.power;
   for (const ActivitySignal& signal : seen.evidence.merged) {
     const KnownAgent* known = knownAgent(seen, signal);
@@ -102,9 +102,19 @@ StatusReport makeStatusReport(AppMode mode, const Observation& seen,
   }
   report.lidState = seen.lidState;
   report.thermalState = seen.thermalState;
-  report.decision = decision;
+  report.decision = tick.decision;
   report.evidence = evidencePerAgent(seen);
   report.uiTextNotice = seen.uiTextNotice;
+  report.isWatchRunning = tick.isWatchRunning;
+  report.watch = tick.watch;
+  return report;
+}
+
+StatusReport TickReports::of(const OneTick& tick) {
+  StatusReport report = makeStatusReport(tick);
+  const bool isTold = told_ == report.uiTextNotice;
+  told_ = report.uiTextNotice;
+  if (tellsOnce_ && isTold) report.uiTextNotice.reset();
   return report;
 }
 

@@ -8,7 +8,7 @@
 #include <tuple>
 #include <vector>
 
-#include "Host/Observer.h"
+#include "Host/OneTick.h"
 #include "Host/WatchState.h"
 #include "WakelatchCore/Json.h"
 #include "WakelatchCore/Models.h"
@@ -63,13 +63,25 @@ struct StatusReport {
   ThermalState thermalState = ThermalState::nominal;
   GuardDecision decision;
   std::vector<AgentEvidence> evidence;
-  /// Why UI text is not read; a caller that reports again and again clears what it has told.
+  /// Why UI text is not read.
   std::optional<std::string> uiTextNotice;
   bool isWatchRunning = false;
   std::optional<WatchState> watch;  ///< what a running watch has in effect, after its first tick
 };
 
-StatusReport makeStatusReport(AppMode mode, const Observation& seen, const GuardDecision& decision);
+StatusReport makeStatusReport(const OneTick& tick);
+
+/// What a watch reports of its ticks.
+class TickReports {
+ public:
+  /// @param tellsOnce  why UI text is not read is told when that changes, not in each report
+  explicit TickReports(bool tellsOnce) : tellsOnce_(tellsOnce) {}
+  StatusReport of(const OneTick& tick);
+
+ private:
+  const bool tellsOnce_;
+  std::optional<std::string> told_;
+};
 
 /// The strength of the agent's merged signal; none when nothing of its evidence is believed.
 SignalStrength strengthOf(const AgentEvidence& agent, const StatusReport& report);

@@ -9,8 +9,10 @@
 
 namespace wakelatch::host {
 
-Teller::Teller(bool json, std::function<void()> closed)
-    : json_(json), printer_(std::move(closed)), isScreen_(!json && isScreen(STDOUT_FILENO)) {}
+Teller::Teller(TickOutput output, std::function<void()> closed)
+    : output_(output),
+      printer_(std::move(closed)),
+      isScreen_(output == TickOutput::people && isScreen(STDOUT_FILENO)) {}
 
 void Teller::tellStateOf(Saver& saver, std::function<Held()> held) {
   const platform::MutexLock lock(mutex_);
@@ -22,9 +24,9 @@ void Teller::tick(Tick tick) {
   const platform::MutexLock lock(mutex_);
   last_ = std::move(tick);
   tellState();
-  if (json_) {
+  if (output_ == TickOutput::json) {
     printer_.line(encode(last_->report, DateCoding::iso8601));
-  } else if (!isScreen_ && isChange(last_->report.decision)) {
+  } else if (output_ == TickOutput::people && !isScreen_ && isChange(last_->report.decision)) {
     printer_.line(localTime(last_->at) + ' ' + printable(statusLine(last_->report)));
   }
 }

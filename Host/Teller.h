@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "Host/CommandLine.h"
 #include "Host/Printer.h"
 #include "Host/Saver.h"
 #include "Host/StatusReport.h"
@@ -26,10 +27,10 @@ class Teller {
     double keptSecondsToday = 0;
   };
 
-  /// @param json    a line of JSON a tick; else a screen on a terminal, and a line for each change
-  ///                where there is none
+  /// @param output  a line of JSON a tick; or a screen on a terminal, and a line for each change
+  ///                where there is none; or notices alone
   /// @param closed  told once, on another thread, that nobody will read standard output again
-  Teller(bool json, std::function<void()> closed);
+  Teller(TickOutput output, std::function<void()> closed);
 
   /// From now on the state is kept in its file, with what holds the machine awake at that moment.
   /// @param saver  owned by the caller, outlives this
@@ -57,7 +58,7 @@ class Teller {
   void draw() WAKELATCH_REQUIRES(mutex_);
   void tellState() WAKELATCH_REQUIRES(mutex_);
 
-  const bool json_;
+  const TickOutput output_;
   Printer printer_;
   platform::Mutex mutex_;
   bool isScreen_ WAKELATCH_GUARDED_BY(mutex_);

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -20,6 +21,7 @@
 #include "Host/InstanceLock.h"
 #include "Host/Notices.h"
 #include "Host/Observer.h"
+#include "Host/OneTick.h"
 #include "Host/Saver.h"
 #include "Host/SettingsFile.h"
 #include "Host/Signals.h"
@@ -28,6 +30,8 @@
 #include "Host/UsageRecorder.h"
 #include "Host/UsageStore.h"
 #include "Host/WatchState.h"
+#include "Host/trace/Recorder.h"
+#include "Host/trace/TraceFile.h"
 #include "Platform/Files.h"
 #include "Platform/Mutex.h"
 #include "WakelatchCore/AgentStateMachine.h"
@@ -116,9 +120,17 @@ class Watch {
       : options_(options),
         lock_(lock),
         tools_(tools),
-        settings_(settingsFile()),
-        observer_(tools.runner(), options.intervalSeconds / 2),
-        teller_(options.json, [this] { pause_.endWatch(); }) {}
+        settings_(settingsFile(), options.agent),
+        machine_(tools.runner()),
+        recorder_(makeRecorder()),
+        observer_(recorder_ ? recorder_->sources() : machine_.sources(),
+                  options.intervalSeconds / 2),
+        reports_(options.json),
+        teller_(options.output(), [this] { pause_.endWatch(); }) {
+    if (options_.recordFile.empty()) return;
+    trace_.emplace(options_.recordFile, [this](const std::string& text) { notifier_.tell(text); });
+    trace_->line(recorder_->header(settings_.current(), platform::now()));
+  }
 
   ExitStatus run() {
     signals_.listen({.stop = [this](int number, int count) { onStop(number, count); },
@@ -160,72 +172,65 @@ class Watch {
   }
 
  private:
+  std::unique_ptr<Recorder> makeRecorder() const {
+    if (options_.recordFile.empty()) return nullptr;
+    return std::make_unique<Recorder>(
+        machine_.sources(),
+        Recorder::Options{.intervalSeconds = options_.intervalSeconds,
+                          .mode = options_.mode,
+                          .pid = options_.dryRun ? std::nullopt : std::optional(::getpid()),
+                          .keepsAllProcesses = options_.recordsAllProcesses});
+  }
+
   void tick(SteadyClock::time_point start) {
-    const Timestamp now = platform::now();
+    const Timestamp now = timestampOf(millisecondsSince1970(platform::now()));
     if (lock_ != nullptr) notifier_.problem("lock", lock_->keep());
     notifier_.problem("settings", settings_.refresh());
     const GuardSettings& settings = settings_.current();
     Observation seen = observer_.look(settings, now);
     if (pause_.isWatchOver()) return;  // what was looked at last may have been called off
-    machine_.forgetFuture(now);
-    WatchState state{.pid = ::getpid(),
-                     .at = now,
-                     .intervalSeconds = options_.intervalSeconds,
-                     .isStopped = false,
-                     .mode = options_.mode,
-                     .held = hands_ ? hands_->actor.held() : Held{}};
-    const GuardDecision decision =
-        machine_.evaluate(options_.mode, settings, seen.power, seen.lidState, seen.strongest,
-                          state.held.isHeld(), seen.thermalState, now);
-    if (hands_) {
-      hands_->actor.post(
-          makeWish(decision, settings, seen.power, seen.lidState, seen.thermalState, now), start,
-          settings.restoreNormalSleepOnQuit);
-      count(seen, decision, state.held, now);
-      if (std::exchange(isFirstTick_, false)) greetOnce(seen, settings, notifier_);
+    const Held held = hands_ ? hands_->actor.held() : Held{};
+    OneTick decided =
+        decide(stateMachine_, options_.mode, settings, held.isHeld(), std::move(seen));
+    decided.isWatchRunning = true;  // this one
+    if (trace_ && !isLastTold_) trace_->line(recorder_->tick(decided.seen, settings, held));
+    if (hands_) {  // a dry run has nothing in effect
+      decided.watch =
+          stateAfter(decided, stateMachine_.memory(), held, ::getpid(), options_.intervalSeconds);
+      hands_->actor.post(makeWish(decided.decision, settings, decided.seen.power,
+                                  decided.seen.lidState, decided.seen.thermalState, now),
+                         start, settings.restoreNormalSleepOnQuit);
+      count(decided, held);
+      if (std::exchange(isFirstTick_, false)) greetOnce(decided.seen, settings, notifier_);
     }
-    if (!isLastTold_) tell(seen, decision, state, now);
+    if (!isLastTold_) tell(decided);
   }
 
-  void count(const Observation& seen, const GuardDecision& decision, const Held& held,
-             Timestamp now) {
-    if (hands_->usage.record({.mode = options_.mode,
-                              .settings = settings_.current(),
+  void count(const OneTick& tick, const Held& held) {
+    const Observation& seen = tick.seen;
+    if (hands_->usage.record({.mode = tick.mode,
+                              .settings = tick.settings,
                               .power = seen.power,
                               .lidState = seen.lidState,
                               .strongest = seen.strongest,
                               .signals = seen.evidence.merged,
-                              .decision = decision,
+                              .decision = tick.decision,
                               .preventsSleep = held.isToolRunning() && held.isToolProven,
-                              .now = now})) {
+                              .now = seen.at})) {
       hands_->saver.usage(hands_->usage.metrics());
     }
   }
 
-  void tell(const Observation& seen, const GuardDecision& decision, WatchState& state,
-            Timestamp now) {
-    const AgentStateMachine::Memory& memory = machine_.memory();
-    state.lastActiveSignalAt = memory.lastActiveSignalAt;
-    state.hasSeenWork = memory.hasSeenWork;
-    state.completionSleepIssued = memory.completionSleepIssued;
-
-    Teller::Tick told{.at = now,
-                      .report = makeStatusReport(options_.mode, seen, decision),
-                      .graceEndsAt = {},
-                      .keptSecondsToday = 0};
-    told.report.isWatchRunning = true;      // this one
-    if (hands_) told.report.watch = state;  // a dry run has nothing in effect
-    if (options_.json && uiTextNotice_ == told.report.uiTextNotice) {
-      told.report.uiTextNotice.reset();  // told before
-    } else {
-      uiTextNotice_ = told.report.uiTextNotice;
-    }
-    if (decision.status == GuardStatus::idleGrace && memory.lastActiveSignalAt) {
-      told.graceEndsAt = after(*memory.lastActiveSignalAt,
-                               settings_.current().profile(seen.power).idleGracePeriodSeconds);
+  void tell(const OneTick& tick) {
+    Teller::Tick told{
+        .at = tick.seen.at, .report = reports_.of(tick), .graceEndsAt = {}, .keptSecondsToday = 0};
+    const auto lastActive = stateMachine_.memory().lastActiveSignalAt;
+    if (tick.decision.status == GuardStatus::idleGrace && lastActive) {
+      told.graceEndsAt =
+          after(*lastActive, tick.settings.profile(tick.seen.power).idleGracePeriodSeconds);
     }
     if (hands_) {
-      told.keptSecondsToday = keptSecondsOn(UsageMetrics::dayKey(now), hands_->usage.metrics());
+      told.keptSecondsToday = keptSecondsOn(UsageMetrics::dayKey(told.at), hands_->usage.metrics());
     }
     teller_.tick(std::move(told));
   }
@@ -251,9 +256,10 @@ class Watch {
     }
     const int exitCode = stopNumber_ != 0 ? 128 + stopNumber_ : static_cast<int>(status);
     const bool isSaved = !hands_ || hands_->saver.finish(2);
+    const bool isRecorded = !trace_ || trace_->finish(2);
     const bool isTold = teller_.finish(1);
     // Threads that hang on a disk or a terminal cannot be waited for.
-    if (!isSaved || !isTold || stopNumber_ != 0) ::_exit(exitCode);
+    if (!isSaved || !isRecorded || !isTold || stopNumber_ != 0) ::_exit(exitCode);
     return status;
   }
 
@@ -323,17 +329,20 @@ class Watch {
   InstanceLock* const lock_;
   Tools& tools_;
   LiveSettings settings_;
+  MachineSources machine_;
+  std::unique_ptr<Recorder> recorder_;  ///< null unless asked for
   Observer observer_;
-  AgentStateMachine machine_;
+  AgentStateMachine stateMachine_;
   Signals signals_;  // from here on a stop has something to undo
   Pause pause_;
+  TickReports reports_;
   Teller teller_;
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
+  std::optional<TraceFile> trace_;
   std::optional<Hands> hands_;
   std::atomic<Hands*> acting_{nullptr};  ///< these, once they stand, for other threads
   std::atomic<bool> wasHeld_{false};     ///< something held the machine awake when a stop came
   bool isLastTold_ = false;              ///< of the ticks that were asked for
-  std::optional<std::string> uiTextNotice_;
   bool isFirstTick_ = true;
   std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
 };

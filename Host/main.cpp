@@ -27,6 +27,7 @@ struct RunCommand {
   ExitStatus operator()(const AgentsOptions& options) const { return runAgents(options); }
   ExitStatus operator()(const RestoreOptions& options) const { return runRestore(options, tools); }
   ExitStatus operator()(const DoctorOptions& options) const { return runDoctor(options, tools); }
+  ExitStatus operator()(const ReplayOptions& options) const { return runReplay(options); }
   ExitStatus operator()(const StatsOptions& options) const { return runStats(options); }
 };
 

@@ -23,8 +23,10 @@ StatusReport someReport() {
       files{SignalStrength::strong, "OpenCode", "fresh"};
   seen.evidence = {{{work, 31.5, 8, true}}, {{text}, {}}, {{}, {files}}, {work, text}};
   seen.power = {false, 55, "55%"};
-  StatusReport report =
-      makeStatusReport(AppMode::watchAgentUI, seen, {.status = GuardStatus::keepingAwake});
+  OneTick tick;
+  tick.seen = seen;
+  tick.decision.status = GuardStatus::keepingAwake;
+  StatusReport report = makeStatusReport(tick);
   report.watch.emplace();
   report.watch->held.isToolWanted = report.watch->held.isToolProven = true;
   report.watch->held.letDisplaySleep = true;

@@ -202,11 +202,6 @@ namespace {
 constexpr std::array<std::string_view, 10> interpreters = {
     "node", "node_repl", "python", "python3", "ruby", "deno", "bun", "npx", "uv", "uvx"};
 
-bool isInterpreter(std::string_view executable) {
-  return std::find(interpreters.begin(), interpreters.end(), platform::lowercased(executable)) !=
-         interpreters.end();
-}
-
 constexpr char asciiUpper(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
@@ -361,6 +356,11 @@ std::optional<std::string> AgentResolver::appBundleName(std::string_view path) {
 
 std::string AgentResolver::basename(std::string_view path) {
   return std::string(platform::lastPiece(path, '/'));
+}
+
+bool AgentResolver::isInterpreter(std::string_view executable) {
+  return std::find(interpreters.begin(), interpreters.end(), platform::lowercased(executable)) !=
+         interpreters.end();
 }
 
 }  // namespace wakelatch

@@ -100,6 +100,9 @@ class AgentResolver {
   static std::optional<std::string> appBundleName(std::string_view path);
   /// The last component of the path; the path itself when it has none.
   static std::string basename(std::string_view path);
+  /// Whether an executable of this name runs programs written as scripts or packages, such as
+  /// "node": what it runs tells more than its name.
+  static bool isInterpreter(std::string_view executable);
 
  private:
   /// One kind of name, lower-cased, in the order of the profiles. Answers are indices of profiles.

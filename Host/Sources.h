@@ -1,0 +1,39 @@
+// What a look at the machine asks: the machine itself, or a recording of it.
+#pragma once
+
+#include <functional>
+
+#include "Platform/Accessibility.h"
+#include "WakelatchCore/FileActivityProbe.h"
+#include "WakelatchCore/Models.h"
+#include "WakelatchCore/ShellCommand.h"
+
+namespace wakelatch::host {
+
+/// All that decisions depend on, beside settings, mode and time. Owned by whoever made them.
+struct Sources {
+  CommandRunning& tools;
+  platform::Accessibility& accessibility;
+  const FileActivityProbing& files;
+  std::function<ThermalState()> heat;  ///< asked first in a look
+};
+
+/// The machine that this runs on.
+class MachineSources {
+ public:
+  /// How deep below the home folder session files are looked for.
+  static constexpr int sessionFileDepth = 12;
+
+  /// @param tools  owned by the caller
+  explicit MachineSources(CommandRunning& tools);
+  MachineSources(const MachineSources&) = delete;
+  MachineSources& operator=(const MachineSources&) = delete;
+
+  const Sources& sources() const { return sources_; }
+
+ private:
+  FileActivityProbe files_;
+  Sources sources_;
+};
+
+}  // namespace wakelatch::host

@@ -1,0 +1,345 @@
+#include "Host/trace/Recorder.h"
+
+#include <sys/utsname.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "Platform/Files.h"
+#include "WakelatchCore/AgentAppName.h"
+
+namespace wakelatch::host {
+namespace {
+
+std::string systemName() {
+  utsname names{};
+  if (::uname(&names) != 0) return "unknown";
+  return std::string(names.sysname) + " " + names.release + " " + names.machine;
+}
+
+/// What session counts look at in a path, and a number for the rest of it.
+std::string anonymous(const std::string& path, std::size_t number) {
+  const bool isHelper = path.compare(path.rfind('/') + 1, 6, "agent-") == 0;
+  return (path.find("/subagents/") == path.npos ? "" : "/subagents/") +
+         std::string(isHelper ? "agent-" : "s") + std::to_string(number);
+}
+
+/// Notes what has changed: `told` becomes `now`, and the line gets it.
+template <class Line, class T>
+void tell(Line& line, T& told, const T& now) {
+  if (told == now) return;
+  told = now;
+  line = now;
+}
+
+template <class T>
+std::optional<T> unlessEmpty(T value) {
+  return value.empty() ? std::nullopt : std::optional<T>(std::move(value));
+}
+
+}  // namespace
+
+std::int64_t millisecondsSince1970(Timestamp time) {
+  return static_cast<std::int64_t>(std::floor(time.time_since_epoch().count() * 1000));
+}
+
+Timestamp timestampOf(std::int64_t milliseconds) {
+  return Timestamp(std::chrono::duration<double>(static_cast<double>(milliseconds) / 1000));
+}
+
+// ------------------------------------------------------------------------------- listening in
+
+CommandResult Recorder::Tools::run(const ShellCommand& command) {
+  std::string* listing = nullptr;
+  if (command.executable == "/bin/ps" && command.arguments.size() == 2) {
+    listing = command.arguments[1].find("pcpu=") != std::string::npos ? &usage : &arguments;
+    listing->clear();
+  }
+  CommandResult result = machine_.run(command);
+  if (listing != nullptr) *listing = result.standardOutput;
+  return result;
+}
+
+std::optional<Timestamp> Recorder::Files::newestModification(
+    const std::vector<std::string>& patterns) const {
+  return newest[traceKey(patterns)] = machine_.newestModification(patterns);
+}
+
+std::vector<Timestamp> Recorder::Files::modificationDates(
+    const std::vector<std::string>& patterns) const {
+  return machine_.modificationDates(patterns);
+}
+
+ModificationsByPath Recorder::Files::sessionModifications(
+    const std::vector<std::string>& patterns) const {
+  ModificationsByPath files = machine_.sessionModifications(patterns);
+  // Of years of sessions only those are kept that a count can still be about.
+  constexpr double margin = 60;
+  const Timestamp since =
+      after(platform::now(), -SessionActivityDetector::defaultSessionCountWindow - margin);
+  ModificationsByPath& recent = sessions[traceKey(patterns)];
+  recent.clear();
+  for (const auto& [path, time] : files) {
+    if (time > since) recent.emplace(path, time);
+  }
+  return files;
+}
+
+std::vector<platform::RunningApplication> Recorder::Screen::runningApplications() {
+  texts.clear();
+  return running = machine_.runningApplications();
+}
+
+platform::Accessibility::Element Recorder::Screen::application(std::int32_t processID) {
+  texts.emplace_back(processID, "");
+  return machine_.application(processID);
+}
+
+platform::Accessibility::Value Recorder::Screen::attribute(const Element& element,
+                                                           std::string_view name,
+                                                           const Limits& limits) {
+  Value value = machine_.attribute(element, name, limits);
+  const auto* text = std::get_if<std::string>(&value);
+  if (text != nullptr && !texts.empty()) texts.back().second.append(" ").append(*text);
+  return value;
+}
+
+// ------------------------------------------------------------------------------- writing down
+
+Recorder::Recorder(const Sources& machine, Options options)
+    : options_(options),
+      tools_(machine.tools),
+      files_(machine.files),
+      screen_(machine.accessibility),
+      sources_{tools_, screen_, files_, machine.heat},
+      privacy_(AgentCatalog::builtin(), platform::homeDirectory().string()) {}
+
+std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
+  TraceHeader header;
+  header.program = "wakelatch " WAKELATCH_VERSION;
+  header.system = systemName();
+  header.startedAt = lastMs_ = millisecondsSince1970(now);
+  header.intervalSeconds = options_.intervalSeconds;
+  header.mode = options_.mode;
+  header.pid = options_.pid;
+  header.settings = settings;
+  header.catalogue = AgentCatalog::builtin();
+  if (options_.keepsAllProcesses) {
+    header.leftOut = {"nothing of the processes: their arguments are here in full"};
+  } else {
+    header.leftOut = {
+        "processes that belong to no agent, to none's tree and to none's ancestors",
+        "arguments, but for the program, option names and words that tell an agent from a server",
+        "the folders of programs that agents start"};
+  }
+  header.leftOut.insert(
+      header.leftOut.end(),
+      {"names and contents of session files",
+       "texts of windows, but for the phrases that are looked for", "the name of the home folder"});
+  follow(settings);
+  return encode(header, traceDates);
+}
+
+void Recorder::follow(const GuardSettings& settings) {
+  settings_ = settings;
+  GuardSettings all = settings;  // a replay may enable what was disabled
+  all.disabledAgentIDs.clear();
+  resolver_ = AgentResolver::make(all);
+  for (auto& [pid, row] : rows_) row.isAgent = isAgent(row.process);
+
+  phrases_.clear();
+  const auto add = [this](const std::vector<std::string>& phrases) {
+    phrases_.insert(phrases_.end(), phrases.begin(), phrases.end());
+  };
+  for (const AgentProfile& profile : resolver_.profiles()) {
+    add(profile.activePhrases);
+    add(profile.idlePhrases);
+  }
+  add(settings.activePhrases);
+  add(settings.idlePhrases);
+  std::vector<PhraseIndex::Lists> lists;
+  lists.reserve(phrases_.size());
+  for (const std::string& phrase : phrases_) lists.push_back({{&phrase, 1}, {}});
+  phraseIndex_.emplace(lists);
+}
+
+bool Recorder::isAgent(const ProcessSnapshot& process) const {
+  if (resolver_.profileForCommand(process.command, process.arguments) != nullptr) return true;
+  return std::any_of(settings_->targetApps.begin(), settings_->targetApps.end(),
+                     [&](const std::string& target) {
+                       return AgentAppName::matches(process.displayName(), target) ||
+                              AgentAppName::matches(process.command, target);
+                     });
+}
+
+std::string Recorder::tick(const Observation& seen, const GuardSettings& settings,
+                           const Held& held) {
+  TraceTick tick;
+  const std::int64_t ms = millisecondsSince1970(seen.at);
+  tick.ms = ms - std::exchange(lastMs_, ms);
+  if (settings_ != settings) {
+    follow(settings);
+    tick.settings = settings;
+  }
+  tell(tick.held, held_, held);
+  tell(tick.battery, battery_, std::optional(seen.power.rawDescription));
+  tell(tick.lid, lid_, seen.lidState);
+  tell(tick.heat, heat_, seen.thermalState);
+  tellProcesses(tick);
+  tellFiles(tick, seen.at);
+  tellScreen(tick);
+  return encode(tick, traceDates);
+}
+
+void Recorder::tellProcesses(TraceTick& tick) {
+  ++ticks_;
+  auto listed = ProcessDetector::parsePSOutput(tools_.usage);
+  const auto arguments = ProcessDetector::parsePSArgs(tools_.arguments);
+  std::vector<Row*> rows;  // as listed
+  rows.reserve(listed.size());
+  for (ProcessSnapshot& process : listed) {
+    const auto found = arguments.find(process.pid);
+    if (found != arguments.end()) process.arguments = found->second;
+    Row& row = rows_[process.pid];
+    if (row.seenIn == ticks_) continue;  // of several rows the first tells
+    const double cpu = std::exchange(process.cpuPercent, row.process.cpuPercent);
+    if (row.process != process) {
+      const bool isNew =
+          row.process.command != process.command || row.process.arguments != process.arguments;
+      row.process = std::move(process);
+      if (isNew) row.isAgent = isAgent(row.process);
+      row.told.reset();
+    }
+    row.process.cpuPercent = cpu;
+    row.seenIn = ticks_;
+    rows.push_back(&row);
+  }
+
+  std::vector<std::int64_t> gone;
+  std::erase_if(rows_, [&](const auto& entry) {
+    const Row& row = entry.second;
+    if (row.seenIn == ticks_) return false;
+    if (row.isTold) gone.push_back(entry.first);
+    return true;
+  });
+
+  markKin(rows);
+  std::map<std::string, TraceProcess> changed;
+  std::map<std::string, double> cpu;
+  std::vector<std::int64_t> order;
+  for (Row* row : rows) {
+    const bool isKept = options_.keepsAllProcesses || row->isOfAgent || row->isAncestor;
+    if (!isKept) {
+      if (std::exchange(row->isTold, false)) gone.push_back(row->process.pid);
+      continue;
+    }
+    const std::string pid = std::to_string(row->process.pid);
+    if (!row->isTold) row->toldCPU = 0;
+    if (!row->isTold || !row->told) {
+      TraceProcess now = traceOf(*row);
+      changed[pid] = now;
+      row->told = std::move(now);
+    }
+    row->isTold = true;
+    // The load of what started an agent is no evidence.
+    const double load = options_.keepsAllProcesses || row->isOfAgent ? row->process.cpuPercent : 0;
+    if (std::exchange(row->toldCPU, load) != load) cpu[pid] = load;
+    order.push_back(row->process.pid);
+  }
+  if (std::is_sorted(order.begin(), order.end())) order.clear();
+  tick.processes = unlessEmpty(std::move(changed));
+  tick.gone = unlessEmpty(std::move(gone));
+  tick.cpu = unlessEmpty(std::move(cpu));
+  tell(tick.order, order_, order);
+}
+
+/// Finds out which rows belong to an agent: itself and all that it started. And what started it.
+void Recorder::markKin(const std::vector<Row*>& rows) {
+  for (Row* row : rows) row->isOfAgent = row->isAncestor = false;
+  const auto parentOf = [this](const Row& row) -> Row* {
+    const auto found = rows_.find(row.process.parentPID);
+    return row.process.parentPID > 1 && found != rows_.end() ? &found->second : nullptr;
+  };
+  for (Row* row : rows) {
+    Row* up = row;
+    // Listed at different moments, parents may form a ring.
+    for (std::size_t steps = 0; up != nullptr && !up->isAgent && steps < rows.size(); ++steps) {
+      up = parentOf(*up);
+    }
+    row->isOfAgent = up != nullptr && up->isAgent;
+    if (!row->isAgent) continue;
+    for (up = parentOf(*row); up != nullptr && !up->isAncestor; up = parentOf(*up)) {
+      up->isAncestor = true;
+    }
+  }
+}
+
+TraceProcess Recorder::traceOf(const Row& row) const {
+  ProcessSnapshot process = row.process;
+  if (options_.keepsAllProcesses) {
+    process.command = privacy_.withoutHome(process.command);
+    process.arguments = privacy_.withoutHome(process.arguments);
+  } else if (row.isAgent) {
+    privacy_.reduceAgent(process);
+  } else {
+    privacy_.reduceOther(process);
+  }
+  return {process.parentPID, process.command, unlessEmpty(process.arguments)};
+}
+
+void Recorder::tellFiles(TraceTick& tick, Timestamp now) {
+  TraceTimes newest;
+  for (const auto& [key, time] : files_.newest) {
+    const Timestamp at = time.value_or(Timestamp());
+    if (std::exchange(newest_[key], at) != at) newest[key] = at;
+  }
+  tick.newest = unlessEmpty(std::move(newest));
+
+  std::map<std::string, TraceTimes> sessions;
+  for (const auto& [key, files] : files_.sessions) {
+    auto& told = sessions_[key];
+    const auto isOld = [now](Timestamp time) {
+      return secondsBetween(time, now) > SessionActivityDetector::defaultSessionCountWindow;
+    };
+    std::erase_if(told, [&](const auto& entry) {  // an old one counts no more than one that is gone
+      const auto& [path, file] = entry;
+      if (isOld(file.time)) return true;
+      if (files.contains(path)) return false;
+      sessions[key][file.name] = Timestamp();
+      return true;
+    });
+    for (const auto& [path, time] : files) {
+      if (isOld(time)) continue;
+      const auto [entry, isNew] = told.try_emplace(path);
+      if (isNew) entry->second.name = anonymous(path, ++sessionCount_);
+      if (std::exchange(entry->second.time, time) != time || isNew) {
+        sessions[key][entry->second.name] = time;
+      }
+    }
+  }
+  tick.sessions = unlessEmpty(std::move(sessions));
+}
+
+void Recorder::tellScreen(TraceTick& tick) {
+  if (!screen_.isSupported()) return;
+  TraceScreen screen{screen_.isTrustedNow, {}};
+  for (const auto& [processID, text] : screen_.texts) {
+    const auto application =
+        std::find_if(screen_.running.begin(), screen_.running.end(),
+                     [id = processID](const auto& running) { return running.processID == id; });
+    if (application == screen_.running.end()) continue;
+    const auto matches = phraseIndex_->match(text);
+    std::vector<std::string> found;
+    for (std::size_t i = 0; i < matches.size(); ++i) {
+      if (matches[i].kind != PhraseMatchKind::Case::none) found.push_back(phrases_[i]);
+    }
+    if (found.empty()) continue;
+    screen.applications.push_back(
+        {application->bundleID, application->localizedName, std::move(found)});
+  }
+  screen_.texts.clear();
+  tell(tick.screen, screenTold_, std::optional(std::move(screen)));
+}
+
+}  // namespace wakelatch::host

@@ -1,0 +1,205 @@
+#include "Host/trace/Replay.h"
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+
+#include "Host/SettingsFile.h"
+#include "Host/trace/Recorder.h"
+#include "Platform/Numbers.h"
+
+namespace wakelatch::host {
+namespace {
+
+/// Something that no phrase contains, so that two neighbours never make a third.
+constexpr const char* betweenPhrases = " \x01 ";
+
+}  // namespace
+
+// --------------------------------------------------------------------------- the machine's part
+
+RecordedMachine::RecordedMachine() : sources_{tools_, screen_, files_, [this] { return heat_; }} {}
+
+CommandResult RecordedMachine::Tools::run(const ShellCommand& command) {
+  const std::string& last = command.arguments.back();
+  if (last == "pid=,ppid=,pcpu=,comm=") return {0, usage, ""};
+  if (last == "pid=,args=") return {0, arguments, ""};
+  if (last == "batt") return {0, battery, ""};
+  if (command.executable == "/usr/sbin/ioreg") return {0, lid, ""};
+  throw std::logic_error("not in a trace: " + command.executable);
+}
+
+std::optional<Timestamp> RecordedMachine::Files::newestModification(
+    const std::vector<std::string>& patterns) const {
+  const auto found = newest.find(traceKey(patterns));
+  return found == newest.end() ? std::nullopt : found->second;
+}
+
+ModificationsByPath RecordedMachine::Files::sessionModifications(
+    const std::vector<std::string>& patterns) const {
+  const auto found = sessions.find(traceKey(patterns));
+  return found == sessions.end() ? ModificationsByPath() : found->second;
+}
+
+std::vector<platform::RunningApplication> RecordedMachine::Screen::runningApplications() {
+  std::vector<platform::RunningApplication> running;
+  for (const TraceApplication& application : screen->applications) {
+    running.push_back(
+        {application.bundleID, application.name, static_cast<std::int32_t>(running.size())});
+  }
+  return running;
+}
+
+/// An application is its own only window, whose title is all that it shows.
+platform::Accessibility::Element RecordedMachine::Screen::application(std::int32_t processID) {
+  std::string text;
+  for (const std::string& phrase :
+       screen->applications.at(static_cast<std::size_t>(processID)).phrases) {
+    text += phrase + betweenPhrases;
+  }
+  return std::make_shared<const std::string>(std::move(text));
+}
+
+platform::Accessibility::Value RecordedMachine::Screen::attribute(const Element& element,
+                                                                  std::string_view name,
+                                                                  const Limits& /*limits*/) {
+  if (name == "AXFocusedWindow") return element;
+  if (name == "AXTitle") return *static_cast<const std::string*>(element.get());
+  return {};
+}
+
+void RecordedMachine::apply(const TraceTick& tick, double cpuFactor) {
+  if (tick.battery) tools_.battery = *tick.battery;
+  if (tick.lid) {
+    tools_.lid = *tick.lid == LidState::closed ? "\"AppleClamshellState\" = Yes"
+                 : *tick.lid == LidState::open ? "\"AppleClamshellState\" = No"
+                                               : "";
+  }
+  heat_ = tick.heat.value_or(heat_);
+  if (tick.screen) screen_.screen = tick.screen;
+  const auto timeOf = [](Timestamp time) {
+    return time == Timestamp() ? std::nullopt : std::optional(time);
+  };
+  if (tick.newest) {
+    for (const auto& [key, time] : *tick.newest) files_.newest[key] = timeOf(time);
+  }
+  if (tick.sessions) {
+    for (const auto& [key, files] : *tick.sessions) {
+      for (const auto& [name, time] : files) {
+        if (timeOf(time)) {
+          files_.sessions[key][name] = time;
+        } else {
+          files_.sessions[key].erase(name);
+        }
+      }
+    }
+  }
+
+  if (tick.gone) {
+    for (const std::int64_t pid : *tick.gone) processes_.erase(static_cast<std::int32_t>(pid));
+  }
+  const auto pidOf = [](const std::string& text) {
+    const auto pid = platform::parseInt32(text);
+    if (!pid) throw std::runtime_error("processes: \"" + text + "\" is no process number");
+    return *pid;
+  };
+  if (tick.processes) {
+    for (const auto& [pid, row] : *tick.processes) processes_[pidOf(pid)].row = row;
+  }
+  if (tick.cpu) {
+    for (const auto& [pid, cpu] : *tick.cpu) processes_[pidOf(pid)].cpu = cpu * cpuFactor;
+  }
+  if (tick.order) order_ = *tick.order;
+  if (tick.processes || tick.gone || tick.cpu || tick.order) print();
+}
+
+void RecordedMachine::print() {
+  tools_.usage.clear();
+  tools_.arguments.clear();
+  const auto add = [this](std::int32_t pid, const Process& process) {
+    const std::string id = std::to_string(pid) + ' ';
+    std::string cpu;
+    JsonWriter(cpu, traceDates).write(process.cpu);  // every bit of it
+    tools_.usage +=
+        id + std::to_string(process.row.parent) + ' ' + cpu + ' ' + process.row.command + '\n';
+    if (process.row.arguments) tools_.arguments += id + *process.row.arguments + '\n';
+  };
+  if (order_.empty()) {
+    for (const auto& [pid, process] : processes_) add(pid, process);
+    return;
+  }
+  for (const std::int64_t pid : order_) {
+    const auto found = processes_.find(static_cast<std::int32_t>(pid));
+    if (found != processes_.end()) add(found->first, found->second);
+  }
+}
+
+// ----------------------------------------------------------------------------------- the trace
+
+Replay::Replay(std::filesystem::path file, Options options)
+    : file_(std::move(file)),
+      options_(std::move(options)),
+      input_(file_),
+      observer_(machine_.sources(), std::numeric_limits<double>::infinity()) {
+  if (!input_) throw std::runtime_error(file_.string() + ": cannot be read");
+  const auto line = readLine();
+  if (!line) throw std::runtime_error(file_.string() + ": is empty");
+  header_ = decoded<TraceHeader>(*line);
+  if (header_.traceFormat != TraceHeader::currentFormat) {
+    throw std::runtime_error(file_.string() + ": traceFormat " +
+                             std::to_string(header_.traceFormat) +
+                             " is not known here: replay it with the program that recorded it");
+  }
+  settings_ = onlyAgent(options_.settings.value_or(header_.settings), options_.agent);
+  ms_ = header_.startedAt;
+}
+
+std::optional<OneTick> Replay::next() {
+  const auto line = readLine();
+  if (!line) return std::nullopt;
+  const auto tick = decoded<TraceTick>(*line);
+  if (tick.settings && !options_.settings) settings_ = onlyAgent(*tick.settings, options_.agent);
+  if (tick.held) held_ = *tick.held;
+  ms_ += tick.ms;
+  try {
+    machine_.apply(tick, options_.cpuFactor);
+  } catch (const std::runtime_error& error) {
+    fail(error);
+  }
+  OneTick decided = decide(stateMachine_, header_.mode, settings_, held_.isHeld(),
+                           observer_.look(settings_, timestampOf(ms_)));
+  decided.isWatchRunning = true;
+  if (header_.pid) {
+    decided.watch =
+        stateAfter(decided, stateMachine_.memory(), held_, *header_.pid, header_.intervalSeconds);
+  }
+  return decided;
+}
+
+std::optional<std::string> Replay::readLine() {
+  std::string line;
+  if (!std::getline(input_, line)) return std::nullopt;
+  ++lineNumber_;
+  if (input_.eof()) {  // every whole line has an end
+    isCutShort_ = true;
+    return std::nullopt;
+  }
+  return line;
+}
+
+template <class Line>
+Line Replay::decoded(const std::string& text) const {
+  try {
+    return decode<Line>(text, traceDates);
+  } catch (const DecodingError& error) {
+    fail(error);
+  }
+}
+
+void Replay::fail(const std::exception& error) const {
+  throw std::runtime_error(file_.string() + ", line " + std::to_string(lineNumber_) + ": " +
+                           error.what());
+}
+
+}  // namespace wakelatch::host

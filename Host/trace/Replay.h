@@ -1,0 +1,110 @@
+// Runs detectors and decision engine over a trace: the same code with other sources.
+#pragma once
+
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Host/Observer.h"
+#include "Host/OneTick.h"
+#include "Host/Sources.h"
+#include "Host/trace/Trace.h"
+#include "WakelatchCore/AgentStateMachine.h"
+
+namespace wakelatch::host {
+
+/// Answers as the machine did. For one thread.
+class RecordedMachine {
+ public:
+  RecordedMachine();
+  RecordedMachine(const RecordedMachine&) = delete;
+  RecordedMachine& operator=(const RecordedMachine&) = delete;
+
+  const Sources& sources() const { return sources_; }
+
+  /// @param cpuFactor  by which every process's load is multiplied
+  void apply(const TraceTick& tick, double cpuFactor);
+
+ private:
+  struct Process {
+    TraceProcess row;
+    double cpu = 0;
+  };
+  struct Tools : CommandRunning {
+    CommandResult run(const ShellCommand& command) override;
+    std::string battery, lid, usage, arguments;  ///< what they print
+  };
+  struct Files : FileActivityProbing {
+    std::optional<Timestamp> newestModification(
+        const std::vector<std::string>& patterns) const override;
+    ModificationsByPath sessionModifications(
+        const std::vector<std::string>& patterns) const override;
+    std::map<std::string, std::optional<Timestamp>> newest;
+    std::map<std::string, ModificationsByPath> sessions;
+  };
+  struct Screen : platform::Accessibility {
+    bool isSupported() const override { return screen.has_value(); }
+    std::vector<platform::RunningApplication> runningApplications() override;
+    bool isTrusted() override { return screen && screen->isTrusted; }
+    void requestPermissionPrompt() override {}
+    Element application(std::int32_t processID) override;
+    Value attribute(const Element& element, std::string_view name, const Limits& limits) override;
+    std::optional<TraceScreen> screen;
+  };
+  void print();
+
+  Tools tools_;
+  Files files_;
+  Screen screen_;
+  ThermalState heat_ = ThermalState::nominal;
+  Sources sources_;
+  std::map<std::int32_t, Process> processes_;
+  std::vector<std::int64_t> order_;
+};
+
+/// A trace, decided anew tick by tick. For one thread; runs no tool and reads no file but the
+/// trace.
+class Replay {
+ public:
+  struct Options {
+    std::optional<GuardSettings> settings;  ///< absent: the trace's own
+    double cpuFactor = 1;
+    std::string agent;  ///< see onlyAgent()
+  };
+
+  /// Reads the header. Throws std::runtime_error naming file, line and reason.
+  Replay(std::filesystem::path file, Options options);
+
+  const TraceHeader& header() const { return header_; }
+
+  /// The next tick; nothing at the end of the trace. A last line that is not whole is left out: the
+  /// recording was cut short. Throws std::runtime_error naming file, line and reason.
+  std::optional<OneTick> next();
+  /// A last line was left out.
+  bool isCutShort() const { return isCutShort_; }
+
+ private:
+  std::optional<std::string> readLine();
+  template <class Line>
+  Line decoded(const std::string& text) const;
+  [[noreturn]] void fail(const std::exception& error) const;
+
+  const std::filesystem::path file_;
+  const Options options_;
+  std::ifstream input_;
+  std::size_t lineNumber_ = 0;
+  bool isCutShort_ = false;
+  TraceHeader header_;
+  GuardSettings settings_;
+  std::int64_t ms_ = 0;  ///< since 1970
+  Held held_;
+  RecordedMachine machine_;
+  Observer observer_;
+  AgentStateMachine stateMachine_;
+};
+
+}  // namespace wakelatch::host

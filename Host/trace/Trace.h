@@ -1,0 +1,137 @@
+// The form of a trace: what a watch's decisions depended on, tick by tick, as lines of JSON. The
+// first line is the header; each line after it is one tick and holds what has changed since the one
+// before. Paths are written with "~" for the user's home folder.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Host/AgentProfileJson.h"
+#include "Host/WatchState.h"
+#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/Json.h"
+#include "WakelatchCore/Models.h"
+
+namespace wakelatch::host {
+
+/// How the instants of a trace are written: every bit of them counts.
+inline constexpr DateCoding traceDates = DateCoding::secondsSince1970;
+
+struct TraceHeader {
+  static constexpr std::int64_t currentFormat = 1;
+
+  std::int64_t traceFormat = currentFormat;
+  std::string program;         ///< name and version of what recorded it
+  std::string system;          ///< "Linux 6.1.0 x86_64"
+  std::int64_t startedAt = 0;  ///< milliseconds since 1970; the first tick counts from here
+  double intervalSeconds = 2;
+  AppMode mode = AppMode::watchAgentUI;
+  std::optional<std::int64_t> pid;  ///< of the watch; absent when it was a dry run
+  GuardSettings settings;
+  std::vector<AgentProfile> catalogue;
+  std::vector<std::string> leftOut;  ///< what the trace does not hold, in sentences
+};
+
+/// A process as `ps` told it. Its load is told apart, because it changes most.
+struct TraceProcess {
+  std::int64_t parent = 0;
+  std::string command;
+  std::optional<std::string> arguments;  ///< those that tell which agent it is
+
+  friend bool operator==(const TraceProcess&, const TraceProcess&) = default;
+};
+
+/// An application whose windows were read.
+struct TraceApplication {
+  std::optional<std::string> bundleID;
+  std::optional<std::string> name;   ///< as the user sees it
+  std::vector<std::string> phrases;  ///< of those that are looked for, what its windows showed
+
+  friend bool operator==(const TraceApplication&, const TraceApplication&) = default;
+};
+
+/// The user interface, on a system where it can be read.
+struct TraceScreen {
+  bool isTrusted = false;
+  std::vector<TraceApplication> applications;
+
+  friend bool operator==(const TraceScreen&, const TraceScreen&) = default;
+};
+
+/// Modification times of files by their place in a trace; 0: there is no such file any more.
+using TraceTimes = std::map<std::string, Timestamp>;
+
+/// One tick. What is absent is as it was; before the first tick everything is empty.
+struct TraceTick {
+  std::int64_t ms = 0;  ///< since the tick before
+  std::optional<GuardSettings> settings;
+  std::optional<Held> held;            ///< what held the machine awake; of a dry run: never
+  std::optional<std::string> battery;  ///< as `pmset -g batt` printed it
+  std::optional<LidState> lid;
+  std::optional<ThermalState> heat;
+  std::optional<std::map<std::string, TraceProcess>> processes;  ///< new or changed, by pid
+  std::optional<std::vector<std::int64_t>> gone;                 ///< pids
+  std::optional<std::map<std::string, double>> cpu;              ///< percent of a core, by pid
+  std::optional<std::vector<std::int64_t>> order;  ///< all pids as listed, when not ascending
+  std::optional<TraceTimes> newest;  ///< of what a list of globs, joined by spaces, matches
+  /// By such a list, session files: "s1", or "agent-1" for those of an agent's own helpers.
+  std::optional<std::map<std::string, TraceTimes>> sessions;
+  std::optional<TraceScreen> screen;
+};
+
+/// The key that a trace has for a list of globs.
+std::string traceKey(const std::vector<std::string>& globs);
+
+}  // namespace wakelatch::host
+
+namespace wakelatch {
+template <>
+inline constexpr auto jsonFields<host::TraceHeader> = std::tuple{
+    required("traceFormat", &host::TraceHeader::traceFormat),
+    required("program", &host::TraceHeader::program),
+    required("system", &host::TraceHeader::system),
+    required("startedAt", &host::TraceHeader::startedAt),
+    required("intervalSeconds", &host::TraceHeader::intervalSeconds),
+    required("mode", &host::TraceHeader::mode),
+    optional("pid", &host::TraceHeader::pid),
+    required("settings", &host::TraceHeader::settings),
+    required("catalogue", &host::TraceHeader::catalogue),
+    required("leftOut", &host::TraceHeader::leftOut),
+};
+template <>
+inline constexpr auto jsonFields<host::TraceProcess> = std::tuple{
+    required("parent", &host::TraceProcess::parent),
+    required("command", &host::TraceProcess::command),
+    optional("arguments", &host::TraceProcess::arguments),
+};
+template <>
+inline constexpr auto jsonFields<host::TraceApplication> = std::tuple{
+    optional("bundleID", &host::TraceApplication::bundleID),
+    optional("name", &host::TraceApplication::name),
+    required("phrases", &host::TraceApplication::phrases),
+};
+template <>
+inline constexpr auto jsonFields<host::TraceScreen> = std::tuple{
+    required("isTrusted", &host::TraceScreen::isTrusted),
+    required("applications", &host::TraceScreen::applications),
+};
+template <>
+inline constexpr auto jsonFields<host::TraceTick> = std::tuple{
+    required("ms", &host::TraceTick::ms),
+    optional("settings", &host::TraceTick::settings),
+    optional("held", &host::TraceTick::held),
+    optional("battery", &host::TraceTick::battery),
+    optional("lid", &host::TraceTick::lid),
+    optional("heat", &host::TraceTick::heat),
+    optional("processes", &host::TraceTick::processes),
+    optional("gone", &host::TraceTick::gone),
+    optional("cpu", &host::TraceTick::cpu),
+    optional("order", &host::TraceTick::order),
+    optional("newest", &host::TraceTick::newest),
+    optional("sessions", &host::TraceTick::sessions),
+    optional("screen", &host::TraceTick::screen),
+};
+}  // namespace wakelatch
