@@ -56,8 +56,9 @@ void LidClosedSetting::engage() {
     return;
   }
   isWithoutEffect_ = false;
-  // Who else has switched it on stays its owner when our prompt is refused.
-  const bool isOthers = controller_.disableSleepState() != State::off;
+  // Who else has switched it on stays its owner when our prompt is refused. Without an answer it is
+  // taken for off: what our prompt may set later must not go unnoticed.
+  const bool isOthers = controller_.disableSleepState() == State::on;
   const bool isDone =
       prompt("turning the lid-closed setting on", &SleepController::engageLidClosedProtection);
   if (isDone || !isOthers) changed();
