@@ -246,102 +246,141 @@ void reportUnmatchedHostBundle(const std::string& bundle, std::string_view binar
 
 AgentResolver::UnmatchedHostBundleHandler AgentResolver::onUnmatchedHostBundle;
 
-AgentResolver::NameTable::NameTable(const std::vector<AgentProfile>& profiles,
-                                    std::vector<std::string> AgentProfile::*names) {
-  for (std::size_t profile = 0; profile < profiles.size(); ++profile) {
-    for (const std::string& name : profiles[profile].*names) {
-      rows_.push_back({platform::lowercased(name), profile});
+namespace {
+
+/// One kind of name, lower-cased, in the order of the profiles. Answers are profiles, or null.
+class Names {
+ public:
+  Names(const std::vector<AgentProfile>& profiles, std::vector<std::string> AgentProfile::*names) {
+    for (const AgentProfile& profile : profiles) {
+      for (const std::string& name : profile.*names) {
+        rows_.push_back({platform::lowercased(name), &profile});
+      }
     }
   }
-}
 
-std::optional<std::size_t> AgentResolver::NameTable::profileNamed(std::string_view name) const {
-  std::string lower;  // ASCII needs no copy: comparing ignores its case
-  if (!platform::isAllAscii(name)) name = lower = platform::lowercased(name);
-  for (const Row& row : rows_) {
-    if (row.name.size() == name.size() && startsWithIgnoringAsciiCase(name, row.name)) {
-      return row.profile;
-    }
+  /// The first profile with this name, regardless of case.
+  const AgentProfile* profileNamed(std::string_view name) const {
+    std::string lower;  // ASCII needs no copy: comparing ignores its case
+    if (!platform::isAllAscii(name)) name = lower = platform::lowercased(name);
+    return firstWith([name](const std::string& known) {
+      return known.size() == name.size() && startsWithIgnoringAsciiCase(name, known);
+    });
   }
-  return std::nullopt;
-}
+  /// The first profile with a name that the text contains, regardless of case.
+  const AgentProfile* profileWithNameIn(std::string_view text) const {
+    std::string lower;
+    if (!platform::isAllAscii(text)) text = lower = platform::lowercased(text);
+    return firstWith(
+        [text](const std::string& known) { return containsIgnoringAsciiCase(text, known); });
+  }
 
-std::optional<std::size_t> AgentResolver::NameTable::profileWithNameIn(
-    std::string_view text) const {
-  std::string lower;
-  if (!platform::isAllAscii(text)) text = lower = platform::lowercased(text);
-  const auto found = std::find_if(rows_.begin(), rows_.end(), [&](const Row& row) {
-    return containsIgnoringAsciiCase(text, row.name);
-  });
-  return found == rows_.end() ? std::nullopt : std::optional(found->profile);
-}
+ private:
+  struct Row {
+    std::string name;
+    const AgentProfile* profile;
+  };
+  template <class Matches>
+  const AgentProfile* firstWith(Matches matches) const {
+    const auto found =
+        std::find_if(rows_.begin(), rows_.end(), [&](const Row& row) { return matches(row.name); });
+    return found == rows_.end() ? nullptr : found->profile;
+  }
+
+  std::vector<Row> rows_;
+};
+
+}  // namespace
+
+struct AgentResolver::Tables {
+  explicit Tables(std::vector<AgentProfile> all) : profiles(std::move(all)) {}
+  Tables(const Tables&) = delete;
+  Tables& operator=(const Tables&) = delete;
+
+  /// The first program among the arguments that is named like a command-line agent.
+  std::optional<std::string_view> programWithAgentName(std::string_view arguments) const {
+    for (const std::string_view token : platform::Pieces(arguments, ' ')) {
+      const std::string_view program = platform::lastPiece(token, '/');
+      if (cliProcessNames.profileNamed(program) != nullptr) return program;
+    }
+    return std::nullopt;
+  }
+
+  const std::vector<AgentProfile> profiles;
+  const Names bundleIDs{profiles, &AgentProfile::bundleIDs},
+      appBundleNames{profiles, &AgentProfile::appBundleNames},
+      cliProcessNames{profiles, &AgentProfile::cliProcessNames},
+      cliPathMarkers{profiles, &AgentProfile::cliPathMarkers};
+};
 
 AgentResolver::AgentResolver(std::vector<AgentProfile> profiles)
-    : profiles_(std::move(profiles)),
-      bundleIDs_(profiles_, &AgentProfile::bundleIDs),
-      appBundleNames_(profiles_, &AgentProfile::appBundleNames),
-      cliProcessNames_(profiles_, &AgentProfile::cliProcessNames),
-      cliPathMarkers_(profiles_, &AgentProfile::cliPathMarkers) {}
+    : tables_(std::make_shared<const Tables>(std::move(profiles))) {}
 
 AgentResolver AgentResolver::make(const GuardSettings& settings) {
-  std::vector<AgentProfile> profiles = AgentCatalog::builtin();
-  std::erase_if(profiles, [&](const AgentProfile& profile) {
-    const auto& disabled = settings.disabledAgentIDs;
-    return std::find(disabled.begin(), disabled.end(), profile.id) != disabled.end() ||
-           (profile.kind == Kind::browser && !settings.enableBrowsers);
-  });
-  return AgentResolver(std::move(profiles));
+  // The detectors ask several times a tick; the settings seldom change.
+  struct Last {
+    platform::Mutex mutex;
+    std::vector<std::string> disabled WAKELATCH_GUARDED_BY(mutex);
+    bool hasBrowsers WAKELATCH_GUARDED_BY(mutex) = false;
+    std::optional<AgentResolver> made WAKELATCH_GUARDED_BY(mutex);
+  };
+  static auto& last = *new Last;  // never destroyed: others may detect until the end
+
+  const platform::MutexLock lock(last.mutex);
+  const std::vector<std::string>& disabled = settings.disabledAgentIDs;
+  if (!last.made || last.disabled != disabled || last.hasBrowsers != settings.enableBrowsers) {
+    std::vector<AgentProfile> profiles = AgentCatalog::builtin();
+    std::erase_if(profiles, [&](const AgentProfile& profile) {
+      return std::find(disabled.begin(), disabled.end(), profile.id) != disabled.end() ||
+             (profile.kind == Kind::browser && !settings.enableBrowsers);
+    });
+    last.made.emplace(std::move(profiles));
+    last.disabled = disabled;
+    last.hasBrowsers = settings.enableBrowsers;
+  }
+  return *last.made;
+}
+
+const std::vector<AgentProfile>& AgentResolver::profiles() const {
+  return tables_->profiles;
 }
 
 std::vector<AgentProfile> AgentResolver::terminalScanProfiles() const {
   std::vector<AgentProfile> scanned;
-  std::copy_if(profiles_.begin(), profiles_.end(), std::back_inserter(scanned),
+  std::copy_if(profiles().begin(), profiles().end(), std::back_inserter(scanned),
                [](const AgentProfile& profile) { return profile.scanTerminalText; });
   return scanned;
 }
 
 const AgentProfile* AgentResolver::profileForBundleID(std::string_view bundleID) const {
-  return profileAt(bundleIDs_.profileNamed(bundleID));
+  return tables_->bundleIDs.profileNamed(bundleID);
 }
 
 const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
                                                      std::string_view arguments) const {
   // 1. A path marker, wherever it stands.
   const std::string commandLine = std::string(path).append(" ").append(arguments);
-  if (const auto marked = cliPathMarkers_.profileWithNameIn(commandLine)) return profileAt(marked);
+  if (const auto* marked = tables_->cliPathMarkers.profileWithNameIn(commandLine)) return marked;
 
   const std::string_view executable = platform::lastPiece(path, '/');
   const std::optional<std::string> bundle = appBundleName(path);
   if (!bundle) {
     // 2. Outside applications: the executable's name, or that of what an interpreter runs.
     if (executable.empty()) return nullptr;
-    if (const auto named = cliProcessNames_.profileNamed(executable)) return profileAt(named);
+    if (const auto* named = tables_->cliProcessNames.profileNamed(executable)) return named;
     if (!isInterpreter(executable)) return nullptr;
-    const auto program = programWithAgentName(arguments);
-    return program ? profileAt(cliProcessNames_.profileNamed(*program)) : nullptr;
+    const auto program = tables_->programWithAgentName(arguments);
+    return program ? tables_->cliProcessNames.profileNamed(*program) : nullptr;
   }
 
   // 3. Inside an application: that application's profile, whatever the executable.
-  if (const auto owner = appBundleNames_.profileNamed(*bundle)) return profileAt(owner);
-  if (cliProcessNames_.profileNamed(executable)) {
+  if (const auto* owner = tables_->appBundleNames.profileNamed(*bundle)) return owner;
+  if (tables_->cliProcessNames.profileNamed(executable) != nullptr) {
     reportUnmatchedHostBundle(*bundle, executable);
-  } else if (const auto program = programWithAgentName(arguments)) {
+  } else if (const auto program = tables_->programWithAgentName(arguments)) {
     reportUnmatchedHostBundle(*bundle, *program);
   }
   return nullptr;
-}
-
-std::optional<std::string_view> AgentResolver::programWithAgentName(
-    std::string_view arguments) const {
-  for (const std::string_view token : platform::Pieces(arguments, ' ')) {
-    const std::string_view program = platform::lastPiece(token, '/');
-    if (cliProcessNames_.profileNamed(program)) return program;
-  }
-  return std::nullopt;
-}
-
-const AgentProfile* AgentResolver::profileAt(std::optional<std::size_t> index) const {
-  return index ? &profiles_[*index] : nullptr;
 }
 
 std::optional<std::string> AgentResolver::appBundleName(std::string_view path) {

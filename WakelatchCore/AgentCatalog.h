@@ -2,8 +2,8 @@
 // the agent behind a bundle identifier or a command line.
 #pragma once
 
-#include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -63,8 +63,9 @@ std::set<std::string> cliAgentNames();
 const std::set<std::string, std::less<>>& terminalBundleIDs();
 }  // namespace AgentCatalog
 
-/// The agents watched under some settings, and the questions detectors ask about them. A value;
-/// lookups change nothing but what was reported to the handler and may run on any thread.
+/// The agents watched under some settings, and the questions detectors ask about them. A value that
+/// is cheap to copy; lookups change nothing but what was reported to the handler and may run on any
+/// thread.
 class AgentResolver {
  public:
   /// Called with the bundle's name and the executable's name, once per unknown application bundle
@@ -79,11 +80,15 @@ class AgentResolver {
   /// @param profiles  in the order in which they are tried
   explicit AgentResolver(std::vector<AgentProfile> profiles);
 
+  AgentResolver(const AgentResolver&) = default;
+  AgentResolver& operator=(const AgentResolver&) = default;
+
   /// The catalog without the agents switched off, and without browsers unless they are enabled.
+  /// Cheap while the settings stay the same.
   static AgentResolver make(const GuardSettings& settings);
 
   /// In the order in which they are tried.
-  const std::vector<AgentProfile>& profiles() const { return profiles_; }
+  const std::vector<AgentProfile>& profiles() const;
   /// The profiles whose phrases are looked for in terminals, in order.
   std::vector<AgentProfile> terminalScanProfiles() const;
 
@@ -105,33 +110,8 @@ class AgentResolver {
   static bool isInterpreter(std::string_view executable);
 
  private:
-  /// One kind of name, lower-cased, in the order of the profiles. Answers are indices of profiles.
-  class NameTable {
-   public:
-    NameTable(const std::vector<AgentProfile>& profiles,
-              std::vector<std::string> AgentProfile::*names);
-    /// The first profile with this name, regardless of case.
-    std::optional<std::size_t> profileNamed(std::string_view name) const;
-    /// The first profile with a name that the text contains, regardless of case.
-    std::optional<std::size_t> profileWithNameIn(std::string_view text) const;
-
-   private:
-    struct Row {
-      std::string name;
-      std::size_t profile;
-    };
-    std::vector<Row> rows_;
-  };
-
-  /// The first program among the arguments that is named like a command-line agent.
-  std::optional<std::string_view> programWithAgentName(std::string_view arguments) const;
-  const AgentProfile* profileAt(std::optional<std::size_t> index) const;
-
-  std::vector<AgentProfile> profiles_;
-  NameTable bundleIDs_;
-  NameTable appBundleNames_;
-  NameTable cliProcessNames_;
-  NameTable cliPathMarkers_;
+  struct Tables;
+  std::shared_ptr<const Tables> tables_;  ///< of all copies; nothing in it ever changes
 };
 
 }  // namespace wakelatch
