@@ -1,9 +1,12 @@
 #include "Host/OneTick.h"
 
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include "Host/Folder.h"
 #include "Host/SettingsFile.h"
+#include "Host/SystemTools.h"
 #include "Platform/Clock.h"
 
 namespace wakelatch::host {
@@ -43,10 +46,14 @@ OneTick tickOnce(std::optional<AppMode> mode, const std::string& agent, Tools& t
   const auto watch = runningWatchState();
   const MachineSources machine(tools.runner());
   Observer observer(machine.sources());
+  Observation seen = observer.look(settings, platform::now());
+  if (!seen.evidence.process.empty() && loadSampleSeconds() > 0) {
+    std::this_thread::sleep_for(std::chrono::duration<double>(loadSampleSeconds()));
+    seen = observer.look(settings, platform::now());
+  }
   AgentStateMachine stateMachine(watch ? watch->memory() : AgentStateMachine::Memory());
-  OneTick tick =
-      decide(stateMachine, mode.value_or(watch ? watch->mode : AppMode::watchAgentUI), settings,
-             watch && watch->held.isHeld(), observer.look(settings, platform::now()));
+  OneTick tick = decide(stateMachine, mode.value_or(watch ? watch->mode : AppMode::watchAgentUI),
+                        settings, watch && watch->held.isHeld(), std::move(seen));
   tick.isWatchRunning = isWatchRunning;
   tick.watch = watch;
   return tick;

@@ -36,7 +36,8 @@ WatchState stateAfter(const OneTick& tick, const AgentStateMachine::Memory& memo
                       const Held& held, std::int64_t pid, double intervalSeconds);
 
 /// Looks and decides as a running watch would, with what it remembers; without one, as a watch that
-/// has just begun. Throws std::runtime_error when the settings cannot be read.
+/// has just begun. Where agents run it looks twice, to measure their load for as long as a watch
+/// does. Throws std::runtime_error when the settings cannot be read.
 /// @param mode   absent: the running watch's, else watching agents
 /// @param agent  the id of the only one that is looked for; empty: all
 OneTick tickOnce(std::optional<AppMode> mode, const std::string& agent, Tools& tools);

@@ -31,6 +31,8 @@ std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children,
   return std::make_unique<PlainLanguageRunner>(children);
 }
 
+double loadSampleSeconds() { return 0; }
+
 void serviceSystemEvents() {
   @autoreleasepool {
     // A pass without waiting delivers one source, and says so only when told to return after it.

@@ -20,6 +20,10 @@ std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children, double
 /// How long an administrator prompt may stay open: time enough for a password.
 inline constexpr double adminTimeoutSeconds = 120;
 
+/// How long after a first listing of the processes a second one tells loads that can be believed,
+/// in seconds: as long as a watch leaves between two. 0 where the system itself keeps averages.
+double loadSampleSeconds();
+
 /// Lets the system deliver what it has for this process, as an application's main loop would: macOS
 /// renews its list of running applications only then. From the main thread, before each tick.
 void serviceSystemEvents();
