@@ -61,15 +61,12 @@ void cut(const Sample* sample, Timestamp from, Timestamp to, const Workers& work
 /// Calls `use` for every slice from the first sample to the end of the last, in order.
 template <class Use>
 void forEachSlice(const std::vector<Sample>& samples, const Workers& workers, Use&& use) {
-  double seconds = 0;  // for which the sample before stands
   for (std::size_t i = 0; i < samples.size(); ++i) {
     const Timestamp from = samples[i].at;
-    const bool isLast = i + 1 == samples.size();
-    const Timestamp next = isLast ? after(from, seconds) : std::max(from, samples[i + 1].at);
-    const Timestamp end = std::min(next, after(from, longestSampleSeconds));
-    seconds = secondsBetween(from, end);
+    const Timestamp end = after(from, secondsOf(samples, i));
     cut(&samples[i], from, end, workers, use);
-    if (end < next) cut(nullptr, end, next, workers, use);
+    if (i + 1 == samples.size() || samples[i + 1].at <= end) continue;
+    cut(nullptr, end, samples[i + 1].at, workers, use);
   }
 }
 
@@ -199,6 +196,12 @@ Figures measureIf(bool Sample::*isHeld, std::vector<Sample> samples, const Worke
 }
 
 }  // namespace
+
+double secondsOf(const std::vector<Sample>& samples, std::size_t index) {
+  const std::size_t next = index + 1;
+  if (next == samples.size()) return index == 0 ? 0 : secondsOf(samples, index - 1);
+  return std::clamp(secondsBetween(samples[index].at, samples[next].at), 0.0, longestSampleSeconds);
+}
 
 double Figures::medianDetection() const {
   if (detectionSeconds.empty()) return 0;

@@ -8,6 +8,7 @@
 // Pure functions, callable from any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -20,7 +21,7 @@
 
 namespace wakelatch::host {
 
-/// How long a sample stands for what it says, in seconds.
+/// The longest time that a sample stands for, in seconds.
 inline constexpr double longestSampleSeconds = 10;
 /// So much of each interval of work may pass unseen before it counts as not held.
 inline constexpr double detectionAllowance = 10;
@@ -39,6 +40,9 @@ struct Sample {
   bool hasLoad = false;     ///< any agent's CPU is at or above its threshold, whatever it is worth
   double graceSeconds = 0;  ///< of the power profile in force
 };
+
+/// How long a sample stands for what it says, in seconds.
+double secondsOf(const std::vector<Sample>& samples, std::size_t index);
 
 /// What is counted for one agent, or for the machine: there an interval of work lasts as long as
 /// any agent works. Intervals that touch are one.
