@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Host/Page.h"
 #include "Host/StatsReport.h"
 
 namespace wakelatch::host {
@@ -11,17 +12,6 @@ namespace {
 constexpr double top = 10, bottom = 220, labelLine = 242;  // pixels
 constexpr double gap = 1;                                  // pixels between the kinds of a day
 constexpr double widestBar = 6;                            // percent
-
-/// `value`, at least 0, with two decimals.
-std::string decimal(double value) {
-  const auto hundredths = static_cast<std::int64_t>(std::llround(value * 100));
-  const std::string fraction = std::to_string(hundredths % 100);
-  return std::to_string(hundredths / 100) + (fraction.size() < 2 ? ".0" : ".") + fraction;
-}
-
-std::string attribute(std::string_view name, const std::string& value) {
-  return " " + std::string(name) + "=\"" + value + "\"";
-}
 
 /// Distance in seconds between grid lines, so that at most five reach up to `longest`.
 double gridStep(double longest) {
@@ -117,10 +107,6 @@ class Chart {
 };
 
 }  // namespace
-
-std::string percent(double value) {
-  return decimal(value) + "%";
-}
 
 std::string dayChart(const std::vector<UsageMetrics::RecentDay>& days) {
   return Chart(days).svg();

@@ -14,7 +14,4 @@ namespace wakelatch::host {
 /// space is short.
 std::string dayChart(const std::vector<UsageMetrics::RecentDay>& days);
 
-/// `value`, at least 0, as "12.34%" in any locale.
-std::string percent(double value);
-
 }  // namespace wakelatch::host

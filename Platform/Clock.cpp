@@ -63,4 +63,19 @@ std::optional<Timestamp> parseIso8601(std::string_view text) {
   return Timestamp{sys_days{date} + hours{hour} + minutes{minute} + seconds{second}};
 }
 
+std::optional<Timestamp> parseIso8601Fraction(std::string_view text) {
+  constexpr std::size_t point = 19, mostDigits = 9;  // where a fraction begins, and how long it is
+  if (text.size() <= point || text[point] != '.') return parseIso8601(text);
+  const std::string_view digits = text.substr(point + 1, text.size() - point - 2);
+  const auto whole = parseIso8601(std::string(text.substr(0, point)) + text.back());
+  if (!whole || digits.empty() || digits.size() > mostDigits) return std::nullopt;
+  double value = 0, unit = 1;
+  for (const char digit : digits) {
+    if (digit < '0' || digit > '9') return std::nullopt;
+    value = value * 10 + (digit - '0');
+    unit *= 10;
+  }
+  return after(*whole, value / unit);
+}
+
 }  // namespace wakelatch::platform

@@ -41,5 +41,9 @@ std::string iso8601Milliseconds(Timestamp time);
 /// The instant that a text of exactly the form "2025-03-01T14:05:09Z" names, or nothing.
 std::optional<Timestamp> parseIso8601(std::string_view text);
 
+/// The same for a text that may also have a fraction of one to nine digits, as in
+/// "2025-03-01T14:05:09.123Z".
+std::optional<Timestamp> parseIso8601Fraction(std::string_view text);
+
 }  // namespace wakelatch::platform
 #pragma GCC visibility pop

@@ -1,0 +1,37 @@
+// What our web pages have in common: one look, and the pieces that they are put together from. Pure
+// functions, but for the time zone.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "Platform/Clock.h"
+
+namespace wakelatch::host {
+
+/// One self-contained HTML page in the look of them all, light or dark as the reader likes it. It
+/// loads nothing and runs no script; browsers are told to allow neither.
+/// @param title     of the window: text
+/// @param ownStyle  rules of this page alone, after those of all pages
+/// @param header    HTML under the brand: a heading and a paragraph about it
+/// @param content   HTML of the rest: sections, and lists of figures
+/// @param maker     the command that made the page: text
+std::string page(std::string_view title, std::string_view ownStyle, const std::string& header,
+                 const std::string& content, std::string_view maker, Timestamp now);
+
+/// Text as HTML, in an element or in a quoted attribute.
+std::string escaped(std::string_view text);
+
+/// HTML of a name from outside; its writing direction stays its own.
+std::string name(std::string_view text);
+
+///@{
+/// `value`, at least 0, as "12.34" and "12.34%" in any locale.
+std::string decimal(double value);
+std::string percent(double value);
+///@}
+
+/// " name="value""; the value is HTML.
+std::string attribute(std::string_view name, const std::string& value);
+
+}  // namespace wakelatch::host

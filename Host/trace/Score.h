@@ -1,0 +1,143 @@
+// How good the decisions about a trace are, measured by what the agents really did.
+//
+// A sample stands for the time until the next one, but for at most 10 s; the last one for as long
+// as the one before it. What lies between is time nobody looked at, during a sleep for example: it
+// adds to no figure and ends nothing; the grace period alone, a matter of the clock, passes in it.
+// Durations are seconds.
+//
+// Pure functions, callable from any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "Host/trace/Truth.h"
+#include "Platform/Clock.h"
+#include "WakelatchCore/Json.h"
+
+namespace wakelatch::host {
+
+/// The longest time that a sample stands for, in seconds.
+inline constexpr double longestSampleSeconds = 10;
+/// So much of each interval of work may pass unseen before it counts as not held.
+inline constexpr double detectionAllowance = 10;
+
+/// What the strongest active signal of a decision rests on.
+enum class EvidenceKind { none, process, uiText, sessionFile };
+
+/// One decision, as far as it is scored.
+struct Sample {
+  Timestamp at;
+  bool isHeld = false;        ///< the decision prevents sleep
+  bool isSleepAsked = false;  ///< the decision asks for sleep because work is complete
+  std::string agent;          ///< display name in the decision; empty: none
+  EvidenceKind evidence = EvidenceKind::none;
+  bool hasProcess = false;  ///< any agent's process exists
+  bool hasLoad = false;     ///< any agent's CPU is at or above its threshold, whatever it is worth
+  double graceSeconds = 0;  ///< of the power profile in force
+};
+
+/// How long a sample stands for what it says, in seconds.
+double secondsOf(const std::vector<Sample>& samples, std::size_t index);
+
+/// What is counted for one agent, or for the machine: there an interval of work lasts as long as
+/// any agent works. Intervals that touch are one.
+struct Figures {
+  /// Truth says working.
+  double workSeconds = 0;
+  ///@{
+  /// Not held while working, but for the first `detectionAllowance` of an interval of work; and the
+  /// longest stretch of it.
+  double notHeldSeconds = 0;
+  double longestNotHeldSeconds = 0;
+  ///@}
+  /// How often sleep began to be asked for by a sample taken while working.
+  std::int64_t sleepsAskedInWork = 0;
+  ///@{
+  /// After the end of work: held without a break ever since, later than the grace period after it.
+  /// Also by the raw value of the EvidenceKind that kept the hold up: of its last active sample.
+  double beyondGraceSeconds = 0;
+  std::map<std::string, double> beyondGraceByEvidence;
+  ///@}
+  /// Held while no agent works, other than without a break since the end of work.
+  double idleHeldSeconds = 0;
+  /// From the start of each interval of work (as far as it was looked at) to the first moment in it
+  /// that is held; its whole length when none is.
+  std::vector<double> detectionSeconds;
+  /// Held while working, by a decision that names an agent which is not working.
+  double otherNameSeconds = 0;
+
+  ///@{
+  /// Of detectionSeconds; 0 when there are none.
+  double medianDetection() const;
+  double worstDetection() const;
+  ///@}
+  /// Adds another trace's: durations and counts add up, of the longest the longer stays, the
+  /// delays of both are listed.
+  Figures& operator+=(const Figures& other);
+};
+
+/// The figures of one trace, or of several together.
+struct Score {
+  /// Of the machine, whichever agent works.
+  Figures all;
+  /// By display name: those of the truth, and others that decisions to hold were made for. An
+  /// agent's work seconds are its own even when others work too. Hold that no agent's work explains
+  /// is of the agent that the hold's last active sample names, without one of the agent that the
+  /// decision names; of "" when no agent is named.
+  std::map<std::string, Figures> agents;
+  ///@{
+  /// Of the machine, were it awake as people keep it by hand: while any agent's process exists, and
+  /// while the CPU of one is at or above its threshold.
+  Figures whileProcess;
+  Figures whileLoad;
+  ///@}
+
+  /// Adds another trace's score.
+  Score& operator+=(const Score& other);
+};
+
+/// Scores one trace.
+/// @param samples       in the order in which they were taken
+/// @param intervals     as loadTruth() returns them; what lies outside the samples is not scored
+/// @param displayNames  by AgentProfile::id; an id that is not there is its own display name
+Score score(const std::vector<Sample>& samples, const std::vector<TruthInterval>& intervals,
+            const std::map<std::string, std::string>& displayNames);
+
+/// Rounded to the tenth of a second to which figures are shown and compared.
+double tenths(double seconds);
+
+}  // namespace wakelatch::host
+
+namespace wakelatch {
+template <>
+inline constexpr auto enumCases<host::EvidenceKind> = std::to_array<EnumCase<host::EvidenceKind>>({
+    {host::EvidenceKind::none, "none", "nothing"},
+    {host::EvidenceKind::process, "process", "process"},
+    {host::EvidenceKind::uiText, "uiText", "UI text"},
+    {host::EvidenceKind::sessionFile, "sessionFile", "session files"},
+});
+template <>
+inline constexpr auto jsonFields<host::Figures> = std::tuple{
+    required("workSeconds", &host::Figures::workSeconds),
+    required("notHeldSeconds", &host::Figures::notHeldSeconds),
+    required("longestNotHeldSeconds", &host::Figures::longestNotHeldSeconds),
+    required("sleepsAskedInWork", &host::Figures::sleepsAskedInWork),
+    required("beyondGraceSeconds", &host::Figures::beyondGraceSeconds),
+    required("beyondGraceByEvidence", &host::Figures::beyondGraceByEvidence),
+    required("idleHeldSeconds", &host::Figures::idleHeldSeconds),
+    required("detectionSeconds", &host::Figures::detectionSeconds),
+    required("otherNameSeconds", &host::Figures::otherNameSeconds),
+};
+template <>
+inline constexpr auto jsonFields<host::Score> = std::tuple{
+    required("all", &host::Score::all),
+    required("agents", &host::Score::agents),
+    required("whileProcess", &host::Score::whileProcess),
+    required("whileLoad", &host::Score::whileLoad),
+};
+}  // namespace wakelatch

@@ -1,0 +1,160 @@
+#include "Host/trace/ScoreReport.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include "Host/Page.h"
+#include "Host/StatsReport.h"
+#include "Host/Terminal.h"
+
+namespace wakelatch::host {
+namespace {
+
+/// Tenths below 10 s, whole seconds above.
+std::string secondsText(double seconds) {
+  const double shown = tenths(seconds);
+  char text[32];
+  std::snprintf(text, sizeof text, shown > 0 && shown < 10 ? "%.1f" : "%.0f", shown);
+  return text;
+}
+
+struct Column {
+  std::string_view title;
+  std::string (*text)(const Figures&);
+};
+constexpr std::array<Column, 9> columns{{
+    {"Work", [](const Figures& f) { return secondsText(f.workSeconds); }},
+    {"Not held", [](const Figures& f) { return secondsText(f.notHeldSeconds); }},
+    {"Longest", [](const Figures& f) { return secondsText(f.longestNotHeldSeconds); }},
+    {"Sleeps", [](const Figures& f) { return std::to_string(f.sleepsAskedInWork); }},
+    {"Seen after", [](const Figures& f) { return secondsText(f.medianDetection()); }},
+    {"At worst", [](const Figures& f) { return secondsText(f.worstDetection()); }},
+    {"Beyond grace", [](const Figures& f) { return secondsText(f.beyondGraceSeconds); }},
+    {"Idle held", [](const Figures& f) { return secondsText(f.idleHeldSeconds); }},
+    {"Misnamed", [](const Figures& f) { return secondsText(f.otherNameSeconds); }},
+}};
+
+constexpr std::string_view legend =
+    "In seconds. Not held: in work, after its first 10 s. Sleeps: asked for in work.\n"
+    "Seen after: the delay until work was held, for half of all work at most.\n"
+    "Beyond grace: still held after work. Idle held: for no work at all.\n"
+    "Misnamed: held in work, in the name of an agent that did none.\n";
+
+struct Row {
+  std::string label;
+  const Figures* figures;
+};
+
+/// Agents by name, then the machine, then what people do by hand.
+std::vector<Row> rowsOf(const Score& score) {
+  std::vector<Row> rows;
+  for (const auto& [agent, figures] : score.agents) {
+    rows.push_back({agent.empty() ? "no agent named" : agent, &figures});
+  }
+  rows.push_back({"In all", &score.all});
+  rows.push_back({"Awake while a process exists", &score.whileProcess});
+  rows.push_back({"Awake while a CPU is busy", &score.whileLoad});
+  return rows;
+}
+
+/// "Beyond grace by evidence: process 10, session files 15"; empty when there is nothing.
+std::string evidenceText(const Figures& figures) {
+  std::string text;
+  for (const auto& [raw, seconds] : figures.beyondGraceByEvidence) {
+    const auto kind = fromRawValue<EvidenceKind>(raw);
+    text += (text.empty() ? "Beyond grace by evidence: " : ", ") +
+            std::string(kind ? displayName(*kind) : raw) + " " + secondsText(seconds);
+  }
+  return text;
+}
+
+std::string headerOf(const Figures& all) {
+  if (!(all.workSeconds > 0)) return "<h1 class=\"quiet\">No work to measure decisions by</h1>\n";
+  // Cut, not rounded: 100 % is all of it.
+  const double share = std::floor((1 - all.notHeldSeconds / all.workSeconds) * 10000) / 100;
+  return "<h1>" + percent(std::max(share, 0.0)) +
+         " <small>of agent work kept awake</small></h1>\n<p><b>" + durationText(all.workSeconds) +
+         "</b> of work, sleep asked for in it <b>" + std::to_string(all.sleepsAskedInWork) +
+         "</b> times, and <b>" + durationText(all.beyondGraceSeconds + all.idleHeldSeconds) +
+         "</b> kept awake for nothing.</p>\n";
+}
+
+std::string tableSectionOf(const Score& score) {
+  std::string html =
+      "<section>\n<h2 id=\"table\">Figures</h2>\n"
+      "<div class=\"figures\" role=\"region\" aria-labelledby=\"table\" tabindex=\"0\">\n"
+      "<table aria-labelledby=\"table\">\n<thead><tr><th scope=\"col\">Agent</th>";
+  for (const Column& column : columns) {
+    html += "<th scope=\"col\">" + std::string(column.title) + "</th>";
+  }
+  html += "</tr></thead>\n<tbody>\n";
+  for (const Row& row : rowsOf(score)) {
+    html += "<tr><th scope=\"row\">" + name(row.label) + "</th>";
+    for (const Column& column : columns) {
+      const std::string text = column.text(*row.figures);
+      html += (text == "0" ? "<td class=\"zero\">" : "<td>") + text + "</td>";
+    }
+    html += "</tr>\n";
+  }
+  return html + "</tbody>\n</table>\n</div>\n<p class=\"note\">" + std::string(legend) + "<br>" +
+         evidenceText(score.all) + "</p>\n</section>\n";
+}
+
+std::string traceSectionOf(const ScoredTrace& trace) {
+  static constexpr std::pair<std::string_view, std::string_view> kinds[] = {
+      {"kind0", "working"}, {"kind2", "waiting for the user"}, {"track", "idle"},
+      {"kind1", "held"},    {"sleep", "sleep asked for"},      {"kind3", "evidence"}};
+  std::string html = "<section>\n<h2>" + name(trace.title) + "</h2>\n<ul class=\"legend\">\n";
+  for (const auto& [style, meaning] : kinds) {
+    html += "<li><i class=\"" + std::string(style) + "\"></i>" + std::string(meaning) + "</li>\n";
+  }
+  html += "</ul>\n";
+  if (!trace.samples.empty()) {
+    html += "<p class=\"note\">From " + localTimeText(trace.samples.front().at) + ", " +
+            std::to_string(trace.samples.size()) + " decisions</p>\n";
+  }
+  return html + stripChart(trace) + "</section>\n";
+}
+
+constexpr std::string_view ownStyle = R"html(.figures table { table-layout: auto; }
+.figures thead th { white-space: normal; } .track { background: var(--line); }
+.figures + .note { margin-top: 1rem; }
+)html";
+
+}  // namespace
+
+std::string scoreText(const Score& score) {
+  const std::vector<Row> rows = rowsOf(score);
+  int labelWidth = 0;
+  for (const Row& row : rows) labelWidth = std::max(labelWidth, columnsOf(printable(row.label)));
+  const auto label = [&](const std::string& text) {
+    return text + std::string(static_cast<std::size_t>(labelWidth - columnsOf(text)), ' ');
+  };
+  std::string result = label("");
+  for (const Column& column : columns) result += "  " + std::string(column.title);
+  result += '\n';
+  for (const Row& row : rows) {
+    result += label(printable(row.label));
+    for (const Column& column : columns) {
+      const std::string text = column.text(*row.figures);
+      const std::size_t width = std::max(column.title.size(), text.size());
+      result += "  " + std::string(width - text.size(), ' ') + text;
+    }
+    result += '\n';
+  }
+  const std::string evidence = evidenceText(score.all);
+  return result + (evidence.empty() ? "" : evidence + "\n") + std::string(legend);
+}
+
+std::string scorePage(const std::vector<ScoredTrace>& traces, const Score& score, Timestamp now) {
+  std::string content = tableSectionOf(score);
+  for (const ScoredTrace& trace : traces) content += traceSectionOf(trace);
+  return page("Wakelatch score", std::string(ownStyle) + std::string(chartStyle),
+              headerOf(score.all), content, "wakelatch replay", now);
+}
+
+}  // namespace wakelatch::host

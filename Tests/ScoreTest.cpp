@@ -1,0 +1,329 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+#include "Host/trace/Limits.h"
+#include "Host/trace/Score.h"
+#include "Host/trace/ScoreReport.h"
+#include "Host/trace/Truth.h"
+#include "Platform/Files.h"
+#include "Tests/TemporaryFolder.h"
+
+namespace wakelatch::host {
+namespace {
+
+using testing::ElementsAre, testing::HasSubstr, testing::Not;
+
+const Timestamp start = *platform::parseIso8601("2025-03-10T12:00:00Z");
+const std::map<std::string, std::string> displayNames{{"a", "Alpha"}, {"b", "Beta"}};
+constexpr double step = 5;  // seconds that a character stands for
+constexpr double grace = 10;
+
+/// Truth as a picture: w and v work (two intervals where they meet), q waiting, - idle.
+std::vector<TruthInterval> truthOf(const std::string& agent, const std::string& picture) {
+  std::vector<TruthInterval> intervals;
+  char before = ' ';
+  for (std::size_t i = 0; i < picture.size(); ++i) {
+    const Timestamp at = after(start, step * static_cast<double>(i));
+    const char c = picture[i];
+    if (c != ' ' && c != before) {
+      intervals.push_back({at, at, agent,
+                           c == 'q'   ? Doing::waiting
+                           : c == '-' ? Doing::idle
+                                      : Doing::working});
+    }
+    if (c != ' ') intervals.back().to = after(at, step);
+    before = c;
+  }
+  return intervals;
+}
+
+/// Samples as a picture: P, U, S held by a process, UI text, session files of Alpha, B by Beta's
+/// process, g held in grace; not held: p with a process, l with its load too, ! asking for sleep.
+/// A blank is no sample.
+std::vector<Sample> samplesOf(const std::string& picture) {
+  std::vector<Sample> samples;
+  for (std::size_t i = 0; i < picture.size(); ++i) {
+    const char c = picture[i];
+    if (c == ' ') continue;
+    Sample& sample = samples.emplace_back();
+    sample.at = after(start, step * static_cast<double>(i));
+    sample.isHeld = std::string("PUSBg").find(c) != std::string::npos;
+    sample.isSleepAsked = c == '!';
+    if (sample.isHeld && c != 'g') sample.agent = c == 'B' ? "Beta" : "Alpha";
+    sample.evidence = c == 'U'               ? EvidenceKind::uiText
+                      : c == 'S'             ? EvidenceKind::sessionFile
+                      : c == 'P' || c == 'B' ? EvidenceKind::process
+                                             : EvidenceKind::none;
+    sample.hasProcess = c == 'p' || c == 'l';
+    sample.hasLoad = c == 'l';
+    sample.graceSeconds = grace;
+  }
+  return samples;
+}
+
+/// The figures that are not 0: "work 20, delays 0 5".
+std::string text(const Figures& figures) {
+  std::string result;
+  const auto add = [&](const std::string& name, double value) {
+    if (value > 0) result += ", " + name + " " + std::to_string(std::lround(value));
+  };
+  add("work", figures.workSeconds);
+  add("not held", figures.notHeldSeconds);
+  add("longest", figures.longestNotHeldSeconds);
+  add("sleeps", static_cast<double>(figures.sleepsAskedInWork));
+  add("beyond", figures.beyondGraceSeconds);
+  for (const auto& [kind, seconds] : figures.beyondGraceByEvidence) add(kind, seconds);
+  add("idle", figures.idleHeldSeconds);
+  if (!figures.detectionSeconds.empty()) result += ", delays";
+  for (const double delay : figures.detectionSeconds) {
+    result += " " + std::to_string(std::lround(delay));
+  }
+  add("other name", figures.otherNameSeconds);
+  return result.empty() ? result : result.substr(2);
+}
+
+TEST(Score, FiguresAreThoseOfTheirDefinitions) {
+  const struct {
+    const char *truth, *samples, *figures;
+  } rows[] = {
+      {"wwww", "PPPP", "work 20, delays 0"},
+      {"wwww", "..PP", "work 20, delays 10"},  // the allowance to its end
+      {"wwww", "...P", "work 20, not held 5, longest 5, delays 15"},
+      {"wwww", "....", "work 20, not held 10, longest 10, delays 20"},
+      {"wwwwwwww", "PPP.P..P", "work 40, not held 15, longest 10, delays 0"},
+      {"www-www", "PPPgg..", "work 30, not held 5, longest 5, delays 0 0"},
+      {"wwvv", "..PP", "work 20, delays 10"},  // intervals that touch are one
+      {"wwww", "  PP", "work 10, delays 0"},   // work before the trace, and after it
+      {"wwww", "..", "work 10, delays 10"},
+      // Completion sleeps count by onset, and in work alone.
+      {"wwwwww-", "P!!P!P!", "work 30, not held 10, longest 5, sleeps 2, delays 0"},
+      {"-ww", "!!!", "work 10, sleeps 1, delays 10"},
+      // Hold after work: grace is not counted, what follows is its last active sample's.
+      {"ww----", "PPgg..", "work 10, delays 0"},
+      {"ww-------", "PPUSSgg..", "work 10, beyond 15, sessionFile 15, delays 0"},
+      {"wwqq  ", "PPSUgg", "work 10, beyond 10, uiText 10, delays 0"},
+      {"ww----ww", "PPUUUUPP", "work 20, beyond 10, uiText 10, delays 0 0"},
+      {"ww------ww---", "PPPPPP..PPSSS",
+       "work 20, beyond 15, process 10, sessionFile 5, delays 0 0"},
+      // Other hold: after a break, before work, of a trace without truth.
+      {"ww----", "PPgg.P", "work 10, idle 5, delays 0"},
+      {"www--", "PP.PP", "work 15, not held 5, longest 5, idle 10, delays 0"},
+      {"--ww", "PPPP", "work 10, idle 10, delays 0"},
+      {"", "PPg.", "idle 15"},
+      // Nobody looks for longer than 10 s: only grace passes.
+      {"wwwwwwww", "P     ..", "work 20, not held 10, longest 10, delays 0"},
+      {"wwwwwwww", ".     .P", "work 20, not held 5, longest 5, delays 15"},
+      {"ww------", "PP   P..", "work 10, beyond 5, process 5, delays 0"},
+      {"ww  -ww-", "..     P", "work 10, idle 10, delays 10"},  // no work that anybody saw
+      // Little to go by.
+      {"w", "P", ""},
+      {"w", "", ""},
+      {"ww", "BP", "work 10, delays 0, other name 5"},
+      {"ww", "gg", "work 10, delays 0"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(text(score(samplesOf(row.samples), truthOf("a", row.truth), displayNames).all),
+              row.figures)
+        << row.truth << "|" << row.samples;
+  }
+}
+
+TEST(Score, EachAgentHasItsWorkAndTheMachineTheUnion) {
+  const struct {
+    const char *alpha, *beta, *samples;
+    std::map<std::string, std::string> figures;  // "all" too
+  } rows[] = {
+      {"wwww--",
+       "--wwww",
+       "PPPPPB",
+       {{"all", "work 30, delays 0, other name 5"},
+        {"Alpha", "work 20, delays 0"},
+        {"Beta", "work 20, delays 0, other name 5"}}},
+      {"wwww--",
+       "--wwww",
+       "....BB",
+       {{"all", "work 30, not held 10, longest 10, delays 20"},
+        {"Alpha", "work 20, not held 10, longest 10, delays 20"},
+        {"Beta", "work 20, delays 10"}}},
+      // Hold is whose name its last active sample has; the end of one agent's work explains none.
+      {"ww------",
+       "---w----",
+       "BBPgggBg",
+       {{"all", "work 15, beyond 10, process 10, delays 0 0, other name 10"},
+        {"Alpha", "work 10, delays 0, other name 10"},
+        {"Beta", "work 5, beyond 10, process 10, delays 0"}}},
+      {"-", "", "Pgg.g", {{"all", "idle 20"}, {"Alpha", "idle 15"}, {"", "idle 5"}}},
+      {"----", "-", "Bg..", {{"all", "idle 10"}, {"Alpha", ""}, {"Beta", "idle 10"}}},
+  };
+  for (const auto& row : rows) {
+    std::vector<TruthInterval> truth = truthOf("a", row.alpha);
+    for (const TruthInterval& interval : truthOf("b", row.beta)) truth.push_back(interval);
+    const Score got = score(samplesOf(row.samples), truth, displayNames);
+    std::map<std::string, std::string> figures{{"all", text(got.all)}};
+    for (const auto& [agent, each] : got.agents) figures[agent] = text(each);
+    EXPECT_EQ(figures, row.figures) << row.samples;
+  }
+}
+
+TEST(Score, BaselinesAndTracesAddUp) {
+  Score sum = score(samplesOf("..pllppp"), truthOf("x", "-www----"), displayNames);
+  EXPECT_EQ(text(sum.whileProcess), "work 15, beyond 10, process 10, delays 5");
+  EXPECT_EQ(text(sum.whileLoad), "work 15, delays 10");
+  EXPECT_EQ(text(sum.agents["x"]), "work 15, not held 5, longest 5, delays 15");
+  sum += score(samplesOf("PP.PSSSl"), truthOf("x", "wwww----"), displayNames);
+  EXPECT_EQ(text(sum.all),
+            "work 35, not held 10, longest 5, beyond 5, sessionFile 5, delays 15 0, other name 15");
+  EXPECT_EQ(text(sum.whileLoad), "work 35, not held 10, longest 10, idle 5, delays 10 20");
+  EXPECT_EQ(sum.agents.count("Alpha"), 1u);
+  EXPECT_EQ(sum.all.medianDetection(), 7.5);
+  EXPECT_EQ(sum.all.worstDetection(), 15);
+  EXPECT_EQ(Figures().medianDetection(), 0);
+  EXPECT_EQ(decode<Score>(encode(sum)).all.detectionSeconds, sum.all.detectionSeconds);
+}
+
+TEST(Truth, ReadsInstantsWithFractions) {
+  const std::pair<const char*, double> rows[] = {
+      {"2025-03-10T12:00:00Z", 0},         {"2025-03-10T12:00:01.5Z", 1.5},
+      {"2025-03-10T12:00:00.123Z", 0.123}, {"2025-03-10T12:00:00.000000001Z", 1e-9},
+      {"2025-03-10T12:00:00.Z", -1},       {"2025-03-10T12:00:00.0000000001Z", -1},
+      {"2025-03-10T12:00:00.1", -1},       {"2025-03-10T12:00:00.1+1Z", -1},
+      {"2025-03-10T12:00:00.", -1},        {"2025-03-10T12:00:60.5Z", -1},
+  };
+  for (const auto& [written, seconds] : rows) {
+    const auto at = platform::parseIso8601Fraction(written);
+    EXPECT_NEAR(at ? secondsBetween(start, *at) : -1, seconds, 1e-6) << written;
+  }
+}
+
+TEST(Truth, FileIsReadStrictly) {
+  const TemporaryFolder folder;
+  const auto file = folder.path() / "truth.jsonl";
+  const auto line = [](const char* from, const char* to, const char* agent,
+                       const char* state = "working") {
+    const std::string hour = "\"2025-03-10T12:";
+    return "{\"from\":" + hour + from + "Z\",\"to\":" + hour + to + "Z\",\"agent\":\"" + agent +
+           "\",\"state\":\"" + state + "\"}\n";
+  };
+  platform::writeAtomically(file, "");
+  EXPECT_TRUE(loadTruth(file).empty());
+  platform::writeAtomically(file, line("02:00", "03:00.5", "a", "idle") +
+                                      line("01:00.25", "02:00", "a") +
+                                      line("01:30", "01:30", "b", "waiting"));
+  const auto truth = loadTruth(file);
+  ASSERT_EQ(truth.size(), 3u);
+  EXPECT_EQ(truth[0].from, after(start, 60.25));
+  EXPECT_EQ(truth[1].agent + std::string(rawValue(truth[1].doing)), "bwaiting");
+  EXPECT_EQ(truth[2].to, after(start, 180.5));
+
+  const std::string good = line("01:00", "02:00", "a");
+  const std::pair<std::string, const char*> wrong[] = {
+      {good + "\n", ":2: not JSON"},
+      {good + line("01:59.999", "02:30", "a", "idle"), ":2: overlaps line 1 of the same agent"},
+      {line("01:00", "09:00", "b") + line("01:10", "01:20", "b") + line("03:00", "04:00", "b"),
+       ":2: overlaps line 1 "},
+      {line("02:00", "01:59.9", "a"), ":1: to: before from"},
+      {line("1:00", "02:00", "a"), ":1: from: expected a time such as"},
+      {line("01:00", "02:00", "a", "busy"), ":1: state: no such case: \"busy\""},
+      {good + R"({"from":"2025-03-10T12:05:00Z","agent":"a","state":"idle"})", ":2: to: missing"},
+  };
+  for (const auto& [content, reason] : wrong) {
+    platform::writeAtomically(file, content);
+    try {
+      loadTruth(file);
+      ADD_FAILURE() << content;
+    } catch (const std::runtime_error& error) {
+      EXPECT_THAT(error.what(), HasSubstr(file.string() + reason));
+    }
+  }
+  EXPECT_THROW(loadTruth(folder.path() / "none"), std::runtime_error);
+}
+
+TEST(Limits, EveryDifferenceIsReported) {
+  const TemporaryFolder folder;
+  const auto file = folder.path() / "limits.json";
+  Figures figures;
+  figures.workSeconds = 100.04;
+  figures.notHeldSeconds = 0.3;
+  figures.sleepsAskedInWork = 1;
+  figures.detectionSeconds = {1, 7.25};
+  const Limits limits{{"z", limitOf(Figures())}, {"a \"b\"", limitOf(figures)}};
+  const std::string text = encodeLimits(limits);
+  EXPECT_EQ(text.substr(0, text.find("  },")), R"({
+  "a \"b\"": {
+    "workSeconds": 100,
+    "notHeldSeconds": 0.3,
+    "longestNotHeldSeconds": 0,
+    "sleepsAskedInWork": 1,
+    "beyondGraceSeconds": 0,
+    "idleHeldSeconds": 0,
+    "medianDetectionSeconds": 4.1,
+    "worstDetectionSeconds": 7.3,
+    "otherNameSeconds": 0
+)");
+  for (const Limits& written : {limits, Limits()}) {
+    platform::writeAtomically(file, encodeLimits(written));
+    EXPECT_EQ(encodeLimits(loadLimits(file)), encodeLimits(written));
+  }
+  platform::writeAtomically(file, R"({"a":{"workSeconds":"1"}})");
+  try {
+    loadLimits(file);
+    ADD_FAILURE();
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(error.what(), file.string() + ": a.workSeconds: expected a number");
+  }
+
+  const auto changed = [&](auto change) {
+    Figures now = figures;
+    change(now);
+    std::vector<std::string> differences;
+    for (const Difference& each : compare({{"t", limitOf(figures)}}, {{"t", now}})) {
+      differences.push_back(describe(each));
+    }
+    return differences;
+  };
+  EXPECT_THAT(changed([](Figures& now) { now.notHeldSeconds = 0.349; }), ElementsAre());
+  EXPECT_THAT(changed([](Figures& now) { now.notHeldSeconds = 0.35; }),
+              ElementsAre("t: notHeldSeconds is 0.4, limit 0.3: worse"));
+  EXPECT_THAT(changed([](Figures& now) {
+                now.workSeconds = 99;
+                now.sleepsAskedInWork = 0;
+                now.detectionSeconds = {1};
+              }),
+              ElementsAre("t: workSeconds is 99, limit 100: worse",
+                          "t: sleepsAskedInWork is 0, limit 1: better, tighten the limit",
+                          "t: medianDetectionSeconds is 1, limit 4.1: better, tighten the limit",
+                          "t: worstDetectionSeconds is 1, limit 7.3: better, tighten the limit"));
+  const auto unpaired = compare({{"old", {}}}, {{"new", figures}});
+  ASSERT_EQ(unpaired.size(), 2u);
+  EXPECT_EQ(describe(unpaired[0]), "new: has no limits");
+  EXPECT_EQ(describe(unpaired[1]), "old: has limits, but there is no such trace");
+  EXPECT_TRUE(unpaired[0].isWorse && unpaired[1].isWorse);
+}
+
+TEST(ScoreReport, TableIsAlignedAndThePageDrawsToScale) {
+  const std::string odd = "<b>\033";
+  ScoredTrace trace{odd + "x", samplesOf("PPPP  ..!P"), truthOf(odd, "wwwwqq--ww")};
+  const Score sum = score(trace.samples, trace.intervals, {});
+  const std::string table = scoreText(sum);
+  EXPECT_THAT(table,
+              HasSubstr("  Work  Not held  Longest  Sleeps  Seen after  At worst  Beyond grace  "
+                        "Idle held  Misnamed\n"));
+  EXPECT_THAT(table, HasSubstr("\nIn all                          30         0        0       1  "
+                               "       2.5       5.0             0          0        25\n"));
+  EXPECT_THAT(table, HasSubstr("\n<b>\uFFFD                   "));
+  EXPECT_THAT(table, Not(HasSubstr("\033")));
+
+  const std::string page = scorePage({trace, {"empty", {}, {}}}, sum, start);
+  for (const char* part :
+       {"<bdi>&lt;b&gt;\033x</bdi>", "default-src 'none'; style-src 'unsafe-inline'",
+        R"(class="kind0" x="0.00%" width="40.00%")", R"(class="kind2" x="40.00%" width="20.00%")",
+        R"(class="kind1" x="0.00%" width="50.00%")", R"(class="sleep" x="80.00%" width="10.00%")",
+        R"(class="kind3" x="90.00%" width="10.00%")"})
+    EXPECT_THAT(page, HasSubstr(part));
+  for (const char* outside : {"http:", "https:", "url(", "@import", "<script", "<b>\033"})
+    EXPECT_THAT(page, Not(HasSubstr(outside)));
+}
+
+}  // namespace
+}  // namespace wakelatch::host
