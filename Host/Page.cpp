@@ -102,9 +102,9 @@ Wakelatch</p>
 
 std::string page(std::string_view title, std::string_view ownStyle, const std::string& header,
                  const std::string& content, std::string_view maker, Timestamp now) {
-  return std::string(beforeTitle) + escaped(title) + std::string(style) +
-         std::string(ownStyle) + std::string(afterStyle) + header + "</header>\n" + content +
-         "<footer>Made " + localTimeText(now) + " by " + escaped(maker) +
+  return std::string(beforeTitle) + escaped(title) + std::string(style) + std::string(ownStyle) +
+         std::string(afterStyle) + header + "</header>\n" + content + "<footer>Made " +
+         localTimeText(now) + " by " + escaped(maker) +
          ". This page loads nothing and runs no script.</footer>\n</main>\n</body>\n</html>\n";
 }
 

@@ -12,12 +12,22 @@
 namespace wakelatch::host {
 namespace {
 
-using testing::ElementsAre, testing::HasSubstr, testing::Not;
+using testing::ElementsAre, testing::HasSubstr, testing::Not, testing::StartsWith;
 
 const Timestamp start = *platform::parseIso8601("2025-03-10T12:00:00Z");
 const std::map<std::string, std::string> displayNames{{"a", "Alpha"}, {"b", "Beta"}};
 constexpr double step = 5;  // seconds that a character stands for
 constexpr double grace = 10;
+
+template <class Action>
+std::string errorOf(Action action) {
+  try {
+    action();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "none";
+}
 
 /// Truth as a picture: w and v work (two intervals where they meet), q waiting, - idle.
 std::vector<TruthInterval> truthOf(const std::string& agent, const std::string& picture) {
@@ -132,36 +142,27 @@ TEST(Score, FiguresAreThoseOfTheirDefinitions) {
 TEST(Score, EachAgentHasItsWorkAndTheMachineTheUnion) {
   const struct {
     const char *alpha, *beta, *samples;
-    std::map<std::string, std::string> figures;  // "all" too
+    std::string figures;
   } rows[] = {
-      {"wwww--",
-       "--wwww",
-       "PPPPPB",
-       {{"all", "work 30, delays 0, other name 5"},
-        {"Alpha", "work 20, delays 0"},
-        {"Beta", "work 20, delays 0, other name 5"}}},
-      {"wwww--",
-       "--wwww",
-       "....BB",
-       {{"all", "work 30, not held 10, longest 10, delays 20"},
-        {"Alpha", "work 20, not held 10, longest 10, delays 20"},
-        {"Beta", "work 20, delays 10"}}},
+      {"wwww--", "--wwww", "PPPPPB",
+       "work 30, delays 0, other name 5; Alpha: work 20, delays 0; "
+       "Beta: work 20, delays 0, other name 5"},
+      {"wwww--", "--wwww", "....BB",
+       "work 30, not held 10, longest 10, delays 20; "
+       "Alpha: work 20, not held 10, longest 10, delays 20; Beta: work 20, delays 10"},
       // Hold is whose name its last active sample has; the end of one agent's work explains none.
-      {"ww------",
-       "---w----",
-       "BBPgggBg",
-       {{"all", "work 15, beyond 10, process 10, delays 0 0, other name 10"},
-        {"Alpha", "work 10, delays 0, other name 10"},
-        {"Beta", "work 5, beyond 10, process 10, delays 0"}}},
-      {"-", "", "Pgg.g", {{"all", "idle 20"}, {"Alpha", "idle 15"}, {"", "idle 5"}}},
-      {"----", "-", "Bg..", {{"all", "idle 10"}, {"Alpha", ""}, {"Beta", "idle 10"}}},
+      {"ww------", "---w----", "BBPgggBg",
+       "work 15, beyond 10, process 10, delays 0 0, other name 10; "
+       "Alpha: work 10, delays 0, other name 10; Beta: work 5, beyond 10, process 10, delays 0"},
+      {"-", "", "Pgg.g", "idle 20; : idle 5; Alpha: idle 15"},
+      {"----", "-", "Bg..", "idle 10; Alpha: ; Beta: idle 10"},
   };
   for (const auto& row : rows) {
     std::vector<TruthInterval> truth = truthOf("a", row.alpha);
     for (const TruthInterval& interval : truthOf("b", row.beta)) truth.push_back(interval);
     const Score got = score(samplesOf(row.samples), truth, displayNames);
-    std::map<std::string, std::string> figures{{"all", text(got.all)}};
-    for (const auto& [agent, each] : got.agents) figures[agent] = text(each);
+    std::string figures = text(got.all);
+    for (const auto& [agent, each] : got.agents) figures += "; " + agent + ": " + text(each);
     EXPECT_EQ(figures, row.figures) << row.samples;
   }
 }
@@ -175,10 +176,8 @@ TEST(Score, BaselinesAndTracesAddUp) {
   EXPECT_EQ(text(sum.all),
             "work 35, not held 10, longest 5, beyond 5, sessionFile 5, delays 15 0, other name 15");
   EXPECT_EQ(text(sum.whileLoad), "work 35, not held 10, longest 10, idle 5, delays 10 20");
-  EXPECT_EQ(sum.agents.count("Alpha"), 1u);
   EXPECT_EQ(sum.all.medianDetection(), 7.5);
   EXPECT_EQ(sum.all.worstDetection(), 15);
-  EXPECT_EQ(Figures().medianDetection(), 0);
   EXPECT_EQ(decode<Score>(encode(sum)).all.detectionSeconds, sum.all.detectionSeconds);
 }
 
@@ -229,12 +228,7 @@ TEST(Truth, FileIsReadStrictly) {
   };
   for (const auto& [content, reason] : wrong) {
     platform::writeAtomically(file, content);
-    try {
-      loadTruth(file);
-      ADD_FAILURE() << content;
-    } catch (const std::runtime_error& error) {
-      EXPECT_THAT(error.what(), HasSubstr(file.string() + reason));
-    }
+    EXPECT_THAT(errorOf([&] { loadTruth(file); }), StartsWith(file.string() + reason)) << content;
   }
   EXPECT_THROW(loadTruth(folder.path() / "none"), std::runtime_error);
 }
@@ -266,12 +260,8 @@ TEST(Limits, EveryDifferenceIsReported) {
     EXPECT_EQ(encodeLimits(loadLimits(file)), encodeLimits(written));
   }
   platform::writeAtomically(file, R"({"a":{"workSeconds":"1"}})");
-  try {
-    loadLimits(file);
-    ADD_FAILURE();
-  } catch (const std::runtime_error& error) {
-    EXPECT_EQ(error.what(), file.string() + ": a.workSeconds: expected a number");
-  }
+  EXPECT_EQ(errorOf([&] { loadLimits(file); }),
+            file.string() + ": a.workSeconds: expected a number");
 
   const auto changed = [&](auto change) {
     Figures now = figures;

@@ -2,7 +2,6 @@
 
 #include <stdexcept>
 #include <string_view>
-#include <utility>
 
 #include "Platform/Files.h"
 
@@ -53,19 +52,22 @@ std::string encodeLimits(const Limits& limits) {
 }
 
 std::vector<Difference> compare(const Limits& limits, const std::map<std::string, Figures>& now) {
-  std::map<std::string, std::pair<std::optional<Limit>, std::optional<Limit>>> traces;
-  for (const auto& [trace, limit] : limits) traces[trace].first = limit;
-  for (const auto& [trace, figures] : now) traces[trace].second = limitOf(figures);
+  struct Sides {
+    std::optional<Limit> limit, now;
+  };
+  std::map<std::string, Sides> traces;
+  for (const auto& [trace, limit] : limits) traces[trace].limit = limit;
+  for (const auto& [trace, figures] : now) traces[trace].now = limitOf(figures);
 
   std::vector<Difference> differences;
   for (const auto& each : traces) {
-    const auto& [before, after] = each.second;
+    const Sides& sides = each.second;
     forEachFigure([&](std::string_view key, auto member) {
       const bool isWork = key == "workSeconds";
       Difference difference{each.first, std::string(key), {}, {}, isWork};
-      if (before) difference.limit = static_cast<double>((*before).*member);
-      if (after) difference.now = static_cast<double>((*after).*member);
-      if (!before || !after) {
+      if (sides.limit) difference.limit = static_cast<double>((*sides.limit).*member);
+      if (sides.now) difference.now = static_cast<double>((*sides.now).*member);
+      if (!sides.limit || !sides.now) {
         if (isWork) differences.push_back(difference);
       } else if (tenths(*difference.limit) != *difference.now) {
         difference.isWorse = isWork || *difference.now > *difference.limit;

@@ -124,17 +124,17 @@ class HoldMeter {
     if (!sample.isHeld) {
       finish();
       isSinceWork_ = false;
-      lastActive_ = nullptr;
+      basis_ = nullptr;
       return;
     }
-    if (sample.evidence != EvidenceKind::none) lastActive_ = &sample;
+    const bool isActive = sample.evidence != EvidenceKind::none;
+    if (isActive || basis_ == nullptr || basis_->evidence == EvidenceKind::none) basis_ = &sample;
     if (isWork) {
       isSinceWork_ = true;
     } else if (isSinceWork_) {
       beyondGrace_ += std::clamp(sinceWork_ - sample.graceSeconds, 0.0, slice.seconds);
-      last_ = &sample;
     } else {
-      for (Figures* figures : {&score_.all, &score_.agents[reason(sample).agent]}) {
+      for (Figures* figures : {&score_.all, &score_.agents[basis_->agent]}) {
         figures->idleHeldSeconds += slice.seconds;
       }
     }
@@ -142,27 +142,21 @@ class HoldMeter {
 
   /// The hold since the end of work is over: now it is known what kept it up.
   void finish() {
-    if (beyondGrace_ > 0) {
-      const Sample& sample = reason(*last_);
-      const std::string kind(rawValue(sample.evidence));
-      for (Figures* figures : {&score_.all, &score_.agents[sample.agent]}) {
-        figures->beyondGraceSeconds += beyondGrace_;
-        figures->beyondGraceByEvidence[kind] += beyondGrace_;
-      }
+    if (basis_ == nullptr || !(beyondGrace_ > 0)) return;
+    const std::string kind(rawValue(basis_->evidence));
+    for (Figures* figures : {&score_.all, &score_.agents[basis_->agent]}) {
+      figures->beyondGraceSeconds += beyondGrace_;
+      figures->beyondGraceByEvidence[kind] += beyondGrace_;
     }
     beyondGrace_ = 0;
   }
 
  private:
-  /// The sample that the hold at `sample` rests on.
-  const Sample& reason(const Sample& sample) const { return lastActive_ ? *lastActive_ : sample; }
-
   Score& score_;
-  bool isSinceWork_ = false;  ///< held ever since an agent worked
-  double sinceWork_ = 0;      ///< by the clock, as the grace period is counted
-  double beyondGrace_ = 0;    ///< of the hold since the end of work
-  const Sample* last_ = nullptr;
-  const Sample* lastActive_ = nullptr;  ///< of the hold until now
+  bool isSinceWork_ = false;       ///< held ever since an agent worked
+  double sinceWork_ = 0;           ///< by the clock, as the grace period is counted
+  double beyondGrace_ = 0;         ///< of the hold since the end of work
+  const Sample* basis_ = nullptr;  ///< of the hold: its last active sample, else its last one
 };
 
 /// Of the machine and of each agent.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr double labelHeight = 18, laneHeight = 16, laneGap = 8, axisHeight = 24;  // pixels
 constexpr double narrowest = 0.15;  // percent: what lasts a moment is still seen
-constexpr double mostLabels = 8;    // on the axis
+constexpr int mostLabels = 8;       // on the axis, but for one at its start
 
 /// Seconds between labels of the axis, so that there are at most `mostLabels`.
 double axisStep(double length) {
@@ -120,7 +120,7 @@ class Chart {
     const double step = axisStep(secondsBetween(start_, end_));
     const double first = std::ceil(start_.time_since_epoch().count() / step) * step;
     Timestamp time{std::chrono::duration<double>(first)};
-    for (int count = 0; time <= end_; time = after(time, step), ++count) {
+    for (int count = 0; count <= mostLabels && time <= end_; time = after(time, step), ++count) {
       const std::string x = percent(across(time));
       content_ += "<line y1=\"0\"" + attribute("x1", x) + attribute("x2", x) +
                   attribute("y2", decimal(bottom_)) + "/><text text-anchor=\"middle\"" +
@@ -140,7 +140,7 @@ class Chart {
 }  // namespace
 
 const std::string_view chartStyle =
-    R"html(.strip { display: block; width: 100%; overflow: visible; }
+    R"html(.strip { display: block; width: 100%; margin-top: .5rem; overflow: visible; }
 .strip text { fill: var(--soft); font-size: 12px; } .strip .lane { fill: var(--line); }
 .strip line { stroke: var(--line); stroke-dasharray: 2 4; }
 .sleep { fill: #c62f2f; background: #c62f2f; }

@@ -40,7 +40,7 @@ constexpr std::array<Column, 9> columns{{
 
 constexpr std::string_view legend =
     "In seconds. Not held: in work, after its first 10 s. Sleeps: asked for in work.\n"
-    "Seen after: the delay until work was held, for half of all work at most.\n"
+    "Seen after, at worst: the delay until work was held, its median and its maximum.\n"
     "Beyond grace: still held after work. Idle held: for no work at all.\n"
     "Misnamed: held in work, in the name of an agent that did none.\n";
 

@@ -77,6 +77,7 @@ std::vector<TruthInterval> loadTruth(const std::filesystem::path& file) {
   }
 
   std::vector<TruthInterval> intervals;
+  intervals.reserve(lines.size());
   for (auto& [interval, line] : lines) intervals.push_back(std::move(interval));
   std::stable_sort(intervals.begin(), intervals.end(),
                    [](const auto& a, const auto& b) { return a.from < b.from; });
