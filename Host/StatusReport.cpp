@@ -118,6 +118,16 @@ StatusReport TickReports::of(const OneTick& tick) {
   return report;
 }
 
+/// Reasons that count seconds change on every tick; what they are about does not.
+bool DecisionChanges::isNext(const GuardDecision& decision) {
+  GuardDecision key = decision;
+  key.shouldSleepNow = false;  // told by a notice
+  std::erase_if(key.reason, [](char c) { return c >= '0' && c <= '9'; });
+  if (last_ == key) return false;
+  last_ = key;
+  return true;
+}
+
 SignalStrength strengthOf(const AgentEvidence& agent, const StatusReport& report) {
   const auto signal =
       std::find_if(report.signals.begin(), report.signals.end(),

@@ -83,6 +83,16 @@ class TickReports {
   std::optional<std::string> told_;
 };
 
+/// Which decisions are worth a line of their own.
+class DecisionChanges {
+ public:
+  /// Whether the next decision is another one than the last.
+  bool isNext(const GuardDecision& decision);
+
+ private:
+  std::optional<GuardDecision> last_;
+};
+
 /// The strength of the agent's merged signal; none when nothing of its evidence is believed.
 SignalStrength strengthOf(const AgentEvidence& agent, const StatusReport& report);
 /// In a word for people: "working", "not believed".

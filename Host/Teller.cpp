@@ -26,7 +26,8 @@ void Teller::tick(Tick tick) {
   tellState();
   if (output_ == TickOutput::json) {
     printer_.line(encode(last_->report, DateCoding::iso8601));
-  } else if (output_ == TickOutput::people && !isScreen_ && isChange(last_->report.decision)) {
+  } else if (output_ == TickOutput::people && !isScreen_ &&
+             changes_.isNext(last_->report.decision)) {
     printer_.line(localTime(last_->at) + ' ' + printable(statusLine(last_->report)));
   }
 }
@@ -65,16 +66,6 @@ void Teller::redraw() {
 void Teller::endScreen() {
   const platform::MutexLock lock(mutex_);
   isScreen_ = false;
-}
-
-/// Reasons that count seconds change on every tick; what they are about does not.
-bool Teller::isChange(const GuardDecision& decision) {
-  GuardDecision key = decision;
-  key.shouldSleepNow = false;  // told by a notice
-  std::erase_if(key.reason, [](char c) { return c >= '0' && c <= '9'; });
-  if (lastShown_ == key) return false;
-  lastShown_ = key;
-  return true;
 }
 
 void Teller::draw() {

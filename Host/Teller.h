@@ -54,7 +54,6 @@ class Teller {
   bool finish(double seconds) { return printer_.finish(seconds); }
 
  private:
-  bool isChange(const GuardDecision& decision) WAKELATCH_REQUIRES(mutex_);
   void draw() WAKELATCH_REQUIRES(mutex_);
   void tellState() WAKELATCH_REQUIRES(mutex_);
 
@@ -65,7 +64,7 @@ class Teller {
   Saver* saver_ WAKELATCH_GUARDED_BY(mutex_) = nullptr;
   std::function<Held()> held_ WAKELATCH_GUARDED_BY(mutex_);  ///< asked last: it may change any time
   std::optional<Tick> last_ WAKELATCH_GUARDED_BY(mutex_);
-  std::optional<GuardDecision> lastShown_ WAKELATCH_GUARDED_BY(mutex_);
+  DecisionChanges changes_ WAKELATCH_GUARDED_BY(mutex_);
   std::deque<std::string> notices_ WAKELATCH_GUARDED_BY(mutex_);  ///< the screen's, with their time
 };
 

@@ -1,7 +1,10 @@
 // `replay`: what a recording's decisions were, or would have been, and what they were worth.
+#include <chrono>
+#include <cmath>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "Host/Commands.h"
 #include "Host/Explanation.h"
@@ -9,19 +12,109 @@
 #include "Host/SettingsFile.h"
 #include "Host/StatusReport.h"
 #include "Host/Terminal.h"
+#include "Host/WatchScreen.h"
+#include "Host/trace/Moment.h"
+#include "Host/trace/Recorder.h"
 #include "Host/trace/Replay.h"
+#include "Host/trace/ScoreReport.h"
+#include "Host/trace/Scoring.h"
+#include "Platform/Files.h"
 
 namespace wakelatch::host {
+namespace {
+
+/// What a reader of the result should know about the trace.
+void tellAbout(const Replay& replay, const std::string& file) {
+  if (replay.header().catalogue != AgentCatalog::builtin()) {
+    printNotice(file + ": recorded with another catalogue of agents than this program's (" +
+                replay.header().program + "): decisions may differ");
+  }
+}
+
+void tellEndOf(const Replay& replay, const std::string& file) {
+  if (replay.isCutShort()) printNotice(file + ": its last line is not whole and was left out");
+}
+
+void printTicks(const std::string& file, const ReplayOptions& options, const Replay::Options& how) {
+  Replay replay(file, how);
+  tellAbout(replay, file);
+  TickReports reports(true);
+  DecisionChanges changes;
+  while (const auto tick = replay.next()) {
+    if (options.json) {
+      std::cout << encode(reports.of(*tick), DateCoding::iso8601) << '\n';
+    } else if (changes.isNext(tick->decision)) {
+      std::cout << localTime(tick->seen.at) << ' ' << printable(statusLine(makeStatusReport(*tick)))
+                << '\n';
+    }
+  }
+  tellEndOf(replay, file);
+}
+
+void explainMoment(const std::string& file, const ReplayOptions& options,
+                   const Replay::Options& how) {
+  Replay replay(file, how);
+  tellAbout(replay, file);
+  const Timestamp start = timestampOf(replay.header().startedAt);
+  const Timestamp moment = momentAfter(start, options.explainAt);
+  std::optional<OneTick> found;
+  Timestamp end = start;
+  while (auto tick = replay.next()) {
+    end = tick->seen.at;
+    if (end <= moment) found = std::move(tick);
+  }
+  if (!found || end < after(moment, -60)) {
+    throw std::runtime_error(file + ": " + options.explainAt + " is not in it: it goes from " +
+                             localTime(start) + " to " + localTime(end));
+  }
+  const Explanation explanation = explain(*found);
+  if (options.json) {
+    std::cout << encode(explanation, DateCoding::iso8601) << '\n';
+  } else {
+    std::cout << "At        " << localTime(found->seen.at) << "\n\n"
+              << explanationText(explanation);
+  }
+}
+
+void scoreTraces(const ReplayOptions& options, const Replay::Options& how) {
+  if (options.truthFiles.size() != options.files.size()) {
+    throw std::runtime_error("one truth file for each recording is wanted: there are " +
+                             std::to_string(options.files.size()) + " and " +
+                             std::to_string(options.truthFiles.size()));
+  }
+  Score sum;
+  std::vector<ScoredTrace> traces;
+  for (std::size_t i = 0; i < options.files.size(); ++i) {
+    traces.push_back(scoredTrace(options.files[i], options.truthFiles[i], how));
+    sum += score(traces.back());
+  }
+  if (options.json) {
+    std::cout << encode(sum) << '\n';
+  } else {
+    std::cout << scoreText(sum);
+  }
+  if (options.htmlFile.empty()) return;
+  platform::writeAtomically(options.htmlFile, scorePage(traces, sum, platform::now()));
+  printNotice("wrote " + options.htmlFile);
+}
+
+}  // namespace
 
 ExitStatus runReplay(const ReplayOptions& options) {
-  Replay::Options how{
-      .settings = std::nullopt, .cpuFactor = options.cpuFactor, .agent = options.agent};
+  Replay::Options how;
+  how.cpuFactor = options.cpuFactor;
+  how.agent = options.agent;
   if (!options.settingsFile.empty()) how.settings = loadSettings(options.settingsFile);
+  if (!options.truthFiles.empty()) {
+    scoreTraces(options, how);
+    return ExitStatus::done;
+  }
+  if (!options.htmlFile.empty()) throw std::runtime_error("--html needs --truth");
   for (const std::string& file : options.files) {
-    Replay replay(file, how);
-    TickReports reports(true);
-    while (const auto tick = replay.next()) {
-      if (options.json) std::cout << encode(reports.of(*tick), DateCoding::iso8601) << '\n';
+    if (options.explainAt.empty()) {
+      printTicks(file, options, how);
+    } else {
+      explainMoment(file, options, how);
     }
   }
   return ExitStatus::done;

@@ -6,6 +6,7 @@
 
 #include "Host/Page.h"
 #include "Host/StatsReport.h"
+#include "Host/WatchScreen.h"
 
 namespace wakelatch::host {
 namespace {
@@ -94,7 +95,7 @@ class Chart {
     content_ += "<rect" + attribute("class", std::string(style)) +
                 attribute("x", percent(across(from))) + attribute("width", percent(width)) +
                 attribute("y", decimal(top_)) + attribute("height", decimal(laneHeight)) +
-                "><title>" + std::string(label) + ", " + clockText(from) + " to " + clockText(to) +
+                "><title>" + std::string(label) + ", " + localTime(from) + " to " + localTime(to) +
                 "</title></rect>\n";
   }
 
@@ -126,7 +127,7 @@ class Chart {
                   attribute("y2", decimal(bottom_)) + "/><text text-anchor=\"middle\"" +
                   (count % 3 == 0 ? "" : attribute("class", "minor")) + attribute("x", x) +
                   attribute("y", decimal(bottom_ + 16)) + ">" +
-                  clockText(time).substr(0, step < 60 ? 8 : 5) + "</text>\n";
+                  localTime(time).substr(0, step < 60 ? 8 : 5) + "</text>\n";
     }
   }
 
@@ -150,13 +151,6 @@ std::string stripChart(const ScoredTrace& trace) {
   if (trace.samples.empty()) return {};
   Chart chart(trace);
   return chart.isDrawn() ? chart.svg() : std::string();
-}
-
-std::string clockText(Timestamp time) {
-  const std::string local = localTimeText(time), universal = platform::iso8601(time);
-  if (local.size() < 6 || universal.size() < 4) return "-";
-  // No zone's clocks differ by parts of a minute in our days.
-  return local.substr(local.size() - 5) + universal.substr(universal.size() - 4, 3);
 }
 
 }  // namespace wakelatch::host

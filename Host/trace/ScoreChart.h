@@ -23,7 +23,4 @@ struct ScoredTrace {
 std::string stripChart(const ScoredTrace& trace);
 extern const std::string_view chartStyle;
 
-/// "14:05:09" in local time.
-std::string clockText(Timestamp time);
-
 }  // namespace wakelatch::host

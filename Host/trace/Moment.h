@@ -1,0 +1,15 @@
+// A moment as a person writes it.
+#pragma once
+
+#include <string>
+
+#include "Platform/Clock.h"
+
+namespace wakelatch::host {
+
+/// The first moment from `start` on that `text` names: "03:12" (its last second) or "03:12:30" on
+/// local clocks, or an instant such as "2026-11-23T03:12:30Z", whenever that is. Throws
+/// std::runtime_error saying what is wanted.
+Timestamp momentAfter(Timestamp start, const std::string& text);
+
+}  // namespace wakelatch::host
