@@ -4,7 +4,7 @@ PREFIX ?= /usr/local
 TICKS ?= 200000
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
-.PHONY: run test valgrind fuzz format check-format tidy bench soak docs install
+.PHONY: run test valgrind fuzz format check-format tidy bench accuracy soak docs install
 
 run:
 	@cmake/bootstrap run
@@ -33,6 +33,13 @@ bench:
 	cmake --build --preset bench
 	@for program in build/bench/benchmarks/*Benchmark; do \
 	  echo "== $$(basename $$program)"; $$program || exit 1; done
+
+# Replays Traces/ and compares with its limits; WRITE=1 makes today's figures the limits.
+accuracy:
+	@cmake/bootstrap bench
+	cmake --preset bench
+	cmake --build --preset bench --target accuracy
+	build/bench/benchmarks/accuracy Traces $(if $(WRITE),--write) $(if $(HTML),--html $(HTML))
 
 docs:
 	@cmake/bootstrap docs
