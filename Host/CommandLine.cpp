@@ -39,7 +39,10 @@ void addTicks(CLI::App& command, WatchOptions& watch) {
 }
 
 void addAgent(CLI::App& command, std::string& agent) {
-  command.add_option("--agent", agent, "Look for this agent only: an id that `agents` lists")
+  command
+      .add_option(
+          "--agent", agent,
+          "Look for this agent only, an id that `agents` lists, and not for targets of your own")
       ->check([](const std::string& id) {
         std::string known;
         for (const AgentProfile& profile : AgentCatalog::builtin()) {
@@ -52,10 +55,13 @@ void addAgent(CLI::App& command, std::string& agent) {
 
 void addRecording(CLI::App& command, WatchOptions& watch, const std::string& name) {
   CLI::Option* file = command.add_option(
-      name, watch.recordFile, "Write what decisions depend on to this new file, for `replay`");
+      name, watch.recordFile,
+      "Write what decisions depend on to this file, which must not exist yet, for `replay`");
   if (name.front() != '-') file->required();
-  command.add_flag("--all-processes", watch.recordsAllProcesses,
-                   "Record every process with all its arguments");
+  command
+      .add_flag("--all-processes", watch.recordsAllProcesses,
+                "Record every process with all its arguments: read it before you share it")
+      ->needs(file);
 }
 
 }  // namespace
@@ -118,27 +124,31 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
   addAgent(*recordCommand, record.agent);
 
   ReplayOptions replay;
-  CLI::App* replayCommand =
-      app.add_subcommand("replay", "Decide anew what a recording holds, and score it");
+  CLI::App* replayCommand = app.add_subcommand(
+      "replay", "Decide anew on what a recording holds, and score it with --truth");
   replayCommand->add_option("file", replay.files, "Recordings")
       ->required()
       ->check(CLI::ExistingFile);
   replayCommand
       ->add_option("--truth", replay.truthFiles,
-                   "What the agents really did, one file for each recording, in their order")
+                   "What the agents really did: prints a score; one file for each recording, in "
+                   "their order")
+      ->allow_extra_args(false)
       ->check(CLI::ExistingFile);
   replayCommand
       ->add_option("--settings", replay.settingsFile, "Settings in place of those recorded")
       ->check(CLI::ExistingFile);
   replayCommand
-      ->add_option("--cpu-factor", replay.cpuFactor,
-                   "Multiply every process's load: 0.33 is a three times faster machine")
+      ->add_option(
+          "--cpu-factor", replay.cpuFactor,
+          "Multiply every process's load (default 1): 0.33 is a three times faster machine")
       ->check(CLI::Range(0.001, 1000.0));
   addAgent(*replayCommand, replay.agent);
   replayCommand->add_option(
       "--explain", replay.explainAt,
       "Why that was decided at this moment: 03:12, 03:12:30 (local time) or 2026-11-23T03:12:30Z");
-  replayCommand->add_option("--html", replay.htmlFile, "Write a page to this file");
+  replayCommand->add_option("--html", replay.htmlFile,
+                            "Write the score, with a chart of each recording, to this page");
   replayCommand->add_flag("--json", replay.json, "Print one JSON object a tick, as watch does");
 
   AgentsOptions agents;

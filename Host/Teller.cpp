@@ -23,13 +23,14 @@ void Teller::tellStateOf(Saver& saver, std::function<Held()> held) {
 void Teller::tick(Tick tick) {
   const platform::MutexLock lock(mutex_);
   last_ = std::move(tick);
-  tellState();
+  const StatusReport& report =
+      last_->report;  // what was decided on, before it tells anything newer
   if (output_ == TickOutput::json) {
-    printer_.line(encode(last_->report, DateCoding::iso8601));
-  } else if (output_ == TickOutput::people && !isScreen_ &&
-             changes_.isNext(last_->report.decision)) {
-    printer_.line(localTime(last_->at) + ' ' + printable(statusLine(last_->report)));
+    printer_.line(encode(report, DateCoding::iso8601));
+  } else if (output_ == TickOutput::people && !isScreen_ && changes_.isNext(report.decision)) {
+    printer_.line(localTime(last_->at) + ' ' + printable(statusLine(report)));
   }
+  tellState();
 }
 
 void Teller::heldChanged() {

@@ -128,7 +128,7 @@ class Watch {
         reports_(options.json),
         teller_(options.output(), [this] { pause_.endWatch(); }) {
     if (options_.recordFile.empty()) return;
-    trace_.emplace(options_.recordFile, [this](const std::string& text) { notifier_.tell(text); });
+    trace_.emplace(options_.recordFile, [this](const std::string& why) { onTraceEnd(why); });
     trace_->line(recorder_->header(settings_.current(), platform::now()));
   }
 
@@ -141,7 +141,6 @@ class Watch {
                          [this] {
                            if (Hands* hands = acting_) hands->actor.checkStale();
                          }});
-    bool failed = false;
     try {
       if (!options_.dryRun) {
         hands_.emplace(options_, settings_.current(), tools_, notifier_, observer_, teller_,
@@ -164,11 +163,11 @@ class Watch {
       }
     } catch (const std::exception& error) {
       notifier_.tell(std::string("stopped by a failure: ") + error.what());
-      failed = true;
+      hasFailed_ = true;
     }
     const ExitStatus status = leave();
     signals_.endListening();
-    return failed && status == ExitStatus::done ? ExitStatus::failed : status;
+    return hasFailed_ && status == ExitStatus::done ? ExitStatus::failed : status;
   }
 
  private:
@@ -319,6 +318,15 @@ class Watch {
     teller_.finish(0.3);
   }
 
+  /// On any thread. Who only records has nothing left to do.
+  void onTraceEnd(const std::string& why) {
+    notifier_.tell("the recording has ended: " + why +
+                   (options_.isQuiet ? "" : "; watching goes on"));
+    if (!options_.isQuiet) return;
+    hasFailed_ = true;
+    pause_.endWatch();
+  }
+
   void onResume() {
     if (Hands* hands = acting_) hands->actor.resume();
     teller_.redraw();
@@ -344,6 +352,7 @@ class Watch {
   std::atomic<bool> wasHeld_{false};     ///< something held the machine awake when a stop came
   bool isLastTold_ = false;              ///< of the ticks that were asked for
   bool isFirstTick_ = true;
+  std::atomic<bool> hasFailed_{false};
   std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
 };
 

@@ -19,18 +19,28 @@ constexpr std::array<std::string_view, 22> meaningful = {
 
 constexpr std::string_view omission = "…";
 
-/// The longest option name that is believed to be one and not a part of a prompt.
-constexpr std::size_t maxOption = 32;
+/// Folders that installers make and not people.
+bool isPublicFolder(std::string_view name) {
+  constexpr std::array<std::string_view, 6> known = {"node_modules", "bin",      "lib",
+                                                     "share",        "versions", "dist"};
+  return name.starts_with('.') || name.starts_with('@') || name.ends_with(".app") ||
+         std::find(known.begin(), known.end(), name) != known.end();
+}
 
 bool isMeaningful(std::string_view word) {
   return std::find(meaningful.begin(), meaningful.end(), word) != meaningful.end();
 }
 
-bool isOption(std::string_view word) {
-  return word.size() > 1 && word.size() <= maxOption && word[0] == '-' &&
-         std::all_of(word.begin(), word.end(), [](char c) {
-           return c == '-' || std::isalnum(static_cast<unsigned char>(c)) != 0;
-         });
+/// "--print" of "--print=x", "-p" of "-pX", where values may be private; nothing for other words.
+std::string_view optionName(std::string_view word) {
+  constexpr std::size_t longest = 32;  // more is a part of a prompt
+  if (!word.starts_with('-')) return {};
+  if (!word.starts_with("--")) return word.substr(0, 2);
+  const std::string_view name = word.substr(0, word.find('='));
+  const bool isName = std::all_of(name.begin(), name.end(), [](char c) {
+    return c == '-' || std::isalnum(static_cast<unsigned char>(c)) != 0;
+  });
+  return isName && name.size() <= longest ? name : std::string_view();
 }
 
 }  // namespace
@@ -65,9 +75,28 @@ void Privacy::reduceAgent(ProcessSnapshot& process) const {
   ProcessSnapshot reduced = process;
   reduced.arguments = essential(process);
   ProcessSnapshot homeless = reduced;
-  homeless.command = withoutHome(reduced.command);
-  homeless.arguments = withoutHome(reduced.arguments);
+  homeless.command = withoutFolders(withoutHome(reduced.command));
+  homeless.arguments.clear();
+  for (const std::string_view word : platform::Pieces(reduced.arguments, ' ')) {
+    if (!homeless.arguments.empty()) homeless.arguments += ' ';
+    homeless.arguments += withoutFolders(withoutHome(word));
+  }
   process = std::move(isRecognisedAlike(homeless, reduced) ? homeless : reduced);
+}
+
+std::string Privacy::withoutFolders(const std::string& path) const {
+  if (!path.starts_with("~/")) return path;
+  const std::size_t nameStart = path.rfind('/') + 1;
+  std::string result;
+  bool isOmitted = false;
+  for (const std::string_view piece :
+       platform::Pieces(std::string_view(path).substr(0, nameStart), '/')) {
+    const bool isKept = piece == "~" || isPublicFolder(piece) || isNamedAsAgent(piece) ||
+                        hasMarker("/" + std::string(piece) + "/");
+    if (isKept || !isOmitted) result.append(isKept ? piece : omission).append("/");
+    isOmitted = !isKept;
+  }
+  return result + path.substr(nameStart);
 }
 
 std::string Privacy::essential(const ProcessSnapshot& process) const {
@@ -78,10 +107,11 @@ std::string Privacy::essential(const ProcessSnapshot& process) const {
   std::string result;
   for (std::string_view word : platform::Pieces(process.arguments, ' ')) {
     const bool isNeeded = hasMarker(word) || (!isDirect && isNamedAsAgent(word));
-    if (!isNeeded && word.starts_with('-')) word = word.substr(0, word.find('='));
-    const bool isProgram = isProgramDue && !isFirst && !isOption(word);
+    const std::string_view option = optionName(word);
+    const bool isProgram = isProgramDue && !isFirst && option.empty();
     if (isProgram) isProgramDue = false;
-    const bool isKept = isFirst || isNeeded || isProgram || isOption(word) || isMeaningful(word);
+    if (!isNeeded && !option.empty()) word = option;
+    const bool isKept = isFirst || isNeeded || isProgram || !option.empty() || isMeaningful(word);
     if (isKept || !result.ends_with(omission)) {
       result.append(isFirst ? "" : " ").append(isKept ? word : omission);
     }
@@ -94,7 +124,11 @@ void Privacy::reduceOther(ProcessSnapshot& process) const {
   ProcessSnapshot reduced = process;
   reduced.command = process.displayName();
   reduced.arguments.clear();
-  if (!isRecognisedAlike(reduced, process)) reduced.command = withoutHome(process.command);
+  // The name alone might be an agent's, where the path says that it is none.
+  if (!isRecognisedAlike(reduced, process)) {
+    reduced.command = withoutFolders(withoutHome(process.command));
+  }
+  if (!isRecognisedAlike(reduced, process)) reduced.command = process.command;
   process = std::move(reduced);
 }
 

@@ -22,14 +22,15 @@ class Privacy {
   /// With "~" for every mention of the home folder as a folder.
   std::string withoutHome(std::string_view text) const;
 
-  /// A process of an agent: its path, and of the arguments the program that an interpreter runs,
-  /// options without values, and what makes a run a single one or a server. "…" stands for the
-  /// rest.
+  /// A process of an agent: its path, and of its arguments the program that an interpreter runs,
+  /// what else recognition needs, names of options, and words that make a run a single one or a
+  /// server. "…" stands for the rest, and for the user's own folders on these paths.
   void reduceAgent(ProcessSnapshot& process) const;
   /// Any other process: the name of its program alone.
   void reduceOther(ProcessSnapshot& process) const;
 
  private:
+  std::string withoutFolders(const std::string& path) const;
   std::string essential(const ProcessSnapshot& process) const;
   bool isNamedAsAgent(std::string_view word) const;
   bool hasMarker(std::string_view word) const;

@@ -74,8 +74,9 @@ std::vector<Timestamp> Recorder::Files::modificationDates(
 ModificationsByPath Recorder::Files::sessionModifications(
     const std::vector<std::string>& patterns) const {
   ModificationsByPath files = machine_.sessionModifications(patterns);
-  // Of years of sessions only those are kept that a count can still be about.
-  constexpr double margin = 60;
+  // Of years of sessions only those are kept that a count may still be about, even when the clock
+  // is set back somewhat.
+  constexpr double margin = 3600;
   const Timestamp since =
       after(platform::now(), -SessionActivityDetector::defaultSessionCountWindow - margin);
   ModificationsByPath& recent = sessions[traceKey(patterns)];
@@ -125,13 +126,12 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
   header.pid = options_.pid;
   header.settings = settings;
   header.catalogue = AgentCatalog::builtin();
-  if (options_.keepsAllProcesses) {
-    header.leftOut = {"nothing of the processes: their arguments are here in full"};
-  } else {
+  if (!options_.keepsAllProcesses) {
     header.leftOut = {
-        "processes that belong to no agent, to none's tree and to none's ancestors",
-        "arguments, but for the program, option names and words that tell an agent from a server",
-        "the folders of programs that agents start"};
+        "processes that belong to no watched agent, to none's tree and to none's ancestors",
+        "arguments, but for programs, names of options and a few fixed words",
+        "folders of the user's own on the paths of programs",
+        "all but the program's name of what agents start and of what started them"};
   }
   header.leftOut.insert(
       header.leftOut.end(),
@@ -143,9 +143,7 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
 
 void Recorder::follow(const GuardSettings& settings) {
   settings_ = settings;
-  GuardSettings all = settings;  // a replay may enable what was disabled
-  all.disabledAgentIDs.clear();
-  resolver_ = AgentResolver::make(all);
+  resolver_ = AgentResolver::make(settings);
   for (auto& [pid, row] : rows_) row.isAgent = isAgent(row.process);
 
   phrases_.clear();
@@ -304,9 +302,9 @@ void Recorder::tellFiles(TraceTick& tick, Timestamp now) {
     };
     std::erase_if(told, [&](const auto& entry) {  // an old one counts no more than one that is gone
       const auto& [path, file] = entry;
-      if (isOld(file.time)) return true;
-      if (files.contains(path)) return false;
-      sessions[key][file.name] = Timestamp();
+      const auto found = files.find(path);
+      if (found != files.end() && !isOld(found->second)) return false;
+      if (!isOld(file.time)) sessions[key][file.name] = Timestamp();
       return true;
     });
     for (const auto& [path, time] : files) {

@@ -125,7 +125,7 @@ class Recorder {
   std::int64_t lastMs_ = 0;  ///< of the last line, since 1970
   std::uint64_t ticks_ = 0;
   std::optional<GuardSettings> settings_;  ///< as told last; so are the others
-  AgentResolver resolver_{{}};             ///< of all agents that these settings could enable
+  AgentResolver resolver_{{}};             ///< of the agents that are watched
   std::optional<PhraseIndex> phraseIndex_;
   std::vector<std::string> phrases_;
   Held held_;

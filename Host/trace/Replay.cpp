@@ -15,6 +15,14 @@ namespace {
 /// Something that no phrase contains, so that two neighbours never make a third.
 constexpr const char* betweenPhrases = " \x01 ";
 
+/// A named pipe would be waited for.
+std::ifstream opened(const std::filesystem::path& file) {
+  std::ifstream input;
+  if (std::filesystem::is_regular_file(file)) input.open(file);
+  if (!input.is_open()) throw std::runtime_error(file.string() + ": is no file that can be read");
+  return input;
+}
+
 }  // namespace
 
 // --------------------------------------------------------------------------- the machine's part
@@ -140,9 +148,8 @@ void RecordedMachine::print() {
 Replay::Replay(std::filesystem::path file, Options options)
     : file_(std::move(file)),
       options_(std::move(options)),
-      input_(file_),
+      input_(opened(file_)),
       observer_(machine_.sources(), std::numeric_limits<double>::infinity()) {
-  if (!input_) throw std::runtime_error(file_.string() + ": cannot be read");
   const auto line = readLine();
   if (!line) throw std::runtime_error(file_.string() + ": is empty");
   header_ = decoded<TraceHeader>(*line);

@@ -9,7 +9,6 @@
 #include "Host/Commands.h"
 #include "Host/Explanation.h"
 #include "Host/Notices.h"
-#include "Host/SettingsFile.h"
 #include "Host/StatusReport.h"
 #include "Host/Terminal.h"
 #include "Host/WatchScreen.h"
@@ -33,6 +32,14 @@ void tellAbout(const Replay& replay, const std::string& file) {
 
 void tellEndOf(const Replay& replay, const std::string& file) {
   if (replay.isCutShort()) printNotice(file + ": its last line is not whole and was left out");
+}
+
+GuardSettings settingsIn(const std::string& file) {
+  try {
+    return decode<GuardSettings>(platform::readFile(file));
+  } catch (const DecodingError& error) {
+    throw std::runtime_error(file + ": " + error.what());
+  }
 }
 
 void printTicks(const std::string& file, const ReplayOptions& options, const Replay::Options& how) {
@@ -104,7 +111,7 @@ ExitStatus runReplay(const ReplayOptions& options) {
   Replay::Options how;
   how.cpuFactor = options.cpuFactor;
   how.agent = options.agent;
-  if (!options.settingsFile.empty()) how.settings = loadSettings(options.settingsFile);
+  if (!options.settingsFile.empty()) how.settings = settingsIn(options.settingsFile);
   if (!options.truthFiles.empty()) {
     scoreTraces(options, how);
     return ExitStatus::done;

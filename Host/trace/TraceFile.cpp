@@ -90,7 +90,7 @@ void TraceFile::end(const std::string& why) {
     if (std::exchange(isOver_, true)) return;
     waiting_.clear();
   }
-  ended_("the recording has ended: " + why + "; watching goes on");
+  ended_(why);
 }
 
 }  // namespace wakelatch::host
