@@ -15,14 +15,18 @@ _wakelatch() {
       COMPREPLY=($(compgen -W 'off manualKeepAwake watchAgentUI sleepAfterCurrentWork
         pluggedInUnlimited' -- "$current"))
       return ;;
-    --tools | --caffeinate | --html)
+    --agent)
+      COMPREPLY=($(compgen -W "$("${COMP_WORDS[0]}" agents 2>/dev/null |
+        sed -n 's/^[^ ].*(\([a-z-]*\), [a-zA-Z]*)$/\1/p')" -- "$current"))
+      return ;;
+    --tools | --caffeinate | --html | --record | --truth | --settings)
       local kind=-f
       [[ $previous == --tools ]] && kind=-d
       compopt -o filenames 2>/dev/null
       IFS=$'\n'
       COMPREPLY=($(compgen $kind -- "$current"))
       return ;;
-    --interval | --ticks | --release-delay | --days)
+    --interval | --ticks | --release-delay | --days | --cpu-factor | --explain)
       return ;;
   esac
 
@@ -37,13 +41,23 @@ _wakelatch() {
     esac
   done
   case $command in
-    '') options='status explain watch agents stats restore doctor --tools' ;;
-    status | explain) options='--json --mode' ;;
-    watch) options='--mode --interval --ticks --json --dry-run --release-delay --caffeinate' ;;
+    '') options='status explain watch record replay agents stats restore doctor --tools' ;;
+    status | explain) options='--json --mode --agent' ;;
+    watch)
+      options='--mode --interval --ticks --json --dry-run --release-delay --caffeinate --agent
+        --record --all-processes' ;;
+    record) options='--all-processes --mode --interval --ticks --agent' ;;
+    replay) options='--truth --settings --cpu-factor --explain --agent --html --json' ;;
     agents | doctor) options='--json' ;;
     stats) options='--days --json --html' ;;
     restore) options='--adopt' ;;
   esac
+  if [[ $command == record || $command == replay ]] && [[ $current != -* ]]; then
+    compopt -o filenames 2>/dev/null
+    IFS=$'\n'
+    COMPREPLY=($(compgen -f -- "$current"))
+    return
+  fi
   COMPREPLY=($(compgen -W "$options --help" -- "$current"))
 }
 complete -F _wakelatch wakelatch
