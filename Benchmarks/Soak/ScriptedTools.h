@@ -118,7 +118,6 @@ class ScriptedTools : public CommandRunning {
       refuse("User canceled. (-128)");
     }
     set(engages);
-    if (!world_.isSleepDisabled) forgetRefusedRestore();  // allowed, whatever was refused before
   }
 
   void set(bool isSleepDisabled) {
@@ -130,6 +129,8 @@ class ScriptedTools : public CommandRunning {
     } else {
       world_.isSleepDisabled = isSleepDisabled;
     }
+    // Of what is engaged after this nobody has refused the restore.
+    if (!world_.isSleepDisabled) forgetRefusedRestore();
   }
 
   /// For some seconds after a change the answer may be wrong.
