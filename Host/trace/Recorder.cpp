@@ -296,27 +296,34 @@ void Recorder::tellFiles(TraceTick& tick, Timestamp now) {
 
   std::map<std::string, TraceTimes> sessions;
   for (const auto& [key, files] : files_.sessions) {
-    auto& told = sessions_[key];
-    const auto isOld = [now](Timestamp time) {
-      return secondsBetween(time, now) > SessionActivityDetector::defaultSessionCountWindow;
-    };
-    std::erase_if(told, [&](const auto& entry) {  // an old one counts no more than one that is gone
-      const auto& [path, file] = entry;
-      const auto found = files.find(path);
-      if (found != files.end() && !isOld(found->second)) return false;
-      if (!isOld(file.time)) sessions[key][file.name] = Timestamp();
-      return true;
-    });
-    for (const auto& [path, time] : files) {
-      if (isOld(time)) continue;
-      const auto [entry, isNew] = told.try_emplace(path);
-      if (isNew) entry->second.name = anonymous(path, ++sessionCount_);
-      if (std::exchange(entry->second.time, time) != time || isNew) {
-        sessions[key][entry->second.name] = time;
-      }
-    }
+    TraceTimes changed = tellSessions(sessions_[key], files, now);
+    if (!changed.empty()) sessions[key] = std::move(changed);
   }
   tick.sessions = unlessEmpty(std::move(sessions));
+}
+
+TraceTimes Recorder::tellSessions(std::map<std::string, SessionFile>& told,
+                                  const ModificationsByPath& files, Timestamp now) {
+  const auto isOld = [now](Timestamp time) {
+    return secondsBetween(time, now) > SessionActivityDetector::defaultSessionCountWindow;
+  };
+  TraceTimes changed;
+  std::erase_if(told, [&](const auto& entry) {  // an old one counts no more than one that is gone
+    const auto& [path, file] = entry;
+    const auto found = files.find(path);
+    if (found != files.end() && !isOld(found->second)) return false;
+    if (!isOld(file.time)) changed[file.name] = Timestamp();
+    return true;
+  });
+  for (const auto& [path, time] : files) {
+    if (isOld(time)) continue;
+    const auto [entry, isNew] = told.try_emplace(path);
+    if (isNew) entry->second.name = anonymous(path, ++sessionCount_);
+    if (std::exchange(entry->second.time, time) != time || isNew) {
+      changed[entry->second.name] = time;
+    }
+  }
+  return changed;
 }
 
 void Recorder::tellScreen(TraceTick& tick) {

@@ -113,6 +113,8 @@ class Recorder {
   void markKin(const std::vector<Row*>& rows);
   TraceProcess traceOf(const Row& row) const;
   void tellFiles(TraceTick& tick, Timestamp now);
+  TraceTimes tellSessions(std::map<std::string, SessionFile>& told,
+                          const ModificationsByPath& files, Timestamp now);
   void tellScreen(TraceTick& tick);
 
   const Options options_;

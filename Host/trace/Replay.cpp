@@ -15,6 +15,9 @@ namespace {
 /// Something that no phrase contains, so that two neighbours never make a third.
 constexpr const char* betweenPhrases = " \x01 ";
 
+/// Some 30,000 years from 1970.
+constexpr std::int64_t farthestMs = 1'000'000'000'000'000;
+
 /// A named pipe would be waited for.
 std::ifstream opened(const std::filesystem::path& file) {
   std::ifstream input;
@@ -159,7 +162,7 @@ Replay::Replay(std::filesystem::path file, Options options)
                              " is not known here: replay it with the program that recorded it");
   }
   settings_ = onlyAgent(options_.settings.value_or(header_.settings), options_.agent);
-  ms_ = header_.startedAt;
+  ms_ = std::clamp(header_.startedAt, -farthestMs, farthestMs);
 }
 
 std::optional<OneTick> Replay::next() {
@@ -168,7 +171,10 @@ std::optional<OneTick> Replay::next() {
   const auto tick = decoded<TraceTick>(*line);
   if (tick.settings && !options_.settings) settings_ = onlyAgent(*tick.settings, options_.agent);
   if (tick.held) held_ = *tick.held;
-  ms_ += tick.ms;
+  if (tick.ms < -farthestMs || tick.ms > farthestMs) {
+    fail(std::runtime_error("ms: no time between two ticks"));
+  }
+  ms_ = std::clamp(ms_ + tick.ms, -farthestMs, farthestMs);
   try {
     machine_.apply(tick, options_.cpuFactor);
   } catch (const std::runtime_error& error) {
