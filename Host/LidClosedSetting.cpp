@@ -62,7 +62,10 @@ void LidClosedSetting::engage() {
   const bool isDone =
       prompt("turning the lid-closed setting on", &SleepController::engageLidClosedProtection);
   if (isDone || !isOthers) changed();
-  if (isDone) engagedAt_ = hooks_.now();
+  if (isDone) {
+    engagedAt_ = hooks_.now();
+    engagePause_.forget();  // of a refusal that the clock, set back, has yet to reach
+  }
   if (isDone && isRestoreAllowed_) restorePause_.forget();  // nobody refused to restore this one
   if (!isDone && hooks_.isCancelled()) {                    // nobody refused
     isPromptClosed_ = !isOthers;
