@@ -192,7 +192,7 @@ class Watch {
     OneTick decided =
         decide(stateMachine_, options_.mode, settings, held.isHeld(), std::move(seen));
     decided.isWatchRunning = true;  // this one
-    if (trace_ && !isLastTold_) trace_->line(recorder_->tick(decided.seen, settings, held));
+    if (trace_ && !isLastTold_) record(decided, held);
     if (hands_) {  // a dry run has nothing in effect
       decided.watch =
           stateAfter(decided, stateMachine_.memory(), held, ::getpid(), options_.intervalSeconds);
@@ -203,6 +203,14 @@ class Watch {
       if (std::exchange(isFirstTick_, false)) greetOnce(decided.seen, settings, notifier_);
     }
     if (!isLastTold_) tell(decided);
+  }
+
+  void record(const OneTick& tick, const Held& held) {
+    try {
+      trace_->line(recorder_->tick(tick.seen, tick.settings, held));
+    } catch (const std::exception& error) {  // a load that no JSON can hold, say
+      trace_->end(error.what());
+    }
   }
 
   void count(const OneTick& tick, const Held& held) {

@@ -144,7 +144,10 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
 void Recorder::follow(const GuardSettings& settings) {
   settings_ = settings;
   resolver_ = AgentResolver::make(settings);
-  for (auto& [pid, row] : rows_) row.isAgent = isAgent(row.process);
+  for (auto& entry : rows_) {
+    Row& row = entry.second;
+    if (std::exchange(row.isAgent, isAgent(row.process)) != row.isAgent) row.told.reset();
+  }
 
   phrases_.clear();
   const auto add = [this](const std::vector<std::string>& phrases) {

@@ -29,6 +29,8 @@ class TraceFile {
 
   /// The text with a line end.
   void line(std::string text);
+  /// Takes nothing any more, and tells why unless that was told before.
+  void end(const std::string& why);
 
   /// Blocks until everything given so far is written or lost, at most `seconds`. Returns whether it
   /// is.
@@ -36,7 +38,6 @@ class TraceFile {
 
  private:
   void run();
-  void end(const std::string& why);
 
   const std::filesystem::path file_;
   const std::function<void(const std::string&)> ended_;
