@@ -91,9 +91,9 @@ int main() {
     Recorder writer({agent, none, agent, [] { return ThermalState::nominal; }}, {});
     Observer observer(writer.sources());
     std::ofstream trace(file);
-    trace << writer.header({}, timestampOf(1'700'000'000'000)) << '\n';
+    trace << writer.header({}, platform::fromMilliseconds(1'700'000'000'000)) << '\n';
     for (; agent.tick < day; ++agent.tick) {
-      const Timestamp now = timestampOf(1'700'000'000'000 + 2000LL * agent.tick);
+      const Timestamp now = platform::fromMilliseconds(1'700'000'000'000 + 2000LL * agent.tick);
       trace << writer.tick(observer.look({}, now), {}, {}) << '\n';
     }
   }

@@ -129,12 +129,14 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
   replayCommand->add_option("file", replay.files, "Recordings")
       ->required()
       ->check(CLI::ExistingFile);
-  replayCommand
-      ->add_option("--truth", replay.truthFiles,
-                   "What the agents really did: prints a score; one file for each recording, in "
-                   "their order")
-      ->allow_extra_args(false)
-      ->check(CLI::ExistingFile);
+  CLI::Option* truth =
+      replayCommand
+          ->add_option(
+              "--truth", replay.truthFiles,
+              "What the agents really did: prints a score; one file for each recording, in "
+              "their order")
+          ->allow_extra_args(false)
+          ->check(CLI::ExistingFile);
   replayCommand
       ->add_option("--settings", replay.settingsFile, "Settings in place of those recorded")
       ->check(CLI::ExistingFile);
@@ -144,11 +146,14 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
           "Multiply every process's load (default 1): 0.33 is a three times faster machine")
       ->check(CLI::Range(0.001, 1000.0));
   addAgent(*replayCommand, replay.agent);
-  replayCommand->add_option(
+  CLI::Option* explainAt = replayCommand->add_option(
       "--explain", replay.explainAt,
       "Why that was decided at this moment: 03:12, 03:12:30 (local time) or 2026-11-23T03:12:30Z");
-  replayCommand->add_option("--html", replay.htmlFile,
-                            "Write the score, with a chart of each recording, to this page");
+  replayCommand
+      ->add_option("--html", replay.htmlFile,
+                   "Write the score, with a chart of each recording, to this page")
+      ->needs(truth);
+  explainAt->excludes(truth);
   replayCommand->add_flag("--json", replay.json, "Print one JSON object a tick, as watch does");
 
   AgentsOptions agents;

@@ -115,8 +115,10 @@ double keptSecondsOn(const std::string& day, const UsageMetrics& metrics) {
 /// The running watch: what lives from its start to its end.
 class Watch {
  public:
-  /// @param lock  of this watch; null when it has none
-  Watch(const WatchOptions& options, Tools& tools, InstanceLock* lock)
+  /// @param lock       of this watch; null when it has none
+  /// @param traceFile  see TraceFile; none when nothing is recorded
+  Watch(const WatchOptions& options, Tools& tools, InstanceLock* lock,
+        platform::Descriptor traceFile)
       : options_(options),
         lock_(lock),
         tools_(tools),
@@ -127,8 +129,8 @@ class Watch {
                   options.intervalSeconds / 2),
         reports_(options.json),
         teller_(options.output(), [this] { pause_.endWatch(); }) {
-    if (options_.recordFile.empty()) return;
-    trace_.emplace(options_.recordFile, [this](const std::string& why) { onTraceEnd(why); });
+    if (!recorder_) return;
+    trace_.emplace(std::move(traceFile), [this](const std::string& why) { onTraceEnd(why); });
     trace_->line(recorder_->header(settings_.current(), platform::now()));
   }
 
@@ -167,7 +169,7 @@ class Watch {
     }
     const ExitStatus status = leave();
     signals_.endListening();
-    return hasFailed_ && status == ExitStatus::done ? ExitStatus::failed : status;
+    return status;
   }
 
  private:
@@ -182,7 +184,8 @@ class Watch {
   }
 
   void tick(SteadyClock::time_point start) {
-    const Timestamp now = timestampOf(millisecondsSince1970(platform::now()));
+    const Timestamp now =
+        platform::fromMilliseconds(platform::millisecondsSince1970(platform::now()));
     if (lock_ != nullptr) notifier_.problem("lock", lock_->keep());
     notifier_.problem("settings", settings_.refresh());
     const GuardSettings& settings = settings_.current();
@@ -192,8 +195,7 @@ class Watch {
     OneTick decided =
         decide(stateMachine_, options_.mode, settings, held.isHeld(), std::move(seen));
     decided.isWatchRunning = true;  // this one
-    if (trace_ && !isLastTold_) record(decided, held);
-    if (hands_) {  // a dry run has nothing in effect
+    if (hands_) {                   // a dry run has nothing in effect
       decided.watch =
           stateAfter(decided, stateMachine_.memory(), held, ::getpid(), options_.intervalSeconds);
       hands_->actor.post(makeWish(decided.decision, settings, decided.seen.power,
@@ -202,7 +204,9 @@ class Watch {
       count(decided, held);
       if (std::exchange(isFirstTick_, false)) greetOnce(decided.seen, settings, notifier_);
     }
-    if (!isLastTold_) tell(decided);
+    if (isLastTold_) return;
+    tell(decided);
+    if (trace_ && trace_->isOpen()) record(decided, held);
   }
 
   void record(const OneTick& tick, const Held& held) {
@@ -261,10 +265,15 @@ class Watch {
         notifier_.tell("normal sleep is restored");
       }
     }
-    const int exitCode = stopNumber_ != 0 ? 128 + stopNumber_ : static_cast<int>(status);
     const bool isSaved = !hands_ || hands_->saver.finish(2);
     const bool isRecorded = !trace_ || trace_->finish(2);
+    if (!isRecorded) {
+      notifier_.tell("the end of the recording is lost: the disk does not take it");
+      hasFailed_ = hasFailed_ || options_.isQuiet;
+    }
     const bool isTold = teller_.finish(1);
+    if (hasFailed_ && status == ExitStatus::done) status = ExitStatus::failed;
+    const int exitCode = stopNumber_ != 0 ? 128 + stopNumber_ : static_cast<int>(status);
     // Threads that hang on a disk or a terminal cannot be waited for.
     if (!isSaved || !isRecorded || !isTold || stopNumber_ != 0) ::_exit(exitCode);
     return status;
@@ -367,6 +376,9 @@ class Watch {
 }  // namespace
 
 ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
+  // First of all: a directory that hangs is waited for while Ctrl-C still ends it.
+  platform::Descriptor traceFile =
+      options.recordFile.empty() ? platform::Descriptor() : TraceFile::create(options.recordFile);
   std::optional<InstanceLock> lock;
   if (!options.dryRun) {
     try {
@@ -382,7 +394,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
     }
     if (lock) platform::removeUnfinished(supportFolder());
   }
-  return Watch(options, tools, lock ? &*lock : nullptr).run();
+  return Watch(options, tools, lock ? &*lock : nullptr, std::move(traceFile)).run();
 }
 
 }  // namespace wakelatch::host

@@ -10,6 +10,14 @@ Timestamp now() {
   return std::chrono::system_clock::now();
 }
 
+std::int64_t millisecondsSince1970(Timestamp time) {
+  return std::llround(time.time_since_epoch().count() * 1000);
+}
+
+Timestamp fromMilliseconds(std::int64_t milliseconds) {
+  return Timestamp(std::chrono::duration<double>(static_cast<double>(milliseconds) / 1000));
+}
+
 std::string iso8601(Timestamp time) {
   using namespace std::chrono;
   // std::chrono::year holds -32767 to 32767; comparing this way round is false for NaN.

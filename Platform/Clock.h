@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +30,13 @@ namespace wakelatch::platform {
 
 /// The wall clock's current time.
 Timestamp now();
+
+///@{
+/// An instant as whole milliseconds since 1970, and back. What comes back from whole milliseconds
+/// is the same instant each time.
+std::int64_t millisecondsSince1970(Timestamp time);
+Timestamp fromMilliseconds(std::int64_t milliseconds);
+///@}
 
 /// `time` in ISO 8601, UTC, cut to the whole second at or before it: "2025-03-01T14:05:09Z".
 /// Years outside 0000 to 9999 are written with a sign and at least four digits; an instant no

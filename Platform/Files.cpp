@@ -21,16 +21,6 @@ namespace {
   throw std::system_error(error, std::generic_category(), what + " " + path.string());
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(fd, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
 bool flushToDisk(int fd) {
 #ifdef F_FULLFSYNC  // plain fsync stops at the drive's cache there
   if (::fcntl(fd, F_FULLFSYNC) == 0) return true;
@@ -67,6 +57,16 @@ constexpr std::string_view temporaryEnd = ".new-XXXXXX";
 constexpr std::size_t randomLength = 6;  // of its end
 
 }  // namespace
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
 
 std::filesystem::path homeDirectory() {
   if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') return home;

@@ -35,6 +35,9 @@ void createFolders(const std::filesystem::path& folder);
 /// followed. A file with other names is as good as any: backups give it some.
 void append(const std::filesystem::path& file, std::string_view bytes);
 
+/// Writes all of `bytes`. False with errno set when that fails; a part may be written then.
+bool writeAll(int descriptor, std::string_view bytes);
+
 /// How far writeAtomically() goes before it lets the new content take the old one's place.
 enum class Durability {
   process,  ///< survives this process; the system flushes it when it likes

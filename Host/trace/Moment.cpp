@@ -11,7 +11,9 @@
 namespace wakelatch::host {
 
 Timestamp momentAfter(Timestamp start, const std::string& text) {
-  if (const auto instant = platform::parseIso8601(text)) return *instant;
+  constexpr double restOfSecond = 0.999;  // ticks are told in whole seconds
+  if (const auto instant = platform::parseIso8601(text)) return after(*instant, restOfSecond);
+  if (const auto instant = platform::parseIso8601Fraction(text)) return *instant;
   std::vector<std::int32_t> parts;
   for (const std::string_view piece : platform::Pieces(text, ':')) {
     const auto number = platform::parseInt32(piece);
@@ -27,7 +29,7 @@ Timestamp momentAfter(Timestamp start, const std::string& text) {
       platform::TimeZone::ofProcess().offset(std::chrono::floor<std::chrono::seconds>(start));
   const double shown =
       std::fmod(start.time_since_epoch().count() + static_cast<double>(offset.count()) + day, day);
-  const double wanted = 3600.0 * parts[0] + 60.0 * parts[1] + parts[2];
+  const double wanted = 3600.0 * parts[0] + 60.0 * parts[1] + parts[2] + restOfSecond;
   return after(start, std::fmod(wanted - shown + day, day));
 }
 

@@ -5,30 +5,49 @@
 #include <cctype>
 #include <utility>
 
-#include "Platform/Split.h"
 #include "Platform/Text.h"
+#include "WakelatchCore/AgentAppName.h"
 
 namespace wakelatch::host {
 namespace {
 
-/// Words that tell how an agent runs: once, or for another program.
-constexpr std::array<std::string_view, 22> meaningful = {
-    "exec",   "e",    "run",   "resume", "app-server",  "exec-server",    "server", "serve",
-    "daemon", "mcp",  "acp",   "rpc",    "lsp",         "stdio",          "web",    "headless",
-    "json",   "text", "print", "agent",  "stream-json", "pid-update-loop"};
-
 constexpr std::string_view omission = "…";
 
-/// Folders that installers make and not people.
-bool isPublicFolder(std::string_view name) {
-  constexpr std::array<std::string_view, 6> known = {"node_modules", "bin",      "lib",
-                                                     "share",        "versions", "dist"};
-  return name.starts_with('.') || name.starts_with('@') || name.ends_with(".app") ||
-         std::find(known.begin(), known.end(), name) != known.end();
+bool isOneOf(std::string_view word, const auto& list) {
+  return std::find(std::begin(list), std::end(list), word) != std::end(list);
 }
 
+/// A word that tells how an agent runs: once, or for another program.
 bool isMeaningful(std::string_view word) {
-  return std::find(meaningful.begin(), meaningful.end(), word) != meaningful.end();
+  constexpr std::string_view words[] = {
+      "exec",   "e",    "run", "resume", "app-server", "exec-server",    "server",      "serve",
+      "daemon", "mcp",  "acp", "rpc",    "lsp",        "stdio",          "stream-json", "headless",
+      "json",   "text", "web", "agent",  "print",      "pid-update-loop"};
+  return isOneOf(word, words);
+}
+
+/// A folder that installers make and not people.
+bool isPublicFolder(std::string_view name) {
+  constexpr std::string_view names[] = {"",    "~",   "node_modules", "site-packages", "bin",
+                                        "lib", "opt", "share",        "versions",      "dist"};
+  return isOneOf(name, names) || name.starts_with('.') || name.starts_with('@') ||
+         name.ends_with(".app");
+}
+
+bool isSystemPath(std::string_view path) {
+  constexpr std::string_view roots[] = {"/usr/",    "/bin/",          "/sbin/", "/opt/",
+                                        "/System/", "/Applications/", "/lib",   "/Library/"};
+  return std::any_of(std::begin(roots), std::end(roots),
+                     [path](std::string_view root) { return path.starts_with(root); });
+}
+
+bool isSpace(char c) {
+  return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+bool isOfName(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_' || c == '.' ||
+         static_cast<signed char>(c) < 0;
 }
 
 /// "--print" of "--print=x", "-p" of "-pX", where values may be private; nothing for other words.
@@ -43,11 +62,25 @@ std::string_view optionName(std::string_view word) {
   return isName && name.size() <= longest ? name : std::string_view();
 }
 
+std::string_view lastPiece(std::string_view path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+std::vector<std::string_view> wordsOf(std::string_view text) {
+  std::vector<std::string_view> words;
+  for (auto at = text.begin(); at != text.end();) {
+    const auto start = std::find_if_not(at, text.end(), isSpace);
+    at = std::find_if(start, text.end(), isSpace);
+    if (start != at) words.emplace_back(&*start, static_cast<std::size_t>(at - start));
+  }
+  return words;
+}
+
 }  // namespace
 
-Privacy::Privacy(const std::vector<AgentProfile>& catalogue, std::string home)
-    : resolver_(catalogue), home_(std::move(home)) {
-  for (const AgentProfile& profile : catalogue) {
+Privacy::Privacy(AgentResolver agents, std::vector<std::string> targets, std::string home)
+    : agents_(std::move(agents)), targets_(std::move(targets)), home_(std::move(home)) {
+  for (const AgentProfile& profile : agents_.profiles()) {
     for (const std::string& name : profile.cliProcessNames) {
       names_.insert(platform::lowercased(name));
     }
@@ -57,13 +90,18 @@ Privacy::Privacy(const std::vector<AgentProfile>& catalogue, std::string home)
   }
 }
 
+bool Privacy::isAgent(const ProcessSnapshot& process) const {
+  return agents_.profileForCommand(process.command, process.arguments) != nullptr ||
+         targetOf(process).has_value();
+}
+
 std::string Privacy::withoutHome(std::string_view text) const {
   std::string result;
   while (home_.size() > 1) {
     const std::size_t at = text.find(home_);
     if (at == text.npos) break;
     const std::string_view rest = text.substr(at + home_.size());
-    const bool isFolder = rest.empty() || rest.front() == '/' || rest.front() == ' ';
+    const bool isFolder = rest.empty() || !isOfName(rest.front());
     result += text.substr(0, at);
     result += isFolder ? "~" : home_;
     text = rest;
@@ -72,48 +110,57 @@ std::string Privacy::withoutHome(std::string_view text) const {
 }
 
 void Privacy::reduceAgent(ProcessSnapshot& process) const {
-  ProcessSnapshot reduced = process;
-  reduced.arguments = essential(process);
-  ProcessSnapshot homeless = reduced;
-  homeless.command = withoutFolders(withoutHome(reduced.command));
-  homeless.arguments.clear();
-  for (const std::string_view word : platform::Pieces(reduced.arguments, ' ')) {
-    if (!homeless.arguments.empty()) homeless.arguments += ' ';
-    homeless.arguments += withoutFolders(withoutHome(word));
+  for (const Detail detail : {Detail::least, Detail::withWordsThatTell, Detail::withFolders}) {
+    ProcessSnapshot candidate = reduced(process, detail);
+    if (!isRecognisedAlike(candidate, process)) continue;
+    process = std::move(candidate);
+    return;
   }
-  process = std::move(isRecognisedAlike(homeless, reduced) ? homeless : reduced);
 }
 
-std::string Privacy::withoutFolders(const std::string& path) const {
-  if (!path.starts_with("~/")) return path;
-  const std::size_t nameStart = path.rfind('/') + 1;
-  std::string result;
-  bool isOmitted = false;
-  for (const std::string_view piece :
-       platform::Pieces(std::string_view(path).substr(0, nameStart), '/')) {
-    const bool isKept = piece == "~" || isPublicFolder(piece) || isNamedAsAgent(piece) ||
-                        hasMarker("/" + std::string(piece) + "/");
-    if (isKept || !isOmitted) result.append(isKept ? piece : omission).append("/");
-    isOmitted = !isKept;
-  }
-  return result + path.substr(nameStart);
+ProcessSnapshot Privacy::reduced(const ProcessSnapshot& process, Detail detail) const {
+  ProcessSnapshot result = process;
+  if (detail != Detail::withFolders) result.command = withoutFolders(process.command);
+  result.arguments = reducedArguments(process, detail);
+  return result;
 }
 
-std::string Privacy::essential(const ProcessSnapshot& process) const {
-  // Words like agents' names are looked at only where an interpreter or an application runs them.
-  const bool isDirect = isNamedAsAgent(process.command);
-  bool isProgramDue = AgentResolver::isInterpreter(platform::lastPiece(process.command, '/'));
+std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail detail) const {
+  const std::string_view program = lastPiece(process.command);
+  bool isProgramDue = AgentResolver::isInterpreter(program);
   bool isFirst = true;
+  std::string_view optionBefore;  // this word may be its value
   std::string result;
-  for (std::string_view word : platform::Pieces(process.arguments, ' ')) {
-    const bool isNeeded = hasMarker(word) || (!isDirect && isNamedAsAgent(word));
+  for (const std::string_view word : wordsOf(process.arguments)) {
     const std::string_view option = optionName(word);
-    const bool isProgram = isProgramDue && !isFirst && option.empty();
-    if (isProgram) isProgramDue = false;
-    if (!isNeeded && !option.empty()) word = option;
-    const bool isKept = isFirst || isNeeded || isProgram || !option.empty() || isMeaningful(word);
-    if (isKept || !result.ends_with(omission)) {
-      result.append(isFirst ? "" : " ").append(isKept ? word : omission);
+    std::string kept;
+    if (isFirst) {
+      const std::string_view name = lastPiece(word);
+      if (name == program || AgentResolver::isInterpreter(name) || isNamedAsAgent(name)) {
+        kept = withoutFolders(word);
+      }
+    } else if (!option.empty()) {
+      kept = option;
+    } else if (isProgramDue && optionBefore.empty()) {
+      kept = withoutFolders(word);
+      isProgramDue = false;
+    } else if (isMeaningful(word) && (optionBefore.empty() || optionBefore.starts_with("--"))) {
+      kept = word;  // "-p run" begins a prompt, "--output-format json" does not
+    }
+    if (detail != Detail::least) {
+      const auto marker = markerIn(word);
+      if (detail == Detail::withFolders && (marker || isNamedAsAgent(word))) {
+        kept = word;
+      } else if (marker) {
+        kept = std::string(omission).append(*marker).append(omission);
+      } else if (isNamedAsAgent(word)) {
+        kept = withoutFolders(word);
+      }
+    }
+    optionBefore = option == word ? option : std::string_view();
+    if (kept.empty()) kept = omission;
+    if (kept != omission || !result.ends_with(omission)) {
+      result.append(isFirst ? "" : " ").append(kept);
     }
     isFirst = false;
   }
@@ -121,30 +168,62 @@ std::string Privacy::essential(const ProcessSnapshot& process) const {
 }
 
 void Privacy::reduceOther(ProcessSnapshot& process) const {
-  ProcessSnapshot reduced = process;
-  reduced.command = process.displayName();
-  reduced.arguments.clear();
   // The name alone might be an agent's, where the path says that it is none.
-  if (!isRecognisedAlike(reduced, process)) {
-    reduced.command = withoutFolders(withoutHome(process.command));
+  for (const std::string& command :
+       {process.displayName(), withoutFolders(process.command), process.command}) {
+    const ProcessSnapshot candidate{
+        process.pid, process.parentPID, process.cpuPercent, command, {}};
+    if (!isRecognisedAlike(candidate, process)) continue;
+    process = candidate;
+    return;
   }
-  if (!isRecognisedAlike(reduced, process)) reduced.command = process.command;
-  process = std::move(reduced);
+}
+
+std::string Privacy::withoutFolders(std::string_view word) const {
+  const std::string path = withoutHome(word);
+  if (isSystemPath(path)) return path;
+  std::string result;
+  bool isOmitted = false;
+  for (std::size_t at = 0;;) {
+    const std::size_t end = path.find('/', at);
+    if (end == path.npos) return result + path.substr(at);
+    const std::string piece = path.substr(at, end - at);
+    at = end + 1;
+    const bool isKept =
+        isPublicFolder(piece) || isNamedAsAgent(piece) || markerIn("/" + piece + "/");
+    if (isKept || !isOmitted) result.append(isKept ? piece : omission).append("/");
+    isOmitted = !isKept;
+  }
 }
 
 bool Privacy::isNamedAsAgent(std::string_view word) const {
-  return names_.contains(platform::lowercased(platform::lastPiece(word, '/')));
+  return names_.contains(platform::lowercased(lastPiece(word)));
 }
 
-bool Privacy::hasMarker(std::string_view word) const {
+/// As it stands in the word.
+std::optional<std::string_view> Privacy::markerIn(std::string_view word) const {
+  if (!platform::isAllAscii(word)) return std::nullopt;  // the last resort keeps it
   const std::string lower = platform::lowercased(word);
-  return std::any_of(markers_.begin(), markers_.end(),
-                     [&](const std::string& marker) { return lower.find(marker) != lower.npos; });
+  for (const std::string& marker : markers_) {
+    const std::size_t at = lower.find(marker);
+    if (at != lower.npos) return word.substr(at, marker.size());
+  }
+  return std::nullopt;
+}
+
+std::optional<std::size_t> Privacy::targetOf(const ProcessSnapshot& process) const {
+  const auto found = std::find_if(targets_.begin(), targets_.end(), [&](const std::string& target) {
+    return AgentAppName::matches(process.displayName(), target) ||
+           AgentAppName::matches(process.command, target);
+  });
+  if (found == targets_.end()) return std::nullopt;
+  return static_cast<std::size_t>(found - targets_.begin());
 }
 
 bool Privacy::isRecognisedAlike(const ProcessSnapshot& a, const ProcessSnapshot& b) const {
-  return resolver_.profileForCommand(a.command, a.arguments) ==
-         resolver_.profileForCommand(b.command, b.arguments);
+  const auto* profile = agents_.profileForCommand(a.command, a.arguments);
+  return profile == agents_.profileForCommand(b.command, b.arguments) &&
+         (profile != nullptr || targetOf(a) == targetOf(b));
 }
 
 }  // namespace wakelatch::host

@@ -1,45 +1,58 @@
 // What of a process may stand in a trace that somebody attaches to a bug report.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/ProcessDetector.h"
 
 namespace wakelatch::host {
 
-/// Leaves out of command lines what recognising agents does not need: prompts, names of files, of
-/// projects and of the user. What is left is recognised as the same agent as before. A value;
-/// callable from any thread.
+/// Leaves out of command lines what recognising agents does not need: prompts, values of options,
+/// folders of projects and the user's name. What is left is recognised as the same agent as before.
+/// A value; callable from any thread.
 class Privacy {
  public:
-  /// @param catalogue  of all agents that may have to be recognised in what is left
-  /// @param home       the user's home folder, written as "~"
-  Privacy(const std::vector<AgentProfile>& catalogue, std::string home);
+  /// @param agents   that have to be recognised in what is left
+  /// @param targets  the user's own, by GuardSettings::targetApps
+  /// @param home     the user's home folder, written as "~"
+  Privacy(AgentResolver agents, std::vector<std::string> targets, std::string home);
+
+  /// Whether it counts as an agent's or as one of the user's own targets.
+  bool isAgent(const ProcessSnapshot& process) const;
 
   /// With "~" for every mention of the home folder as a folder.
   std::string withoutHome(std::string_view text) const;
 
-  /// A process of an agent: its path, and of its arguments the program that an interpreter runs,
-  /// what else recognition needs, names of options, and words that make a run a single one or a
-  /// server. "…" stands for the rest, and for the user's own folders on these paths.
+  /// An agent's process: its path, and of its arguments its own name, the program that an
+  /// interpreter runs, names of options, words that make a run a single one or a server, and what
+  /// recognition needs besides. "…" stands for the rest, and for folders that people name.
   void reduceAgent(ProcessSnapshot& process) const;
   /// Any other process: the name of its program alone.
   void reduceOther(ProcessSnapshot& process) const;
 
  private:
-  std::string withoutFolders(const std::string& path) const;
-  std::string essential(const ProcessSnapshot& process) const;
+  /// How much is left.
+  enum class Detail { least, withWordsThatTell, withFolders };
+
+  ProcessSnapshot reduced(const ProcessSnapshot& process, Detail detail) const;
+  std::string reducedArguments(const ProcessSnapshot& process, Detail detail) const;
+  std::string withoutFolders(std::string_view path) const;
   bool isNamedAsAgent(std::string_view word) const;
-  bool hasMarker(std::string_view word) const;
+  std::optional<std::string_view> markerIn(std::string_view word) const;
+  std::optional<std::size_t> targetOf(const ProcessSnapshot& process) const;
   bool isRecognisedAlike(const ProcessSnapshot& a, const ProcessSnapshot& b) const;
 
-  AgentResolver resolver_;
+  AgentResolver agents_;
+  std::vector<std::string> targets_;
   std::string home_;
-  std::set<std::string> names_;       ///< of agents' programs
-  std::vector<std::string> markers_;  ///< of agents' paths
+  std::set<std::string> names_;       ///< of agents' programs, lower case
+  std::vector<std::string> markers_;  ///< of agents' paths, lower case
 };
 
 }  // namespace wakelatch::host

@@ -3,11 +3,9 @@
 #include <sys/utsname.h>
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "Platform/Files.h"
-#include "WakelatchCore/AgentAppName.h"
 
 namespace wakelatch::host {
 namespace {
@@ -39,14 +37,6 @@ std::optional<T> unlessEmpty(T value) {
 }
 
 }  // namespace
-
-std::int64_t millisecondsSince1970(Timestamp time) {
-  return static_cast<std::int64_t>(std::floor(time.time_since_epoch().count() * 1000));
-}
-
-Timestamp timestampOf(std::int64_t milliseconds) {
-  return Timestamp(std::chrono::duration<double>(static_cast<double>(milliseconds) / 1000));
-}
 
 // ------------------------------------------------------------------------------- listening in
 
@@ -113,14 +103,13 @@ Recorder::Recorder(const Sources& machine, Options options)
       tools_(machine.tools),
       files_(machine.files),
       screen_(machine.accessibility),
-      sources_{tools_, screen_, files_, machine.heat},
-      privacy_(AgentCatalog::builtin(), platform::homeDirectory().string()) {}
+      sources_{tools_, screen_, files_, machine.heat} {}
 
 std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
   TraceHeader header;
   header.program = "wakelatch " WAKELATCH_VERSION;
   header.system = systemName();
-  header.startedAt = lastMs_ = millisecondsSince1970(now);
+  header.startedAt = lastMs_ = platform::millisecondsSince1970(now);
   header.intervalSeconds = options_.intervalSeconds;
   header.mode = options_.mode;
   header.pid = options_.pid;
@@ -143,17 +132,18 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
 
 void Recorder::follow(const GuardSettings& settings) {
   settings_ = settings;
-  resolver_ = AgentResolver::make(settings);
+  const AgentResolver agents = AgentResolver::make(settings);
+  privacy_.emplace(agents, settings.targetApps, platform::homeDirectory().string());
   for (auto& entry : rows_) {
     Row& row = entry.second;
-    if (std::exchange(row.isAgent, isAgent(row.process)) != row.isAgent) row.told.reset();
+    if (std::exchange(row.isAgent, privacy_->isAgent(row.process)) != row.isAgent) row.told.reset();
   }
 
   phrases_.clear();
   const auto add = [this](const std::vector<std::string>& phrases) {
     phrases_.insert(phrases_.end(), phrases.begin(), phrases.end());
   };
-  for (const AgentProfile& profile : resolver_.profiles()) {
+  for (const AgentProfile& profile : agents.profiles()) {
     add(profile.activePhrases);
     add(profile.idlePhrases);
   }
@@ -165,19 +155,10 @@ void Recorder::follow(const GuardSettings& settings) {
   phraseIndex_.emplace(lists);
 }
 
-bool Recorder::isAgent(const ProcessSnapshot& process) const {
-  if (resolver_.profileForCommand(process.command, process.arguments) != nullptr) return true;
-  return std::any_of(settings_->targetApps.begin(), settings_->targetApps.end(),
-                     [&](const std::string& target) {
-                       return AgentAppName::matches(process.displayName(), target) ||
-                              AgentAppName::matches(process.command, target);
-                     });
-}
-
 std::string Recorder::tick(const Observation& seen, const GuardSettings& settings,
                            const Held& held) {
   TraceTick tick;
-  const std::int64_t ms = millisecondsSince1970(seen.at);
+  const std::int64_t ms = platform::millisecondsSince1970(seen.at);
   tick.ms = ms - std::exchange(lastMs_, ms);
   if (settings_ != settings) {
     follow(settings);
@@ -209,7 +190,7 @@ void Recorder::tellProcesses(TraceTick& tick) {
       const bool isNew =
           row.process.command != process.command || row.process.arguments != process.arguments;
       row.process = std::move(process);
-      if (isNew) row.isAgent = isAgent(row.process);
+      if (isNew) row.isAgent = privacy_->isAgent(row.process);
       row.told.reset();
     }
     row.process.cpuPercent = cpu;
@@ -255,23 +236,32 @@ void Recorder::tellProcesses(TraceTick& tick) {
   tell(tick.order, order_, order);
 }
 
-/// Finds out which rows belong to an agent: itself and all that it started. And what started it.
+/// Finds out which rows belong to an agent, itself or all that it started, and which started it.
+/// What is learned on the way up is kept in the rows, so long chains are walked once.
 void Recorder::markKin(const std::vector<Row*>& rows) {
-  for (Row* row : rows) row->isOfAgent = row->isAncestor = false;
+  for (Row* row : rows) {
+    row->isOfAgent = row->isAgent;
+    row->isAncestor = false;
+  }
   const auto parentOf = [this](const Row& row) -> Row* {
     const auto found = rows_.find(row.process.parentPID);
-    return row.process.parentPID > 1 && found != rows_.end() ? &found->second : nullptr;
+    return found == rows_.end() ? nullptr : &found->second;
   };
+  std::vector<Row*> path;
   for (Row* row : rows) {
     Row* up = row;
-    // Listed at different moments, parents may form a ring.
-    for (std::size_t steps = 0; up != nullptr && !up->isAgent && steps < rows.size(); ++steps) {
+    while (up != nullptr && !up->isOfAgent && up->askedIn != ticks_) {
+      up->askedIn = ticks_;  // of no agent, until the walk has ended: it may go round in a ring
+      path.push_back(up);
       up = parentOf(*up);
     }
-    row->isOfAgent = up != nullptr && up->isAgent;
+    for (Row* passed : path) passed->isOfAgent = up != nullptr && up->isOfAgent;
+    path.clear();
     if (!row->isAgent) continue;
-    for (up = parentOf(*row); up != nullptr && !up->isAncestor; up = parentOf(*up)) {
-      up->isAncestor = true;
+    // The system's own first process started nobody.
+    while (row->process.parentPID > 1) {
+      row = parentOf(*row);
+      if (row == nullptr || std::exchange(row->isAncestor, true)) break;
     }
   }
 }
@@ -279,12 +269,12 @@ void Recorder::markKin(const std::vector<Row*>& rows) {
 TraceProcess Recorder::traceOf(const Row& row) const {
   ProcessSnapshot process = row.process;
   if (options_.keepsAllProcesses) {
-    process.command = privacy_.withoutHome(process.command);
-    process.arguments = privacy_.withoutHome(process.arguments);
+    process.command = privacy_->withoutHome(process.command);
+    process.arguments = privacy_->withoutHome(process.arguments);
   } else if (row.isAgent) {
-    privacy_.reduceAgent(process);
+    privacy_->reduceAgent(process);
   } else {
-    privacy_.reduceOther(process);
+    privacy_->reduceOther(process);
   }
   return {process.parentPID, process.command, unlessEmpty(process.arguments)};
 }

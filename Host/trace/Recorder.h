@@ -20,7 +20,7 @@ namespace wakelatch::host {
 
 /// Hands out sources that answer as the machine does and remember the answers; tick() turns those
 /// of the last look into a line. Used from the watch's deciding thread. Nothing of a person's work
-/// goes into a trace: see Privacy, and leftOut() for what is told to whoever reads one.
+/// goes into a trace: see Privacy. Of several processes listed with one id the first alone counts.
 class Recorder {
  public:
   struct Options {
@@ -99,8 +99,9 @@ class Recorder {
     bool isOfAgent = false, isAncestor = false;  ///< see markKin()
     std::optional<TraceProcess> told;            ///< as it stands in the trace; absent: has changed
     double toldCPU = 0;
-    bool isTold = false;       ///< the trace knows it
-    std::uint64_t seenIn = 0;  ///< the number of the tick
+    bool isTold = false;        ///< the trace knows it
+    std::uint64_t seenIn = 0;   ///< the number of the tick
+    std::uint64_t askedIn = 0;  ///< that in which isOfAgent was last found out
   };
   struct SessionFile {
     std::string name;  ///< in the trace
@@ -108,7 +109,6 @@ class Recorder {
   };
 
   void follow(const GuardSettings& settings);
-  bool isAgent(const ProcessSnapshot& process) const;
   void tellProcesses(TraceTick& tick);
   void markKin(const std::vector<Row*>& rows);
   TraceProcess traceOf(const Row& row) const;
@@ -122,12 +122,11 @@ class Recorder {
   Files files_;
   Screen screen_;
   const Sources sources_;
-  const Privacy privacy_;
 
   std::int64_t lastMs_ = 0;  ///< of the last line, since 1970
   std::uint64_t ticks_ = 0;
   std::optional<GuardSettings> settings_;  ///< as told last; so are the others
-  AgentResolver resolver_{{}};             ///< of the agents that are watched
+  std::optional<Privacy> privacy_;         ///< for these
   std::optional<PhraseIndex> phraseIndex_;
   std::vector<std::string> phrases_;
   Held held_;
@@ -141,9 +140,5 @@ class Recorder {
   std::size_t sessionCount_ = 0;
   std::optional<TraceScreen> screenTold_;
 };
-
-/// `time`, cut to the millisecond: what a trace keeps of a tick's time.
-std::int64_t millisecondsSince1970(Timestamp time);
-Timestamp timestampOf(std::int64_t milliseconds);
 
 }  // namespace wakelatch::host

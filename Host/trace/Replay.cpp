@@ -1,12 +1,13 @@
 #include "Host/trace/Replay.h"
 
 #include <algorithm>
+#include <charconv>
+#include <iterator>
 #include <limits>
 #include <stdexcept>
 #include <utility>
 
 #include "Host/SettingsFile.h"
-#include "Host/trace/Recorder.h"
 #include "Platform/Numbers.h"
 
 namespace wakelatch::host {
@@ -116,7 +117,12 @@ void RecordedMachine::apply(const TraceTick& tick, double cpuFactor) {
     return *pid;
   };
   if (tick.processes) {
-    for (const auto& [pid, row] : *tick.processes) processes_[pidOf(pid)].row = row;
+    for (const auto& [pid, row] : *tick.processes) {
+      if ((row.command + row.arguments.value_or("")).find('\n') != std::string::npos) {
+        throw std::runtime_error("processes: a line end in process " + pid);
+      }
+      processes_[pidOf(pid)].row = row;
+    }
   }
   if (tick.cpu) {
     for (const auto& [pid, cpu] : *tick.cpu) processes_[pidOf(pid)].cpu = cpu * cpuFactor;
@@ -130,10 +136,11 @@ void RecordedMachine::print() {
   tools_.arguments.clear();
   const auto add = [this](std::int32_t pid, const Process& process) {
     const std::string id = std::to_string(pid) + ' ';
-    std::string cpu;
-    JsonWriter(cpu, traceDates).write(process.cpu);  // every bit of it
-    tools_.usage +=
-        id + std::to_string(process.row.parent) + ' ' + cpu + ' ' + process.row.command + '\n';
+    char cpu[400];  // every bit of it, and no exponent, which `ps` never prints
+    char* const end =
+        std::to_chars(std::begin(cpu), std::end(cpu), process.cpu, std::chars_format::fixed).ptr;
+    tools_.usage += id + std::to_string(process.row.parent) + ' ' + std::string(cpu, end) + ' ' +
+                    process.row.command + '\n';
     if (process.row.arguments) tools_.arguments += id + *process.row.arguments + '\n';
   };
   if (order_.empty()) {
@@ -177,11 +184,11 @@ std::optional<OneTick> Replay::next() {
   ms_ = std::clamp(ms_ + tick.ms, -farthestMs, farthestMs);
   try {
     machine_.apply(tick, options_.cpuFactor);
-  } catch (const std::runtime_error& error) {
+  } catch (const std::exception& error) {
     fail(error);
   }
   OneTick decided = decide(stateMachine_, header_.mode, settings_, held_.isHeld(),
-                           observer_.look(settings_, timestampOf(ms_)));
+                           observer_.look(settings_, platform::fromMilliseconds(ms_)));
   decided.isWatchRunning = true;
   if (header_.pid) {
     decided.watch =

@@ -1,6 +1,5 @@
 // `replay`: what a recording's decisions were, or would have been, and what they were worth.
 #include <chrono>
-#include <cmath>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -13,7 +12,6 @@
 #include "Host/Terminal.h"
 #include "Host/WatchScreen.h"
 #include "Host/trace/Moment.h"
-#include "Host/trace/Recorder.h"
 #include "Host/trace/Replay.h"
 #include "Host/trace/ScoreReport.h"
 #include "Host/trace/Scoring.h"
@@ -62,7 +60,7 @@ void explainMoment(const std::string& file, const ReplayOptions& options,
                    const Replay::Options& how) {
   Replay replay(file, how);
   tellAbout(replay, file);
-  const Timestamp start = timestampOf(replay.header().startedAt);
+  const Timestamp start = platform::fromMilliseconds(replay.header().startedAt);
   const Timestamp moment = momentAfter(start, options.explainAt);
   std::optional<OneTick> found;
   Timestamp end = start;
@@ -116,7 +114,6 @@ ExitStatus runReplay(const ReplayOptions& options) {
     scoreTraces(options, how);
     return ExitStatus::done;
   }
-  if (!options.htmlFile.empty()) throw std::runtime_error("--html needs --truth");
   for (const std::string& file : options.files) {
     if (options.explainAt.empty()) {
       printTicks(file, options, how);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "WakelatchCore/AgentCatalog.h"
@@ -43,6 +44,14 @@ Sample sampleOf(const OneTick& tick) {
 ScoredTrace scoredTrace(const std::filesystem::path& trace, const std::filesystem::path& truth,
                         const Replay::Options& options) {
   ScoredTrace result{trace.filename().string(), {}, loadTruth(truth)};
+  const auto known = AgentCatalog::builtin();
+  for (const TruthInterval& interval : result.intervals) {
+    if (std::any_of(known.begin(), known.end(),
+                    [&](const AgentProfile& profile) { return profile.id == interval.agent; }))
+      continue;
+    throw std::runtime_error(truth.string() + ": there is no agent \"" + interval.agent +
+                             "\"; see: wakelatch agents --json");
+  }
   Replay replay(trace, options);
   while (const auto tick = replay.next()) result.samples.push_back(sampleOf(*tick));
   return result;

@@ -12,23 +12,19 @@
 #include "Platform/Thread.h"
 
 namespace wakelatch::host {
-namespace {
 
-/// What is in a file's place is left as it is.
-std::filesystem::path created(const std::filesystem::path& file) {
-  const platform::Descriptor made(
-      ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+platform::Descriptor TraceFile::create(const std::filesystem::path& file) {
+  // What is in its place is left as it is.
+  platform::Descriptor made(
+      ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0600));
   if (made.get() < 0) {
     throw std::system_error(errno, std::generic_category(), "cannot create " + file.string());
   }
-  return std::filesystem::absolute(file);
+  return platform::aboveStandardStreams(std::move(made));
 }
 
-}  // namespace
-
-TraceFile::TraceFile(const std::filesystem::path& file,
-                     std::function<void(const std::string&)> ended)
-    : file_(created(file)),
+TraceFile::TraceFile(platform::Descriptor file, std::function<void(const std::string&)> ended)
+    : file_(std::move(file)),
       ended_(std::move(ended)),
       thread_(platform::startThread("recorder", [this] { run(); })) {}
 
@@ -46,11 +42,16 @@ void TraceFile::line(std::string text) {
   {
     const platform::MutexLock lock(mutex_);
     if (isOver_) return;
-    waiting_.append(text).push_back('\n');
-    isStuck = waiting_.size() > maxWaitingBytes;
+    isStuck = !waiting_.empty() && waiting_.size() + text.size() > maxWaitingBytes;
+    if (!isStuck) waiting_.append(text).push_back('\n');
   }
   if (isStuck) return end("the disk does not take it");
   wake_.notifyAll();
+}
+
+bool TraceFile::isOpen() {
+  const platform::MutexLock lock(mutex_);
+  return !isOver_;
 }
 
 bool TraceFile::finish(double seconds) {
@@ -76,10 +77,8 @@ void TraceFile::run() {
       lines.swap(waiting_);
       isBusy_ = true;
     }
-    try {
-      platform::append(file_, lines);
-    } catch (const std::system_error& error) {
-      end(error.what());
+    if (!platform::writeAll(file_.get(), lines)) {
+      end(std::generic_category().message(errno));
     }
   }
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+#include "Platform/Descriptor.h"
 #include "Platform/Mutex.h"
 
 namespace wakelatch::host {
@@ -18,9 +19,13 @@ class TraceFile {
   /// What may wait for a disk that hangs.
   static constexpr std::size_t maxWaitingBytes = 4U << 20;
 
-  /// Makes the file, for its user alone. Throws std::system_error naming it: when it exists, too.
+  /// Makes the file, for its user alone, and may wait for the disk. Throws std::system_error naming
+  /// the file: when it exists, too.
+  static platform::Descriptor create(const std::filesystem::path& file);
+
+  /// @param file   as created
   /// @param ended  told once, on any thread, why the recording ended before its time
-  TraceFile(const std::filesystem::path& file, std::function<void(const std::string&)> ended);
+  TraceFile(platform::Descriptor file, std::function<void(const std::string&)> ended);
   /// Waits for a write that is under way: call finish() before, and end the process where that
   /// fails.
   ~TraceFile();
@@ -29,6 +34,8 @@ class TraceFile {
 
   /// The text with a line end.
   void line(std::string text);
+  /// Whether lines are still taken.
+  bool isOpen();
   /// Takes nothing any more, and tells why unless that was told before.
   void end(const std::string& why);
 
@@ -39,7 +46,7 @@ class TraceFile {
  private:
   void run();
 
-  const std::filesystem::path file_;
+  const platform::Descriptor file_;
   const std::function<void(const std::string&)> ended_;
   platform::Mutex mutex_;
   platform::Condition wake_, written_;
