@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <ctime>
 #include <map>
+
+#include "Platform/Calendar.h"
 
 namespace wakelatch::host {
 namespace {
@@ -82,13 +83,11 @@ std::string durationText(double seconds) {
 }
 
 std::string localTimeText(Timestamp time) {
-  const double seconds = std::floor(time.time_since_epoch().count());
-  if (!(std::abs(seconds) < 1e12)) return "-";  // no calendar goes there
-  const auto whole = static_cast<std::time_t>(seconds);
-  std::tm local{};
-  ::localtime_r(&whole, &local);
-  return UsageMetrics::dayKey(time) + " " + twoDigits(local.tm_hour) + ":" +
-         twoDigits(local.tm_min);
+  std::string text = platform::iso8601(time + platform::localOffset(time));
+  if (text == "-") return text;
+  text.resize(text.size() - std::string_view(":09Z").size());
+  std::replace(text.begin(), text.end(), 'T', ' ');
+  return text;
 }
 
 std::string dayText(const std::string& dayKey, bool withYear) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 #include <numeric>
 #include <string_view>
 #include <utility>
@@ -11,6 +10,7 @@
 #include "Host/StatsReport.h"
 #include "Host/Terminal.h"
 #include "Host/WatchText.h"
+#include "Platform/Calendar.h"
 
 namespace wakelatch::host {
 namespace {
@@ -241,16 +241,8 @@ std::vector<std::string> watchScreen(const ScreenInput& input, const ScreenStyle
 }
 
 std::string localTime(Timestamp time) {
-  const double seconds = std::floor(time.time_since_epoch().count());
-  if (!(std::abs(seconds) < 1e12)) return "--:--:--";
-  const auto whole = static_cast<std::time_t>(seconds);
-  std::tm local{};
-  ::localtime_r(&whole, &local);
-  char text[16];
-  std::snprintf(text, sizeof text, "%02u:%02u:%02u", static_cast<unsigned>(local.tm_hour) % 100,
-                static_cast<unsigned>(local.tm_min) % 100,
-                static_cast<unsigned>(local.tm_sec) % 100);
-  return text;
+  const std::string text = platform::iso8601(time + platform::localOffset(time));
+  return text == "-" ? "--:--:--" : text.substr(text.find('T') + 1, 8);
 }
 
 }  // namespace wakelatch::host

@@ -1,10 +1,13 @@
-// Civil days: which date a local calendar shows at an instant. Dates are Gregorian at all times,
-// also before that calendar was introduced. Day arithmetic needs no zone: it is done on the dates.
+// Local time: what clocks and calendars show in the process's time zone, which is the C library's:
+// that of TZ, a name or a rule, or else the system's. It is found out at the first call and kept
+// until something in the process calls tzset(), as localtime(), mktime() and strftime() do too,
+// after TZ or the system's setting has changed. macOS follows such a change by itself.
+//
+// Dates are Gregorian at all times, also before that calendar was introduced. Day arithmetic needs
+// no zone: it is done on the dates. Callable from any thread while none changes the environment.
 #pragma once
 
 #include <chrono>
-#include <memory>
-#include <string>
 
 #include "Platform/Clock.h"
 
@@ -14,31 +17,12 @@ namespace wakelatch::platform {
 inline constexpr std::chrono::local_days firstDay{std::chrono::year{0} / 1 / 1};
 inline constexpr std::chrono::local_days lastDay{std::chrono::year{9999} / 12 / 31};
 
-/// The rules of one time zone. Immutable; callable from any thread.
-class TimeZone {
- public:
-  /// The process's zone, found out when first asked for and kept from then on.
-  static const TimeZone& ofProcess();
+/// How far local clocks are ahead of UTC at an instant; before and after the days above, and for
+/// what is not a number, as at their ends. 0 in a zone that the system does not know.
+std::chrono::seconds localOffset(Timestamp instant);
 
-  /// The zone with a name such as "America/Sao_Paulo". Throws std::invalid_argument when the system
-  /// knows none by that name.
-  explicit TimeZone(const std::string& name);
-  ~TimeZone();
-  TimeZone(const TimeZone&) = delete;
-  TimeZone& operator=(const TimeZone&) = delete;
-
-  /// How far local clocks are ahead of UTC at an instant.
-  std::chrono::seconds offset(std::chrono::sys_seconds instant) const;
-
-  /// The local date at an instant. One outside of `firstDay` to `lastDay` counts as the nearer of
-  /// the two, one that is not a number as the first.
-  std::chrono::local_days day(Timestamp instant) const;
-
- private:
-  struct Rules;
-  explicit TimeZone(std::unique_ptr<Rules> rules);
-
-  std::unique_ptr<Rules> rules_;
-};
+/// The local date at an instant. One outside of `firstDay` to `lastDay` counts as the nearer of
+/// the two, one that is not a number as the first.
+std::chrono::local_days localDay(Timestamp instant);
 
 }  // namespace wakelatch::platform

@@ -20,7 +20,7 @@ std::string keyOf(std::chrono::local_days day) {
 }
 
 std::chrono::local_days dayOf(Timestamp instant) {
-  return platform::TimeZone::ofProcess().day(instant);
+  return platform::localDay(instant);
 }
 
 /// The bucket under `key`, made when there is none. Almost always it is the last one, whatever the

@@ -1,7 +1,7 @@
 // Statistics of the work that was protected: per calendar day and agent, the session in progress
 // and the last finished run. Plain values with a JSON form; a host stores them and passes them
 // through recording() once per tick. Pure computation, callable from any thread: the one thing
-// taken from outside is the process's time zone, once.
+// taken from outside is the process's time zone.
 #pragma once
 
 #include <cstdint>
@@ -127,7 +127,9 @@ struct UsageMetrics {
   explicit UsageMetrics(Timestamp since = {}) : installDate(since) {}
 
   /// The key of the local day of an instant in the process's time zone, "2025-03-01". Keys sort in
-  /// the order of time. Instants outside the years 0000 to 9999 fall on the first or last day.
+  /// the order of time. Instants outside the years 0000 to 9999 fall on the first or last day. The
+  /// zone is the C library's, found out at the first call; a TZ that the process changes afterwards
+  /// counts from the next tzset() on.
   static std::string dayKey(Timestamp instant);
 
   /// `metrics` advanced by one tick; to be called in the order of the ticks. A caller who moves its

@@ -64,7 +64,7 @@ inline tm localTime(std::int64_t milliseconds) {
   return local;
 }
 
-/// The local date by the C library, which knows nothing of the calendar under test.
+/// The local date as the C library writes it; of that the code under test takes the offset only.
 inline std::string dayOf(std::int64_t milliseconds) {
   const tm local = localTime(milliseconds);
   char day[32];

@@ -25,8 +25,7 @@ Timestamp momentAfter(Timestamp start, const std::string& text) {
                              "\" is no time: 03:12, 03:12:30 or 2026-11-23T03:12:30Z is wanted");
   }
   constexpr double day = 24 * 60 * 60;
-  const auto offset =
-      platform::TimeZone::ofProcess().offset(std::chrono::floor<std::chrono::seconds>(start));
+  const auto offset = platform::localOffset(start);
   const double shown =
       std::fmod(start.time_since_epoch().count() + static_cast<double>(offset.count()) + day, day);
   const double wanted = 3600.0 * parts[0] + 60.0 * parts[1] + parts[2] + restOfSecond;
