@@ -4,6 +4,8 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <future>
+
 #include "Host/Folder.h"
 #include "Host/Observer.h"
 #include "Host/Terminal.h"
@@ -175,10 +177,22 @@ TEST(Faults, TextFromOutsideCannotCommandATerminal) {
   EXPECT_EQ(printable("\033[2J\nb\u009B\u202E\x9B\u2028é"), "�[2J�b����é");
 }
 
+TEST(Faults, AQueueDoesNotWaitForATaskThatHangs) {
+  const auto goOn = std::make_shared<std::promise<void>>();
+  const auto done = std::make_shared<std::promise<void>>();
+  {
+    platform::SerialQueue queue("test");
+    queue.async([goOn] { goOn->get_future().wait(); });
+    queue.async([done] { done->set_value(); });
+  }
+  goOn->set_value();
+  done->get_future().wait();  // runs although the queue is gone
+}
+
 TEST(FaultsDeathTest, AForkDoesNotWaitForAThreadItHasNot) {
-  platform::SerialQueue queue("test");
-  queue.async([] {});
-  EXPECT_EXIT((queue.drain(), std::_Exit(0)), testing::ExitedWithCode(0), "");
+  std::optional<platform::SerialQueue> queue("test");
+  queue->async([] {});
+  EXPECT_EXIT((queue->drain(), queue.reset(), std::_Exit(0)), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
