@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "Platform/ChildProcess.h"
+#include "Platform/Files.h"
 #include "Tests/TemporaryFolder.h"
 
 namespace wakelatch {
@@ -31,6 +32,7 @@ CommandResult outcome(const ShellCommand& command, double timeoutSeconds = 60) t
 
 TEST(CommandRunner, CollectsStatusAndBothStreamsOfAnyChild) {
   const std::string flood = "head -c 300000 /dev/zero | tr '\\0' x", flooded(300000, 'x');
+  const std::string mostThatIsKept(16U << 20, '\0');
   const std::string loop = "while :; do sleep 0.02; done";
   const struct {
     std::string script;
@@ -43,6 +45,7 @@ TEST(CommandRunner, CollectsStatusAndBothStreamsOfAnyChild) {
       {"printf ok; printf '\\355\\240\\200' >&2; exit 4", {4, "ok", ""}},
       {"printf before; exec >&- 2>&-; sleep 0.2; exit 3", {3, "before", ""}},
       {flood + " >&2; " + flood, {0, flooded, flooded}},
+      {"head -c 16777216 /dev/zero", {0, mostThatIsKept, ""}},
       // From here on the time-out ends it: SIGTERM, after 0.2 s SIGINT, after 2 s SIGKILL.
       {"echo ready; exec sleep 60", {SIGTERM, "ready\n", ""}, 0.5, 0.5},
       {"exec sleep 60", {SIGTERM, "", ""}, -1},
@@ -68,6 +71,29 @@ TEST(CommandRunner, ErrorsSayWhatWentWrong) {
   EXPECT_EQ(text(15, "\n  first line \nsecond\n"), "exit code 15: first line");
   EXPECT_EQ(text(2, std::string(1000, 'x')), "exit code 2: " + std::string(200, 'x'));
   EXPECT_THAT(text(CommandResult::unknownExitCode, ""), HasSubstr("SIGCHLD"));
+}
+
+TEST(CommandRunner, EndsAChildThatFloods) {
+  const TemporaryFolder folder;
+  const std::string idFile = folder.path() / "id";
+  ProcessCommandRunner plain(60);
+  CancellableCommandRunner cancellable(60);
+  for (const std::string flood : {"yes", "yes >&2", "head -c 16777217 /dev/zero"}) {
+    for (CommandRunning* runner :
+         {static_cast<CommandRunning*>(&plain), static_cast<CommandRunning*>(&cancellable)}) {
+      std::string error;
+      const auto start = std::chrono::steady_clock::now();
+      try {
+        runner->run(shell("echo $$ > " + idFile + "; exec " + flood));
+      } catch (const std::runtime_error& thrown) {
+        error = thrown.what();
+      }
+      const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+      EXPECT_EQ(error, "/bin/sh printed more than 16 MiB") << flood;
+      EXPECT_NE(::kill(std::stoi(platform::readFile(idFile)), 0), 0) << flood;
+      EXPECT_LT(taken.count(), 30) << flood;
+    }
+  }
 }
 
 TEST(CommandRunner, DoesNotWaitForGrandchildrenThatHoldThePipes) {
