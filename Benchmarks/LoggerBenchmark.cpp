@@ -72,6 +72,6 @@ int main() {
              }
            });
   };
-  wakelatch::bench::compare("lines per second", "", ourRate, bareRate, 0.6, 15, true);
+  wakelatch::bench::compare("lines per second", "", ourRate, bareRate, 0.3, 15, true);
   std::filesystem::remove_all(folder);
 }

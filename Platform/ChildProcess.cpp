@@ -113,15 +113,6 @@ int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
   return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, longest));
 }
 
-/// Gives a text that outgrows a pipe's content room for much more. A growth copies all that is
-/// there and is dear, while memory that is never written to costs nothing.
-void growForFlood(std::string& text, std::size_t needed) {
-  constexpr std::size_t much = 1U << 20, flood = 128U << 20;
-  if (needed <= 65536) return;
-  text.reserve(needed <= much ? much : std::max(flood, 2 * needed));
-  preferLargePages(text.data(), text.capacity());
-}
-
 }  // namespace
 
 std::chrono::steady_clock::time_point deadlineIn(double seconds) {
@@ -143,6 +134,7 @@ ChildProcess::~ChildProcess() {
 
 bool ChildProcess::awaitExit(double seconds) {
   const auto deadline = deadlineIn(seconds);
+  const bool hadFlooded = hasFlooded();
   for (;;) {
     const bool noticed = notice_.descriptor() >= 0;
     bool exited = !noticed && exitedUnnoticed();
@@ -163,7 +155,7 @@ bool ChildProcess::awaitExit(double seconds) {
     }
     if (watched[1].revents != 0) standardOutput_.read();
     if (watched[2].revents != 0) standardError_.read();
-    if (left == 0) return false;
+    if (left == 0 || hasFlooded() != hadFlooded) return false;
   }
 }
 
@@ -171,7 +163,7 @@ void ChildProcess::send(int signal) const {
   if (!reaped_) ::kill(id_, signal);
 }
 
-std::optional<std::int32_t> ChildProcess::reap() {
+ChildEnd ChildProcess::reap() {
   int status = 0;
   pid_t reapedId = 0;
   do {
@@ -180,10 +172,11 @@ std::optional<std::int32_t> ChildProcess::reap() {
   reaped_ = true;
   if (reapedId != id_) {
     const std::optional<int> kept = notice_.waitStatus();
-    if (!kept) return std::nullopt;
+    if (!kept) return {};
     status = *kept;
   }
-  return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) return {ChildEnd::Kind::signalled, WTERMSIG(status)};
+  return {ChildEnd::Kind::exited, WEXITSTATUS(status)};
 }
 
 /// For a child without exit notice: whether it is a zombie or gone.
@@ -207,8 +200,9 @@ std::size_t ChildProcess::Capture::read(std::size_t limit) {
     return 0;
   }
   const auto length = static_cast<std::size_t>(count);
-  if (text.capacity() - text.size() < length) growForFlood(text, text.size() + length);
-  text.append(block.data(), length);
+  const std::size_t kept = std::min(length, maxCapturedBytes - text.size());
+  text.append(block.data(), kept);
+  if (kept < length) isFlooded = true;
   return length;
 }
 

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <system_error>
@@ -25,6 +24,21 @@ class LaunchError : public std::system_error {
 enum class ChildOutput {
   inherited,  ///< where the host's own go
   captured,   ///< into pipes that awaitExit() empties
+};
+
+/// How much of a captured stream is kept: far more than any tool has to tell.
+inline constexpr std::size_t maxCapturedBytes = 16U << 20;
+
+/// How a child ended, and with what.
+struct ChildEnd {
+  /// `unknown`: the system has discarded it because the process ignores SIGCHLD or has reaped the
+  /// child elsewhere.
+  enum class Kind { exited, signalled, unknown };
+
+  Kind kind = Kind::unknown;
+  std::int32_t number = -1;  ///< the exit status or the signal; -1 when unknown
+
+  friend bool operator==(const ChildEnd&, const ChildEnd&) = default;
 };
 
 /// The end of a wait of so many seconds that begins now: at least none, and at most some thirty
@@ -50,16 +64,18 @@ class ChildProcess {
 
   /// Waits until the child has exited, at most `seconds` (0 or less: looks once), and collects
   /// captured output meanwhile. At the exit it collects what the pipes hold and no more, whoever
-  /// else may keep them open. Returns whether the child has exited; it is left to be reaped.
+  /// else may keep them open. Returns whether the child has exited; it is left to be reaped. The
+  /// wait in which hasFlooded() becomes true ends at once, so that the child can be stopped.
   bool awaitExit(double seconds);
+
+  /// Whether more than maxCapturedBytes came in a stream. The rest is read and dropped.
+  bool hasFlooded() const { return standardOutput_.isFlooded || standardError_.isFlooded; }
 
   /// Sends a signal, unless the child has been reaped.
   void send(int signal) const;
 
-  /// Waits for the exit and frees the child's id. Returns the exit status, or the signal's number
-  /// for a child that a signal ended; nothing when the system has discarded it because the process
-  /// ignores SIGCHLD or has reaped the child elsewhere. Call once.
-  std::optional<std::int32_t> reap();
+  /// Waits for the exit and frees the child's id. Call once.
+  ChildEnd reap();
 
   /// What awaitExit() has collected so far; empty afterwards.
   std::string takeStandardOutput() { return std::move(standardOutput_.text); }
@@ -69,6 +85,7 @@ class ChildProcess {
   struct Capture {
     Descriptor pipe;  ///< closed at the end of file
     std::string text;
+    bool isFlooded = false;
 
     /// Reads once, which blocks unless poll() has reported something; 0 at the end of the file.
     std::size_t read(std::size_t limit = SIZE_MAX);

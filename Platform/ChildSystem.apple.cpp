@@ -34,6 +34,4 @@ int inheritOnlyStandardStreams(posix_spawnattr_t& attributes, posix_spawn_file_a
   return error;
 }
 
-void preferLargePages(void*, std::size_t) {}
-
 }  // namespace wakelatch::platform

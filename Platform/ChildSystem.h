@@ -3,8 +3,6 @@
 
 #include <spawn.h>
 
-#include <cstddef>
-
 #include "Platform/Descriptor.h"
 
 namespace wakelatch::platform {
@@ -15,9 +13,5 @@ char** currentEnvironment();
 /// Adds to a launch that the child gets the three standard streams and no other descriptor, also
 /// none that the host forgot to mark close-on-exec. Returns an error number or 0.
 int inheritOnlyStandardStreams(posix_spawnattr_t& attributes, posix_spawn_file_actions_t& actions);
-
-/// Asks that memory that is about to be filled come in large pages, which saves most of the page
-/// faults where there is much of it. A hint: nothing happens where it cannot be met.
-void preferLargePages(void* memory, std::size_t size);
 
 }  // namespace wakelatch::platform

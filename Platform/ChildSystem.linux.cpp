@@ -1,10 +1,8 @@
 #include "Platform/ChildSystem.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 
 #include <cerrno>
-#include <memory>
 #include <system_error>
 
 namespace wakelatch::platform {
@@ -27,14 +25,6 @@ int inheritOnlyStandardStreams([[maybe_unused]] posix_spawnattr_t& attributes,
 #endif
 #endif
   return 0;
-}
-
-void preferLargePages(void* memory, std::size_t size) {
-  constexpr std::size_t page = 2U << 20;
-  void* start = memory;
-  if (std::align(page, page, start, size) != nullptr) {
-    ::madvise(start, size / page * page, MADV_HUGEPAGE);
-  }
 }
 
 }  // namespace wakelatch::platform

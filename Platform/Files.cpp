@@ -34,11 +34,14 @@ bool isStranger(uid_t owner) {
 }
 
 /// Opens `file` without ever waiting, as the open of a pipe waits for its other side. Without a
-/// descriptor, errno says why. A link is followed unless a stranger has put it there.
-Descriptor openWithoutWaiting(const std::filesystem::path& file, int flags) {
+/// descriptor, errno says why.
+/// @param linkOwner  whose links are followed
+Descriptor openWithoutWaiting(const std::filesystem::path& file, int flags,
+                              Owner linkOwner = Owner::userOrRoot) {
   const auto open = [&file, all = flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC](int more) {
-    return Descriptor(::open(file.c_str(), all | more, 0600));
+    return Descriptor(::open(file.c_str(), all | more, 0666));
   };
+  if (linkOwner == Owner::anybody) return open(0);
   Descriptor opened = open(O_NOFOLLOW);
   struct stat link {};
   if (opened.get() >= 0 || errno != ELOOP || ::lstat(file.c_str(), &link) != 0) return opened;
@@ -118,17 +121,22 @@ void createFolders(const std::filesystem::path& folder) {
   }
 }
 
-void append(const std::filesystem::path& file, std::string_view bytes) {
-  const auto open = [&file] { return openWithoutWaiting(file, O_WRONLY | O_APPEND | O_CREAT); };
-  Descriptor output = open();
+void append(const std::filesystem::path& file, std::string_view bytes, Owner owner) {
+  const auto open = [&file, owner](int flags) {
+    return openWithoutWaiting(file, O_WRONLY | O_APPEND | flags, owner);
+  };
+  Descriptor output = open(0);  // Linux refuses O_CREAT for another user's file in a shared folder
+  if (output.get() < 0 && errno == ENOENT) output = open(O_CREAT);
   if (output.get() < 0 && errno == ENOENT) {
     createFolders(file.parent_path());
-    output = open();
+    output = open(O_CREAT);
   }
   if (output.get() < 0) fail(errno, "cannot open", file);
   const struct stat status = statusOf(output, file);
   if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) fail(EINVAL, "no regular file:", file);
-  if (isStranger(status.st_uid)) fail(EPERM, "another user's file:", file);
+  if (owner == Owner::userOrRoot && isStranger(status.st_uid)) {
+    fail(EPERM, "another user's file:", file);
+  }
   if (!writeAll(output.get(), bytes) || !output.close()) fail(errno, "cannot write", file);
 }
 

@@ -18,7 +18,7 @@ std::filesystem::path homeDirectory();
 /// More than any file of ours ever holds; what is put in its place may be of any size.
 inline constexpr std::size_t maxReadBytes = 16U << 20;
 
-/// Whose files readFile() takes.
+/// Whose files are taken.
 enum class Owner { userOrRoot, anybody };
 
 /// The whole content of a regular file of at most maxReadBytes. A link of another user (but root)
@@ -29,11 +29,12 @@ std::string readFile(const std::filesystem::path& file, Owner owner = Owner::use
 /// another user's (but root's) or leads to a folder where everybody may write. Root may use all.
 void createFolders(const std::filesystem::path& folder);
 
-/// Adds `bytes` at the end of `file`: a regular one or a device such as /dev/null, of this user or
-/// of root. The file is made when missing, readable and writable by the user alone, and the folders
-/// above it with the modes that the umask leaves. A link of another user (but root) is not
-/// followed. A file with other names is as good as any: backups give it some.
-void append(const std::filesystem::path& file, std::string_view bytes);
+/// Adds `bytes` at the end of `file`: a regular one or a device such as /dev/null. The file is made
+/// when missing, and the folders above it, with the modes that the umask leaves. A file with other
+/// names is as good as any: backups give it some.
+/// @param owner  of the file, and of a link that is followed to it
+void append(const std::filesystem::path& file, std::string_view bytes,
+            Owner owner = Owner::userOrRoot);
 
 /// Writes all of `bytes`. False with errno set when that fails; a part may be written then.
 bool writeAll(int descriptor, std::string_view bytes);

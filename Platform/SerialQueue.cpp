@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <future>
-#include <memory>
 #include <utility>
 
 #include "Platform/Thread.h"
@@ -13,26 +13,34 @@ namespace wakelatch::platform {
 SerialQueue::SerialQueue(std::string label) : label_(std::move(label)) {}
 
 SerialQueue::~SerialQueue() {
+  if (process_ != ::getpid()) return;
+  constexpr std::chrono::seconds patience(2);
+  const auto deadline = std::chrono::steady_clock::now() + patience;
   {
-    const MutexLock lock(mutex_);
-    ending_ = true;
+    MutexLock lock(state_->mutex);
+    state_->isEnding = true;
+    state_->wake.notifyOne();
+    while (!state_->hasEnded && state_->ended.waitUntil(lock, deadline)) continue;
+    if (!state_->hasEnded) {
+      state_->thread.detach();
+      return;
+    }
   }
-  wake_.notifyOne();
-  if (thread_.joinable()) thread_.join();
+  state_->thread.join();
 }
 
 void SerialQueue::async(Task task) {
   bool wasEmpty = false;
   {
-    const MutexLock lock(mutex_);
-    if (!thread_.joinable()) {
-      thread_ = startThread(label_, [this] { runTasks(); });
+    const MutexLock lock(state_->mutex);
+    if (!state_->thread.joinable()) {
+      state_->thread = startThread(label_, [state = state_] { runTasks(*state); });
       process_ = ::getpid();
     }
-    wasEmpty = waiting_.empty();
-    waiting_.push_back(std::move(task));
+    wasEmpty = state_->waiting.empty();
+    state_->waiting.push_back(std::move(task));
   }
-  if (wasEmpty) wake_.notifyOne();  // else the thread is awake or has been woken
+  if (wasEmpty) state_->wake.notifyOne();  // else the thread is awake or has been woken
 }
 
 void SerialQueue::drain() {
@@ -42,14 +50,17 @@ void SerialQueue::drain() {
   reached->get_future().wait();
 }
 
-void SerialQueue::runTasks() {
+void SerialQueue::runTasks(State& state) {
   std::vector<Task> batch;
   for (;;) {
     {
-      MutexLock lock(mutex_);
-      while (!ending_ && waiting_.empty()) wake_.wait(lock);
-      if (waiting_.empty()) return;
-      batch.swap(waiting_);
+      MutexLock lock(state.mutex);
+      while (!state.isEnding && state.waiting.empty()) state.wake.wait(lock);
+      if (state.waiting.empty()) {
+        state.hasEnded = true;
+        return state.ended.notifyOne();
+      }
+      batch.swap(state.waiting);
     }
     for (const Task& task : batch) task();
     batch.clear();  // outside the lock: what the tasks captured ends here

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,8 +22,10 @@ class SerialQueue {
 
   /// @param label  the thread's name, see startThread()
   explicit SerialQueue(std::string label);
-  /// Waits until every task submitted so far has run. Not from a task of this queue, nor in a fork
-  /// of the process, where nobody would run them.
+  /// Waits until every task submitted so far has run, but at most 2 seconds: should one hang, the
+  /// thread runs the rest when it can, as long as the process lives, so let no task capture what
+  /// may end before. Not from a task of this queue. In a fork of the process, which has no such
+  /// thread, there is nothing to wait for.
   ~SerialQueue();
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
@@ -31,19 +34,24 @@ class SerialQueue {
   /// thread cannot be started; the task is dropped then.
   void async(Task task);
 
-  /// Waits until every task submitted before this call has run. Not from a task of this queue. In a
-  /// fork of the process, which has no such thread, there is nothing to wait for.
+  /// Waits until every task submitted before this call has run, however long that takes. Not from a
+  /// task of this queue. In a fork of the process there is nothing to wait for.
   void drain();
 
  private:
-  void runTasks();
+  /// The thread has a share of it, for it may outlive the queue.
+  struct State {
+    Mutex mutex;
+    Condition wake, ended;
+    std::vector<Task> waiting WAKELATCH_GUARDED_BY(mutex);
+    bool isEnding WAKELATCH_GUARDED_BY(mutex) = false;
+    bool hasEnded WAKELATCH_GUARDED_BY(mutex) = false;
+    std::thread thread WAKELATCH_GUARDED_BY(mutex);
+  };
+  static void runTasks(State& state);
 
   const std::string label_;
-  Mutex mutex_;
-  Condition wake_;
-  std::vector<Task> waiting_ WAKELATCH_GUARDED_BY(mutex_);
-  bool ending_ WAKELATCH_GUARDED_BY(mutex_) = false;
-  std::thread thread_ WAKELATCH_GUARDED_BY(mutex_);
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
   std::atomic<int> process_{0};  ///< the one that started the thread; read without the lock
 };
 

@@ -138,7 +138,7 @@ TEST(Caffeinate, SaysWhyItCannotHoldALock) {
     ChildProcess tool(keepAwakeTool(), {flags}, ChildOutput::captured);
     if (manager != nullptr) manager->serve();
     tool.awaitExit(10);
-    return std::to_string(tool.reap().value_or(-1)) + " " + tool.takeStandardError();
+    return std::to_string(tool.reap().number) + " " + tool.takeStandardError();
   };
   ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/bus", 1);
   const std::string failure = "1 caffeinate: cannot keep this system awake: ";
@@ -147,6 +147,20 @@ TEST(Caffeinate, SaysWhyItCannotHoldALock) {
   SessionManager manager;
   manager.refuses = true;
   EXPECT_EQ(run("-dimsu", &manager), failure + "logind Inhibit: not for you\n");
+}
+
+TEST(Caffeinate, DoctorBelievesOneThatRanUntilItsSignal) {
+  const TemporaryHome home;
+  const auto program = home.path() / "bin/wakelatch";
+  std::filesystem::create_directories(program.parent_path());
+  std::filesystem::copy_file(WAKELATCH_HOST_PROGRAM, program);
+  for (const auto& [body, said] : {std::pair("exec sleep 60", "ok       keep-awake tool"),
+                                   std::pair("exit 15", "PROBLEM  keep-awake tool")}) {
+    writeScript(home.path() / "libexec/wakelatch/caffeinate", body);
+    ChildProcess doctor(program, {"doctor"}, ChildOutput::captured);
+    EXPECT_TRUE(doctor.awaitExit(30));
+    EXPECT_NE(doctor.takeStandardOutput().find(said), std::string::npos) << body;
+  }
 }
 
 TEST(LinuxTools, SuspendsThroughTheSessionManager) {

@@ -21,7 +21,7 @@ TEST(ChildProcess, WorksWhereTheSystemGivesNoExitNotice) {
   ChildProcess child("/bin/sh", {"-c", "sleep 0.2; exit 7"}, ChildOutput::inherited);
   EXPECT_FALSE(child.awaitExit(0));
   EXPECT_TRUE(child.awaitExit(30));
-  EXPECT_EQ(child.reap(), 7);
+  EXPECT_EQ(child.reap(), (ChildEnd{ChildEnd::Kind::exited, 7}));
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 

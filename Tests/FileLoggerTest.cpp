@@ -1,6 +1,8 @@
 #include "WakelatchCore/FileLogger.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <map>
 #include <sstream>
@@ -14,13 +16,31 @@ namespace wakelatch {
 TEST(FileLogger, AppendsDatedLinesAndLosesThoseItCannotWrite) {
   const TemporaryFolder folder;
   const auto file = folder.path() / "new" / "folders" / "test.log";
+  const mode_t before = ::umask(027);
   FileLogger(file).log("one");
   FileLogger(file).log("two\nlines é");
   FileLogger(file / "below a file").log("lost");
   FileLogger(folder.path()).log("lost");
+  ::umask(before);
+  EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0640));
   const std::string stamp = "\\[[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z\\] ";
   const std::string expected = stamp + "one\n" + stamp + "two\nlines é\n";
   EXPECT_THAT(platform::readFile(file), testing::MatchesRegex(expected));
+}
+
+TEST(FileLogger, WritesToAnyFileThatItMay) {
+  if (::geteuid() != 0) GTEST_SKIP() << "root alone can be two users";
+  const TemporaryFolder folder;
+  const auto file = folder.path() / "test.log";
+  platform::append(file, "");
+  const auto everybodys = [](const auto& path, unsigned mode, uid_t owner) {
+    return ::chmod(path.c_str(), mode) == 0 && ::chown(path.c_str(), owner, 0) == 0;
+  };
+  ASSERT_TRUE(everybodys(folder.path(), 01777, 0) && everybodys(file, 0666, 2424));
+  ASSERT_EQ(::seteuid(4242), 0);
+  FileLogger(file).log("one");
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_THAT(platform::readFile(file), testing::EndsWith("] one\n"));
 }
 
 TEST(FileLogger, KeepsTheOrderOfEveryThread) {

@@ -33,7 +33,7 @@ struct HostProgram : platform::ChildProcess {
       ADD_FAILURE() << "wakelatch did not end";
       send(SIGKILL);
     }
-    const std::int32_t status = reap().value_or(-1);
+    const std::int32_t status = reap().number;
     return {status, takeStandardOutput(), takeStandardError()};
   }
 };

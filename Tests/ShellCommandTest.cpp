@@ -31,6 +31,7 @@ CommandResult outcome(const ShellCommand& command, double timeoutSeconds = 60) t
 
 TEST(CommandRunner, CollectsStatusAndBothStreamsOfAnyChild) {
   const std::string flood = "head -c 300000 /dev/zero | tr '\\0' x", flooded(300000, 'x');
+  const std::string mostThatIsKept(16U << 20, '\0');
   const std::string loop = "while :; do sleep 0.02; done";
   const struct {
     std::string script;
@@ -43,6 +44,7 @@ TEST(CommandRunner, CollectsStatusAndBothStreamsOfAnyChild) {
       {"printf ok; printf '\\355\\240\\200' >&2; exit 4", {4, "ok", ""}},
       {"printf before; exec >&- 2>&-; sleep 0.2; exit 3", {3, "before", ""}},
       {flood + " >&2; " + flood, {0, flooded, flooded}},
+      {"head -c 16777216 /dev/zero", {0, mostThatIsKept, ""}},
       // From here on the time-out ends it: SIGTERM, after 0.2 s SIGINT, after 2 s SIGKILL.
       {"echo ready; exec sleep 60", {SIGTERM, "ready\n", ""}, 0.5, 0.5},
       {"exec sleep 60", {SIGTERM, "", ""}, -1},
@@ -68,6 +70,22 @@ TEST(CommandRunner, ErrorsSayWhatWentWrong) {
   EXPECT_EQ(text(15, "\n  first line \nsecond\n"), "exit code 15: first line");
   EXPECT_EQ(text(2, std::string(1000, 'x')), "exit code 2: " + std::string(200, 'x'));
   EXPECT_THAT(text(CommandResult::unknownExitCode, ""), HasSubstr("SIGCHLD"));
+}
+
+TEST(CommandRunner, EndsAChildThatFloods) {
+  ProcessCommandRunner plain(60);
+  CancellableCommandRunner cancellable(60);
+  const auto start = std::chrono::steady_clock::now();
+  for (CommandRunning* runner : std::initializer_list<CommandRunning*>{&plain, &cancellable}) {
+    for (const std::string flood : {"yes", "yes >&2", "head -c 16777217 /dev/zero"}) try {
+        runner->run(shell("exec " + flood));
+        ADD_FAILURE() << flood;
+      } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "/bin/sh printed more than 16 MiB") << flood;
+      }
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+  EXPECT_LT(::waitpid(-1, nullptr, WNOHANG), 0) << "a child is left";
 }
 
 TEST(CommandRunner, DoesNotWaitForGrandchildrenThatHoldThePipes) {

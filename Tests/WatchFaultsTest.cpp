@@ -165,7 +165,7 @@ TEST(WatchFaults, OutputThatNobodyTakesKeepsItFromNothing) {
     EXPECT_LT(secondsUntil([&] { return stateOf(watch.id()) == 'Z'; }), soon);
     watch.send(SIGKILL);
     watch.awaitExit(1);
-    EXPECT_EQ(watch.reap(), 0);
+    EXPECT_EQ(watch.reap().number, 0);
     if (output != pipeReadAgain) continue;
     std::istringstream lines(watch.takeStandardOutput());
     std::vector<std::string> told;

@@ -41,19 +41,26 @@ std::string describe(const CommandResult& result) {
 }
 
 /// Reaps a child that has exited.
-CommandResult resultOf(platform::ChildProcess& child) {
+CommandResult resultOf(platform::ChildProcess& child, const ShellCommand& command) {
+  using Kind = platform::ChildEnd::Kind;
+  const platform::ChildEnd end = child.reap();
+  if (child.hasFlooded()) {
+    throw std::runtime_error(command.executable + " printed more than " +
+                             std::to_string(platform::maxCapturedBytes >> 20) + " MiB");
+  }
   CommandResult result;
-  result.exitCode = child.reap().value_or(CommandResult::unknownExitCode);
+  result.exitCode = end.kind == Kind::unknown ? CommandResult::unknownExitCode : end.number;
   result.standardOutput = textOrNothing(child.takeStandardOutput());
   result.standardError = textOrNothing(child.takeStandardError());
-  if (!result.succeeded()) throw CommandRunnerError::nonZeroExit(std::move(result));
-  return result;
+  if (result.succeeded()) return result;
+  throw CommandRunnerError::nonZeroExit(
+      std::move(result), end.kind == Kind::signalled ? std::optional(end.number) : std::nullopt);
 }
 
 }  // namespace
 
-CommandRunnerError::CommandRunnerError(CommandResult result)
-    : std::runtime_error(describe(result)), result_(std::move(result)) {}
+CommandRunnerError::CommandRunnerError(CommandResult result, std::optional<std::int32_t> signal)
+    : std::runtime_error(describe(result)), result_(std::move(result)), signal_(signal) {}
 
 ProcessCommandRunner::ProcessCommandRunner(double timeoutSeconds)
     : timeoutSeconds_(timeoutSeconds) {}
@@ -62,7 +69,7 @@ CommandResult ProcessCommandRunner::run(const ShellCommand& command) {
   platform::ChildProcess child(command.executable, command.arguments,
                                platform::ChildOutput::captured);
   if (!child.awaitExit(timeoutSeconds_)) platform::stop(child, timeoutLadder);
-  return resultOf(child);
+  return resultOf(child, command);
 }
 
 CancellableCommandRunner::CancellableCommandRunner(double timeoutSeconds)
@@ -81,9 +88,9 @@ CommandResult CancellableCommandRunner::run(const ShellCommand& command) {
   bool exited = false;
   do {
     exited = child.awaitExit(std::min(lookSeconds, secondsLeft()));
-  } while (!exited && !cancelled_ && secondsLeft() > 0);
+  } while (!exited && !cancelled_ && !child.hasFlooded() && secondsLeft() > 0);
   if (!exited) platform::stop(child, timeoutLadder);
-  return resultOf(child);
+  return resultOf(child, command);
 }
 
 }  // namespace wakelatch

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -40,15 +41,21 @@ struct CommandResult {
 class CommandRunnerError : public std::runtime_error {
  public:
   /// @param result  of a run that did not succeed
-  static CommandRunnerError nonZeroExit(CommandResult result) {
-    return CommandRunnerError(std::move(result));
+  /// @param signal  the one that ended the program, if one did
+  static CommandRunnerError nonZeroExit(CommandResult result,
+                                        std::optional<std::int32_t> signal = std::nullopt) {
+    return CommandRunnerError(std::move(result), signal);
   }
   /// With its output, whole.
   const CommandResult& result() const { return result_; }
+  /// The signal that ended the program: tells SIGTERM from an exit with 15. Absent for a program
+  /// that exited, and when the runner does not know.
+  std::optional<std::int32_t> signal() const { return signal_; }
 
  private:
-  explicit CommandRunnerError(CommandResult result);
+  CommandRunnerError(CommandResult result, std::optional<std::int32_t> signal);
   CommandResult result_;
+  std::optional<std::int32_t> signal_;
 };
 
 /// Runs commands. Implementations say on which threads they may be called.
@@ -58,7 +65,8 @@ class CommandRunning {
 
   /// Runs the command to its end and returns its result when it exits with 0. Throws
   /// CommandRunnerError::nonZeroExit for any other status, and another std::exception when the
-  /// program cannot be started, which names path and cause. Blocks; logs nothing.
+  /// program cannot be started or prints more than the runner takes, which names path and cause.
+  /// Blocks; logs nothing.
   virtual CommandResult run(const ShellCommand& command) = 0;
 };
 
@@ -71,7 +79,9 @@ class ProcessCommandRunner : public CommandRunning {
   explicit ProcessCommandRunner(double timeoutSeconds);
 
   /// Safe from several threads at once. Blocks until the child has exited. Output is what the child
-  /// has written by then; a program of its own that holds its pipes open is not waited for.
+  /// has written by then; a program of its own that holds its pipes open is not waited for. A child
+  /// that writes more than 16 MiB to one stream is ended as after its time-out, and
+  /// std::runtime_error names it and the bound.
   CommandResult run(const ShellCommand& command) override;
 
  private:
