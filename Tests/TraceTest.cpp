@@ -245,7 +245,7 @@ TEST(Trace, ADiskThatTakesNothingEndsTheRecordingAlone) {
     EXPECT_TRUE(eventually([&] { return hasTold("the recording has ended: File too large"); }));
     if (command == "record ") {
       EXPECT_TRUE(watch.awaitExit(5));
-      EXPECT_EQ(watch.reap(), 1);
+      EXPECT_EQ(watch.reap().number, 1);
       continue;
     }
     EXPECT_TRUE(eventually([&] {
@@ -253,7 +253,7 @@ TEST(Trace, ADiskThatTakesNothingEndsTheRecordingAlone) {
     }));
     watch.send(SIGTERM);
     EXPECT_TRUE(watch.awaitExit(5));
-    EXPECT_EQ(watch.reap(), 0);
+    EXPECT_EQ(watch.reap().number, 0);
   }
 }
 
