@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include "Host/AgentProfileJson.h"
+
 namespace wakelatch {
 namespace {
 
@@ -16,14 +18,14 @@ std::string resolve(const AgentResolver& resolver, std::string_view path,
   return profile == nullptr ? "-" : profile->id;
 }
 
-TEST(AgentCatalog, EachKindOfAgentIsRecognisedInItsWays) {
-  using enum AgentProfile::Kind;
-  for (const AgentProfile& profile : AgentCatalog::builtin()) {
-    SCOPED_TRACE(profile.id);
-    EXPECT_EQ(profile.cliProcessNames.empty(), profile.kind != cli);
-    EXPECT_EQ(profile.trustsCPUSignal && profile.scanTerminalText, profile.kind == cli);
-    EXPECT_EQ(profile.requireMultiWordPhrases, profile.kind == editor || profile.kind == browser);
-  }
+// Whoever changes the catalogue on purpose changes its digest here, 64 bits of FNV-1a.
+TEST(AgentCatalog, IsAsAgreedOn) {
+  std::string catalogue = encode(AgentCatalog::builtin());
+  for (const std::string& name : AgentCatalog::cliAgentNames()) catalogue += " " + name;
+  for (const std::string& id : AgentCatalog::terminalBundleIDs()) catalogue += " " + id;
+  std::uint64_t digest = 0xcbf29ce484222325;
+  for (const char c : catalogue) digest = (digest ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+  EXPECT_EQ(digest, 0xd970969154adfc86u) << catalogue;
 }
 
 TEST(AgentResolver, NarrowsTheCatalogByTheSettings) {

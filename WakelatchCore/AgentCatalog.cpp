@@ -16,170 +16,165 @@ namespace wakelatch {
 namespace {
 
 using Kind = AgentProfile::Kind;
-/// A list in a table; the empty texts at its end are no entries.
+/// A list in the table; an empty text is no entry.
 using Texts = std::array<std::string_view, 5>;
 
-struct Identity {
+/// What is known of an agent and does not follow from its kind.
+struct Agent {
   std::string_view id, displayName;
   Kind kind;
-  Texts bundleIDs, appBundleNames, cliProcessNames, cliPathMarkers;
+  std::string_view iconBundleID = {};  ///< empty: none
+  Texts bundleIDs = {}, appBundleNames = {}, cliProcessNames = {}, cliPathMarkers = {};
+  Texts activePhrases = {}, idlePhrases = {};
+  Texts sessionActivityGlobs = {}, sessionCountGlobs = {};
+  bool sessionGlobsSharedWithOtherApps = false;
 };
 
-struct Flags {
-  Kind kind;
-  bool trustsCPUSignal, scanTerminalText, requireMultiWordPhrases;
-};
-
-struct Icon {
-  std::string_view id, iconBundleID;
-};
-
-struct Phrases {
-  std::string_view id;
-  Texts active, idle;
-};
-
-struct SessionFiles {
-  std::string_view id;
-  Texts activityGlobs;
-  bool sharedWithOtherApps;
-  Texts countGlobs;
-};
+constexpr Texts editorPhrases = {"Stop generating", "Generating response"};
+constexpr Texts browserPhrases = {"Stop generating", "Claude is working", "Codex is working"};
 
 // clang-format off
 
-constexpr Identity identities[] = {
-    // id, display name, kind; bundle identifiers; application bundles; executables; path markers
-    {"claude-code", "Claude Code", Kind::cli, {}, {}, {"claude"}, {"/claude-code/", "/claude/versions/"}},
-    {"codex-cli", "Codex CLI", Kind::cli, {}, {}, {"codex"}, {}},
-    {"gemini-cli", "Gemini CLI", Kind::cli, {}, {}, {"gemini"}, {}},
-    {"copilot-cli", "Copilot CLI", Kind::cli, {}, {}, {"copilot"}, {}},
-    {"opencode", "OpenCode", Kind::cli, {}, {}, {"opencode"}, {}},
-    {"grok-build", "Grok Build", Kind::cli, {}, {}, {"grok", "xai-grok-pager"}, {}},
-    {"aider", "Aider", Kind::cli, {}, {}, {"aider"}, {}},
-    {"qwen-code", "Qwen Code", Kind::cli, {}, {}, {"qwen"}, {}},
-    {"pi-coding-agent", "Pi", Kind::cli, {}, {}, {"pi"}, {"/pi-coding-agent/"}},
-    {"claude-desktop", "Claude", Kind::desktopAI, {"com.anthropic.claudefordesktop"}, {"Claude"}, {}, {}},
-    {"chatgpt-desktop", "ChatGPT", Kind::desktopAI, {"com.openai.codex", "com.openai.chat"}, {"ChatGPT", "Codex"}, {}, {}},
-    {"opencode-desktop", "OpenCode Desktop", Kind::desktopAI, {"ai.opencode.desktop"}, {"OpenCode"}, {}, {}},
-    {"qwen-code-desktop", "Qwen Code Desktop", Kind::desktopAI, {"com.alibaba.qwen-code"}, {"Qwen Code Desktop"}, {}, {}},
-    {"gemini-desktop", "Gemini", Kind::desktopAI, {"com.google.geminimacos"}, {"Gemini"}, {}, {}},
-    {"cursor", "Cursor", Kind::editor, {"com.todesktop.230313mzl4w4u92"}, {"Cursor"}, {}, {}},
-    {"vscode", "Visual Studio Code", Kind::editor, {"com.microsoft.vscode"}, {"Visual Studio Code"}, {}, {}},
-    {"windsurf", "Devin Desktop", Kind::editor, {"com.exafunction.windsurf"}, {"Devin", "Devin Desktop", "Windsurf"}, {}, {}},
-    {"zed", "Zed", Kind::editor, {"dev.zed.zed"}, {"Zed"}, {}, {}},
-    {"antigravity", "Antigravity", Kind::editor, {"com.google.antigravity", "com.google.antigravity-ide"}, {"Antigravity", "Antigravity IDE"}, {}, {}},
-    {"kiro", "Kiro", Kind::editor, {"dev.kiro.desktop"}, {"Kiro"}, {}, {}},
-    {"trae", "Trae", Kind::editor, {"com.trae.app"}, {"Trae"}, {}, {}},
-    {"chrome", "Google Chrome", Kind::browser, {"com.google.chrome"}, {"Google Chrome"}, {}, {}},
-    {"arc", "Arc", Kind::browser, {"company.thebrowser.browser"}, {"Arc"}, {}, {}},
-    {"safari", "Safari", Kind::browser, {"com.apple.safari"}, {"Safari"}, {}, {}},
-    {"comet", "Comet", Kind::browser, {"ai.perplexity.comet"}, {"Comet"}, {}, {}},
-};
+constexpr Agent agents[] = {
+    {.id = "claude-code", .displayName = "Claude Code", .kind = Kind::cli,
+     .iconBundleID = "com.anthropic.claudefordesktop",
+     .cliProcessNames = {"claude"}, .cliPathMarkers = {"/claude-code/", "/claude/versions/"},
+     .activePhrases = {"esc to interrupt", "to interrupt", "tokens used", "Context left"},
+     .sessionActivityGlobs = {".claude/projects/**/*.jsonl"},
+     .sessionCountGlobs = {".claude/projects/**/*.jsonl"}},
+    {.id = "codex-cli", .displayName = "Codex CLI", .kind = Kind::cli,
+     .cliProcessNames = {"codex"},
+     .activePhrases = {"esc to interrupt", "to interrupt", "tokens used", "Working"},
+     .sessionActivityGlobs = {".codex/log/codex-tui.log"},
+     .sessionCountGlobs = {".codex/sessions/**/rollout-*.jsonl"}},
+    {.id = "gemini-cli", .displayName = "Gemini CLI", .kind = Kind::cli,
+     .cliProcessNames = {"gemini"},
+     .activePhrases = {"esc to cancel,", "esc to interrupt", "to interrupt", "tokens"}},
+    {.id = "copilot-cli", .displayName = "Copilot CLI", .kind = Kind::cli,
+     .cliProcessNames = {"copilot"}, .activePhrases = {"esc to interrupt", "to interrupt"}},
+    {.id = "opencode", .displayName = "OpenCode", .kind = Kind::cli,
+     .cliProcessNames = {"opencode"},
+     .activePhrases = {"esc interrupt", "esc to interrupt", "to interrupt", "working"},
+     .sessionActivityGlobs = {".local/share/opencode/*.db-wal"},
+     .sessionGlobsSharedWithOtherApps = true},
+    {.id = "grok-build", .displayName = "Grok Build", .kind = Kind::cli,
+     .cliProcessNames = {"grok", "xai-grok-pager"}, .activePhrases = {"to interrupt"},
+     .sessionActivityGlobs = {".grok/sessions/**/updates.jsonl"},
+     .sessionCountGlobs = {".grok/sessions/**/updates.jsonl"},
+     .sessionGlobsSharedWithOtherApps = true},
+    {.id = "aider", .displayName = "Aider", .kind = Kind::cli,
+     .cliProcessNames = {"aider"}, .activePhrases = {"Tokens:", "to interrupt"}},
+    {.id = "qwen-code", .displayName = "Qwen Code", .kind = Kind::cli,
+     .cliProcessNames = {"qwen"},
+     .activePhrases = {"· esc to cancel)", "esc to interrupt", "to interrupt"}},
+    {.id = "pi-coding-agent", .displayName = "Pi", .kind = Kind::cli,
+     .cliProcessNames = {"pi"}, .cliPathMarkers = {"/pi-coding-agent/"},
+     .activePhrases = {"esc to interrupt", "to interrupt"},
+     .sessionActivityGlobs = {".pi/agent/sessions/**/*.jsonl"},
+     .sessionCountGlobs = {".pi/agent/sessions/**/*.jsonl"},
+     .sessionGlobsSharedWithOtherApps = true},
 
-constexpr Icon icons[] = {
-    {"claude-code", "com.anthropic.claudefordesktop"},
-};
+    {.id = "claude-desktop", .displayName = "Claude", .kind = Kind::desktopAI,
+     .bundleIDs = {"com.anthropic.claudefordesktop"}, .appBundleNames = {"Claude"},
+     .activePhrases = {"Stop response", "Stop generating", "Thinking"},
+     .idlePhrases = {"Reply to Claude", "Message Claude", "How can I help"}},
+    {.id = "chatgpt-desktop", .displayName = "ChatGPT", .kind = Kind::desktopAI,
+     .bundleIDs = {"com.openai.codex", "com.openai.chat"}, .appBundleNames = {"ChatGPT", "Codex"},
+     .activePhrases = {"Stop generating", "Stop streaming", "Stop", "Working", "Generating"},
+     .idlePhrases = {"Ask anything", "Message ChatGPT", "Ask Codex"},
+     .sessionActivityGlobs = {".codex/sessions/**/rollout-*.jsonl"}},
+    {.id = "opencode-desktop", .displayName = "OpenCode Desktop", .kind = Kind::desktopAI,
+     .bundleIDs = {"ai.opencode.desktop"}, .appBundleNames = {"OpenCode"}},
+    {.id = "qwen-code-desktop", .displayName = "Qwen Code Desktop", .kind = Kind::desktopAI,
+     .bundleIDs = {"com.alibaba.qwen-code"}, .appBundleNames = {"Qwen Code Desktop"}},
+    {.id = "gemini-desktop", .displayName = "Gemini", .kind = Kind::desktopAI,
+     .bundleIDs = {"com.google.geminimacos"}, .appBundleNames = {"Gemini"},
+     .activePhrases = {"Stop generating", "Stop"}, .idlePhrases = {"Ask Gemini"}},
 
-constexpr Flags flags[] = {
-    // kind, trusts CPU signal, scan terminal text, require multi-word phrases
-    {Kind::cli, true, true, false},
-    {Kind::desktopAI, false, false, false},
-    {Kind::editor, false, false, true},
-    {Kind::browser, false, false, true},
-};
+    {.id = "cursor", .displayName = "Cursor", .kind = Kind::editor,
+     .bundleIDs = {"com.todesktop.230313mzl4w4u92"}, .appBundleNames = {"Cursor"},
+     .activePhrases = editorPhrases},
+    {.id = "vscode", .displayName = "Visual Studio Code", .kind = Kind::editor,
+     .bundleIDs = {"com.microsoft.vscode"}, .appBundleNames = {"Visual Studio Code"},
+     .activePhrases = editorPhrases},
+    {.id = "windsurf", .displayName = "Devin Desktop", .kind = Kind::editor,
+     .bundleIDs = {"com.exafunction.windsurf"},
+     .appBundleNames = {"Devin", "Devin Desktop", "Windsurf"}, .activePhrases = editorPhrases},
+    {.id = "zed", .displayName = "Zed", .kind = Kind::editor,
+     .bundleIDs = {"dev.zed.zed"}, .appBundleNames = {"Zed"}, .activePhrases = editorPhrases},
+    {.id = "antigravity", .displayName = "Antigravity", .kind = Kind::editor,
+     .bundleIDs = {"com.google.antigravity", "com.google.antigravity-ide"},
+     .appBundleNames = {"Antigravity", "Antigravity IDE"}, .activePhrases = editorPhrases},
+    {.id = "kiro", .displayName = "Kiro", .kind = Kind::editor,
+     .bundleIDs = {"dev.kiro.desktop"}, .appBundleNames = {"Kiro"}, .activePhrases = editorPhrases},
+    {.id = "trae", .displayName = "Trae", .kind = Kind::editor,
+     .bundleIDs = {"com.trae.app"}, .appBundleNames = {"Trae"}, .activePhrases = editorPhrases},
 
-constexpr Phrases phrases[] = {
-    // id; texts while it works; texts while it waits
-    {"claude-code", {"esc to interrupt", "to interrupt", "tokens used", "Context left"}, {}},
-    {"codex-cli", {"esc to interrupt", "to interrupt", "tokens used", "Working"}, {}},
-    {"gemini-cli", {"esc to cancel,", "esc to interrupt", "to interrupt", "tokens"}, {}},
-    {"copilot-cli", {"esc to interrupt", "to interrupt"}, {}},
-    {"opencode", {"esc interrupt", "esc to interrupt", "to interrupt", "working"}, {}},
-    {"grok-build", {"to interrupt"}, {}},
-    {"aider", {"Tokens:", "to interrupt"}, {}},
-    {"qwen-code", {"· esc to cancel)", "esc to interrupt", "to interrupt"}, {}},
-    {"pi-coding-agent", {"esc to interrupt", "to interrupt"}, {}},
-    {"claude-desktop", {"Stop response", "Stop generating", "Thinking"}, {"Reply to Claude", "Message Claude", "How can I help"}},
-    {"chatgpt-desktop", {"Stop generating", "Stop streaming", "Stop", "Working", "Generating"}, {"Ask anything", "Message ChatGPT", "Ask Codex"}},
-    {"opencode-desktop", {}, {}},
-    {"qwen-code-desktop", {}, {}},
-    {"gemini-desktop", {"Stop generating", "Stop"}, {"Ask Gemini"}},
-    {"cursor", {"Stop generating", "Generating response"}, {}},
-    {"vscode", {"Stop generating", "Generating response"}, {}},
-    {"windsurf", {"Stop generating", "Generating response"}, {}},
-    {"zed", {"Stop generating", "Generating response"}, {}},
-    {"antigravity", {"Stop generating", "Generating response"}, {}},
-    {"kiro", {"Stop generating", "Generating response"}, {}},
-    {"trae", {"Stop generating", "Generating response"}, {}},
-    {"chrome", {"Stop generating", "Claude is working", "Codex is working"}, {}},
-    {"arc", {"Stop generating", "Claude is working", "Codex is working"}, {}},
-    {"safari", {"Stop generating", "Claude is working", "Codex is working"}, {}},
-    {"comet", {"Stop generating", "Claude is working", "Codex is working"}, {}},
-};
-
-constexpr SessionFiles sessionFiles[] = {
-    // id; files that are fresh while it works; whether other applications write them; one a session
-    {"claude-code", {".claude/projects/**/*.jsonl"}, false, {".claude/projects/**/*.jsonl"}},
-    {"codex-cli", {".codex/log/codex-tui.log"}, false, {".codex/sessions/**/rollout-*.jsonl"}},
-    {"opencode", {".local/share/opencode/*.db-wal"}, true, {}},
-    {"grok-build", {".grok/sessions/**/updates.jsonl"}, true, {".grok/sessions/**/updates.jsonl"}},
-    {"pi-coding-agent", {".pi/agent/sessions/**/*.jsonl"}, true, {".pi/agent/sessions/**/*.jsonl"}},
-    {"chatgpt-desktop", {".codex/sessions/**/rollout-*.jsonl"}, false, {}},
+    {.id = "chrome", .displayName = "Google Chrome", .kind = Kind::browser,
+     .bundleIDs = {"com.google.chrome"}, .appBundleNames = {"Google Chrome"},
+     .activePhrases = browserPhrases},
+    {.id = "arc", .displayName = "Arc", .kind = Kind::browser,
+     .bundleIDs = {"company.thebrowser.browser"}, .appBundleNames = {"Arc"},
+     .activePhrases = browserPhrases},
+    {.id = "safari", .displayName = "Safari", .kind = Kind::browser,
+     .bundleIDs = {"com.apple.safari"}, .appBundleNames = {"Safari"},
+     .activePhrases = browserPhrases},
+    {.id = "comet", .displayName = "Comet", .kind = Kind::browser,
+     .bundleIDs = {"ai.perplexity.comet"}, .appBundleNames = {"Comet"},
+     .activePhrases = browserPhrases},
 };
 
 // clang-format on
 
-/// The row of `table` whose first column is `key`; an empty row when there is none.
-template <class Row, std::size_t size, class Key>
-Row rowFor(const Key& key, Key Row::*column, const Row (&table)[size]) {
-  const auto row = std::find_if(std::begin(table), std::end(table),
-                                [&](const Row& candidate) { return candidate.*column == key; });
-  return row == std::end(table) ? Row{} : *row;
+constexpr bool isNamedOnce(std::string_view id) {
+  return !id.empty() && std::count_if(std::begin(agents), std::end(agents),
+                                      [id](const Agent& agent) { return agent.id == id; }) == 1;
 }
+static_assert(std::all_of(std::begin(agents), std::end(agents),
+                          [](const Agent& agent) { return isNamedOnce(agent.id); }),
+              "each agent has an id of its own");
 
 std::vector<std::string> list(const Texts& texts) {
-  return {texts.begin(), std::find(texts.begin(), texts.end(), std::string_view())};
+  std::vector<std::string> entries;
+  for (const std::string_view text : texts) {
+    if (!text.empty()) entries.emplace_back(text);
+  }
+  return entries;
 }
 
-AgentProfile profileOf(const Identity& agent) {
-  const auto icon = rowFor(agent.id, &Icon::id, icons);
-  const auto flag = rowFor(agent.kind, &Flags::kind, flags);
-  const auto phrase = rowFor(agent.id, &Phrases::id, phrases);
-  const auto files = rowFor(agent.id, &SessionFiles::id, sessionFiles);
+AgentProfile profileOf(const Agent& agent) {
   return {
       .id = std::string(agent.id),
       .displayName = std::string(agent.displayName),
       .kind = agent.kind,
       .bundleIDs = list(agent.bundleIDs),
-      .iconBundleID =
-          icon.id.empty() ? std::nullopt : std::optional(std::string(icon.iconBundleID)),
+      .iconBundleID = agent.iconBundleID.empty() ? std::nullopt
+                                                 : std::optional(std::string(agent.iconBundleID)),
       .appBundleNames = list(agent.appBundleNames),
       .cliProcessNames = list(agent.cliProcessNames),
       .cliPathMarkers = list(agent.cliPathMarkers),
-      .trustsCPUSignal = flag.trustsCPUSignal,
-      .scanTerminalText = flag.scanTerminalText,
-      .requireMultiWordPhrases = flag.requireMultiWordPhrases,
-      .activePhrases = list(phrase.active),
-      .idlePhrases = list(phrase.idle),
-      .sessionActivityGlobs = list(files.activityGlobs),
-      .sessionGlobsSharedWithOtherApps = files.sharedWithOtherApps,
-      .sessionCountGlobs = list(files.countGlobs),
+      .trustsCPUSignal = agent.kind == Kind::cli,
+      .scanTerminalText = agent.kind == Kind::cli,
+      .requireMultiWordPhrases = agent.kind == Kind::editor || agent.kind == Kind::browser,
+      .activePhrases = list(agent.activePhrases),
+      .idlePhrases = list(agent.idlePhrases),
+      .sessionActivityGlobs = list(agent.sessionActivityGlobs),
+      .sessionGlobsSharedWithOtherApps = agent.sessionGlobsSharedWithOtherApps,
+      .sessionCountGlobs = list(agent.sessionCountGlobs),
   };
 }
 
 }  // namespace
 
 std::vector<AgentProfile> AgentCatalog::builtin() {
-  std::vector<AgentProfile> profiles;
-  profiles.reserve(std::size(identities));
-  for (const Identity& agent : identities) profiles.push_back(profileOf(agent));
+  std::vector<AgentProfile> profiles(std::size(agents));
+  std::transform(std::begin(agents), std::end(agents), profiles.begin(), profileOf);
   return profiles;
 }
 
 std::set<std::string> AgentCatalog::cliAgentNames() {
   std::set<std::string> names;
-  for (const Identity& agent : identities) {
+  for (const Agent& agent : agents) {
     if (agent.kind == Kind::cli) names.emplace(agent.displayName);
   }
   return names;
@@ -241,12 +236,6 @@ void reportUnmatchedHostBundle(const std::string& bundle, std::string_view binar
   }
   if (handler) handler(bundle, std::string(binary));
 }
-
-}  // namespace
-
-AgentResolver::UnmatchedHostBundleHandler AgentResolver::onUnmatchedHostBundle;
-
-namespace {
 
 /// One kind of name, lower-cased, in the order of the profiles. Answers are profiles, or null.
 class Names {
@@ -312,6 +301,8 @@ struct AgentResolver::Tables {
       cliProcessNames{profiles, &AgentProfile::cliProcessNames},
       cliPathMarkers{profiles, &AgentProfile::cliPathMarkers};
 };
+
+AgentResolver::UnmatchedHostBundleHandler AgentResolver::onUnmatchedHostBundle;
 
 AgentResolver::AgentResolver(std::vector<AgentProfile> profiles)
     : tables_(std::make_shared<const Tables>(std::move(profiles))) {}
