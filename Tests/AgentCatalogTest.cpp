@@ -73,17 +73,26 @@ TEST(AgentResolver, TheFirstProfileWinsAndMarkersMaySpanPathAndArguments) {
   EXPECT_EQ(resolver.profileForCommand("/b/TOOL", ""), &resolver.profiles()[0]);
 }
 
+// As a static initialiser of the host may do.
+std::string early;
+const bool isEarlyInstalled = static_cast<bool>(
+    AgentResolver::onUnmatchedHostBundle = [](const auto& bundle, const auto&) { early = bundle; });
+
 TEST(AgentResolver, ReportsAnUnknownHostBundleOnce) {
   const AgentResolver resolver = AgentResolver::make({});
   std::vector<std::string> reports;
-  resolve(resolver, "/Applications/Early.app/codex");  // used up while nobody listens
+  ASSERT_TRUE(isEarlyInstalled);
+  resolve(resolver, "/Applications/Early.app/codex");
+  EXPECT_EQ(early, "Early");
+  AgentResolver::onUnmatchedHostBundle = nullptr;
+  resolve(resolver, "/Applications/Unheard.app/codex");  // used up while nobody listens
   AgentResolver::onUnmatchedHostBundle = [&](const std::string& bundle, const std::string& binary) {
     reports.push_back(bundle + " " + binary);
     resolve(resolver, "/Applications/Nested.app/Pi");  // a handler may resolve
   };
   using Command = std::pair<const char*, const char*>;
   for (const auto& [path, arguments] :
-       {Command{"/Applications/Early.app/codex", ""}, Command{"/A/Foo.app/bin/Claude", "codex"},
+       {Command{"/Applications/Unheard.app/codex", ""}, Command{"/A/Foo.app/bin/Claude", "codex"},
         Command{"/Applications/foo.app/bin/codex", ""}, Command{"/.app/bin/codex", ""},
         Command{"/A/Bar.app/x", "--x  /bin/CODEX pi"}, Command{"/A/Silent.app/x", "codex.js"}})
     EXPECT_EQ(resolve(resolver, path, arguments), "-") << path;

@@ -11,6 +11,9 @@
 
 namespace wakelatch {
 
+// Threads may still detect while destructors run after `main`. So what lives as long as the process
+// is made on first use and never destroyed.
+
 // --------------------------------------------------------------------------------- catalog
 
 namespace {
@@ -181,7 +184,7 @@ std::set<std::string> AgentCatalog::cliAgentNames() {
 }
 
 const std::set<std::string, std::less<>>& AgentCatalog::terminalBundleIDs() {
-  static const std::set<std::string, std::less<>> bundleIDs = {
+  static const auto& bundleIDs = *new std::set<std::string, std::less<>>{
       "com.apple.terminal", "com.googlecode.iterm2",  "dev.warp.warp-stable",
       "dev.warp.warp",      "net.kovidgoyal.kitty",   "io.alacritty",
       "co.zeit.hyper",      "com.github.wez.wezterm", "com.mitchellh.ghostty",
@@ -221,18 +224,19 @@ bool containsIgnoringAsciiCase(std::string_view text, std::string_view lowerNeed
   return false;
 }
 
-void reportUnmatchedHostBundle(const std::string& bundle, std::string_view binary) {
+void reportUnmatchedHostBundle(const AgentResolver::UnmatchedHostBundleHandler& installed,
+                               const std::string& bundle, std::string_view binary) {
   struct Reported {
     platform::Mutex mutex;
     std::unordered_set<std::string> bundles WAKELATCH_GUARDED_BY(mutex);  ///< lower-cased
   };
-  static auto& reported = *new Reported;  // never destroyed: others may detect until the end
+  static auto& reported = *new Reported;
 
   AgentResolver::UnmatchedHostBundleHandler handler;
   {
     const platform::MutexLock lock(reported.mutex);
     if (!reported.bundles.insert(platform::lowercased(bundle)).second) return;
-    handler = AgentResolver::onUnmatchedHostBundle;
+    handler = installed;
   }
   if (handler) handler(bundle, std::string(binary));
 }
@@ -302,7 +306,10 @@ struct AgentResolver::Tables {
       cliPathMarkers{profiles, &AgentProfile::cliPathMarkers};
 };
 
-AgentResolver::UnmatchedHostBundleHandler AgentResolver::onUnmatchedHostBundle;
+AgentResolver::UnmatchedHostBundleHandler& AgentResolver::installedHandler() {
+  static auto& handler = *new UnmatchedHostBundleHandler;
+  return handler;
+}
 
 AgentResolver::AgentResolver(std::vector<AgentProfile> profiles)
     : tables_(std::make_shared<const Tables>(std::move(profiles))) {}
@@ -315,7 +322,7 @@ AgentResolver AgentResolver::make(const GuardSettings& settings) {
     bool hasBrowsers WAKELATCH_GUARDED_BY(mutex) = false;
     std::optional<AgentResolver> made WAKELATCH_GUARDED_BY(mutex);
   };
-  static auto& last = *new Last;  // never destroyed: others may detect until the end
+  static auto& last = *new Last;
 
   const platform::MutexLock lock(last.mutex);
   const std::vector<std::string>& disabled = settings.disabledAgentIDs;
@@ -367,9 +374,9 @@ const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
   // 3. Inside an application: that application's profile, whatever the executable.
   if (const auto* owner = tables_->appBundleNames.profileNamed(*bundle)) return owner;
   if (tables_->cliProcessNames.profileNamed(executable) != nullptr) {
-    reportUnmatchedHostBundle(*bundle, executable);
+    reportUnmatchedHostBundle(installedHandler(), *bundle, executable);
   } else if (const auto program = tables_->programWithAgentName(arguments)) {
-    reportUnmatchedHostBundle(*bundle, *program);
+    reportUnmatchedHostBundle(installedHandler(), *bundle, *program);
   }
   return nullptr;
 }

@@ -74,8 +74,13 @@ class AgentResolver {
   using UnmatchedHostBundleHandler =
       std::function<void(const std::string& bundle, const std::string& binary)>;
 
-  /// Install it before detection starts: setting it takes no lock.
-  static UnmatchedHostBundleHandler onUnmatchedHostBundle;
+ private:
+  static UnmatchedHostBundleHandler& installedHandler();  ///< an empty one when there is none
+
+ public:
+  /// Install it before detection starts: setting it takes no lock. Static initialisers may do so,
+  /// and detection may go on after `main`: it lives as long as the process.
+  static inline UnmatchedHostBundleHandler& onUnmatchedHostBundle = installedHandler();
 
   /// @param profiles  in the order in which they are tried
   explicit AgentResolver(std::vector<AgentProfile> profiles);
