@@ -20,7 +20,7 @@ namespace wakelatch {
 
 /// Asks the three detectors and weighs their answers. Remembers between ticks when each agent's
 /// process was last seen. No lock: calls on one instance must not overlap. Blocks for as long as
-/// the detectors do; never throws, logs nothing of its own.
+/// the detectors do; throws and logs what they do.
 class ActivityDetector {
  public:
   /// How long (seconds) after its process was last seen an agent is still believed to be the one

@@ -70,7 +70,7 @@ class AgentResolver {
  public:
   /// Called with the bundle's name and the executable's name, once per unknown application bundle
   /// (regardless of case) in the life of the process, on the detecting thread and outside any lock.
-  /// Must not throw.
+  /// Should not throw: what it throws comes out of the call that detects.
   using UnmatchedHostBundleHandler =
       std::function<void(const std::string& bundle, const std::string& binary)>;
 

@@ -38,7 +38,7 @@ struct AgentProcesses {
 };
 
 /// Finds agents in the process table. Keeps nothing between calls, which may come from any thread
-/// that the runner allows. Nothing throws.
+/// that the runner allows. Throws nothing but what AgentResolver::onUnmatchedHostBundle does.
 class ProcessDetector {
  public:
   /// A time limit that holds for both listings even on a busy machine, in seconds; for the host.
