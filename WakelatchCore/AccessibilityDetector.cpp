@@ -167,16 +167,17 @@ std::vector<ActivitySignal> AccessibilityDetector::detectPerApp(const GuardSetti
   std::vector<ActivitySignal> best;
   for (const auto& application : accessibility_.runningApplications()) {
     const std::string bundleID = platform::lowercased(application.bundleID.value_or(""));
-    if (const AgentProfile* profile = resolver.profileForBundleID(bundleID)) {
-      const auto index = static_cast<std::size_t>(profile - profiles.data());
-      offer(best, signalFor(profile->displayName, matches(application)[index],
-                            profile->requireMultiWordPhrases));
-    } else if (AgentCatalog::terminalBundleIDs().contains(bundleID)) {
+    const AgentProfile* owner = resolver.profileForBundleID(bundleID);
+    if (owner != nullptr || AgentCatalog::terminalBundleIDs().contains(bundleID)) {
       const auto found = matches(application);
       for (std::size_t i = 0; i < profiles.size(); ++i) {
-        // A single word is too common in a terminal to mean anything.
-        if (profiles[i].scanTerminalText)
-          offer(best, signalFor(profiles[i].displayName, found[i], true));
+        const AgentProfile& profile = profiles[i];
+        if (&profile == owner) {
+          offer(best, signalFor(profile.displayName, found[i], profile.requireMultiWordPhrases));
+        } else if (owner == nullptr && profile.scanTerminalText) {
+          // A single word is too common in a terminal to mean anything.
+          offer(best, signalFor(profile.displayName, found[i], true));
+        }
       }
     } else if (const std::string* target = firstTargetMatching(
                    settings.targetApps, application.localizedName.value_or(""))) {

@@ -95,15 +95,23 @@ class TreeLoad {
   std::vector<Node> open_;
 };
 
+/// The evidence gathered for one agent's name.
+struct Group {
+  std::string name;
+  bool trustsCPU = false;
+  std::vector<Node> roots = {};  ///< the matched processes themselves, each once
+};
+
 /// Answers whether a process was started, directly or further up, by a matched one; remembers what
 /// it learns on the way up, so that long chains are walked once.
 class MatchedAncestors {
  public:
-  explicit MatchedAncestors(const ProcessTree& tree)
-      : tree_(tree), isMatched_(tree.size()), answers_(tree.size(), Answer::unknown) {}
-
-  /// All of them before the first question.
-  void addMatched(Node node) { isMatched_[node] = true; }
+  MatchedAncestors(const ProcessTree& tree, const std::vector<Group>& matched)
+      : tree_(tree), isMatched_(tree.size()), answers_(tree.size(), Answer::unknown) {
+    for (const Group& group : matched) {
+      for (const Node root : group.roots) isMatched_[root] = true;
+    }
+  }
 
   bool has(Node start) {
     bool found = false;
@@ -154,13 +162,6 @@ class TargetNames {
  private:
   const std::vector<std::string>& targets_;
   std::vector<std::string> normalized_;
-};
-
-/// The evidence gathered for one agent's name.
-struct Group {
-  std::string name;
-  bool trustsCPU = false;
-  std::vector<Node> roots = {};  ///< the matched processes themselves, each once
 };
 
 std::vector<Group> groupByAgent(const std::vector<ProcessSnapshot>& processes,
@@ -228,10 +229,7 @@ std::vector<AgentProcesses> ProcessDetector::inspect(const std::vector<ProcessSn
   const double threshold = settings.profile(power.value_or(PowerSnapshot())).cpuThresholdPercent;
   const ProcessTree tree(processes);
   const std::vector<Group> groups = groupByAgent(processes, tree, settings);
-  MatchedAncestors ancestors(tree);
-  for (const Group& group : groups) {
-    for (const Node root : group.roots) ancestors.addMatched(root);
-  }
+  MatchedAncestors ancestors(tree, groups);
 
   std::vector<AgentProcesses> agents;
   TreeLoad load(tree);
