@@ -33,10 +33,21 @@ struct Agent {
   bool sessionGlobsSharedWithOtherApps = false;
 };
 
-constexpr Texts editorPhrases = {"Stop generating", "Generating response"};
-constexpr Texts browserPhrases = {"Stop generating", "Claude is working", "Codex is working"};
-
 // clang-format off
+
+/// All editors show the same texts, and so do web pages in all browsers.
+constexpr Agent editor(std::string_view id, std::string_view displayName, const Texts& bundleIDs,
+                       const Texts& appBundleNames) {
+  return {.id = id, .displayName = displayName, .kind = Kind::editor,
+          .bundleIDs = bundleIDs, .appBundleNames = appBundleNames,
+          .activePhrases = {"Stop generating", "Generating response"}};
+}
+constexpr Agent browser(std::string_view id, std::string_view displayName, const Texts& bundleIDs,
+                        const Texts& appBundleNames) {
+  return {.id = id, .displayName = displayName, .kind = Kind::browser,
+          .bundleIDs = bundleIDs, .appBundleNames = appBundleNames,
+          .activePhrases = {"Stop generating", "Claude is working", "Codex is working"}};
+}
 
 constexpr Agent agents[] = {
     {.id = "claude-code", .displayName = "Claude Code", .kind = Kind::cli,
@@ -45,8 +56,7 @@ constexpr Agent agents[] = {
      .activePhrases = {"esc to interrupt", "to interrupt", "tokens used", "Context left"},
      .sessionActivityGlobs = {".claude/projects/**/*.jsonl"},
      .sessionCountGlobs = {".claude/projects/**/*.jsonl"}},
-    {.id = "codex-cli", .displayName = "Codex CLI", .kind = Kind::cli,
-     .cliProcessNames = {"codex"},
+    {.id = "codex-cli", .displayName = "Codex CLI", .kind = Kind::cli, .cliProcessNames = {"codex"},
      .activePhrases = {"esc to interrupt", "to interrupt", "tokens used", "Working"},
      .sessionActivityGlobs = {".codex/log/codex-tui.log"},
      .sessionCountGlobs = {".codex/sessions/**/rollout-*.jsonl"}},
@@ -65,10 +75,9 @@ constexpr Agent agents[] = {
      .sessionActivityGlobs = {".grok/sessions/**/updates.jsonl"},
      .sessionCountGlobs = {".grok/sessions/**/updates.jsonl"},
      .sessionGlobsSharedWithOtherApps = true},
-    {.id = "aider", .displayName = "Aider", .kind = Kind::cli,
-     .cliProcessNames = {"aider"}, .activePhrases = {"Tokens:", "to interrupt"}},
-    {.id = "qwen-code", .displayName = "Qwen Code", .kind = Kind::cli,
-     .cliProcessNames = {"qwen"},
+    {.id = "aider", .displayName = "Aider", .kind = Kind::cli, .cliProcessNames = {"aider"},
+     .activePhrases = {"Tokens:", "to interrupt"}},
+    {.id = "qwen-code", .displayName = "Qwen Code", .kind = Kind::cli, .cliProcessNames = {"qwen"},
      .activePhrases = {"· esc to cancel)", "esc to interrupt", "to interrupt"}},
     {.id = "pi-coding-agent", .displayName = "Pi", .kind = Kind::cli,
      .cliProcessNames = {"pi"}, .cliPathMarkers = {"/pi-coding-agent/"},
@@ -94,37 +103,20 @@ constexpr Agent agents[] = {
      .bundleIDs = {"com.google.geminimacos"}, .appBundleNames = {"Gemini"},
      .activePhrases = {"Stop generating", "Stop"}, .idlePhrases = {"Ask Gemini"}},
 
-    {.id = "cursor", .displayName = "Cursor", .kind = Kind::editor,
-     .bundleIDs = {"com.todesktop.230313mzl4w4u92"}, .appBundleNames = {"Cursor"},
-     .activePhrases = editorPhrases},
-    {.id = "vscode", .displayName = "Visual Studio Code", .kind = Kind::editor,
-     .bundleIDs = {"com.microsoft.vscode"}, .appBundleNames = {"Visual Studio Code"},
-     .activePhrases = editorPhrases},
-    {.id = "windsurf", .displayName = "Devin Desktop", .kind = Kind::editor,
-     .bundleIDs = {"com.exafunction.windsurf"},
-     .appBundleNames = {"Devin", "Devin Desktop", "Windsurf"}, .activePhrases = editorPhrases},
-    {.id = "zed", .displayName = "Zed", .kind = Kind::editor,
-     .bundleIDs = {"dev.zed.zed"}, .appBundleNames = {"Zed"}, .activePhrases = editorPhrases},
-    {.id = "antigravity", .displayName = "Antigravity", .kind = Kind::editor,
-     .bundleIDs = {"com.google.antigravity", "com.google.antigravity-ide"},
-     .appBundleNames = {"Antigravity", "Antigravity IDE"}, .activePhrases = editorPhrases},
-    {.id = "kiro", .displayName = "Kiro", .kind = Kind::editor,
-     .bundleIDs = {"dev.kiro.desktop"}, .appBundleNames = {"Kiro"}, .activePhrases = editorPhrases},
-    {.id = "trae", .displayName = "Trae", .kind = Kind::editor,
-     .bundleIDs = {"com.trae.app"}, .appBundleNames = {"Trae"}, .activePhrases = editorPhrases},
+    editor("cursor", "Cursor", {"com.todesktop.230313mzl4w4u92"}, {"Cursor"}),
+    editor("vscode", "Visual Studio Code", {"com.microsoft.vscode"}, {"Visual Studio Code"}),
+    editor("windsurf", "Devin Desktop", {"com.exafunction.windsurf"},
+           {"Devin", "Devin Desktop", "Windsurf"}),
+    editor("zed", "Zed", {"dev.zed.zed"}, {"Zed"}),
+    editor("antigravity", "Antigravity", {"com.google.antigravity", "com.google.antigravity-ide"},
+           {"Antigravity", "Antigravity IDE"}),
+    editor("kiro", "Kiro", {"dev.kiro.desktop"}, {"Kiro"}),
+    editor("trae", "Trae", {"com.trae.app"}, {"Trae"}),
 
-    {.id = "chrome", .displayName = "Google Chrome", .kind = Kind::browser,
-     .bundleIDs = {"com.google.chrome"}, .appBundleNames = {"Google Chrome"},
-     .activePhrases = browserPhrases},
-    {.id = "arc", .displayName = "Arc", .kind = Kind::browser,
-     .bundleIDs = {"company.thebrowser.browser"}, .appBundleNames = {"Arc"},
-     .activePhrases = browserPhrases},
-    {.id = "safari", .displayName = "Safari", .kind = Kind::browser,
-     .bundleIDs = {"com.apple.safari"}, .appBundleNames = {"Safari"},
-     .activePhrases = browserPhrases},
-    {.id = "comet", .displayName = "Comet", .kind = Kind::browser,
-     .bundleIDs = {"ai.perplexity.comet"}, .appBundleNames = {"Comet"},
-     .activePhrases = browserPhrases},
+    browser("chrome", "Google Chrome", {"com.google.chrome"}, {"Google Chrome"}),
+    browser("arc", "Arc", {"company.thebrowser.browser"}, {"Arc"}),
+    browser("safari", "Safari", {"com.apple.safari"}, {"Safari"}),
+    browser("comet", "Comet", {"ai.perplexity.comet"}, {"Comet"}),
 };
 
 // clang-format on
