@@ -40,8 +40,10 @@ class RandomMachine : public CommandRunning, public FileActivityProbing {
       if (below(3) == 0) entry.second.cpu = below(200) / 10.;
     }
     isReversed_ = below(10) == 0;
-    if (below(5) == 0) files_["/home/me/.claude/projects/secret/" + names[below(3)]] = sometime();
-    if (below(9) == 0) files_.erase("/home/me/.claude/projects/secret/" + names[below(3)]);
+    if (below(5) == 0)
+      files_["/home/me/.claude/projects/secret/" + names[below(names.size())]] = sometime();
+    if (below(9) == 0)
+      files_.erase("/home/me/.claude/projects/secret/" + names[below(names.size())]);
     if (below(20) == 0) isOnBattery_ = !isOnBattery_;
     if (below(30) == 0) isLidClosed_ = !isLidClosed_;
     heat_ = below(40) == 0 ? ThermalState::critical : ThermalState::nominal;
