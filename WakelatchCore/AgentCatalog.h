@@ -85,8 +85,11 @@ class AgentResolver {
   /// @param profiles  in the order in which they are tried
   explicit AgentResolver(std::vector<AgentProfile> profiles);
 
+  ///@{
+  /// Copies answer from the same tables.
   AgentResolver(const AgentResolver&) = default;
   AgentResolver& operator=(const AgentResolver&) = default;
+  ///@}
 
   /// The catalog without the agents switched off, and without browsers unless they are enabled.
   /// Cheap while the settings stay the same.
