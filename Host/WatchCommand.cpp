@@ -132,6 +132,7 @@ class Watch {
     if (!recorder_) return;
     trace_.emplace(std::move(traceFile), [this](const std::string& why) { onTraceEnd(why); });
     trace_->line(recorder_->header(settings_.current(), platform::now()));
+    if (options_.isQuiet) notifier_.tell("recording to " + options_.recordFile + " until Ctrl-C");
   }
 
   ExitStatus run() {
