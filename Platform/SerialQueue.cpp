@@ -15,14 +15,16 @@ SerialQueue::SerialQueue(std::string label) : label_(std::move(label)) {}
 SerialQueue::~SerialQueue() {
   if (process_ != ::getpid()) return;
   constexpr std::chrono::seconds patience(2);
-  const auto deadline = std::chrono::steady_clock::now() + patience;
   {
     MutexLock lock(state_->mutex);
     state_->isEnding = true;
     state_->wake.notifyOne();
-    while (!state_->hasEnded && state_->ended.waitUntil(lock, deadline)) continue;
-    if (!state_->hasEnded) {
-      state_->thread.detach();
+    while (!state_->hasEnded) {
+      const std::uint64_t before = state_->tasksRun;
+      const auto deadline = std::chrono::steady_clock::now() + patience;
+      while (!state_->hasEnded && state_->ended.waitUntil(lock, deadline)) continue;
+      if (state_->hasEnded || state_->tasksRun != before) continue;
+      state_->thread.detach();  // a task hangs
       return;
     }
   }
@@ -62,7 +64,10 @@ void SerialQueue::runTasks(State& state) {
       }
       batch.swap(state.waiting);
     }
-    for (const Task& task : batch) task();
+    for (const Task& task : batch) {
+      task();
+      ++state.tasksRun;
+    }
     batch.clear();  // outside the lock: what the tasks captured ends here
   }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,10 +23,10 @@ class SerialQueue {
 
   /// @param label  the thread's name, see startThread()
   explicit SerialQueue(std::string label);
-  /// Waits until every task submitted so far has run, but at most 2 seconds: should one hang, the
-  /// thread runs the rest when it can, as long as the process lives, so let no task capture what
-  /// may end before. Not from a task of this queue. In a fork of the process, which has no such
-  /// thread, there is nothing to wait for.
+  /// Waits until every task submitted so far has run, unless one hangs: 2 to 4 seconds after the
+  /// last one was done it waits no longer. The thread runs the rest when it can, as long as the
+  /// process lives, so let no task capture what may end before. Not from a task of this queue. In a
+  /// fork of the process, which has no such thread, there is nothing to wait for.
   ~SerialQueue();
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
@@ -47,6 +48,7 @@ class SerialQueue {
     bool isEnding WAKELATCH_GUARDED_BY(mutex) = false;
     bool hasEnded WAKELATCH_GUARDED_BY(mutex) = false;
     std::thread thread WAKELATCH_GUARDED_BY(mutex);
+    std::atomic<std::uint64_t> tasksRun{0};
   };
   static void runTasks(State& state);
 

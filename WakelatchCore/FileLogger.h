@@ -21,8 +21,8 @@ class FileLogger {
   /// Touches no file.
   /// @param logURL  absent: "Library/Logs/Wakelatch.log" in the user's home folder
   explicit FileLogger(std::optional<std::filesystem::path> logURL = std::nullopt);
-  /// Waits until every line logged so far is written or lost, but at most 2 seconds: should the
-  /// disk hang, they are written once it goes on, if the process still lives then. In a fork of the
+  /// Waits until every line logged so far is written or lost. Should the disk hang, for 2 to 4
+  /// seconds: they are written once it goes on, if the process still lives then. In a fork of the
   /// process, which cannot write them, it waits for nothing.
   ~FileLogger() = default;
   FileLogger(const FileLogger&) = delete;
