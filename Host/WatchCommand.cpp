@@ -377,9 +377,6 @@ class Watch {
 }  // namespace
 
 ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
-  // First of all: a directory that hangs is waited for while Ctrl-C still ends it.
-  platform::Descriptor traceFile =
-      options.recordFile.empty() ? platform::Descriptor() : TraceFile::create(options.recordFile);
   std::optional<InstanceLock> lock;
   if (!options.dryRun) {
     try {
@@ -394,6 +391,12 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
       return ExitStatus::failed;
     }
     if (lock) platform::removeUnfinished(supportFolder());
+  }
+  platform::Descriptor traceFile;
+  if (!options.recordFile.empty()) {
+    loadSettings(settingsFile());  // throws before an empty file is left behind
+    // Before the watch takes over the signals: Ctrl-C still ends the wait for a disk that hangs.
+    traceFile = TraceFile::create(options.recordFile);
   }
   return Watch(options, tools, lock ? &*lock : nullptr, std::move(traceFile)).run();
 }
