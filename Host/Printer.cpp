@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <system_error>
 #include <utility>
 
 #include "Host/Terminal.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/Thread.h"
 
 namespace wakelatch::host {
@@ -93,9 +93,7 @@ void Printer::redraw() {
 }
 
 bool Printer::finish(double seconds) {
-  const auto deadline =
-      std::chrono::steady_clock::now() +
-      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+  const auto deadline = platform::deadlineIn(seconds);
   platform::MutexLock lock(mutex_);
   while (!isIdle_) {
     if (!written_.waitUntil(lock, deadline)) return false;

@@ -1,10 +1,10 @@
 #include "Host/Saver.h"
 
-#include <chrono>
 #include <string>
 #include <system_error>
 #include <utility>
 
+#include "Platform/ChildProcess.h"
 #include "Platform/Thread.h"
 
 namespace wakelatch::host {
@@ -40,9 +40,7 @@ void Saver::usage(UsageMetrics metrics) {
 }
 
 bool Saver::finish(double seconds) {
-  const auto deadline =
-      std::chrono::steady_clock::now() +
-      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+  const auto deadline = platform::deadlineIn(seconds);
   platform::MutexLock lock(mutex_);
   while (isBusy_ || state_ || usage_) {
     if (!saved_.waitUntil(lock, deadline)) return false;

@@ -3,10 +3,10 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <chrono>
 #include <system_error>
 #include <utility>
 
+#include "Platform/ChildProcess.h"
 #include "Platform/Descriptor.h"
 #include "Platform/Files.h"
 #include "Platform/Thread.h"
@@ -55,9 +55,7 @@ bool TraceFile::isOpen() {
 }
 
 bool TraceFile::finish(double seconds) {
-  const auto deadline =
-      std::chrono::steady_clock::now() +
-      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+  const auto deadline = platform::deadlineIn(seconds);
   platform::MutexLock lock(mutex_);
   while (isBusy_ || !waiting_.empty()) {
     if (!written_.waitUntil(lock, deadline)) return false;
