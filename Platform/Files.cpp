@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "Platform/Descriptor.h"
+#include "Platform/FileTime.h"
 
 namespace wakelatch::platform {
 namespace {
@@ -104,6 +106,41 @@ std::string readFile(const std::filesystem::path& file, Owner owner) {
     }
     content.append(block.data(), static_cast<std::size_t>(count));
   }
+}
+
+namespace {
+
+bool isReadable(const struct stat& status) {
+  return S_ISREG(status.st_mode) && !isStranger(status.st_uid);
+}
+
+}  // namespace
+
+std::optional<FileStamp> stampOf(const std::filesystem::path& file) {
+  struct stat status {};
+  if (::stat(file.c_str(), &status) != 0 || !isReadable(status)) return std::nullopt;
+  return FileStamp{contentTime(status), static_cast<std::uint64_t>(status.st_size)};
+}
+
+std::optional<std::string> readTail(const std::filesystem::path& file, std::size_t maxBytes) {
+  const Descriptor input = openWithoutWaiting(file, O_RDONLY, Owner::anybody);
+  struct stat status {};
+  if (input.get() < 0 || ::fstat(input.get(), &status) != 0 || !isReadable(status)) {
+    return std::nullopt;
+  }
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  std::string tail(static_cast<std::size_t>(std::min<std::uint64_t>(size, maxBytes)), '\0');
+  std::size_t filled = 0;
+  while (filled < tail.size()) {
+    const auto at = static_cast<off_t>(size - tail.size() + filled);
+    const ssize_t count = ::pread(input.get(), &tail[filled], tail.size() - filled, at);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;  // it has been cut meanwhile
+    filled += static_cast<std::size_t>(count);
+  }
+  tail.resize(filled);
+  return tail;
 }
 
 void createFolders(const std::filesystem::path& folder) {

@@ -4,10 +4,13 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "Platform/Clock.h"
 
 namespace wakelatch::platform {
 
@@ -24,6 +27,18 @@ enum class Owner { userOrRoot, anybody };
 /// The whole content of a regular file of at most maxReadBytes. A link of another user (but root)
 /// is not followed.
 std::string readFile(const std::filesystem::path& file, Owner owner = Owner::userOrRoot);
+
+/// What tells whether a file has changed.
+struct FileStamp {
+  Timestamp changedAt;  ///< its content
+  std::uint64_t size = 0;
+};
+///@{
+/// Of a regular file of the user's or root's, links on the way followed: its stamp, and its last
+/// bytes. Nothing is thrown: a file that is none, or may not be read, has neither.
+std::optional<FileStamp> stampOf(const std::filesystem::path& file);
+std::optional<std::string> readTail(const std::filesystem::path& file, std::size_t maxBytes);
+///@}
 
 /// Creates `folder` with all missing folders above it; no error when it exists, unless it is
 /// another user's (but root's) or leads to a folder where everybody may write. Root may use all.

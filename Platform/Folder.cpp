@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/FileTime.h"
+
 namespace wakelatch::platform {
 namespace {
 
@@ -20,16 +22,6 @@ constexpr int searchOnly = O_SEARCH;
 #else
 constexpr int searchOnly = O_RDONLY;
 #endif
-
-Timestamp contentTime(const struct stat& status) {
-#ifdef __APPLE__
-  const timespec& time = status.st_mtimespec;
-#else
-  const timespec& time = status.st_mtim;
-#endif
-  return Timestamp(std::chrono::duration<double>(static_cast<double>(time.tv_sec) +
-                                                 static_cast<double>(time.tv_nsec) * 1e-9));
-}
 
 std::optional<struct stat> statusOf(int folder, const char* path) {
   struct stat status;

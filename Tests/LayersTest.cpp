@@ -16,11 +16,11 @@ namespace fs = std::filesystem;
 
 const std::vector<std::set<std::string>> componentsByLayer = {
     {},
-    {"Enum", "Json", "Models", "AgentStateMachine", "AgentAppName", "AgentCatalog", "PhraseMatcher",
-     "UsageMetrics"},
-    {"ShellCommand", "FileLogger", "FileActivityProbe"},
+    {"Enum", "Json", "Models", "AgentStateMachine", "AgentAppName", "AgentCatalog",
+     "AgentCommandLine", "TurnRecordFormat", "PhraseMatcher", "UsageMetrics"},
+    {"ShellCommand", "FileLogger", "FileActivityProbe", "TurnRecords"},
     {"ProcessDetector", "AccessibilityDetector", "SessionActivityDetector", "PowerMonitor",
-     "SleepController"},
+     "SleepController", "TurnDetector"},
     {"ActivityDetector", "WakelatchCore"}};
 
 /// The layer of a file named from the root, such as "WakelatchCore/Models.h"; nothing for others.

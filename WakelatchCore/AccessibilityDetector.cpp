@@ -153,7 +153,7 @@ std::shared_ptr<const AccessibilityDetector::Phrases> AccessibilityDetector::phr
 
 std::vector<ActivitySignal> AccessibilityDetector::detectPerApp(const GuardSettings& settings) {
   if (!settings.accessibilityDetectionEnabled || !isTrusted()) return {};
-  const AgentResolver resolver = AgentResolver::make(settings);
+  const AgentResolver resolver = profiles_.watched(settings);
   const std::vector<AgentProfile>& profiles = resolver.profiles();
   const auto phrases = phrasesFor(profiles, settings);
   const double end = uptime() + budget_.totalSeconds;

@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Platform/Accessibility.h"
@@ -43,8 +44,9 @@ class AccessibilityDetector {
   /// Reads the system's accessibility interface.
   AccessibilityDetector() : AccessibilityDetector(platform::systemAccessibility()) {}
   /// @param accessibility  used, not owned; it says on which threads this may be called
-  explicit AccessibilityDetector(platform::Accessibility& accessibility, ReadingBudget budget = {})
-      : accessibility_(accessibility), budget_(budget) {}
+  explicit AccessibilityDetector(platform::Accessibility& accessibility, ReadingBudget budget = {},
+                                 AgentProfiles profiles = {})
+      : accessibility_(accessibility), budget_(budget), profiles_(std::move(profiles)) {}
   AccessibilityDetector(const AccessibilityDetector&) = delete;
   AccessibilityDetector& operator=(const AccessibilityDetector&) = delete;
 
@@ -75,6 +77,7 @@ class AccessibilityDetector {
 
   platform::Accessibility& accessibility_;
   const ReadingBudget budget_;
+  const AgentProfiles profiles_;
   platform::Mutex mutex_;
   /// Made ready for the latest settings.
   std::shared_ptr<const Phrases> phrases_ WAKELATCH_GUARDED_BY(mutex_);

@@ -1,6 +1,7 @@
 #include "WakelatchCore/ActivityDetector.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "Platform/Text.h"
@@ -29,6 +30,43 @@ bool isRecent(std::optional<Timestamp> time, Timestamp now, double window) {
   return time && !(secondsBetween(*time, now) > window);
 }
 
+const AgentTurns* turnsOf(const std::vector<AgentTurns>& turns,
+                          const std::optional<std::string>& appName) {
+  const auto found = std::find_if(turns.begin(), turns.end(), [&](const AgentTurns& candidate) {
+    return candidate.appName == appName;
+  });
+  return found == turns.end() ? nullptr : &*found;
+}
+
+/// Whether no session of the agent is in a turn, by the records of all of them.
+bool isAtRest(const AgentTurns* turns) {
+  return turns != nullptr && turns->tellsOfEverySession && turns->state != TurnState::working;
+}
+
+/// Null for the names of the user's own targets, which belong to no profile.
+const AgentProfile* profileNamed(const AgentResolver& resolver, const std::string& appName) {
+  const auto& profiles = resolver.profiles();
+  const auto found =
+      std::find_if(profiles.begin(), profiles.end(),
+                   [&](const AgentProfile& candidate) { return candidate.displayName == appName; });
+  return found == profiles.end() ? nullptr : &*found;
+}
+
+/// What an agent's turns are worth as a signal; nothing when it has none.
+std::optional<ActivitySignal> signalOf(const AgentTurns& turns) {
+  if (turns.state == TurnState::working) {
+    return ActivitySignal{.strength = SignalStrength::strong,
+                          .appName = turns.appName,
+                          .reason = turns.appName + " is in a turn"};
+  }
+  if (turns.state == TurnState::waiting) {
+    return ActivitySignal{.strength = SignalStrength::presence,
+                          .appName = turns.appName,
+                          .reason = turns.appName + " waits for you"};
+  }
+  return std::nullopt;
+}
+
 template <class Map>
 auto lookUp(const Map& map, const std::string& key) {
   const auto found = map.find(key);
@@ -41,26 +79,40 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
                                                     const PowerSnapshot& power, Timestamp now) {
   Evidence evidence;
   evidence.process = processDetector_.inspect(settings, power);
+  if (turnDetector_ != nullptr) {
+    evidence.turns = turnDetector_->detect(settings, evidence.process, now);
+  }
 
   std::vector<ActivitySignal> processSignals;
   std::map<std::string, std::int64_t> processCounts;
-  for (const auto& [signal, cpuPercent, thresholdPercent, trustsCPU] : evidence.process) {
+  for (const AgentProcesses& agent : evidence.process) {
+    const ActivitySignal& signal = agent.signal;
+    if (signal.strength == SignalStrength::none) continue;
     processSignals.push_back(signal);
     if (!signal.appName) continue;
+    // An agent at rest that draws its screen or starts up is not at work; what it started may be.
+    if (isAtRest(turnsOf(evidence.turns, signal.appName)) && !agent.isOneShot &&
+        agent.cpuPercent - agent.ownCPUPercent < agent.thresholdPercent) {
+      processSignals.back().strength = SignalStrength::presence;
+      processSignals.back().reason = *signal.appName + " is running";
+    }
     processLastSeenAt_[*signal.appName] = now;
     if (signal.sessionCount) processCounts[*signal.appName] = *signal.sessionCount;
   }
 
-  const AgentResolver resolver = AgentResolver::make(settings);
+  const AgentResolver resolver = profiles_.watched(settings);
   evidence.accessibility = sift(accessibilityDetector_.detectPerApp(settings), resolver,
                                 shouldEmitTerminalAccessibilitySignal, now);
-  evidence.session = sift(
-      sessionDetector_.detectPerApp(settings, now, SessionActivityDetector::defaultFreshnessWindow),
-      resolver, shouldEmitSessionSignal, now);
+  evidence.session = siftSessions(
+      sessionDetector_.inspect(settings, now, SessionActivityDetector::defaultFreshnessWindow),
+      resolver, evidence.turns, now);
   const auto sessionCounts = sessionDetector_.sessionCountsPerApp(
       settings, now, SessionActivityDetector::defaultSessionCountWindow);
 
   SignalsByName merged;
+  for (const AgentTurns& turns : evidence.turns) {
+    if (const auto signal = signalOf(turns)) merge(merged, {*signal});
+  }
   merge(merged, processSignals);
   merge(merged, evidence.accessibility.kept);
   merge(merged, evidence.session.kept);
@@ -83,16 +135,38 @@ ActivityDetector::Findings ActivityDetector::sift(std::vector<ActivitySignal> si
                                                   Timestamp now) const {
   Findings findings;
   for (ActivitySignal& signal : signals) {
-    const auto& profiles = resolver.profiles();
-    // The names of the user's own targets belong to no profile.
-    const auto profile = std::find_if(
-        profiles.begin(), profiles.end(),
-        [&](const AgentProfile& candidate) { return candidate.displayName == signal.appName; });
-    const bool isBelieved =
-        profile == profiles.end() ||
-        rule(*profile, processLastSeenAt(*signal.appName), now, sharedSessionProcessWindow);
+    const AgentProfile* profile = profileNamed(resolver, *signal.appName);
+    const bool isBelieved = profile == nullptr || rule(*profile, processLastSeenAt(*signal.appName),
+                                                       now, sharedSessionProcessWindow);
     (isBelieved ? findings.kept : findings.dropped).push_back(std::move(signal));
   }
+  return findings;
+}
+
+/// Files say no more than turn records do: those of an agent at rest, or of one that has just gone,
+/// are what it wrote at the end.
+ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionActivity> sessions,
+                                                          const AgentResolver& resolver,
+                                                          const std::vector<AgentTurns>& turns,
+                                                          Timestamp now) const {
+  Findings findings;
+  std::vector<ActivitySignal> signals;
+  for (SessionActivity& session : sessions) {
+    const std::string& appName = *session.signal.appName;
+    const AgentProfile* profile = profileNamed(resolver, appName);
+    const auto lastSeen = processLastSeenAt(appName);
+    const bool hasLeft = turnDetector_ != nullptr && profile != nullptr &&
+                         !profile->turnRecords.empty() && lastSeen && *lastSeen != now &&
+                         secondsBetween(*lastSeen, session.newest) <= leavingSeconds;
+    if (hasLeft || isAtRest(turnsOf(turns, appName))) {
+      findings.dropped.push_back(std::move(session.signal));
+    } else {
+      signals.push_back(std::move(session.signal));
+    }
+  }
+  Findings rest = sift(std::move(signals), resolver, shouldEmitSessionSignal, now);
+  findings.kept = std::move(rest.kept);
+  std::move(rest.dropped.begin(), rest.dropped.end(), std::back_inserter(findings.dropped));
   return findings;
 }
 

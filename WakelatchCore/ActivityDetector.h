@@ -1,11 +1,12 @@
-// Where the detection meets: one call a tick merges what processes, UI text and session files show
-// into one signal per agent.
+// Where the detection meets: one call a tick merges what processes, UI text, session files and turn
+// records show into one signal per agent.
 #pragma once
 
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Platform/Clock.h"
@@ -14,11 +15,12 @@
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/ProcessDetector.h"
 #include "WakelatchCore/SessionActivityDetector.h"
+#include "WakelatchCore/TurnDetector.h"
 
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// Asks the three detectors and weighs their answers. Remembers between ticks when each agent's
+/// Asks the detectors and weighs their answers. Remembers between ticks when each agent's
 /// process was last seen. No lock: calls on one instance must not overlap. Blocks for as long as
 /// the detectors do; throws and logs what they do.
 class ActivityDetector {
@@ -26,29 +28,38 @@ class ActivityDetector {
   /// How long (seconds) after its process was last seen an agent is still believed to be the one
   /// behind text in a terminal, or behind session files that other applications write too.
   static constexpr double sharedSessionProcessWindow = 90;
+  /// What was written until so many seconds after an agent's process was last seen is taken for
+  /// what it wrote on leaving.
+  static constexpr double leavingSeconds = 10;
 
   /// The signals of one kind, in their detector's order.
   struct Findings {
     std::vector<ActivitySignal> kept;     ///< believed
-    std::vector<ActivitySignal> dropped;  ///< not believed: no process within the window
+    std::vector<ActivitySignal> dropped;  ///< not believed: no process, or a record against it
   };
 
   /// What one tick found, and what came of it.
   struct Evidence {
-    std::vector<AgentProcesses> process;  ///< always believed
+    std::vector<AgentProcesses> process;  ///< believed but for load that belongs to no turn
     Findings accessibility;               ///< by UI text
     Findings session;                     ///< by session files
     /// One signal per agent name, sorted by the names' composed Unicode scalars; each says whether
     /// the agent's process was seen, and how many sessions were where that is known.
     std::vector<ActivitySignal> merged;
+    std::vector<AgentTurns> turns = {};  ///< by turn records; none without a TurnDetector
   };
 
   /// The detectors are used, not owned.
+  /// @param turnDetector  null: turn records are not asked for
+  /// @param profiles      as the detectors have
   ActivityDetector(ProcessDetector& processDetector, AccessibilityDetector& accessibilityDetector,
-                   SessionActivityDetector& sessionDetector)
+                   SessionActivityDetector& sessionDetector, TurnDetector* turnDetector = nullptr,
+                   AgentProfiles profiles = {})
       : processDetector_(processDetector),
         accessibilityDetector_(accessibilityDetector),
-        sessionDetector_(sessionDetector) {}
+        sessionDetector_(sessionDetector),
+        turnDetector_(turnDetector),
+        profiles_(std::move(profiles)) {}
   ActivityDetector(const ActivityDetector&) = delete;
   ActivityDetector& operator=(const ActivityDetector&) = delete;
 
@@ -78,10 +89,14 @@ class ActivityDetector {
   using Rule = bool(const AgentProfile&, std::optional<Timestamp>, Timestamp, double);
   Findings sift(std::vector<ActivitySignal> signals, const AgentResolver& resolver, Rule& rule,
                 Timestamp now) const;
+  Findings siftSessions(std::vector<SessionActivity> sessions, const AgentResolver& resolver,
+                        const std::vector<AgentTurns>& turns, Timestamp now) const;
 
   ProcessDetector& processDetector_;
   AccessibilityDetector& accessibilityDetector_;
   SessionActivityDetector& sessionDetector_;
+  TurnDetector* const turnDetector_;
+  const AgentProfiles profiles_;
   std::map<std::string, Timestamp> processLastSeenAt_;  // only grows: an entry per name ever seen
 };
 

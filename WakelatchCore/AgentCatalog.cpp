@@ -8,6 +8,7 @@
 #include "Platform/Split.h"
 #include "Platform/Text.h"
 #include "Platform/Utf8.h"
+#include "WakelatchCore/AgentCommandLine.h"
 
 namespace wakelatch {
 
@@ -184,13 +185,52 @@ const std::set<std::string, std::less<>>& AgentCatalog::terminalBundleIDs() {
   return bundleIDs;
 }
 
+// --------------------------------------------------------------------------- agents of a host
+
+struct AgentProfiles::Shared {
+  explicit Shared(std::vector<AgentProfile> profiles) : all(std::move(profiles)) {}
+
+  const std::vector<AgentProfile> all;
+  // The detectors ask several times a tick; the settings seldom change.
+  platform::Mutex mutex;
+  std::vector<std::string> disabled WAKELATCH_GUARDED_BY(mutex);
+  bool hasBrowsers WAKELATCH_GUARDED_BY(mutex) = false;
+  std::optional<AgentResolver> last WAKELATCH_GUARDED_BY(mutex);  ///< made for these
+};
+
+AgentProfiles::AgentProfiles() {
+  static const auto& builtin =
+      *new std::shared_ptr<Shared>(std::make_shared<Shared>(AgentCatalog::builtin()));
+  shared_ = builtin;
+}
+
+AgentProfiles::AgentProfiles(std::vector<AgentProfile> profiles)
+    : shared_(std::make_shared<Shared>(std::move(profiles))) {}
+
+const std::vector<AgentProfile>& AgentProfiles::all() const {
+  return shared_->all;
+}
+
+AgentResolver AgentProfiles::watched(const GuardSettings& settings) const {
+  const platform::MutexLock lock(shared_->mutex);
+  const std::vector<std::string>& disabled = settings.disabledAgentIDs;
+  if (!shared_->last || shared_->disabled != disabled ||
+      shared_->hasBrowsers != settings.enableBrowsers) {
+    std::vector<AgentProfile> profiles = shared_->all;
+    std::erase_if(profiles, [&](const AgentProfile& profile) {
+      return std::find(disabled.begin(), disabled.end(), profile.id) != disabled.end() ||
+             (profile.kind == Kind::browser && !settings.enableBrowsers);
+    });
+    shared_->last.emplace(std::move(profiles));
+    shared_->disabled = disabled;
+    shared_->hasBrowsers = settings.enableBrowsers;
+  }
+  return *shared_->last;
+}
+
 // -------------------------------------------------------------------------------- resolver
 
 namespace {
-
-/// Programs that run agents written as scripts or packages.
-constexpr std::array<std::string_view, 10> interpreters = {
-    "node", "node_repl", "python", "python3", "ruby", "deno", "bun", "npx", "uv", "uvx"};
 
 constexpr char asciiUpper(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
@@ -248,16 +288,19 @@ class Names {
   const AgentProfile* profileNamed(std::string_view name) const {
     std::string lower;  // ASCII needs no copy: comparing ignores its case
     if (!platform::isAllAscii(name)) name = lower = platform::lowercased(name);
-    return firstWith([name](const std::string& known) {
+    return firstWith([name](const std::string& known, const AgentProfile&) {
       return known.size() == name.size() && startsWithIgnoringAsciiCase(name, known);
     });
   }
-  /// The first profile with a name that the text contains, regardless of case.
-  const AgentProfile* profileWithNameIn(std::string_view text) const {
+  /// The first profile with a name that the text contains, regardless of case, and for which
+  /// `isMeant(profile)`.
+  template <class IsMeant>
+  const AgentProfile* profileWithNameIn(std::string_view text, IsMeant isMeant) const {
     std::string lower;
     if (!platform::isAllAscii(text)) text = lower = platform::lowercased(text);
-    return firstWith(
-        [text](const std::string& known) { return containsIgnoringAsciiCase(text, known); });
+    return firstWith([&](const std::string& known, const AgentProfile& profile) {
+      return containsIgnoringAsciiCase(text, known) && isMeant(profile);
+    });
   }
 
  private:
@@ -267,8 +310,9 @@ class Names {
   };
   template <class Matches>
   const AgentProfile* firstWith(Matches matches) const {
-    const auto found =
-        std::find_if(rows_.begin(), rows_.end(), [&](const Row& row) { return matches(row.name); });
+    const auto found = std::find_if(rows_.begin(), rows_.end(), [&](const Row& row) {
+      return matches(row.name, *row.profile);
+    });
     return found == rows_.end() ? nullptr : found->profile;
   }
 
@@ -282,11 +326,30 @@ struct AgentResolver::Tables {
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
 
+  /// The agent whose marker the command line bears.
+  const AgentProfile* marked(std::string_view path, std::string_view arguments) const {
+    const std::string commandLine = std::string(path).append(" ").append(arguments);
+    const auto isMeant = [&](const AgentProfile& profile) {
+      if (!profile.recognisesProgramsOnly) return true;
+      const auto isThis = [&](const AgentProfile& other) { return &other == &profile; };
+      return cliPathMarkers.profileWithNameIn(path, isThis) != nullptr ||
+             cliPathMarkers.profileWithNameIn(AgentCommandLine(path, arguments).program(),
+                                              isThis) != nullptr;
+    };
+    return cliPathMarkers.profileWithNameIn(commandLine, isMeant);
+  }
+
   /// The first program among the arguments that is named like a command-line agent.
-  std::optional<std::string_view> programWithAgentName(std::string_view arguments) const {
+  std::optional<std::string_view> programWithAgentName(std::string_view path,
+                                                       std::string_view arguments) const {
     for (const std::string_view token : platform::Pieces(arguments, ' ')) {
-      const std::string_view program = platform::lastPiece(token, '/');
-      if (cliProcessNames.profileNamed(program) != nullptr) return program;
+      const std::string_view name = platform::lastPiece(token, '/');
+      const AgentProfile* named = cliProcessNames.profileNamed(name);
+      if (named == nullptr) continue;
+      if (!named->recognisesProgramsOnly ||
+          AgentCommandLine(path, arguments).program().data() == token.data()) {
+        return name;
+      }
     }
     return std::nullopt;
   }
@@ -307,28 +370,7 @@ AgentResolver::AgentResolver(std::vector<AgentProfile> profiles)
     : tables_(std::make_shared<const Tables>(std::move(profiles))) {}
 
 AgentResolver AgentResolver::make(const GuardSettings& settings) {
-  // The detectors ask several times a tick; the settings seldom change.
-  struct Last {
-    platform::Mutex mutex;
-    std::vector<std::string> disabled WAKELATCH_GUARDED_BY(mutex);
-    bool hasBrowsers WAKELATCH_GUARDED_BY(mutex) = false;
-    std::optional<AgentResolver> made WAKELATCH_GUARDED_BY(mutex);
-  };
-  static auto& last = *new Last;
-
-  const platform::MutexLock lock(last.mutex);
-  const std::vector<std::string>& disabled = settings.disabledAgentIDs;
-  if (!last.made || last.disabled != disabled || last.hasBrowsers != settings.enableBrowsers) {
-    std::vector<AgentProfile> profiles = AgentCatalog::builtin();
-    std::erase_if(profiles, [&](const AgentProfile& profile) {
-      return std::find(disabled.begin(), disabled.end(), profile.id) != disabled.end() ||
-             (profile.kind == Kind::browser && !settings.enableBrowsers);
-    });
-    last.made.emplace(std::move(profiles));
-    last.disabled = disabled;
-    last.hasBrowsers = settings.enableBrowsers;
-  }
-  return *last.made;
+  return AgentProfiles().watched(settings);
 }
 
 const std::vector<AgentProfile>& AgentResolver::profiles() const {
@@ -348,9 +390,8 @@ const AgentProfile* AgentResolver::profileForBundleID(std::string_view bundleID)
 
 const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
                                                      std::string_view arguments) const {
-  // 1. A path marker, wherever it stands.
-  const std::string commandLine = std::string(path).append(" ").append(arguments);
-  if (const auto* marked = tables_->cliPathMarkers.profileWithNameIn(commandLine)) return marked;
+  // 1. A path marker.
+  if (const auto* marked = tables_->marked(path, arguments)) return marked;
 
   const std::string_view executable = platform::lastPiece(path, '/');
   const std::optional<std::string> bundle = appBundleName(path);
@@ -359,7 +400,7 @@ const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
     if (executable.empty()) return nullptr;
     if (const auto* named = tables_->cliProcessNames.profileNamed(executable)) return named;
     if (!isInterpreter(executable)) return nullptr;
-    const auto program = tables_->programWithAgentName(arguments);
+    const auto program = tables_->programWithAgentName(path, arguments);
     return program ? tables_->cliProcessNames.profileNamed(*program) : nullptr;
   }
 
@@ -367,7 +408,7 @@ const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
   if (const auto* owner = tables_->appBundleNames.profileNamed(*bundle)) return owner;
   if (tables_->cliProcessNames.profileNamed(executable) != nullptr) {
     reportUnmatchedHostBundle(installedHandler(), *bundle, executable);
-  } else if (const auto program = tables_->programWithAgentName(arguments)) {
+  } else if (const auto program = tables_->programWithAgentName(path, arguments)) {
     reportUnmatchedHostBundle(installedHandler(), *bundle, *program);
   }
   return nullptr;
@@ -388,8 +429,7 @@ std::string AgentResolver::basename(std::string_view path) {
 }
 
 bool AgentResolver::isInterpreter(std::string_view executable) {
-  return std::find(interpreters.begin(), interpreters.end(), platform::lowercased(executable)) !=
-         interpreters.end();
+  return isInterpreterName(executable);
 }
 
 }  // namespace wakelatch

@@ -12,6 +12,7 @@
 
 #include "WakelatchCore/Enum.h"
 #include "WakelatchCore/Models.h"
+#include "WakelatchCore/TurnRecordFormat.h"
 
 #pragma GCC visibility push(default)
 namespace wakelatch {
@@ -43,6 +44,25 @@ struct AgentProfile {
   bool sessionGlobsSharedWithOtherApps = false;        ///< others write those files too
   std::vector<std::string> sessionCountGlobs = {};     ///< below home; one file a session
 
+  // What the built-in catalogue leaves empty: a host that wants it gives profiles of its own.
+
+  /// Only what runs counts: an executable, or what an interpreter is told to run. Otherwise markers
+  /// count wherever they stand, and names wherever they stand behind an interpreter.
+  bool recognisesProgramsOnly = false;
+  ///@{
+  /// How it is started, as words of its command line behind the program: an option ("--print"), an
+  /// option with its value ("--input-format stream-json") or a subcommand ("exec").
+  std::vector<std::string> oneShotArguments = {};  ///< to answer one prompt and end
+  std::vector<std::string> serverArguments = {};   ///< for another program, whatever else is there
+  std::vector<std::string> helperArguments = {};   ///< as what stays, idle, when the agent has gone
+  std::vector<std::string> workerArguments = {};   ///< as a helper that may finish a turn
+  ///@}
+  std::vector<TurnRecordFormat> turnRecords = {};  ///< where it writes down its turns
+  /// Parts of the command lines of what it runs as tools: it works as long as one is there.
+  std::vector<std::string> toolMarkers = {};
+  /// In a session that has no turn record yet, a network connection of its own means work.
+  bool isConnectedOnlyInTurns = false;
+
   friend bool operator==(const AgentProfile&, const AgentProfile&) = default;
 };
 template <>
@@ -62,6 +82,27 @@ std::set<std::string> cliAgentNames();
 /// Lower-cased bundle identifiers of terminal applications.
 const std::set<std::string, std::less<>>& terminalBundleIDs();
 }  // namespace AgentCatalog
+
+class AgentResolver;
+
+/// The agents that detectors look for, those of the catalogue unless a host has others. A value
+/// that is cheap to copy and never changes, for any thread.
+class AgentProfiles {
+ public:
+  /// The built-in ones.
+  AgentProfiles();
+  /// @param profiles  in the order in which they are tried
+  explicit AgentProfiles(std::vector<AgentProfile> profiles);
+
+  const std::vector<AgentProfile>& all() const;
+  /// Those that the settings admit: not the ones switched off, and browsers only when they are
+  /// enabled. Cheap while the settings stay the same.
+  AgentResolver watched(const GuardSettings& settings) const;
+
+ private:
+  struct Shared;
+  std::shared_ptr<Shared> shared_;  ///< of all copies
+};
 
 /// The agents watched under some settings, and the questions detectors ask about them. A value that
 /// is cheap to copy; lookups change nothing but what was reported to the handler and may run on any
@@ -91,8 +132,7 @@ class AgentResolver {
   AgentResolver& operator=(const AgentResolver&) = default;
   ///@}
 
-  /// The catalog without the agents switched off, and without browsers unless they are enabled.
-  /// Cheap while the settings stay the same.
+  /// Of the built-in agents those that the settings admit.
   static AgentResolver make(const GuardSettings& settings);
 
   /// In the order in which they are tried.

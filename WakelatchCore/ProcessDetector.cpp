@@ -8,7 +8,7 @@
 #include "Platform/Split.h"
 #include "Platform/Text.h"
 #include "WakelatchCore/AgentAppName.h"
-#include "WakelatchCore/AgentCatalog.h"
+#include "WakelatchCore/AgentCommandLine.h"
 #include "WakelatchCore/FileLogger.h"
 
 namespace wakelatch {
@@ -63,35 +63,34 @@ class ProcessTree {
   std::vector<std::size_t> nextSiblingRows_;  // by row
 };
 
-/// Sums up CPU over trees of processes, counting each process once.
-class TreeLoad {
+/// Walks over trees of processes, coming to each process once.
+class Subtrees {
  public:
-  explicit TreeLoad(const ProcessTree& tree) : tree_(tree), seenInSum_(tree.size(), 0) {}
+  explicit Subtrees(const ProcessTree& tree) : tree_(tree), seenInWalk_(tree.size(), 0) {}
 
-  /// The CPU percent of `roots` and all their descendants.
-  double sum(const std::vector<Node>& roots) {
-    ++sums_;
-    double total = 0;
+  /// Calls `use(node)` for `roots` and all their descendants.
+  template <class Use>
+  void forEach(const std::vector<Node>& roots, Use use) {
+    ++walks_;
     for (const Node root : roots) add(root);
     while (!open_.empty()) {
       const Node node = open_.back();
       open_.pop_back();
-      total += tree_.cpuPercent(node);
+      use(node);
       tree_.forEachChild(node, [this](Node child) { add(child); });
     }
-    return total;
   }
 
  private:
   void add(Node node) {
-    if (seenInSum_[node] == sums_) return;
-    seenInSum_[node] = sums_;
+    if (seenInWalk_[node] == walks_) return;
+    seenInWalk_[node] = walks_;
     open_.push_back(node);
   }
 
   const ProcessTree& tree_;
-  std::size_t sums_ = 0;
-  std::vector<std::size_t> seenInSum_;  // by node: the last sum that it went into
+  std::size_t walks_ = 0;
+  std::vector<std::size_t> seenInWalk_;  // by node: the last walk that came to it
   std::vector<Node> open_;
 };
 
@@ -99,7 +98,10 @@ class TreeLoad {
 struct Group {
   std::string name;
   bool trustsCPU = false;
+  const AgentProfile* profile = nullptr;  ///< null for the user's own targets
+  bool isOneShot = false;
   std::vector<Node> roots = {};  ///< the matched processes themselves, each once
+  std::vector<Node> workers = {};
 };
 
 /// Answers whether a process was started, directly or further up, by a matched one; remembers what
@@ -164,24 +166,51 @@ class TargetNames {
   std::vector<std::string> normalized_;
 };
 
+bool isTool(const ProcessSnapshot& process, const AgentProfile& profile) {
+  return std::any_of(
+      profile.toolMarkers.begin(), profile.toolMarkers.end(), [&](const std::string& marker) {
+        return !marker.empty() && process.arguments.find(marker) != process.arguments.npos;
+      });
+}
+
+/// Whether the system took the process over from one that ended: directly, or, as on some Linux
+/// desktops, by a manager of the user's own.
+bool isOrphan(const ProcessSnapshot& process, const ProcessTree& tree, Node node,
+              const std::vector<ProcessSnapshot>& processes) {
+  if (process.parentPID <= 1) return true;
+  const Node parent = tree.parent(node);
+  return parent != noNode && processes[parent].parentPID <= 1 &&
+         platform::lastPiece(processes[parent].command, '/') == "systemd";
+}
+
 std::vector<Group> groupByAgent(const std::vector<ProcessSnapshot>& processes,
-                                const ProcessTree& tree, const GuardSettings& settings) {
-  const AgentResolver resolver = AgentResolver::make(settings);
+                                const ProcessTree& tree, const GuardSettings& settings,
+                                const AgentResolver& resolver) {
   const TargetNames targets(settings.targetApps);
   std::vector<Group> groups;
   std::unordered_map<std::string, std::size_t> groupByName;
-  const auto addRoot = [&](const std::string& name, bool trustsCPU, Node root) {
+  const auto groupOf = [&](const std::string& name, bool trustsCPU) -> Group& {
     const auto [entry, isNew] = groupByName.try_emplace(name, groups.size());
     if (isNew) groups.push_back({name, trustsCPU});
-    groups[entry->second].roots.push_back(root);
+    return groups[entry->second];
   };
   for (std::size_t row = 0; row < processes.size(); ++row) {
     const ProcessSnapshot& process = processes[row];
     const Node node = tree.nodeOfRow(row);
     if (const auto* profile = resolver.profileForCommand(process.command, process.arguments)) {
-      addRoot(profile->displayName, profile->trustsCPUSignal, node);
+      const AgentCommandLine command(process.command, process.arguments);
+      const bool isLeft = isOrphan(process, tree, node, processes);
+      if (isLeft && command.hasOneOf(profile->helperArguments)) continue;
+      Group& group = groupOf(profile->displayName, profile->trustsCPUSignal);
+      group.profile = profile;
+      if (isLeft && command.hasOneOf(profile->workerArguments)) {
+        group.workers.push_back(node);
+        continue;
+      }
+      group.roots.push_back(node);
+      if (command.runOf(*profile) == AgentCommandLine::Run::oneShot) group.isOneShot = true;
     } else if (const auto* target = targets.match(process)) {
-      addRoot(*target, true, node);
+      groupOf(*target, true).roots.push_back(node);
     }
   }
   for (Group& group : groups) {
@@ -200,58 +229,87 @@ std::string ProcessSnapshot::displayName() const {
 
 std::vector<ActivitySignal> ProcessDetector::detectPerApp(
     const GuardSettings& settings, const std::optional<PowerSnapshot>& power) {
-  return detectPerApp(liveSnapshot(), settings, power);
+  return detectPerApp(liveSnapshot(), settings, power, profiles_);
 }
 
 std::vector<AgentProcesses> ProcessDetector::inspect(const GuardSettings& settings,
                                                      const std::optional<PowerSnapshot>& power) {
-  return inspect(liveSnapshot(), settings, power);
+  return inspect(liveSnapshot(), settings, power, profiles_);
 }
 
 ActivitySignal ProcessDetector::detect(const GuardSettings& settings,
                                        const std::optional<PowerSnapshot>& power) {
-  return detect(liveSnapshot(), settings, power);
+  return detect(liveSnapshot(), settings, power, profiles_);
 }
 
 std::vector<ActivitySignal> ProcessDetector::detectPerApp(
     const std::vector<ProcessSnapshot>& processes, const GuardSettings& settings,
-    const std::optional<PowerSnapshot>& power) {
+    const std::optional<PowerSnapshot>& power, const AgentProfiles& profiles) {
   std::vector<ActivitySignal> signals;
-  for (AgentProcesses& agent : inspect(processes, settings, power)) {
-    signals.push_back(std::move(agent.signal));
+  for (AgentProcesses& agent : inspect(processes, settings, power, profiles)) {
+    if (agent.signal.strength != SignalStrength::none) signals.push_back(std::move(agent.signal));
   }
   return signals;
 }
 
 std::vector<AgentProcesses> ProcessDetector::inspect(const std::vector<ProcessSnapshot>& processes,
                                                      const GuardSettings& settings,
-                                                     const std::optional<PowerSnapshot>& power) {
+                                                     const std::optional<PowerSnapshot>& power,
+                                                     const AgentProfiles& profiles) {
   const double threshold = settings.profile(power.value_or(PowerSnapshot())).cpuThresholdPercent;
   const ProcessTree tree(processes);
-  const std::vector<Group> groups = groupByAgent(processes, tree, settings);
+  const AgentResolver resolver = profiles.watched(settings);
+  const std::vector<Group> groups = groupByAgent(processes, tree, settings, resolver);
   MatchedAncestors ancestors(tree, groups);
 
   std::vector<AgentProcesses> agents;
-  TreeLoad load(tree);
+  Subtrees subtrees(tree);
   for (const Group& group : groups) {
-    const double cpuPercent = load.sum(group.roots);
-    const bool isBusy = group.trustsCPU && cpuPercent >= threshold;
-    ActivitySignal signal{
-        .strength = isBusy ? SignalStrength::strong : SignalStrength::presence,
-        .appName = group.name,
-        .reason = group.name + (isBusy ? " CPU is above the work threshold" : " is running"),
-        .sessionCount = std::count_if(group.roots.begin(), group.roots.end(),
-                                      [&](Node root) { return !ancestors.has(root); }),
+    AgentProcesses& agent = agents.emplace_back();
+    agent.thresholdPercent = threshold;
+    agent.trustsCPU = group.trustsCPU;
+    agent.isOneShot = group.isOneShot;
+    subtrees.forEach(group.roots, [&](Node node) { agent.cpuPercent += tree.cpuPercent(node); });
+    const auto addSession = [&](Node root, bool isWorker) {
+      if (group.profile == nullptr || group.profile->turnRecords.empty()) return;
+      AgentSession& session = agent.sessions.emplace_back();
+      session.pid = processes[root].pid;
+      session.isWorker = isWorker;
+      subtrees.forEach({root}, [&](Node node) {
+        session.processes.push_back(processes[node].pid);
+        session.runsTool = session.runsTool || isTool(processes[node], *group.profile);
+      });
     };
-    agents.push_back({std::move(signal), cpuPercent, threshold, group.trustsCPU});
+    std::int64_t sessionCount = 0;
+    for (const Node root : group.roots) {
+      agent.ownCPUPercent += tree.cpuPercent(root);
+      if (ancestors.has(root)) continue;
+      ++sessionCount;
+      addSession(root, false);
+    }
+    for (const Node worker : group.workers) addSession(worker, true);
+    if (group.roots.empty()) {
+      agent.signal.appName = group.name;
+      continue;
+    }
+    const bool isBusy = group.trustsCPU && agent.cpuPercent >= threshold;
+    agent.signal = {
+        .strength = isBusy || group.isOneShot ? SignalStrength::strong : SignalStrength::presence,
+        .appName = group.name,
+        .reason = group.name + (group.isOneShot ? " works on a single prompt"
+                                : isBusy        ? " CPU is above the work threshold"
+                                                : " is running"),
+        .sessionCount = sessionCount,
+    };
   }
   return agents;
 }
 
 ActivitySignal ProcessDetector::detect(const std::vector<ProcessSnapshot>& processes,
                                        const GuardSettings& settings,
-                                       const std::optional<PowerSnapshot>& power) {
-  return strongest(detectPerApp(processes, settings, power));
+                                       const std::optional<PowerSnapshot>& power,
+                                       const AgentProfiles& profiles) {
+  return strongest(detectPerApp(processes, settings, power, profiles));
 }
 
 std::vector<ProcessSnapshot> ProcessDetector::liveSnapshot() {

@@ -7,8 +7,10 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
+#include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/ShellCommand.h"
 
@@ -29,30 +31,47 @@ struct ProcessSnapshot {
   friend bool operator==(const ProcessSnapshot&, const ProcessSnapshot&) = default;
 };
 
-/// One agent's processes: its signal, and what led to it.
-struct AgentProcesses {
-  ActivitySignal signal;        ///< strong when busy and trusted, else presence
-  double cpuPercent = 0;        ///< of the agent's processes and all that they started
-  double thresholdPercent = 0;  ///< of the profile in force
-  bool trustsCPU = false;       ///< whether CPU load means work for this agent
+/// An agent's process that no other agent's process started.
+struct AgentSession {
+  std::int32_t pid = 0;
+  std::vector<std::int32_t> processes = {};  ///< itself and all that it started
+  bool runsTool = false;                     ///< one of these is a tool
+  bool isWorker =
+      false;  ///< has outlived its agent: only a turn of its makes it more than a helper
 };
 
-/// Finds agents in the process table. Keeps nothing between calls, which may come from any thread
-/// that the runner allows. Throws nothing but what AgentResolver::onUnmatchedHostBundle does.
+/// One agent's processes: its signal, and what led to it.
+struct AgentProcesses {
+  /// Strong when busy and trusted, or a one-shot run; else presence, and none where nothing but
+  /// workers is left.
+  ActivitySignal signal = {};
+  double cpuPercent = 0;                    ///< of the agent's processes and all that they started
+  double thresholdPercent = 0;              ///< of the profile in force
+  bool trustsCPU = false;                   ///< whether CPU load means work for this agent
+  bool isOneShot = false;                   ///< a process of it answers one prompt and ends
+  double ownCPUPercent = 0;                 ///< of the agent's processes alone
+  std::vector<AgentSession> sessions = {};  ///< of an agent with turn records
+};
+
+/// Finds agents in the process table: those of the catalogue unless a host has others. Keeps
+/// nothing between calls, which may come from any thread that the runner allows. Throws nothing but
+/// what AgentResolver::onUnmatchedHostBundle does.
 class ProcessDetector {
  public:
   /// A time limit that holds for both listings even on a busy machine, in seconds; for the host.
   static constexpr double busyMacTimeout = 20;
 
   /// @param runner  the host's, outlives this
-  explicit ProcessDetector(CommandRunning& runner) : runner_(runner) {}
+  explicit ProcessDetector(CommandRunning& runner, AgentProfiles profiles = {})
+      : runner_(runner), profiles_(std::move(profiles)) {}
   ProcessDetector(const ProcessDetector&) = delete;
   ProcessDetector& operator=(const ProcessDetector&) = delete;
 
-  /// One signal for each agent that has a process, in the order of the first one's row: strong when
-  /// the agent's processes and all that they started use at least the CPU threshold of the profile
-  /// in force and its load means work, otherwise presence. Blocks while `ps` runs twice. A failed
-  /// first listing is logged and means no processes; a failed second one means no arguments.
+  /// One signal for each agent that has a process of its own, in the order of the first one's row:
+  /// strong when the agent's processes and all that they started use at least the CPU threshold of
+  /// the profile in force and its load means work, or one is a one-shot run; otherwise presence.
+  /// Blocks while `ps` runs twice. A failed first listing is logged and means no processes; a
+  /// failed second one means no arguments.
   /// @param settings  which agents, the user's own targets, the thresholds
   /// @param power     absent: the battery profile's threshold
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
@@ -67,14 +86,16 @@ class ProcessDetector {
   /// The same for processes already listed; runs nothing.
   static std::vector<ActivitySignal> detectPerApp(const std::vector<ProcessSnapshot>& processes,
                                                   const GuardSettings& settings,
-                                                  const std::optional<PowerSnapshot>& power);
+                                                  const std::optional<PowerSnapshot>& power,
+                                                  const AgentProfiles& profiles = {});
   static std::vector<AgentProcesses> inspect(const std::vector<ProcessSnapshot>& processes,
                                              const GuardSettings& settings,
-                                             const std::optional<PowerSnapshot>& power);
+                                             const std::optional<PowerSnapshot>& power,
+                                             const AgentProfiles& profiles = {});
   static ActivitySignal detect(const std::vector<ProcessSnapshot>& processes,
                                const GuardSettings& settings,
-                               const std::optional<PowerSnapshot>& power);
-
+                               const std::optional<PowerSnapshot>& power,
+                               const AgentProfiles& profiles = {});
   ///@}
 
   /// Lines of `ps -o pid=,ppid=,pcpu=,comm=`; those that do not parse are skipped.
@@ -87,6 +108,7 @@ class ProcessDetector {
   std::vector<ProcessSnapshot> liveSnapshot();
 
   CommandRunning& runner_;
+  const AgentProfiles profiles_;
 };
 
 }  // namespace wakelatch

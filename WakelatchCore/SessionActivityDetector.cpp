@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <string_view>
 
-#include "WakelatchCore/AgentCatalog.h"
-
 namespace wakelatch {
 namespace {
 
@@ -35,16 +33,26 @@ std::optional<ActivitySignal> SessionActivityDetector::signal(
                         .reason = appName + " session active (" + wholeSeconds(age) + "s ago)"};
 }
 
+std::vector<SessionActivity> SessionActivityDetector::inspect(const GuardSettings& settings,
+                                                              Timestamp now,
+                                                              double freshnessWindow) const {
+  std::vector<SessionActivity> active;
+  const AgentResolver resolver = profiles_.watched(settings);
+  for (const AgentProfile& profile : resolver.profiles()) {
+    if (profile.sessionActivityGlobs.empty()) continue;
+    const auto newest = probe_.newestModification(profile.sessionActivityGlobs);
+    auto found = signal(profile.displayName, newest, now, freshnessWindow);
+    if (found) active.push_back({std::move(*found), *newest});
+  }
+  return active;
+}
+
 std::vector<ActivitySignal> SessionActivityDetector::detectPerApp(const GuardSettings& settings,
                                                                   Timestamp now,
                                                                   double freshnessWindow) const {
   std::vector<ActivitySignal> signals;
-  const AgentResolver resolver = AgentResolver::make(settings);
-  for (const AgentProfile& profile : resolver.profiles()) {
-    if (profile.sessionActivityGlobs.empty()) continue;
-    const auto newest = probe_.newestModification(profile.sessionActivityGlobs);
-    const auto found = signal(profile.displayName, newest, now, freshnessWindow);
-    if (found) signals.push_back(*found);
+  for (SessionActivity& active : inspect(settings, now, freshnessWindow)) {
+    signals.push_back(std::move(active.signal));
   }
   return signals;
 }
@@ -52,7 +60,7 @@ std::vector<ActivitySignal> SessionActivityDetector::detectPerApp(const GuardSet
 std::map<std::string, std::int64_t> SessionActivityDetector::sessionCountsPerApp(
     const GuardSettings& settings, Timestamp now, double window) const {
   std::map<std::string, std::int64_t> counts;
-  const AgentResolver resolver = AgentResolver::make(settings);
+  const AgentResolver resolver = profiles_.watched(settings);
   for (const AgentProfile& profile : resolver.profiles()) {
     if (profile.sessionCountGlobs.empty()) continue;
     const auto files = probe_.sessionModifications(profile.sessionCountGlobs);

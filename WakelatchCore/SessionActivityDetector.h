@@ -5,14 +5,22 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Platform/Clock.h"
+#include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/FileActivityProbe.h"
 #include "WakelatchCore/Models.h"
 
 #pragma GCC visibility push(default)
 namespace wakelatch {
+
+/// An agent that has written to a session file lately.
+struct SessionActivity {
+  ActivitySignal signal;  ///< strong
+  Timestamp newest;       ///< when the newest of its files was changed
+};
 
 /// Judges agents by the modification times of their session files. Keeps nothing between calls;
 /// callable from any thread. Blocks as long as the probe does. Never fails: files that cannot be
@@ -23,7 +31,8 @@ class SessionActivityDetector {
   static constexpr double defaultSessionCountWindow = 300;  ///< seconds
 
   /// @param probe  belongs to the caller and must outlive the detector
-  explicit SessionActivityDetector(const FileActivityProbing& probe) : probe_(probe) {}
+  explicit SessionActivityDetector(const FileActivityProbing& probe, AgentProfiles profiles = {})
+      : probe_(probe), profiles_(std::move(profiles)) {}
   SessionActivityDetector(const SessionActivityDetector&) = delete;
   SessionActivityDetector& operator=(const SessionActivityDetector&) = delete;
 
@@ -31,6 +40,10 @@ class SessionActivityDetector {
   /// seconds old, in the order of the profiles.
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings, Timestamp now,
                                            double freshnessWindow) const;
+
+  /// The same signals with what led to them.
+  std::vector<SessionActivity> inspect(const GuardSettings& settings, Timestamp now,
+                                       double freshnessWindow) const;
 
   /// By display name, how many sessions of each watched agent were written to in the last `window`
   /// seconds. Agents whose sessions cannot be counted are absent. Files of the agents' own helpers
@@ -46,6 +59,7 @@ class SessionActivityDetector {
 
  private:
   const FileActivityProbing& probe_;
+  const AgentProfiles profiles_;
 };
 
 }  // namespace wakelatch

@@ -15,6 +15,7 @@
 #include "WakelatchCore/SessionActivityDetector.h"
 #include "WakelatchCore/ShellCommand.h"
 #include "WakelatchCore/SleepController.h"
+#include "WakelatchCore/TurnDetector.h"
 #include "WakelatchCore/UsageMetrics.h"
 
 /// @namespace wakelatch
