@@ -1,0 +1,58 @@
+// The agents that are looked for: the built-in ones, changed and added to by a file that comes with
+// the program, and by one of the user's own. Both are JSON: {"agents": [{"id": …, …}]}.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "WakelatchCore/AgentCatalog.h"
+
+namespace wakelatch::host {
+
+/// The agents, and where what is known of them comes from.
+struct Agents {
+  AgentProfiles profiles;
+  /// By AgentProfile::id and the name of a field: the file that it was last set by. What is not
+  /// here is built in.
+  std::map<std::string, std::map<std::string, std::string>> sources;
+};
+
+/// "agents.json" that is installed with the program, found from where the program lies.
+std::filesystem::path installedAgentsFile();
+
+/// The built-in agents with what the files say laid over them in their order. An entry names an
+/// agent by "id": of one that is known it gives the fields that differ, and of a new one at least
+/// "displayName"; what that leaves out follows from its "kind" as it does for the built-in ones. New
+/// agents are tried after the others. A file that does not exist is left out. Throws
+/// std::runtime_error naming the file, the place in it and what is wrong: a value of the wrong
+/// kind, a field that there is not, no id, or a display name that another agent has.
+Agents loadAgents(const std::vector<std::filesystem::path>& files);
+
+/// The installed file and the user's own, in that order.
+std::vector<std::filesystem::path> agentsFiles();
+
+/// Agents that follow their files while the program runs. Used from one thread.
+class LiveAgents {
+ public:
+  /// Loads the files; throws as loadAgents().
+  explicit LiveAgents(std::vector<std::filesystem::path> files);
+
+  const Agents& current() const { return agents_; }
+  /// Rises whenever the agents become others.
+  int version() const { return version_; }
+
+  /// Reads the files again if one has changed. What cannot be used leaves the agents as they were;
+  /// the message for the user is returned then, an empty text otherwise.
+  std::string refresh();
+
+ private:
+  const std::vector<std::filesystem::path> files_;
+  std::vector<std::string> texts_;  ///< of the files as they were used last
+  Agents agents_;
+  int version_ = 0;
+  std::string problem_;
+};
+
+}  // namespace wakelatch::host
