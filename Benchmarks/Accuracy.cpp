@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Host/AgentsFile.h"
 #include "Host/trace/Limits.h"
 #include "Host/trace/ScoreReport.h"
 #include "Host/trace/Scoring.h"
@@ -43,6 +44,8 @@ struct Replayed {
 
 Replayed replayAll(const fs::path& directory, double cpuFactor) {
   Replayed result;
+  // Not the catalogue of whoever runs this.
+  const AgentProfiles profiles = loadAgents({installedAgentsFile()}).profiles;
   // The defaults, but for somebody whose machine goes to sleep when the work has ended, whatever
   // its lid: each sleep that would have come in the midst of work is to be counted.
   GuardSettings settings;
@@ -51,10 +54,11 @@ Replayed replayAll(const fs::path& directory, double cpuFactor) {
     profile->sleepOnlyIfLidClosed = false;
   }
   for (const std::string& name : tracesIn(directory)) {
-    ScoredTrace trace = scoredTrace(directory / (name + traceEnd),
-                                    directory / (name + ".truth.jsonl"), {settings, cpuFactor, {}});
+    ScoredTrace trace =
+        scoredTrace(directory / (name + traceEnd), directory / (name + ".truth.jsonl"),
+                    {.settings = settings, .cpuFactor = cpuFactor, .profiles = profiles});
     trace.title = name;
-    const Score score = host::score(trace);
+    const Score score = host::score(trace, profiles);
     result.sum += score;
     result.figures[name] = score.all;
     result.traces.push_back(std::move(trace));

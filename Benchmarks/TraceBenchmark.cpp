@@ -89,7 +89,7 @@ int main() {
     Agent agent;
     ScriptedAccessibility none;
     Recorder writer({agent, none, agent, [] { return ThermalState::nominal; }}, {});
-    Observer observer(writer.sources());
+    Observer observer(writer.sources(), {});
     std::ofstream trace(file);
     trace << writer.header({}, platform::fromMilliseconds(1'700'000'000'000)) << '\n';
     for (; agent.tick < day; ++agent.tick) {

@@ -1,50 +1,62 @@
 #include "Host/Observer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "Host/UITextNotice.h"
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch::host {
 
-Observer::Observer(const Sources& sources, double textSeconds)
-    : power_(sources.tools),
+Observer::Detectors::Detectors(const Sources& sources, const FileActivityProbing& files,
+                               const AgentProfiles& profiles, double textSeconds)
+    : processes(sources.tools, profiles),
+      accessibility(sources.accessibility, ReadingBudget::within(textSeconds), profiles),
+      sessions(files, profiles),
+      turns(sources.turns, profiles),
+      activity(processes, accessibility, sessions, &turns, profiles) {}
+
+Observer::Observer(const Sources& sources, AgentProfiles profiles, double textSeconds)
+    : sources_(sources),
+      textSeconds_(textSeconds),
+      power_(sources.tools),
       lid_(sources.tools),
-      processes_(sources.tools),
-      accessibility_(sources.accessibility, ReadingBudget::within(textSeconds)),
-      files_(sources.files),
-      rememberedFiles_(files_),
-      sessions_(rememberedFiles_),
-      activity_(processes_, accessibility_, sessions_),
-      heat_(sources.heat) {}
+      rememberedFiles_(sources.files) {
+  lookFor(std::move(profiles));
+}
+
+void Observer::lookFor(AgentProfiles profiles) {
+  profiles_ = std::move(profiles);
+  detectors_ = std::make_unique<Detectors>(sources_, rememberedFiles_, profiles_, textSeconds_);
+}
 
 Observation Observer::look(const GuardSettings& settings, Timestamp now) {
   Observation seen;
   seen.at = now;
-  seen.thermalState = heat_();
+  seen.thermalState = sources_.heat();
   seen.power = power_.snapshot();
   seen.lidState = lid_.lidState();
-  seen.evidence = activity_.gather(settings, seen.power, now);
+  seen.evidence = detectors_->activity.gather(settings, seen.power, now);
   seen.strongest = ActivitySignal::none();
   for (const ActivitySignal& signal : seen.evidence.merged) {
     if (signal.strength > seen.strongest.strength) seen.strongest = signal;
   }
-  const AgentResolver resolver = AgentResolver::make(settings);
+  const AgentResolver resolver = profiles_.watched(settings);
   for (const AgentProfile& profile : resolver.profiles()) {
     const auto newest = rememberedFiles_.lastNewest(profile.sessionActivityGlobs);
     KnownAgent& agent =
         seen.agents.try_emplace(profile.displayName, KnownAgent{profile.id}).first->second;
     if (newest) agent.sessionFileAge = std::max(0.0, secondsBetween(*newest, now));
   }
-  seen.uiTextNotice = uiTextNotice(accessibility_, settings);
+  seen.uiTextNotice = uiTextNotice(detectors_->accessibility, settings, profiles_);
   return seen;
 }
 
 std::optional<std::int64_t> Observer::sessionFileAge(const std::string& agentName,
                                                      Timestamp at) const {
-  for (const AgentProfile& profile : AgentCatalog::builtin()) {
+  for (const AgentProfile& profile : profiles_.all()) {
     if (profile.displayName != agentName || profile.sessionActivityGlobs.empty()) continue;
-    const auto newest = files_.newestModification(profile.sessionActivityGlobs);
+    const auto newest = sources_.files.newestModification(profile.sessionActivityGlobs);
     if (!newest) return std::nullopt;
     return static_cast<std::int64_t>(std::max(0.0, secondsBetween(*newest, at)));
   }

@@ -1,8 +1,8 @@
 // One look at the machine: everything that a decision needs to know.
 #pragma once
 
-#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -15,6 +15,7 @@
 #include "WakelatchCore/PowerMonitor.h"
 #include "WakelatchCore/ProcessDetector.h"
 #include "WakelatchCore/SessionActivityDetector.h"
+#include "WakelatchCore/TurnDetector.h"
 
 namespace wakelatch::host {
 
@@ -36,13 +37,16 @@ struct Observation {
   std::optional<std::string> uiTextNotice;  ///< why UI text is not among the evidence
 };
 
-/// Owns the detectors. Used from the main thread; a look blocks as long as the tools and file walks
-/// take.
+/// Owns the detectors, that of turn records among them. Used from the main thread; a look blocks as
+/// long as the tools and file walks take.
 class Observer {
  public:
   /// @param sources  owned by the caller
   /// @param textSeconds  what reading UI text may take in a look: half the time between two
-  explicit Observer(const Sources& sources, double textSeconds = 1);
+  Observer(const Sources& sources, AgentProfiles profiles, double textSeconds = 1);
+
+  /// From now on looks for these agents. What was remembered of the others is forgotten.
+  void lookFor(AgentProfiles profiles);
 
   Observation look(const GuardSettings& settings, Timestamp now);
 
@@ -51,15 +55,25 @@ class Observer {
   std::optional<std::int64_t> sessionFileAge(const std::string& agentName, Timestamp at) const;
 
  private:
+  /// All that know which agents there are.
+  struct Detectors {
+    ProcessDetector processes;
+    AccessibilityDetector accessibility;
+    SessionActivityDetector sessions;
+    TurnDetector turns;
+    ActivityDetector activity;
+
+    Detectors(const Sources& sources, const FileActivityProbing& files,
+              const AgentProfiles& profiles, double textSeconds);
+  };
+
+  const Sources sources_;
+  const double textSeconds_;
+  AgentProfiles profiles_;
   PowerMonitor power_;
   LidStateDetector lid_;
-  ProcessDetector processes_;
-  AccessibilityDetector accessibility_;
-  const FileActivityProbing& files_;
   RememberedFiles rememberedFiles_;
-  SessionActivityDetector sessions_;
-  ActivityDetector activity_;
-  const std::function<ThermalState()> heat_;
+  std::unique_ptr<Detectors> detectors_;
 };
 
 }  // namespace wakelatch::host

@@ -4,6 +4,7 @@
 #include <thread>
 #include <utility>
 
+#include "Host/AgentsFile.h"
 #include "Host/Folder.h"
 #include "Host/SettingsFile.h"
 #include "Host/SystemTools.h"
@@ -41,11 +42,12 @@ WatchState stateAfter(const OneTick& tick, const AgentStateMachine::Memory& memo
 }
 
 OneTick tickOnce(std::optional<AppMode> mode, const std::string& agent, Tools& tools) {
-  const GuardSettings settings = onlyAgent(loadSettings(settingsFile()), agent);
+  const AgentProfiles profiles = loadAgents(agentsFiles()).profiles;
+  const GuardSettings settings = onlyAgent(loadSettings(settingsFile()), agent, profiles);
   const bool isWatchRunning = runningWatch().has_value();
   const auto watch = runningWatchState();
   const MachineSources machine(tools.runner());
-  Observer observer(machine.sources());
+  Observer observer(machine.sources(), profiles);
   Observation seen = observer.look(settings, platform::now());
   if (!seen.evidence.process.empty() && loadSampleSeconds() > 0) {
     std::this_thread::sleep_for(std::chrono::duration<double>(loadSampleSeconds()));

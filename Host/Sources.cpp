@@ -7,7 +7,8 @@ namespace wakelatch::host {
 
 MachineSources::MachineSources(CommandRunning& tools)
     : files_(platform::homeDirectory(), sessionFileDepth),
-      sources_{tools, platform::systemAccessibility(), files_, [] {
+      turns_(files_),
+      sources_{tools, platform::systemAccessibility(), files_, turns_, [] {
                  serviceSystemEvents();
                  return thermalState();
                }} {}

@@ -7,6 +7,7 @@
 #include "WakelatchCore/FileActivityProbe.h"
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/ShellCommand.h"
+#include "WakelatchCore/TurnRecords.h"
 
 namespace wakelatch::host {
 
@@ -15,6 +16,7 @@ struct Sources {
   CommandRunning& tools;
   platform::Accessibility& accessibility;
   const FileActivityProbing& files;
+  TurnReading& turns;
   std::function<ThermalState()> heat;  ///< asked first in a look
 };
 
@@ -33,6 +35,7 @@ class MachineSources {
 
  private:
   FileActivityProbe files_;
+  TurnReader turns_;
   Sources sources_;
 };
 

@@ -30,7 +30,26 @@ std::string load(const AgentProcesses& agent) {
   return std::string(text) + (agent.trustsCPU ? "" : " (says nothing for this agent)");
 }
 
-constexpr const char* unseen = " (its process was not seen for 90 s)";
+/// Why evidence of an agent is not believed.
+std::string whyNot(const Observation& seen, const ActivitySignal& signal) {
+  const auto& turns = seen.evidence.turns;
+  const bool isRecorded = std::any_of(turns.begin(), turns.end(), [&](const AgentTurns& turn) {
+    return turn.appName == signal.appName && turn.state;
+  });
+  return isRecorded ? " (its own record says that it is in no turn)"
+                    : " (its process is not there)";
+}
+
+/// "in a turn, for 31 s".
+std::string describe(const AgentTurns& turns, double age) {
+  const char* state = turns.state == TurnState::working   ? "in a turn"
+                      : turns.state == TurnState::waiting ? "waits for you"
+                                                          : "in no turn";
+  char text[64];
+  std::snprintf(text, sizeof text, ", for %.0f s", age);
+  return std::string(state) + text +
+         (turns.tellsOfEverySession ? "" : "; other sessions have no record");
+}
 
 /// What is known of the agent that a signal is about, or null.
 const KnownAgent* knownAgent(const Observation& seen, const ActivitySignal& signal) {
@@ -53,18 +72,26 @@ std::vector<AgentEvidence> evidencePerAgent(const Observation& seen) {
       for (const ActivitySignal& signal : isBelieved ? findings.kept : findings.dropped) {
         AgentEvidence& entry = at(signal);
         (isBelieved ? entry.seen : entry.notBelieved)
-            .push_back(source + describe(signal) + (isBelieved ? "" : unseen));
+            .push_back(source + describe(signal) + (isBelieved ? "" : whyNot(seen, signal)));
         addFigures(entry, signal, isBelieved);
       }
     }
   };
   for (const AgentProcesses& agent : seen.evidence.process) {
+    if (agent.signal.strength == SignalStrength::none) continue;
     AgentEvidence& entry = at(agent.signal);
     entry.seen.push_back("process: " + describe(agent.signal) + ", CPU " + load(agent));
     if (!std::isfinite(agent.cpuPercent))
       continue;  // a sum of absurd loads, which JSON cannot hold
     entry.process = {agent.cpuPercent, agent.thresholdPercent, agent.trustsCPU,
                      agent.signal.sessionCount};
+  }
+  for (const AgentTurns& turns : seen.evidence.turns) {
+    if (!turns.state) continue;
+    AgentEvidence& entry = at({.appName = turns.appName});
+    const double age = std::max(0.0, secondsBetween(turns.since, seen.at));
+    entry.seen.push_back("turn record: " + describe(turns, age));
+    entry.turn = {*turns.state, age, turns.tellsOfEverySession};
   }
   addAll("UI text: ", seen.evidence.accessibility,
          [](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {

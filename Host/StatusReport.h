@@ -36,6 +36,13 @@ struct SessionFileEvidence {
   bool isBelieved = false;
 };
 
+/// The agent's own record of its turns.
+struct TurnEvidence {
+  TurnState state = TurnState::idle;
+  double ageSeconds = 0;             ///< since it first told this
+  bool tellsOfEverySession = false;  ///< otherwise the rest of the evidence counts beside it
+};
+
 /// Where one agent's evidence came from, and what was seen but not believed; of each kind that
 /// there is the figures too.
 struct AgentEvidence {
@@ -46,6 +53,7 @@ struct AgentEvidence {
   std::optional<ProcessEvidence> process;
   std::optional<UITextEvidence> uiText;
   std::optional<SessionFileEvidence> sessionFile;
+  std::optional<TurnEvidence> turn = {};
 };
 
 /// A merged signal as it is reported.
@@ -138,6 +146,12 @@ template <>
 inline constexpr auto jsonFields<host::AgentSignal> = std::tuple_cat(
     jsonFields<ActivitySignal>, std::tuple{optional("agentID", &host::AgentSignal::agentID)});
 template <>
+inline constexpr auto jsonFields<host::TurnEvidence> = std::tuple{
+    required("state", &host::TurnEvidence::state),
+    required("ageSeconds", &host::TurnEvidence::ageSeconds),
+    required("tellsOfEverySession", &host::TurnEvidence::tellsOfEverySession),
+};
+template <>
 inline constexpr auto jsonFields<host::AgentEvidence> = std::tuple{
     required("agent", &host::AgentEvidence::agent),
     optional("id", &host::AgentEvidence::id),
@@ -146,6 +160,7 @@ inline constexpr auto jsonFields<host::AgentEvidence> = std::tuple{
     optional("process", &host::AgentEvidence::process),
     optional("uiText", &host::AgentEvidence::uiText),
     optional("sessionFile", &host::AgentEvidence::sessionFile),
+    optional("turn", &host::AgentEvidence::turn),
 };
 template <>
 inline constexpr auto jsonFields<host::StatusReport> = std::tuple{

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "Host/Actor.h"
+#include "Host/AgentsFile.h"
 #include "Host/Commands.h"
 #include "Host/FirstRun.h"
 #include "Host/Folder.h"
@@ -122,10 +123,11 @@ class Watch {
       : options_(options),
         lock_(lock),
         tools_(tools),
-        settings_(settingsFile(), options.agent),
+        agents_(agentsFiles()),
+        settings_(settingsFile(), options.agent, agents_.current().profiles),
         machine_(tools.runner()),
         recorder_(makeRecorder()),
-        observer_(recorder_ ? recorder_->sources() : machine_.sources(),
+        observer_(recorder_ ? recorder_->sources() : machine_.sources(), agents_.current().profiles,
                   options.intervalSeconds / 2),
         reports_(options.json),
         teller_(options.output(), [this] { pause_.endWatch(); }) {
@@ -181,6 +183,7 @@ class Watch {
         Recorder::Options{.intervalSeconds = options_.intervalSeconds,
                           .mode = options_.mode,
                           .pid = options_.dryRun ? std::nullopt : std::optional(::getpid()),
+                          .profiles = agents_.current().profiles,
                           .keepsAllProcesses = options_.recordsAllProcesses});
   }
 
@@ -188,9 +191,11 @@ class Watch {
     const Timestamp now =
         platform::fromMilliseconds(platform::millisecondsSince1970(platform::now()));
     if (lock_ != nullptr) notifier_.problem("lock", lock_->keep());
-    notifier_.problem("settings", settings_.refresh());
+    followAgents();
+    notifier_.problem("settings", settings_.refresh(agents_.current().profiles));
     const GuardSettings& settings = settings_.current();
     Observation seen = observer_.look(settings, now);
+    tellGivenUp(seen);
     if (pause_.isWatchOver()) return;  // what was looked at last may have been called off
     const Held held = hands_ ? hands_->actor.held() : Held{};
     OneTick decided =
@@ -208,6 +213,25 @@ class Watch {
     if (isLastTold_) return;
     tell(decided);
     if (trace_ && trace_->isOpen()) record(decided, held);
+  }
+
+  void followAgents() {
+    const int version = agents_.version();
+    notifier_.problem("agents", agents_.refresh());
+    if (agents_.version() == version) return;
+    observer_.lookFor(agents_.current().profiles);
+    if (recorder_) recorder_->follow(agents_.current().profiles);
+  }
+
+  void tellGivenUp(const Observation& seen) {
+    for (const AgentTurns& turns : seen.evidence.turns) {
+      if (!turns.hasGivenUp) continue;
+      const std::string text =
+          turns.appName + " is in a turn that has shown no other sign of life for two hours; it " +
+          "no longer keeps this machine awake";
+      notifier_.tell(text);
+      if (hands_) FileLogger::shared().log(text);
+    }
   }
 
   void record(const OneTick& tick, const Held& held) {
@@ -354,6 +378,7 @@ class Watch {
   const WatchOptions& options_;
   InstanceLock* const lock_;
   Tools& tools_;
+  LiveAgents agents_;
   LiveSettings settings_;
   MachineSources machine_;
   std::unique_ptr<Recorder> recorder_;  ///< null unless asked for
@@ -394,7 +419,8 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
   }
   platform::Descriptor traceFile;
   if (!options.recordFile.empty()) {
-    loadSettings(settingsFile());  // throws before an empty file is left behind
+    loadAgents(agentsFiles());  // throws before an empty file is left behind
+    loadSettings(settingsFile());
     // Before the watch takes over the signals: Ctrl-C still ends the wait for a disk that hangs.
     traceFile = TraceFile::create(options.recordFile);
   }

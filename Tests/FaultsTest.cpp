@@ -54,7 +54,7 @@ TEST(Faults, NoToolKeepsTheHostFromDeciding) {
       const std::size_t start = contentOf(log).size();
 
       const Observation seen =
-          Observer(MachineSources(machine).sources()).look({}, platform::now());
+          Observer(MachineSources(machine).sources(), {}).look({}, platform::now());
       const auto decision =
           AgentStateMachine().evaluate(AppMode::manualKeepAwake, {}, seen.power, seen.lidState,
                                        seen.strongest, false, seen.thermalState, seen.at);

@@ -14,6 +14,7 @@
 
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
+#include "Tests/TemporaryFolder.h"
 
 namespace wakelatch::host {
 
@@ -54,11 +55,6 @@ inline bool eventually(const std::function<bool()>& condition, double seconds = 
 
 inline std::string contentOf(const std::filesystem::path& file) {
   return std::filesystem::exists(file) ? platform::readFile(file) : std::string();
-}
-
-inline void writeFile(const std::filesystem::path& file, const std::string& content) {
-  std::filesystem::create_directories(file.parent_path());
-  std::ofstream(file) << content;
 }
 
 /// An executable shell script.

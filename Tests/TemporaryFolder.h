@@ -5,11 +5,17 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
 namespace wakelatch {
+
+inline void writeFile(const std::filesystem::path& file, const std::string& content) {
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file) << content;
+}
 
 class TemporaryFolder {
  public:

@@ -131,7 +131,7 @@ TEST(Trace, AReplayDecidesWhatWasDecided) {
     ::setenv("HOME", "/home/me", 1);  // whose name is not to be told
     RandomMachine machine(keepsAll ? 7 : 8);
     Recorder recorder(machine.sources(), {.pid = 4711, .keepsAllProcesses = keepsAll});
-    Observer observer(recorder.sources());
+    Observer observer(recorder.sources(), {});
     AgentStateMachine stateMachine;
     TickReports reports(true);
     GuardSettings settings;

@@ -54,17 +54,12 @@ const AgentProfile* profileNamed(const AgentResolver& resolver, const std::strin
 
 /// What an agent's turns are worth as a signal; nothing when it has none.
 std::optional<ActivitySignal> signalOf(const AgentTurns& turns) {
-  if (turns.state == TurnState::working) {
-    return ActivitySignal{.strength = SignalStrength::strong,
-                          .appName = turns.appName,
-                          .reason = turns.appName + " is in a turn"};
-  }
-  if (turns.state == TurnState::waiting) {
-    return ActivitySignal{.strength = SignalStrength::presence,
-                          .appName = turns.appName,
-                          .reason = turns.appName + " waits for you"};
-  }
-  return std::nullopt;
+  std::string reason = turns.reason();
+  if (reason.empty()) return std::nullopt;
+  return ActivitySignal{.strength = turns.state == TurnState::working ? SignalStrength::strong
+                                                                      : SignalStrength::presence,
+                        .appName = turns.appName,
+                        .reason = std::move(reason)};
 }
 
 template <class Map>

@@ -15,6 +15,12 @@ constexpr double longestTick = 10;  // seconds
 
 }  // namespace
 
+std::string AgentTurns::reason() const {
+  if (state == TurnState::working) return appName + " is in a turn";
+  if (state == TurnState::waiting) return appName + " waits for you";
+  return {};
+}
+
 std::vector<AgentTurns> TurnDetector::detect(const GuardSettings& settings,
                                              const std::vector<AgentProcesses>& processes,
                                              Timestamp now) {

@@ -57,6 +57,8 @@ struct TurnRecordFormat {
   bool isNamedByFolder = false;
   /// The field that holds the id of the process, where there is one.
   std::optional<std::string> processIDField = {};
+  /// The field that tells when this was written, in ISO 8601; otherwise the file's time does.
+  std::optional<std::string> timeField = {};
   /// Of a database: gives a row for each session, of its name, the state and the milliseconds since
   /// 1970 at which that was written. What is older than `:since`, as many, may be left out.
   std::optional<std::string> query = {};

@@ -86,6 +86,11 @@ std::optional<TurnRecord> told(const TurnRecordFormat& format, const JsonValue& 
     forEachValue(value, *format.processIDField,
                  [&](std::string_view text) { record.pid = platform::parseInt32(text); });
   }
+  if (format.timeField) {
+    forEachValue(value, *format.timeField, [&](std::string_view text) {
+      if (const auto time = platform::parseIso8601Fraction(text)) record.writtenAt = *time;
+    });
+  }
   return record;
 }
 
@@ -166,12 +171,12 @@ std::vector<TurnRecord> TurnReader::records(const TurnRecordFormat& format, Time
     }
     File& file = known_[path];
     refresh(format, path, file);
-    if (file.changedAt < since) continue;
     for (TurnRecord record : file.told) {
       if (record.session.empty()) {
         record.session = format.isNamedByFolder ? folderName(path) : path;
       }
-      record.writtenAt = file.changedAt;
+      if (record.writtenAt == Timestamp()) record.writtenAt = file.changedAt;
+      if (record.writtenAt < since) continue;
       records.push_back(std::move(record));
     }
   }

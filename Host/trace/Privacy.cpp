@@ -7,6 +7,7 @@
 
 #include "Platform/Text.h"
 #include "WakelatchCore/AgentAppName.h"
+#include "WakelatchCore/AgentCommandLine.h"
 
 namespace wakelatch::host {
 namespace {
@@ -17,8 +18,8 @@ bool isOneOf(std::string_view word, const auto& list) {
   return std::find(std::begin(list), std::end(list), word) != std::end(list);
 }
 
-/// A word that tells how an agent runs: once, or for another program.
-bool isMeaningful(std::string_view word) {
+/// A word that may tell how an agent runs: once, or for another program.
+bool isCommonWord(std::string_view word) {
   constexpr std::string_view words[] = {
       "exec",   "e",    "run", "resume", "app-server", "exec-server",    "server",      "serve",
       "daemon", "mcp",  "acp", "rpc",    "lsp",        "stdio",          "stream-json", "headless",
@@ -87,6 +88,13 @@ Privacy::Privacy(AgentResolver agents, std::vector<std::string> targets, std::st
     for (const std::string& marker : profile.cliPathMarkers) {
       markers_.push_back(platform::lowercased(marker));
     }
+    for (const auto* arguments : {&profile.oneShotArguments, &profile.serverArguments,
+                                  &profile.helperArguments, &profile.workerArguments}) {
+      for (const std::string& argument : *arguments) {
+        for (const std::string_view word : wordsOf(argument)) words_.emplace(word);
+      }
+    }
+    toolMarkers_.insert(toolMarkers_.end(), profile.toolMarkers.begin(), profile.toolMarkers.end());
   }
 }
 
@@ -129,6 +137,7 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
   const std::string_view program = lastPiece(process.command);
   bool isProgramDue = AgentResolver::isInterpreter(program);
   bool isFirst = true;
+  int omitted = 0;                // at a stretch
   std::string_view optionBefore;  // this word may be its value
   std::string result;
   for (const std::string_view word : wordsOf(process.arguments)) {
@@ -140,7 +149,10 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
         kept = withoutFolders(word);
       }
     } else if (!option.empty()) {
-      kept = option;
+      // Of "--format=json" the value too.
+      const bool isTold =
+          word.find('=') == option.size() && isMeaningful(word.substr(option.size() + 1));
+      kept = isTold ? word : option;
     } else if (isProgramDue && optionBefore.empty()) {
       kept = withoutFolders(word);
       isProgramDue = false;
@@ -159,7 +171,9 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
     }
     optionBefore = option == word ? option : std::string_view();
     if (kept.empty()) kept = omission;
-    if (kept != omission || !result.ends_with(omission)) {
+    // So many that the reader of a command line stops where it would have stopped before.
+    omitted = kept == omission ? omitted + 1 : 0;
+    if (omitted <= 3) {
       result.append(isFirst ? "" : " ").append(kept);
     }
     isFirst = false;
@@ -171,8 +185,11 @@ void Privacy::reduceOther(ProcessSnapshot& process) const {
   // The name alone might be an agent's, where the path says that it is none.
   for (const std::string& command :
        {process.displayName(), withoutFolders(process.command), process.command}) {
-    const ProcessSnapshot candidate{
-        process.pid, process.parentPID, process.cpuPercent, command, {}};
+    const auto tool = std::find_if(
+        toolMarkers_.begin(), toolMarkers_.end(),
+        [&](const std::string& marker) { return process.arguments.find(marker) != marker.npos; });
+    const ProcessSnapshot candidate{process.pid, process.parentPID, process.cpuPercent, command,
+                                    tool == toolMarkers_.end() ? "" : command + " " + *tool};
     if (!isRecognisedAlike(candidate, process)) continue;
     process = candidate;
     return;
@@ -194,6 +211,10 @@ std::string Privacy::withoutFolders(std::string_view word) const {
     if (isKept || !isOmitted) result.append(isKept ? piece : omission).append("/");
     isOmitted = !isKept;
   }
+}
+
+bool Privacy::isMeaningful(std::string_view word) const {
+  return isCommonWord(word) || words_.contains(word);
 }
 
 bool Privacy::isNamedAsAgent(std::string_view word) const {
@@ -222,8 +243,12 @@ std::optional<std::size_t> Privacy::targetOf(const ProcessSnapshot& process) con
 
 bool Privacy::isRecognisedAlike(const ProcessSnapshot& a, const ProcessSnapshot& b) const {
   const auto* profile = agents_.profileForCommand(a.command, a.arguments);
-  return profile == agents_.profileForCommand(b.command, b.arguments) &&
-         (profile != nullptr || targetOf(a) == targetOf(b));
+  if (profile != agents_.profileForCommand(b.command, b.arguments)) return false;
+  if (profile == nullptr) return targetOf(a) == targetOf(b);
+  const AgentCommandLine one(a.command, a.arguments), other(b.command, b.arguments);
+  return one.runOf(*profile) == other.runOf(*profile) &&
+         one.hasOneOf(profile->helperArguments) == other.hasOneOf(profile->helperArguments) &&
+         one.hasOneOf(profile->workerArguments) == other.hasOneOf(profile->workerArguments);
 }
 
 }  // namespace wakelatch::host

@@ -33,7 +33,7 @@ class Privacy {
   /// interpreter runs, names of options, words that make a run a single one or a server, and what
   /// recognition needs besides. "…" stands for the rest, and for folders that people name.
   void reduceAgent(ProcessSnapshot& process) const;
-  /// Any other process: the name of its program alone.
+  /// Any other process: the name of its program, and what shows that it is an agent's tool.
   void reduceOther(ProcessSnapshot& process) const;
 
  private:
@@ -43,6 +43,7 @@ class Privacy {
   ProcessSnapshot reduced(const ProcessSnapshot& process, Detail detail) const;
   std::string reducedArguments(const ProcessSnapshot& process, Detail detail) const;
   std::string withoutFolders(std::string_view path) const;
+  bool isMeaningful(std::string_view word) const;
   bool isNamedAsAgent(std::string_view word) const;
   std::optional<std::string_view> markerIn(std::string_view word) const;
   std::optional<std::size_t> targetOf(const ProcessSnapshot& process) const;
@@ -51,8 +52,10 @@ class Privacy {
   AgentResolver agents_;
   std::vector<std::string> targets_;
   std::string home_;
-  std::set<std::string> names_;       ///< of agents' programs, lower case
-  std::vector<std::string> markers_;  ///< of agents' paths, lower case
+  std::set<std::string> names_;               ///< of agents' programs, lower case
+  std::vector<std::string> markers_;          ///< of agents' paths, lower case
+  std::set<std::string, std::less<>> words_;  ///< of command lines, that tell how an agent runs
+  std::vector<std::string> toolMarkers_;
 };
 
 }  // namespace wakelatch::host

@@ -77,6 +77,22 @@ ModificationsByPath Recorder::Files::sessionModifications(
   return files;
 }
 
+std::vector<TurnRecord> Recorder::Turns::records(const TurnRecordFormat& format, Timestamp since) {
+  return told[traceKey(format.globs)] = machine_.records(format, since);
+}
+
+std::optional<Timestamp> Recorder::Turns::processStart(std::int32_t pid) {
+  const auto start = machine_.processStart(pid);
+  if (start) started[std::to_string(pid)] = *start;
+  return start;
+}
+
+bool Recorder::Turns::isConnected(std::int32_t pid) {
+  const bool is = machine_.isConnected(pid);
+  if (is) connected.push_back(pid);
+  return is;
+}
+
 std::vector<platform::RunningApplication> Recorder::Screen::runningApplications() {
   texts.clear();
   return running = machine_.runningApplications();
@@ -100,10 +116,12 @@ platform::Accessibility::Value Recorder::Screen::attribute(const Element& elemen
 
 Recorder::Recorder(const Sources& machine, Options options)
     : options_(options),
+      profiles_(options.profiles),
       tools_(machine.tools),
       files_(machine.files),
+      turns_(machine.turns),
       screen_(machine.accessibility),
-      sources_{tools_, screen_, files_, machine.heat} {}
+      sources_{tools_, screen_, files_, turns_, machine.heat} {}
 
 std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
   TraceHeader header;
@@ -114,7 +132,7 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
   header.mode = options_.mode;
   header.pid = options_.pid;
   header.settings = settings;
-  header.catalogue = AgentCatalog::builtin();
+  header.catalogue = profiles_.all();
   if (!options_.keepsAllProcesses) {
     header.leftOut = {
         "processes that belong to no watched agent, to none's tree and to none's ancestors",
@@ -130,9 +148,14 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
   return encode(header, traceDates);
 }
 
+void Recorder::follow(AgentProfiles profiles) {
+  profiles_ = std::move(profiles);
+  follow(GuardSettings(*settings_));
+}
+
 void Recorder::follow(const GuardSettings& settings) {
   settings_ = settings;
-  const AgentResolver agents = AgentResolver::make(settings);
+  const AgentResolver agents = profiles_.watched(settings);
   privacy_.emplace(agents, settings.targetApps, platform::homeDirectory().string());
   for (auto& entry : rows_) {
     Row& row = entry.second;
@@ -170,6 +193,7 @@ std::string Recorder::tick(const Observation& seen, const GuardSettings& setting
   tell(tick.heat, heat_, seen.thermalState);
   tellProcesses(tick);
   tellFiles(tick, seen.at);
+  tellTurns(tick);
   tellScreen(tick);
   return encode(tick, traceDates);
 }
@@ -317,6 +341,36 @@ TraceTimes Recorder::tellSessions(std::map<std::string, SessionFile>& told,
     }
   }
   return changed;
+}
+
+void Recorder::tellTurns(TraceTick& tick) {
+  std::map<std::string, std::map<std::string, TraceTurn>> changed;
+  for (const auto& [key, records] : turns_.told) {
+    std::map<std::string, TraceTurn> now;
+    for (const TurnRecord& record : records) {
+      // Of one session in all files: its records are weighed together.
+      std::string& name = turnNames_[record.session];
+      if (name.empty()) name = "t" + std::to_string(turnNames_.size());
+      now[name] = {record.state, record.writtenAt, record.pid};
+    }
+    std::map<std::string, TraceTurn>& told = turnsTold_[key];
+    for (const auto& [name, turn] : now) {
+      const auto known = told.find(name);
+      if (known == told.end() || known->second != turn) changed[key][name] = turn;
+    }
+    for (const auto& [name, turn] : told) {
+      if (!now.contains(name)) changed[key][name] = {};
+    }
+    told = std::move(now);
+  }
+  tick.turns = unlessEmpty(std::move(changed));
+  std::map<std::string, Timestamp> started;
+  for (const auto& [pid, time] : turns_.started) {
+    if (std::exchange(startedTold_[pid], time) != time) started[pid] = time;
+  }
+  turns_.started.clear();
+  tick.started = unlessEmpty(std::move(started));
+  tell(tick.connected, connectedTold_, std::exchange(turns_.connected, {}));
 }
 
 void Recorder::tellScreen(TraceTick& tick) {

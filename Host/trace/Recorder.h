@@ -27,6 +27,7 @@ class Recorder {
     double intervalSeconds = 2;
     AppMode mode = AppMode::watchAgentUI;
     std::optional<std::int64_t> pid;  ///< of the watch; absent for a dry run
+    AgentProfiles profiles = {};      ///< that are looked for
     bool keepsAllProcesses = false;   ///< with all their arguments
   };
 
@@ -40,6 +41,8 @@ class Recorder {
 
   /// The first line of a trace that begins now, without line end. Before the first tick().
   std::string header(const GuardSettings& settings, Timestamp now);
+  /// From now on these agents are looked for. After header().
+  void follow(AgentProfiles profiles);
   /// The line of a tick, from what was seen since the one before.
   std::string tick(const Observation& seen, const GuardSettings& settings, const Held& held);
 
@@ -71,6 +74,21 @@ class Recorder {
 
    private:
     const FileActivityProbing& machine_;
+  };
+
+  /// Keeps what was told of turns.
+  class Turns : public TurnReading {
+   public:
+    explicit Turns(TurnReading& machine) : machine_(machine) {}
+    std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) override;
+    std::optional<Timestamp> processStart(std::int32_t pid) override;
+    bool isConnected(std::int32_t pid) override;
+    std::map<std::string, std::vector<TurnRecord>> told;  ///< by traceKey()
+    std::map<std::string, Timestamp> started;             ///< by pid
+    std::vector<std::int64_t> connected;                  ///< in this tick
+
+   private:
+    TurnReading& machine_;
   };
 
   /// Keeps the texts of the applications that are read.
@@ -115,11 +133,14 @@ class Recorder {
   void tellFiles(TraceTick& tick, Timestamp now);
   TraceTimes tellSessions(std::map<std::string, SessionFile>& told,
                           const ModificationsByPath& files, Timestamp now);
+  void tellTurns(TraceTick& tick);
   void tellScreen(TraceTick& tick);
 
   const Options options_;
+  AgentProfiles profiles_;
   Tools tools_;
   Files files_;
+  Turns turns_;
   Screen screen_;
   const Sources sources_;
 
@@ -137,6 +158,10 @@ class Recorder {
   std::vector<std::int64_t> order_;
   std::map<std::string, Timestamp> newest_;
   std::map<std::string, std::map<std::string, SessionFile>> sessions_;  ///< by path
+  std::map<std::string, std::map<std::string, TraceTurn>> turnsTold_;
+  std::map<std::string, std::string> turnNames_;  ///< by session
+  std::map<std::string, Timestamp> startedTold_;
+  std::vector<std::int64_t> connectedTold_;
   std::size_t sessionCount_ = 0;
   std::optional<TraceScreen> screenTold_;
 };

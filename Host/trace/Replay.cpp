@@ -31,7 +31,8 @@ std::ifstream opened(const std::filesystem::path& file) {
 
 // --------------------------------------------------------------------------- the machine's part
 
-RecordedMachine::RecordedMachine() : sources_{tools_, screen_, files_, [this] { return heat_; }} {}
+RecordedMachine::RecordedMachine()
+    : sources_{tools_, screen_, files_, turns_, [this] { return heat_; }} {}
 
 CommandResult RecordedMachine::Tools::run(const ShellCommand& command) {
   const std::string& last = command.arguments.back();
@@ -52,6 +53,28 @@ ModificationsByPath RecordedMachine::Files::sessionModifications(
     const std::vector<std::string>& patterns) const {
   const auto found = sessions.find(traceKey(patterns));
   return found == sessions.end() ? ModificationsByPath() : found->second;
+}
+
+std::vector<TurnRecord> RecordedMachine::Turns::records(const TurnRecordFormat& format,
+                                                        Timestamp since) {
+  std::vector<TurnRecord> records;
+  const auto found = told.find(traceKey(format.globs));
+  if (found == told.end()) return records;
+  for (const auto& [name, turn] : found->second) {
+    if (turn.at < since) continue;
+    records.push_back({name, turn.state, turn.at, std::nullopt});
+    if (turn.pid) records.back().pid = static_cast<std::int32_t>(*turn.pid);
+  }
+  return records;
+}
+
+std::optional<Timestamp> RecordedMachine::Turns::processStart(std::int32_t pid) {
+  const auto found = started.find(pid);
+  return found == started.end() ? std::nullopt : std::optional(found->second);
+}
+
+bool RecordedMachine::Turns::isConnected(std::int32_t pid) {
+  return std::find(connected.begin(), connected.end(), pid) != connected.end();
 }
 
 std::vector<platform::RunningApplication> RecordedMachine::Screen::runningApplications() {
@@ -108,6 +131,19 @@ void RecordedMachine::apply(const TraceTick& tick, double cpuFactor) {
     }
   }
 
+  if (tick.turns) {
+    for (const auto& [key, turns] : *tick.turns) {
+      for (const auto& [name, turn] : turns) {
+        if (timeOf(turn.at)) {
+          turns_.told[key][name] = turn;
+        } else {
+          turns_.told[key].erase(name);
+        }
+      }
+    }
+  }
+  if (tick.connected) turns_.connected = *tick.connected;
+
   if (tick.gone) {
     for (const std::int64_t pid : *tick.gone) processes_.erase(static_cast<std::int32_t>(pid));
   }
@@ -123,6 +159,9 @@ void RecordedMachine::apply(const TraceTick& tick, double cpuFactor) {
       }
       processes_[pidOf(pid)].row = row;
     }
+  }
+  if (tick.started) {
+    for (const auto& [pid, time] : *tick.started) turns_.started[pidOf(pid)] = time;
   }
   if (tick.cpu) {
     for (const auto& [pid, cpu] : *tick.cpu) processes_[pidOf(pid)].cpu = cpu * cpuFactor;
@@ -159,7 +198,7 @@ Replay::Replay(std::filesystem::path file, Options options)
     : file_(std::move(file)),
       options_(std::move(options)),
       input_(opened(file_)),
-      observer_(machine_.sources(), std::numeric_limits<double>::infinity()) {
+      observer_(machine_.sources(), options_.profiles, std::numeric_limits<double>::infinity()) {
   const auto line = readLine();
   if (!line) throw std::runtime_error(file_.string() + ": is empty");
   header_ = decoded<TraceHeader>(*line);
@@ -168,7 +207,8 @@ Replay::Replay(std::filesystem::path file, Options options)
                              std::to_string(header_.traceFormat) +
                              " is not known here: replay it with the program that recorded it");
   }
-  settings_ = onlyAgent(options_.settings.value_or(header_.settings), options_.agent);
+  settings_ =
+      onlyAgent(options_.settings.value_or(header_.settings), options_.agent, options_.profiles);
   ms_ = std::clamp(header_.startedAt, -farthestMs, farthestMs);
 }
 
@@ -176,7 +216,9 @@ std::optional<OneTick> Replay::next() {
   const auto line = readLine();
   if (!line) return std::nullopt;
   const auto tick = decoded<TraceTick>(*line);
-  if (tick.settings && !options_.settings) settings_ = onlyAgent(*tick.settings, options_.agent);
+  if (tick.settings && !options_.settings) {
+    settings_ = onlyAgent(*tick.settings, options_.agent, options_.profiles);
+  }
   if (tick.held) held_ = *tick.held;
   if (tick.ms < -farthestMs || tick.ms > farthestMs) {
     fail(std::runtime_error("ms: no time between two ticks"));

@@ -46,6 +46,14 @@ class RecordedMachine {
     std::map<std::string, std::optional<Timestamp>> newest;
     std::map<std::string, ModificationsByPath> sessions;
   };
+  struct Turns : TurnReading {
+    std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) override;
+    std::optional<Timestamp> processStart(std::int32_t pid) override;
+    bool isConnected(std::int32_t pid) override;
+    std::map<std::string, std::map<std::string, TraceTurn>> told;
+    std::map<std::int32_t, Timestamp> started;
+    std::vector<std::int64_t> connected;
+  };
   struct Screen : platform::Accessibility {
     bool isSupported() const override { return screen.has_value(); }
     std::vector<platform::RunningApplication> runningApplications() override;
@@ -59,6 +67,7 @@ class RecordedMachine {
 
   Tools tools_;
   Files files_;
+  Turns turns_;
   Screen screen_;
   ThermalState heat_ = ThermalState::nominal;
   Sources sources_;
@@ -73,7 +82,8 @@ class Replay {
   struct Options {
     std::optional<GuardSettings> settings;  ///< absent: the trace's own
     double cpuFactor = 1;
-    std::string agent;  ///< see onlyAgent()
+    std::string agent = {};  ///< see onlyAgent()
+    AgentProfiles profiles = {};
   };
 
   /// Reads the header. Throws std::runtime_error naming file, line and reason.

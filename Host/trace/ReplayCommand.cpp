@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Host/AgentsFile.h"
 #include "Host/Commands.h"
 #include "Host/Explanation.h"
 #include "Host/Notices.h"
@@ -21,8 +22,8 @@ namespace wakelatch::host {
 namespace {
 
 /// What a reader of the result should know about the trace.
-void tellAbout(const Replay& replay, const std::string& file) {
-  if (replay.header().catalogue != AgentCatalog::builtin()) {
+void tellAbout(const Replay& replay, const std::string& file, const AgentProfiles& profiles) {
+  if (replay.header().catalogue != profiles.all()) {
     printNotice(file + ": recorded with another catalogue of agents than this program's (" +
                 replay.header().program + "): decisions may differ");
   }
@@ -42,7 +43,7 @@ GuardSettings settingsIn(const std::string& file) {
 
 void printTicks(const std::string& file, const ReplayOptions& options, const Replay::Options& how) {
   Replay replay(file, how);
-  tellAbout(replay, file);
+  tellAbout(replay, file, how.profiles);
   TickReports reports(true);
   DecisionChanges changes;
   while (const auto tick = replay.next()) {
@@ -59,7 +60,7 @@ void printTicks(const std::string& file, const ReplayOptions& options, const Rep
 void explainMoment(const std::string& file, const ReplayOptions& options,
                    const Replay::Options& how) {
   Replay replay(file, how);
-  tellAbout(replay, file);
+  tellAbout(replay, file, how.profiles);
   const Timestamp start = platform::fromMilliseconds(replay.header().startedAt);
   const Timestamp moment = momentAfter(start, options.explainAt);
   std::optional<OneTick> found;
@@ -91,7 +92,7 @@ void scoreTraces(const ReplayOptions& options, const Replay::Options& how) {
   std::vector<ScoredTrace> traces;
   for (std::size_t i = 0; i < options.files.size(); ++i) {
     traces.push_back(scoredTrace(options.files[i], options.truthFiles[i], how));
-    sum += score(traces.back());
+    sum += score(traces.back(), how.profiles);
   }
   if (options.json) {
     std::cout << encode(sum) << '\n';
@@ -109,6 +110,7 @@ ExitStatus runReplay(const ReplayOptions& options) {
   Replay::Options how;
   how.cpuFactor = options.cpuFactor;
   how.agent = options.agent;
+  how.profiles = loadAgents(agentsFiles()).profiles;
   if (!options.settingsFile.empty()) how.settings = settingsIn(options.settingsFile);
   if (!options.truthFiles.empty()) {
     scoreTraces(options, how);

@@ -27,7 +27,7 @@ inline constexpr double longestSampleSeconds = 10;
 inline constexpr double detectionAllowance = 10;
 
 /// What the strongest active signal of a decision rests on.
-enum class EvidenceKind { none, process, uiText, sessionFile };
+enum class EvidenceKind { none, process, uiText, sessionFile, turnRecord, oneShot };
 
 /// One decision, as far as it is scored.
 struct Sample {
@@ -120,6 +120,8 @@ inline constexpr auto enumCases<host::EvidenceKind> = std::to_array<EnumCase<hos
     {host::EvidenceKind::process, "process", "process"},
     {host::EvidenceKind::uiText, "uiText", "UI text"},
     {host::EvidenceKind::sessionFile, "sessionFile", "session files"},
+    {host::EvidenceKind::turnRecord, "turnRecord", "turn records"},
+    {host::EvidenceKind::oneShot, "oneShot", "one-shot runs"},
 });
 template <>
 inline constexpr auto jsonFields<host::Figures> = std::tuple{

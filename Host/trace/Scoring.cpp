@@ -19,6 +19,13 @@ EvidenceKind kindOf(const ActivitySignal& signal, const ActivityDetector::Eviden
   const auto isAmong = [&](const ActivityDetector::Findings& findings) {
     return std::any_of(findings.kept.begin(), findings.kept.end(), isIt);
   };
+  for (const AgentTurns& turns : evidence.turns) {
+    if (turns.appName != signal.appName || turns.state != TurnState::working) continue;
+    if (signal.reason == turns.reason()) return EvidenceKind::turnRecord;
+  }
+  for (const AgentProcesses& agent : evidence.process) {
+    if (agent.isOneShot && isIt(agent.signal)) return EvidenceKind::oneShot;
+  }
   if (isAmong(evidence.session)) return EvidenceKind::sessionFile;
   if (isAmong(evidence.accessibility)) return EvidenceKind::uiText;
   return EvidenceKind::process;
@@ -44,7 +51,7 @@ Sample sampleOf(const OneTick& tick) {
 ScoredTrace scoredTrace(const std::filesystem::path& trace, const std::filesystem::path& truth,
                         const Replay::Options& options) {
   ScoredTrace result{trace.filename().string(), {}, loadTruth(truth)};
-  const auto known = AgentCatalog::builtin();
+  const auto& known = options.profiles.all();
   for (const TruthInterval& interval : result.intervals) {
     if (std::any_of(known.begin(), known.end(),
                     [&](const AgentProfile& profile) { return profile.id == interval.agent; }))
@@ -57,9 +64,9 @@ ScoredTrace scoredTrace(const std::filesystem::path& trace, const std::filesyste
   return result;
 }
 
-Score score(const ScoredTrace& trace) {
+Score score(const ScoredTrace& trace, const AgentProfiles& profiles) {
   std::map<std::string, std::string> names;
-  for (const AgentProfile& profile : AgentCatalog::builtin()) {
+  for (const AgentProfile& profile : profiles.all()) {
     names.emplace(profile.id, profile.displayName);
   }
   return score(trace.samples, trace.intervals, names);

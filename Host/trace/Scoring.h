@@ -18,6 +18,7 @@ ScoredTrace scoredTrace(const std::filesystem::path& trace, const std::filesyste
                         const Replay::Options& options);
 
 /// The score of such a trace, by the display names of the catalogue.
-Score score(const ScoredTrace& trace);
+/// @param profiles  as it was replayed with
+Score score(const ScoredTrace& trace, const AgentProfiles& profiles);
 
 }  // namespace wakelatch::host

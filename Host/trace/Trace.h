@@ -64,6 +64,15 @@ struct TraceScreen {
 /// Modification times of files by their place in a trace; 0: there is no such file any more.
 using TraceTimes = std::map<std::string, Timestamp>;
 
+/// What a turn record told; of a session that has none any more, the time is 0.
+struct TraceTurn {
+  TurnState state = TurnState::idle;
+  Timestamp at;  ///< when the record last changed
+  std::optional<std::int64_t> pid;
+
+  friend bool operator==(const TraceTurn&, const TraceTurn&) = default;
+};
+
 /// One tick. What is absent is as it was; before the first tick everything is empty.
 struct TraceTick {
   std::int64_t ms = 0;  ///< since the tick before
@@ -79,6 +88,10 @@ struct TraceTick {
   std::optional<TraceTimes> newest;  ///< of what a list of globs, joined by spaces, matches
   /// By such a list, session files: "s1", or "agent-1" for those of an agent's own helpers.
   std::optional<std::map<std::string, TraceTimes>> sessions;
+  /// By such a list, sessions under made-up names.
+  std::optional<std::map<std::string, std::map<std::string, TraceTurn>>> turns;
+  std::optional<std::map<std::string, Timestamp>> started;  ///< processes that were asked about
+  std::optional<std::vector<std::int64_t>> connected;       ///< of those that were asked about
   std::optional<TraceScreen> screen;
 };
 
@@ -119,6 +132,12 @@ inline constexpr auto jsonFields<host::TraceScreen> = std::tuple{
     required("applications", &host::TraceScreen::applications),
 };
 template <>
+inline constexpr auto jsonFields<host::TraceTurn> = std::tuple{
+    required("state", &host::TraceTurn::state),
+    required("at", &host::TraceTurn::at),
+    optional("pid", &host::TraceTurn::pid),
+};
+template <>
 inline constexpr auto jsonFields<host::TraceTick> = std::tuple{
     required("ms", &host::TraceTick::ms),
     optional("settings", &host::TraceTick::settings),
@@ -132,6 +151,9 @@ inline constexpr auto jsonFields<host::TraceTick> = std::tuple{
     optional("order", &host::TraceTick::order),
     optional("newest", &host::TraceTick::newest),
     optional("sessions", &host::TraceTick::sessions),
+    optional("turns", &host::TraceTick::turns),
+    optional("started", &host::TraceTick::started),
+    optional("connected", &host::TraceTick::connected),
     optional("screen", &host::TraceTick::screen),
 };
 }  // namespace wakelatch

@@ -1,0 +1,129 @@
+#include "WakelatchCore/TurnRecords.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <thread>
+
+#include "Tests/TemporaryFolder.h"
+
+namespace wakelatch {
+namespace {
+
+const std::vector<TurnRecordFormat::Rule> rules = {{TurnState::working, {{"turn.state", {"busy"}}}},
+                                                   {TurnState::idle, {{"turn.state", {"done"}}}}};
+const std::string busy = R"({"turn":{"state":"busy"}})", done = R"({"turn":{"state":"done"}})";
+
+/// "a.jsonl working, …", of all files that tell something.
+std::string told(TurnReader& reader, const TurnRecordFormat& format, Timestamp since = {}) {
+  std::map<std::string, std::string> states;
+  for (const TurnRecord& record : reader.records(format, since)) {
+    states[record.session.substr(record.session.rfind('/') + 1)] = rawValue(record.state);
+  }
+  std::string text;
+  for (const auto& [session, state] : states) text += session + " " + state + ", ";
+  return text;
+}
+
+TEST(TurnRecords, AreReadFromTheEndsOfFiles) {
+  const TemporaryFolder folder;
+  const FileActivityProbe probe(folder.path(), 4);
+  TurnReader reader(probe);
+  const TurnRecordFormat format{
+      .globs = {"*.jsonl"}, .form = TurnRecordFormat::Form::lines, .rules = rules};
+  const std::string file = folder.path() / "a.jsonl", noise(TurnReader::maxTail, 'x');
+  const auto after = [&](const std::string& content) {
+    writeFile(file, content);
+    return told(reader, format);
+  };
+  EXPECT_EQ(after(busy + "\n" + done + "\n" + busy), "a.jsonl working, ");
+  EXPECT_EQ(after(busy + "\n" + done + "\n" + busy.substr(0, 20)), "a.jsonl idle, ");
+  EXPECT_EQ(after(busy + "\n" + done + "\n" + busy.substr(0, 20) + noise), "a.jsonl idle, ");
+  EXPECT_EQ(after(noise + noise), "a.jsonl idle, ");  // what it told has moved out of sight
+  EXPECT_EQ(after(""), "");                           // and begun anew
+  EXPECT_EQ(after(noise + busy), "");                 // a line that lacks its beginning
+  EXPECT_EQ(after(busy + "\n" + std::string(10000, '[') + "\n"), "a.jsonl working, ");
+  EXPECT_EQ(told(reader, format, wakelatch::after(platform::now(), 60)), "");
+}
+
+TEST(TurnRecords, ThatCannotBeReadTellNothing) {
+  const TemporaryFolder folder;
+  const FileActivityProbe probe(folder.path(), 4);
+  TurnReader reader(probe);
+  const TurnRecordFormat format{.globs = {"*.json"}, .rules = rules};
+  writeFile(folder.path() / "good.json", busy);
+  writeFile(folder.path() / "huge.json", busy + std::string(TurnReader::maxTail, ' '));
+  writeFile(folder.path() / "torn.json", busy.substr(0, busy.size() - 1));
+  writeFile(folder.path() / "other.json", "[1, null, {\"turn\": 3}]");
+  std::filesystem::create_directory(folder.path() / "folder.json");
+  ASSERT_EQ(::mkfifo((folder.path() / "pipe.json").c_str(), 0600), 0);
+  std::filesystem::create_symlink("/nowhere", folder.path() / "link.json");
+  EXPECT_EQ(told(reader, format), "good.json working, ");
+  writeFile(folder.path() / "good.json", done);  // of the same size, perhaps in the same instant
+  EXPECT_EQ(told(reader, format), "good.json idle, ");
+}
+
+TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
+  const TemporaryFolder folder;
+  const FileActivityProbe probe(folder.path(), 4);
+  TurnReader reader(probe);
+  writeFile(folder.path() / "all.json",
+            R"({"s1": {"turn": {"state": "busy"}, "at": "2026-11-23T16:25:08.5Z", "pid": 5},
+                "s2": {"turn": [{"state": "x"}, {"state": "done"}]}, "s3": 1})");
+  TurnRecordFormat format{.globs = {"all.json"},
+                          .form = TurnRecordFormat::Form::members,
+                          .rules = rules,
+                          .processIDField = "pid",
+                          .timeField = "at"};
+  EXPECT_EQ(told(reader, format), "s1 working, s2 idle, ");
+  const TurnRecord first = reader.records(format, {}).front();
+  EXPECT_EQ(first.pid, 5);
+  EXPECT_EQ(platform::iso8601Milliseconds(first.writtenAt), "2026-11-23T16:25:08.500Z");
+  writeFile(folder.path() / "s4/events", busy);
+  format = {.globs = {"*/events"},
+            .form = TurnRecordFormat::Form::lines,
+            .rules = rules,
+            .isNamedByFolder = true};
+  EXPECT_EQ(told(reader, format), "s4 working, ");
+}
+
+TEST(TurnRecords, AreReadFromADatabaseThatIsInUse) {
+  const TemporaryFolder folder;
+  const FileActivityProbe probe(folder.path(), 4);
+  TurnReader reader(probe);
+  TurnRecordFormat format{.globs = {"*.db"}, .form = TurnRecordFormat::Form::sqlite};
+  format.query = "SELECT name, state, ms FROM turns WHERE ms >= :since";
+  writeFile(folder.path() / "none.db", "no database");
+  sqlite3* writer = nullptr;
+  ASSERT_EQ(sqlite3_open((folder.path() / "a.db").c_str(), &writer), SQLITE_OK);
+  const auto execute = [&](const char* sql) {
+    EXPECT_EQ(sqlite3_exec(writer, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+  };
+  execute(
+      "PRAGMA journal_mode=WAL; CREATE TABLE turns(name, state, ms);"
+      "INSERT INTO turns VALUES('s1', 'working', 2000), ('s2', 'idle', 1000), ('s3', 'odd', 9000)");
+  EXPECT_EQ(told(reader, format), "s1 working, s2 idle, ");
+  execute("BEGIN IMMEDIATE; UPDATE turns SET state = 'idle' WHERE name = 's1'");
+  EXPECT_EQ(told(reader, format, platform::fromMilliseconds(1500)), "s1 working, ");
+  execute("COMMIT");
+  EXPECT_EQ(told(reader, format), "s1 idle, s2 idle, ");
+  format.query = "SELECT nonsense";
+  EXPECT_EQ(told(reader, format), "");
+  format.query = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n) SELECT i FROM n";
+  EXPECT_EQ(told(reader, format), "");
+  sqlite3_close(writer);
+}
+
+TEST(TurnRecords, ProcessesAreAskedWhenTheyBegan) {
+  const FileActivityProbe probe("/", 0);
+  TurnReader reader(probe);
+  const auto start = reader.processStart(::getpid());
+  ASSERT_TRUE(start);
+  EXPECT_NEAR(secondsBetween(*start, platform::now()), 15, 15);
+  EXPECT_EQ(reader.processStart(1 << 30), std::nullopt);
+  EXPECT_FALSE(reader.isConnected(::getpid()));
+}
+
+}  // namespace
+}  // namespace wakelatch
