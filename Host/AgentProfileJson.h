@@ -1,4 +1,5 @@
-// The JSON form of a profile of the catalogue.
+// The JSON form of a profile of the catalogue. What an object leaves out stays as it is in the
+// profile that it is read over.
 #pragma once
 
 #include <tuple>
@@ -8,22 +9,44 @@
 
 namespace wakelatch {
 template <>
+inline constexpr auto jsonFields<TurnRecordFormat::Rule> = std::tuple{
+    defaulted("state", &TurnRecordFormat::Rule::state),
+    defaulted("when", &TurnRecordFormat::Rule::when),
+};
+template <>
+inline constexpr auto jsonFields<TurnRecordFormat> = std::tuple{
+    defaulted("globs", &TurnRecordFormat::globs),
+    defaulted("form", &TurnRecordFormat::form),
+    defaulted("rules", &TurnRecordFormat::rules),
+    defaulted("isNamedByFolder", &TurnRecordFormat::isNamedByFolder),
+    optional("processIDField", &TurnRecordFormat::processIDField),
+    optional("query", &TurnRecordFormat::query),
+};
+template <>
 inline constexpr auto jsonFields<AgentProfile> = std::tuple{
     required("id", &AgentProfile::id),
-    required("displayName", &AgentProfile::displayName),
-    required("kind", &AgentProfile::kind),
-    required("bundleIDs", &AgentProfile::bundleIDs),
+    defaulted("displayName", &AgentProfile::displayName),
+    defaulted("kind", &AgentProfile::kind),
+    defaulted("bundleIDs", &AgentProfile::bundleIDs),
     optional("iconBundleID", &AgentProfile::iconBundleID),
-    required("appBundleNames", &AgentProfile::appBundleNames),
-    required("cliProcessNames", &AgentProfile::cliProcessNames),
-    required("cliPathMarkers", &AgentProfile::cliPathMarkers),
-    required("trustsCPUSignal", &AgentProfile::trustsCPUSignal),
-    required("scanTerminalText", &AgentProfile::scanTerminalText),
-    required("requireMultiWordPhrases", &AgentProfile::requireMultiWordPhrases),
-    required("activePhrases", &AgentProfile::activePhrases),
-    required("idlePhrases", &AgentProfile::idlePhrases),
-    required("sessionActivityGlobs", &AgentProfile::sessionActivityGlobs),
-    required("sessionGlobsSharedWithOtherApps", &AgentProfile::sessionGlobsSharedWithOtherApps),
-    required("sessionCountGlobs", &AgentProfile::sessionCountGlobs),
+    defaulted("appBundleNames", &AgentProfile::appBundleNames),
+    defaulted("cliProcessNames", &AgentProfile::cliProcessNames),
+    defaulted("cliPathMarkers", &AgentProfile::cliPathMarkers),
+    defaulted("trustsCPUSignal", &AgentProfile::trustsCPUSignal),
+    defaulted("scanTerminalText", &AgentProfile::scanTerminalText),
+    defaulted("requireMultiWordPhrases", &AgentProfile::requireMultiWordPhrases),
+    defaulted("activePhrases", &AgentProfile::activePhrases),
+    defaulted("idlePhrases", &AgentProfile::idlePhrases),
+    defaulted("sessionActivityGlobs", &AgentProfile::sessionActivityGlobs),
+    defaulted("sessionGlobsSharedWithOtherApps", &AgentProfile::sessionGlobsSharedWithOtherApps),
+    defaulted("sessionCountGlobs", &AgentProfile::sessionCountGlobs),
+    defaulted("recognisesProgramsOnly", &AgentProfile::recognisesProgramsOnly),
+    defaulted("oneShotArguments", &AgentProfile::oneShotArguments),
+    defaulted("serverArguments", &AgentProfile::serverArguments),
+    defaulted("helperArguments", &AgentProfile::helperArguments),
+    defaulted("workerArguments", &AgentProfile::workerArguments),
+    defaulted("turnRecords", &AgentProfile::turnRecords),
+    defaulted("toolMarkers", &AgentProfile::toolMarkers),
+    defaulted("isConnectedOnlyInTurns", &AgentProfile::isConnectedOnlyInTurns),
 };
 }  // namespace wakelatch

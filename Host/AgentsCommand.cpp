@@ -1,8 +1,10 @@
 #include <iostream>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "Host/AgentProfileJson.h"
+#include "Host/AgentsFile.h"
 #include "Host/Commands.h"
 #include "Host/Folder.h"
 #include "Host/SettingsFile.h"
@@ -16,6 +18,7 @@ namespace {
 
 struct AgentsReport {
   std::vector<AgentProfile> agents;
+  decltype(Agents::sources) sources;
   std::vector<std::string> targetApps;
   std::vector<std::string> uiTextOnly;
   std::string note;
@@ -27,6 +30,7 @@ struct AgentsReport {
 template <>
 inline constexpr auto jsonFields<host::AgentsReport> = std::tuple{
     required("agents", &host::AgentsReport::agents),
+    required("sources", &host::AgentsReport::sources),
     required("targetApps", &host::AgentsReport::targetApps),
     required("uiTextOnly", &host::AgentsReport::uiTextOnly),
     required("note", &host::AgentsReport::note),
@@ -49,6 +53,8 @@ void printList(const char* title, const std::vector<std::string>& texts) {
 std::string seenWorking(const AgentProfile& agent, bool isTextRead) {
   std::vector<std::string> ways;
   if (agent.trustsCPUSignal) ways.emplace_back("CPU load");
+  if (!agent.turnRecords.empty()) ways.emplace_back("turn records");
+  if (!agent.oneShotArguments.empty()) ways.emplace_back("one-shot runs");
   if (!agent.sessionActivityGlobs.empty()) ways.emplace_back("session files");
   if (!agent.activePhrases.empty() && isTextRead) ways.emplace_back("UI text");
   if (!ways.empty()) return "seen working by " + joined(ways) + (ways.size() == 1 ? " only" : "");
@@ -56,31 +62,52 @@ std::string seenWorking(const AgentProfile& agent, bool isTextRead) {
                                      : "never seen working here: only UI text would show it";
 }
 
-void printAgent(const AgentProfile& agent, bool isTextRead) {
-  std::cout << agent.displayName << "  (" << agent.id << ", " << rawValue(agent.kind) << ")\n";
+/// @param sources  of the agent's fields
+void printAgent(const AgentProfile& agent, const std::map<std::string, std::string>& sources,
+                bool isTextRead) {
+  std::cout << printable(agent.displayName) << "  (" << printable(agent.id) << ", "
+            << rawValue(agent.kind) << ")\n";
   printList("programs       ", agent.cliProcessNames);
   printList("paths          ", agent.cliPathMarkers);
   printList("applications   ", agent.appBundleNames);
   printList("working texts  ", agent.activePhrases);
   printList("waiting texts  ", agent.idlePhrases);
+  for (const TurnRecordFormat& format : agent.turnRecords) {
+    printList("turn records   ", format.globs);
+  }
   printList("session files  ", agent.sessionActivityGlobs);
+  printList("one-shot runs  ", agent.oneShotArguments);
   std::cout << "    " << seenWorking(agent, isTextRead) << '\n';
+  std::map<std::string, std::vector<std::string>> fieldsByFile;
+  for (const auto& [field, file] : sources) fieldsByFile[file].push_back(field);
+  for (const auto& [file, fields] : fieldsByFile) {
+    printList(("from " + printable(file) + ": ").c_str(), fields);
+  }
 }
 
 }  // namespace
 
 ExitStatus runAgents(const AgentsOptions& options) {
   const GuardSettings settings = loadSettings(settingsFile());
-  const std::vector<AgentProfile> watched = AgentResolver::make(settings).profiles();
+  const Agents known = loadAgents(agentsFiles());
+  const std::vector<AgentProfile> watched = known.profiles.watched(settings).profiles();
   const AccessibilityDetector detector;
-  const AgentsReport report{watched, settings.targetApps,
-                            AccessibilityNotice::uiTextOnlyNames(watched),
-                            accessibilityNote(detector, settings)};
+  AgentsReport report{watched,
+                      {},
+                      settings.targetApps,
+                      AccessibilityNotice::uiTextOnlyNames(watched),
+                      accessibilityNote(detector, settings, known.profiles)};
+  for (const AgentProfile& agent : watched) {
+    const auto sources = known.sources.find(agent.id);
+    if (sources != known.sources.end()) report.sources.insert(*sources);
+  }
   if (options.json) {
     std::cout << encode(report) << '\n';
     return ExitStatus::done;
   }
-  for (const AgentProfile& agent : report.agents) printAgent(agent, detector.isSupported());
+  for (const AgentProfile& agent : report.agents) {
+    printAgent(agent, report.sources[agent.id], detector.isSupported());
+  }
   for (const std::string& target : report.targetApps) {
     std::cout << printable(target) << "  (your own target)\n"
               << "    seen working by CPU load"

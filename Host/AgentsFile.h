@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,8 @@ std::filesystem::path installedAgentsFile();
 
 /// The built-in agents with what the files say laid over them in their order. An entry names an
 /// agent by "id": of one that is known it gives the fields that differ, and of a new one at least
-/// "displayName"; what that leaves out follows from its "kind" as it does for the built-in ones. New
-/// agents are tried after the others. A file that does not exist is left out. Throws
+/// "displayName"; what that leaves out follows from its "kind" as it does for the built-in ones.
+/// New agents are tried after the others. A file that does not exist is left out. Throws
 /// std::runtime_error naming the file, the place in it and what is wrong: a value of the wrong
 /// kind, a field that there is not, no id, or a display name that another agent has.
 Agents loadAgents(const std::vector<std::filesystem::path>& files);
@@ -49,10 +50,9 @@ class LiveAgents {
 
  private:
   const std::vector<std::filesystem::path> files_;
-  std::vector<std::string> texts_;  ///< of the files as they were used last
+  std::vector<std::optional<std::string>> texts_;  ///< of the files as they were used last
   Agents agents_;
   int version_ = 0;
-  std::string problem_;
 };
 
 }  // namespace wakelatch::host

@@ -2,8 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <map>
+#include <stdexcept>
 
-#include "WakelatchCore/AgentCatalog.h"
+#include "Host/AgentsFile.h"
 
 namespace wakelatch::host {
 namespace {
@@ -43,13 +44,18 @@ void addAgent(CLI::App& command, std::string& agent) {
       .add_option(
           "--agent", agent,
           "Look for this agent only, an id that `agents` lists, and not for targets of your own")
-      ->check([](const std::string& id) {
-        std::string known;
-        for (const AgentProfile& profile : AgentCatalog::builtin()) {
-          if (profile.id == id) return std::string();
-          known += (known.empty() ? "" : ", ") + profile.id;
+      ->check([](const std::string& id) -> std::string {
+        try {
+          std::string known;
+          const Agents agents = loadAgents(agentsFiles());
+          for (const AgentProfile& profile : agents.profiles.all()) {
+            if (profile.id == id) return {};
+            known += (known.empty() ? "" : ", ") + profile.id;
+          }
+          return "no such agent: " + id + "; there are " + known;
+        } catch (const std::runtime_error& error) {
+          return error.what();
         }
-        return "no such agent: " + id + "; there are " + known;
       });
 }
 

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Host/AgentsFile.h"
 #include "Host/Commands.h"
 #include "Host/Folder.h"
 #include "Host/InstanceLock.h"
@@ -84,6 +85,22 @@ Finding checkSettings(std::optional<GuardSettings>& settings) {
   } catch (const std::exception& error) {
     return {"settings", false, error.what(), "correct the file, or move it away"};
   }
+}
+
+/// @param profiles  set to what is found
+Finding checkAgents(AgentProfiles& profiles) {
+  const auto files = agentsFiles();
+  try {
+    profiles = loadAgents(files).profiles;
+  } catch (const std::exception& error) {
+    return {"agent catalogue", false, error.what(), "correct the file, or move it away"};
+  }
+  const std::string installed = files[0].string(), own = files[1].string();
+  const std::string ofUser = isThere(own) ? own + " is valid" : "none of your own (no " + own + ")";
+  if (!isThere(installed)) {
+    return {"agent catalogue", false, "no " + installed + "; " + ofUser, "reinstall wakelatch"};
+  }
+  return {"agent catalogue", true, installed + " is valid; " + ofUser};
 }
 
 Finding checkUsage() {
@@ -225,10 +242,10 @@ Finding checkLog() {
   return {"log", false, "cannot write " + file.string(), "make " + existing.string() + " writable"};
 }
 
-Finding checkUIText(const std::optional<GuardSettings>& settings) {
+Finding checkUIText(const std::optional<GuardSettings>& settings, const AgentProfiles& profiles) {
   const AccessibilityDetector detector;
   const GuardSettings used = settings.value_or(GuardSettings());
-  const auto notice = uiTextNotice(detector, used);
+  const auto notice = uiTextNotice(detector, used, profiles);
   if (!notice) {
     return {"UI text", true,
             used.accessibilityDetectionEnabled ? "may be read" : "is switched off"};
@@ -244,10 +261,12 @@ ExitStatus runDoctor(const DoctorOptions& options, Tools& tools) {
   CommandRunning& runner = tools.runner();
   const auto holder = runningWatch();
   std::optional<GuardSettings> settings;
+  AgentProfiles profiles;
 
   DoctorReport report;
   report.findings = {
       checkSettings(settings),
+      checkAgents(profiles),
       checkWatch(holder, settings),
       checkPidFile(holder.has_value()),
       checkLidClosedSetting(runner, holder.has_value()),
@@ -257,7 +276,7 @@ ExitStatus runDoctor(const DoctorOptions& options, Tools& tools) {
                 [](const std::string&) { return true; }),  // not every machine has a lid
       checkPromptTool(),
       checkKeepAwakeTool(),
-      checkUIText(settings),
+      checkUIText(settings, profiles),
       checkUsage(),
       checkLog(),
   };

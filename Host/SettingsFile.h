@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/Models.h"
 
 namespace wakelatch::host {
@@ -14,21 +15,25 @@ GuardSettings loadSettings(const std::filesystem::path& file);
 
 /// The same for somebody who wants to see one agent alone: no other is looked for, nor the user's
 /// own targets.
-/// @param id  of the catalogue; empty: the settings as they are
-GuardSettings onlyAgent(GuardSettings settings, const std::string& id);
+/// @param id        of one of the profiles; empty: the settings as they are
+/// @param profiles  all that are known
+GuardSettings onlyAgent(GuardSettings settings, const std::string& id,
+                        const AgentProfiles& profiles = {});
 
 /// Settings that follow their file while the program runs. Used from one thread.
 class LiveSettings {
  public:
   /// Loads the file; throws as loadSettings().
-  /// @param agent  see onlyAgent()
-  explicit LiveSettings(std::filesystem::path file, std::string agent = {});
+  /// @param agent,profiles  see onlyAgent()
+  explicit LiveSettings(std::filesystem::path file, std::string agent = {},
+                        const AgentProfiles& profiles = {});
 
   const GuardSettings& current() const { return settings_; }
 
   /// Reads the file again. What cannot be used leaves the settings as they were; the message for
   /// the user is returned then, an empty text otherwise.
-  std::string refresh();
+  /// @param profiles  as they are now
+  std::string refresh(const AgentProfiles& profiles = {});
 
  private:
   const std::filesystem::path file_;

@@ -1,5 +1,8 @@
 #import <Foundation/Foundation.h>
+#include <mach-o/dyld.h>
 
+#include <cstdint>
+#include <string>
 #include <utility>
 
 #include "Host/SystemTools.h"
@@ -60,6 +63,14 @@ ThermalState thermalState() {
 }
 
 std::optional<std::filesystem::path> administratorPromptTool() { return "/usr/bin/osascript"; }
+
+std::filesystem::path programFile() {
+  std::uint32_t size = 0;
+  _NSGetExecutablePath(nullptr, &size);  // tells the size, with the NUL at the end
+  std::string path(size, '\0');
+  _NSGetExecutablePath(path.data(), &size);
+  return std::filesystem::canonical(path.c_str());
+}
 
 std::filesystem::path keepAwakeTool() { return "/usr/bin/caffeinate"; }
 

@@ -34,6 +34,10 @@ ThermalState thermalState();
 /// The tool that shows the administrator prompt; nothing on a system that has none.
 std::optional<std::filesystem::path> administratorPromptTool();
 
+/// The file of the program that runs here, links resolved. Throws std::system_error when the system
+/// does not tell.
+std::filesystem::path programFile();
+
 /// The system's keep-awake tool, or the stand-in that is built and installed with the host.
 std::filesystem::path keepAwakeTool();
 

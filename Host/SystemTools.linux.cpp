@@ -33,10 +33,14 @@ std::optional<std::filesystem::path> administratorPromptTool() {
   return std::nullopt;
 }
 
+std::filesystem::path programFile() {
+  return std::filesystem::read_symlink("/proc/self/exe");
+}
+
 std::filesystem::path keepAwakeTool() {
   // Never one found elsewhere: in a shared folder it would be another package's program.
-  const auto program = std::filesystem::read_symlink("/proc/self/exe");
-  return (program.parent_path() / WAKELATCH_LIBEXEC_FROM_BIN / "caffeinate").lexically_normal();
+  return (programFile().parent_path() / WAKELATCH_LIBEXEC_FROM_BIN / "caffeinate")
+      .lexically_normal();
 }
 
 }  // namespace wakelatch::host

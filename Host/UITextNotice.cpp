@@ -1,7 +1,5 @@
 #include "Host/UITextNotice.h"
 
-#include "WakelatchCore/AgentCatalog.h"
-
 namespace wakelatch::host {
 namespace {
 
@@ -18,16 +16,17 @@ std::string whoIsMissed(const std::vector<AgentProfile>& watched) {
 }  // namespace
 
 std::optional<std::string> uiTextNotice(const AccessibilityDetector& detector,
-                                        const GuardSettings& settings) {
+                                        const GuardSettings& settings,
+                                        const AgentProfiles& profiles) {
   if (!settings.accessibilityDetectionEnabled || detector.isTrusted()) return std::nullopt;
-  const auto watched = AgentResolver::make(settings).profiles();
+  const auto watched = profiles.watched(settings).profiles();
   return detector.isSupported() ? AccessibilityNotice::onboardingNote(watched)
                                 : "is not read on this system" + whoIsMissed(watched);
 }
 
-std::string accessibilityNote(const AccessibilityDetector& detector,
-                              const GuardSettings& settings) {
-  const auto watched = AgentResolver::make(settings).profiles();
+std::string accessibilityNote(const AccessibilityDetector& detector, const GuardSettings& settings,
+                              const AgentProfiles& profiles) {
+  const auto watched = profiles.watched(settings).profiles();
   return detector.isSupported()
              ? AccessibilityNotice::onboardingNote(watched)
              : "there is none on this system, so UI text is not read" + whoIsMissed(watched);

@@ -72,7 +72,15 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   std::istringstream lines(watch.finish().out);
   for (std::string line; std::getline(lines, line);) documents.emplace("watch", line);
   EXPECT_TRUE(run("stats").contains("longestProtectedRun"));
-  run("agents");
+  writeFile(supportFolder() / "agents.json",
+            R"({"$schema": "x", "agents": [{"id": "aider", "activePhrases": []},
+                {"id": "mine", "displayName": "Mine", "kind": "editor", "iconBundleID": "x",
+                 "turnRecords": [{"globs": ["x"], "form": "sqlite", "query": "", "rules": [
+                                    {"state": "asksForTool", "when": {"x": ["y"]}}],
+                                  "processIDField": "x", "isNamedByFolder": true}]}]})");
+  documents.emplace("catalogue", contentOf(supportFolder() / "agents.json"));
+  documents.emplace("catalogue", contentOf(WAKELATCH_SOURCE_DIR "/Catalogue/agents.json"));
+  EXPECT_TRUE(run("agents")["sources"].contains("mine"));
   auto usage = decode<UsageMetrics>(documents.emplace("usage", contentOf(usageFile()))->second);
   usage.sessionStartedAt = usage.lastActiveSignalAt = usage.lastTickAt;
   documents.emplace("usage", encode(usage));
@@ -81,11 +89,12 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   writeFile(settingsFile(), "[]");
   const json findings = run("doctor")["findings"];
   EXPECT_TRUE(findings[0].contains("remedy"));
-  EXPECT_EQ(findings[3]["finding"], "the system does not say whether sleep is disabled");
+  EXPECT_EQ(findings[4]["finding"], "the system does not say whether sleep is disabled");
   for (const auto& [name, text] : documents) EXPECT_EQ(faults(name, text), "") << name << text;
 
   const json changes = json::parse(R"({"status": {"added": 1},
     "explain": {"status": {"decision": {"added": 1}}},
+    "catalogue": {"agents": [{"id": "x", "turnRecords": [{"rules": [{"added": 1}]}]}]},
     "settings": {"batteryProfile": {"warningPercent": null}},
     "usage": {"lastRun": {"endedAt": "2025-03-01T00:00:00Z"}}})");
   for (const auto& [name, change] : changes.items()) {

@@ -36,18 +36,15 @@ struct Agent {
 
 // clang-format off
 
-/// All editors show the same texts, and so do web pages in all browsers.
 constexpr Agent editor(std::string_view id, std::string_view displayName, const Texts& bundleIDs,
                        const Texts& appBundleNames) {
   return {.id = id, .displayName = displayName, .kind = Kind::editor,
-          .bundleIDs = bundleIDs, .appBundleNames = appBundleNames,
-          .activePhrases = {"Stop generating", "Generating response"}};
+          .bundleIDs = bundleIDs, .appBundleNames = appBundleNames};
 }
 constexpr Agent browser(std::string_view id, std::string_view displayName, const Texts& bundleIDs,
                         const Texts& appBundleNames) {
   return {.id = id, .displayName = displayName, .kind = Kind::browser,
-          .bundleIDs = bundleIDs, .appBundleNames = appBundleNames,
-          .activePhrases = {"Stop generating", "Claude is working", "Codex is working"}};
+          .bundleIDs = bundleIDs, .appBundleNames = appBundleNames};
 }
 
 constexpr Agent agents[] = {
@@ -139,25 +136,21 @@ std::vector<std::string> list(const Texts& texts) {
 }
 
 AgentProfile profileOf(const Agent& agent) {
-  return {
-      .id = std::string(agent.id),
-      .displayName = std::string(agent.displayName),
-      .kind = agent.kind,
-      .bundleIDs = list(agent.bundleIDs),
-      .iconBundleID = agent.iconBundleID.empty() ? std::nullopt
-                                                 : std::optional(std::string(agent.iconBundleID)),
-      .appBundleNames = list(agent.appBundleNames),
-      .cliProcessNames = list(agent.cliProcessNames),
-      .cliPathMarkers = list(agent.cliPathMarkers),
-      .trustsCPUSignal = agent.kind == Kind::cli,
-      .scanTerminalText = agent.kind == Kind::cli,
-      .requireMultiWordPhrases = agent.kind == Kind::editor || agent.kind == Kind::browser,
-      .activePhrases = list(agent.activePhrases),
-      .idlePhrases = list(agent.idlePhrases),
-      .sessionActivityGlobs = list(agent.sessionActivityGlobs),
-      .sessionGlobsSharedWithOtherApps = agent.sessionGlobsSharedWithOtherApps,
-      .sessionCountGlobs = list(agent.sessionCountGlobs),
-  };
+  AgentProfile profile = AgentCatalog::ofKind(agent.kind);
+  profile.id = agent.id;
+  profile.displayName = agent.displayName;
+  profile.bundleIDs = list(agent.bundleIDs);
+  if (!agent.iconBundleID.empty()) profile.iconBundleID = agent.iconBundleID;
+  profile.appBundleNames = list(agent.appBundleNames);
+  profile.cliProcessNames = list(agent.cliProcessNames);
+  profile.cliPathMarkers = list(agent.cliPathMarkers);
+  const auto phrases = list(agent.activePhrases);
+  if (!phrases.empty()) profile.activePhrases = phrases;
+  profile.idlePhrases = list(agent.idlePhrases);
+  profile.sessionActivityGlobs = list(agent.sessionActivityGlobs);
+  profile.sessionGlobsSharedWithOtherApps = agent.sessionGlobsSharedWithOtherApps;
+  profile.sessionCountGlobs = list(agent.sessionCountGlobs);
+  return profile;
 }
 
 }  // namespace
@@ -166,6 +159,18 @@ std::vector<AgentProfile> AgentCatalog::builtin() {
   std::vector<AgentProfile> profiles(std::size(agents));
   std::transform(std::begin(agents), std::end(agents), profiles.begin(), profileOf);
   return profiles;
+}
+
+AgentProfile AgentCatalog::ofKind(Kind kind) {
+  AgentProfile profile{.kind = kind};
+  profile.trustsCPUSignal = profile.scanTerminalText = kind == Kind::cli;
+  profile.requireMultiWordPhrases = kind == Kind::editor || kind == Kind::browser;
+  // All editors show the same texts, and so do web pages in all browsers.
+  if (kind == Kind::editor) profile.activePhrases = {"Stop generating", "Generating response"};
+  if (kind == Kind::browser) {
+    profile.activePhrases = {"Stop generating", "Claude is working", "Codex is working"};
+  }
+  return profile;
 }
 
 std::set<std::string> AgentCatalog::cliAgentNames() {

@@ -77,6 +77,8 @@ inline constexpr auto enumCases<AgentProfile::Kind> = std::to_array<EnumCase<Age
 namespace AgentCatalog {
 /// All profiles. Order matters: lookups walk it front to back and the first match wins.
 std::vector<AgentProfile> builtin();
+/// What all agents of a kind have in common; they lack ids and names.
+AgentProfile ofKind(AgentProfile::Kind kind);
 /// Display names of the command-line agents.
 std::set<std::string> cliAgentNames();
 /// Lower-cased bundle identifiers of terminal applications.

@@ -224,7 +224,8 @@ std::string shortList(const std::vector<std::string>& names) {
 }  // namespace
 
 bool AccessibilityNotice::isUITextOnly(const AgentProfile& profile) {
-  return !profile.trustsCPUSignal && profile.sessionActivityGlobs.empty();
+  return !profile.trustsCPUSignal && profile.sessionActivityGlobs.empty() &&
+         profile.turnRecords.empty();
 }
 
 std::vector<std::string> AccessibilityNotice::uiTextOnlyNames(

@@ -301,7 +301,7 @@ Headline detectionHeadline(SignalStrength strength, const std::optional<std::str
 
 /// Texts about agents that can be seen working only through the accessibility permission.
 namespace AccessibilityNotice {
-/// Neither CPU load nor session files show this agent's work.
+/// Neither CPU load nor files, of sessions or turns, show this agent's work.
 bool isUITextOnly(const AgentProfile& profile);
 /// The display names of the UI-text-only profiles, in order.
 std::vector<std::string> uiTextOnlyNames(const std::vector<AgentProfile>& profiles);

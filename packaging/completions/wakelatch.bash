@@ -17,7 +17,7 @@ _wakelatch() {
       return ;;
     --agent)
       COMPREPLY=($(compgen -W "$("${COMP_WORDS[0]}" agents 2>/dev/null |
-        sed -n 's/^[^ ].*(\([a-z-]*\), [a-zA-Z]*)$/\1/p')" -- "$current"))
+        sed -n 's/^[^ ].*(\([^ ,]*\), [a-zA-Z]*)$/\1/p')" -- "$current"))
       return ;;
     --tools | --caffeinate | --html | --record | --truth | --settings)
       local kind=-f

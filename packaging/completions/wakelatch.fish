@@ -15,7 +15,7 @@ complete -c wakelatch -n __fish_use_subcommand -a doctor -d 'Check everything'
 
 complete -c wakelatch -n '__fish_seen_subcommand_from status explain watch replay agents stats doctor' -l json -d 'Print JSON'
 complete -c wakelatch -n '__fish_seen_subcommand_from status explain watch record' -l mode -x -a 'off manualKeepAwake watchAgentUI sleepAfterCurrentWork pluggedInUnlimited' -d 'What to do'
-complete -c wakelatch -n '__fish_seen_subcommand_from status explain watch record replay' -l agent -x -a '(wakelatch agents 2>/dev/null | string replace -rf "^\S.*\(([a-z-]+), \w+\)\$" "\$1")' -d 'Look for this agent only'
+complete -c wakelatch -n '__fish_seen_subcommand_from status explain watch record replay' -l agent -x -a '(wakelatch agents 2>/dev/null | string replace -rf "^\S.*\(([^ ,]+), \w+\)\$" "\$1")' -d 'Look for this agent only'
 complete -c wakelatch -n '__fish_seen_subcommand_from watch record' -l interval -x -d 'Seconds between ticks, at most 8'
 complete -c wakelatch -n '__fish_seen_subcommand_from watch record' -l ticks -x -d 'Leave after this many'
 complete -c wakelatch -n '__fish_seen_subcommand_from watch' -l record -r -F -d 'Write down what decisions depend on'

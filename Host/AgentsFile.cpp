@@ -1,0 +1,169 @@
+#include "Host/AgentsFile.h"
+
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "Host/AgentProfileJson.h"
+#include "Host/Folder.h"
+#include "Host/SystemTools.h"
+#include "Host/UserFile.h"
+
+namespace wakelatch::host {
+namespace {
+
+template <class T>
+inline constexpr bool isListOfRecords = false;
+template <JsonRecord Record>
+inline constexpr bool isListOfRecords<std::vector<Record>> = true;
+
+/// Fails at a key that the record's table, or that of a record inside it, does not have: a mistyped
+/// one would go unnoticed.
+template <JsonRecord Record>
+void expectNoOtherFields(const JsonValue& object) {
+  object.forEachMember([](const std::string& key, const JsonValue& value) {
+    bool isKnown = false;
+    const auto compare = [&]<class Member>(const JsonField<Record, Member>& field) {
+      if (field.key != key) return;
+      isKnown = true;
+      if constexpr (isListOfRecords<Member>) {
+        if (value.kind() == JsonNode::Kind::null) return;
+        value.forEachElement([](const JsonValue& element) {
+          expectNoOtherFields<typename Member::value_type>(element);
+        });
+      }
+    };
+    std::apply([&](const auto&... field) { (compare(field), ...); }, jsonFields<Record>);
+    if (!isKnown) value.fail("no such field");
+  });
+}
+
+/// The member's text, nothing when there is none. Fails when it is empty.
+std::optional<std::string> nonEmptyText(const JsonValue& object, std::string_view key) {
+  std::optional<std::string> text;
+  object.withMember(key, [&](const JsonValue& value) {
+    text = value.text();
+    if (text->empty()) value.fail("must not be empty");
+  });
+  return text;
+}
+
+/// Lays files over the built-in agents, one after the other. Throws DecodingError.
+class Overlay {
+ public:
+  void add(const std::filesystem::path& file, const std::string& text) {
+    const JsonDocument document(text);
+    const JsonValue root = document.root();
+    root.forEachMember([](const std::string& key, const JsonValue& value) {
+      if (key != "agents" && key != "$schema") value.fail("no such field");
+    });
+    std::set<std::string> ids;
+    const bool hasAgents = root.withMember("agents", [&](const JsonValue& entries) {
+      entries.forEachElement([&](const JsonValue& entry) {
+        const std::string id = addEntry(file, entry);
+        if (!ids.insert(id).second) entry.fail("there are two entries for \"" + id + "\"");
+      });
+      // Not before all are there: two agents may swap their names.
+      entries.forEachElement([&](const JsonValue& entry) { expectOwnName(entry); });
+    });
+    if (!hasAgents) root.failMissing("agents");
+  }
+
+  Agents result() && { return {AgentProfiles(std::move(profiles_)), std::move(sources_)}; }
+
+ private:
+  std::string addEntry(const std::filesystem::path& file, const JsonValue& entry) {
+    expectNoOtherFields<AgentProfile>(entry);
+    const auto id = nonEmptyText(entry, "id");
+    if (!id) entry.failMissing("id");
+    const bool hasName = nonEmptyText(entry, "displayName").has_value();
+    auto profile = std::find_if(profiles_.begin(), profiles_.end(),
+                                [&](const AgentProfile& known) { return known.id == *id; });
+    const bool isNew = profile == profiles_.end();
+    if (isNew) {
+      if (!hasName) entry.failMissing("displayName");
+      AgentProfile::Kind kind = AgentProfile().kind;
+      entry.withMember("kind", [&](const JsonValue& value) { readJson(value, kind); });
+      profile = profiles_.insert(profile, AgentCatalog::ofKind(kind));
+    }
+    readFields(entry, *profile);
+    entry.forEachMember([&](const std::string& key, const JsonValue& value) {
+      const bool isSet = value.kind() != JsonNode::Kind::null && (isNew || key != "id");
+      if (isSet) sources_[*id][key] = file.string();
+    });
+    return *id;
+  }
+
+  /// Signals and statistics go by display names.
+  void expectOwnName(const JsonValue& entry) const {
+    entry.withMember("displayName", [&](const JsonValue& name) {
+      for (const AgentProfile& other : profiles_) {
+        if (other.displayName == name.text() && other.id != nonEmptyText(entry, "id")) {
+          name.fail("\"" + other.id + "\" has this name too");
+        }
+      }
+    });
+  }
+
+  std::vector<AgentProfile> profiles_ = AgentCatalog::builtin();
+  decltype(Agents::sources) sources_;
+};
+
+using Texts = std::vector<std::optional<std::string>>;
+
+/// @throws std::runtime_error  when one is there and cannot be read
+Texts readAll(const std::vector<std::filesystem::path>& files) try {
+  Texts texts;
+  for (const std::filesystem::path& file : files) texts.push_back(readIfThere(file));
+  return texts;
+} catch (const std::system_error& error) {
+  throw std::runtime_error(std::string("agents: ") + error.what());
+}
+
+Agents agentsOf(const std::vector<std::filesystem::path>& files, const Texts& texts) {
+  Overlay overlay;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    try {
+      if (texts[i]) overlay.add(files[i], *texts[i]);
+    } catch (const DecodingError& error) {
+      throw std::runtime_error("agents: " + files[i].string() + ": " + error.what() +
+                               " (correct it, or move the file away)");
+    }
+  }
+  return std::move(overlay).result();
+}
+
+}  // namespace
+
+std::filesystem::path installedAgentsFile() {
+  return (programFile().parent_path() / WAKELATCH_DATA_FROM_BIN / "agents.json").lexically_normal();
+}
+
+Agents loadAgents(const std::vector<std::filesystem::path>& files) {
+  return agentsOf(files, readAll(files));
+}
+
+std::vector<std::filesystem::path> agentsFiles() {
+  return {installedAgentsFile(), supportFolder() / "agents.json"};
+}
+
+LiveAgents::LiveAgents(std::vector<std::filesystem::path> files)
+    : files_(std::move(files)), texts_(readAll(files_)), agents_(agentsOf(files_, texts_)) {}
+
+std::string LiveAgents::refresh() {
+  try {
+    Texts texts = readAll(files_);
+    if (texts == texts_) return {};
+    Agents agents = agentsOf(files_, texts);
+    texts_ = std::move(texts);
+    if (agents.profiles.all() != agents_.profiles.all()) ++version_;
+    agents_ = std::move(agents);
+    return {};
+  } catch (const std::runtime_error& error) {
+    return std::string(error.what()) + "; until then the agents in force stay";
+  }
+}
+
+}  // namespace wakelatch::host
