@@ -20,6 +20,7 @@ inline constexpr auto jsonFields<TurnRecordFormat> = std::tuple{
     defaulted("rules", &TurnRecordFormat::rules),
     defaulted("isNamedByFolder", &TurnRecordFormat::isNamedByFolder),
     optional("processIDField", &TurnRecordFormat::processIDField),
+    optional("timeField", &TurnRecordFormat::timeField),
     optional("query", &TurnRecordFormat::query),
 };
 template <>

@@ -11,7 +11,7 @@
 namespace wakelatch::host {
 namespace {
 
-using Run = AgentCommandLine::Run;
+using Started = AgentCommandLine::Run;
 
 const AgentProfiles& shipped() {
   static const AgentProfiles profiles = loadAgents({installedAgentsFile()}).profiles;
@@ -67,36 +67,36 @@ TEST(Catalogue, TellsHowAnAgentWasStarted) {
   const AgentResolver resolver = shipped().watched({});
   struct Row {
     const char *path, *arguments;
-    Run run;
+    Started run;
   };
   for (const auto& [path, arguments, run] : {
-           Row{"claude", "claude", Run::interactive},
-           Row{"claude", "claude -p fix it --verbose", Run::oneShot},
-           Row{"claude", "claude fix --print", Run::oneShot},
-           Row{"claude", "claude --model opus --print=x", Run::oneShot},
-           Row{"claude", "claude -p --input-format stream-json", Run::server},
-           Row{"claude", "claude --input-format=stream-json -p", Run::server},
-           Row{"claude", "claude -p mcp is down", Run::oneShot},
-           Row{"claude", "claude explain the -p option", Run::interactive},
-           Row{"claude", "claude -- -p", Run::interactive},
-           Row{"/n/codex", "/n/codex -m gpt-5 exec do it", Run::oneShot},
-           Row{"/n/codex", "/n/codex -c a=b e review", Run::oneShot},
-           Row{"/n/codex", "/n/codex why does exec fail", Run::interactive},
-           Row{"/n/codex", "/n/codex app-server --listen unix://", Run::server},
-           Row{"/n/codex", "/n/codex resume --last", Run::interactive},
-           Row{"/usr/bin/node", "node --title=x /n/gemini -p hello", Run::oneShot},
-           Row{"/usr/bin/node", "node -p /n/gemini", Run::interactive},
-           Row{"/usr/bin/node", "node /n/gemini --experimental-acp", Run::server},
-           Row{"opencode", "opencode run fix it", Run::oneShot},
-           Row{"opencode", "opencode run -i", Run::server},
-           Row{"opencode", "opencode serve --port 1", Run::server},
-           Row{"grok", "grok agent stdio", Run::server},
-           Row{"grok", "grok --single hello", Run::oneShot},
+           Row{"claude", "claude", Started::interactive},
+           Row{"claude", "claude -p fix it --verbose", Started::oneShot},
+           Row{"claude", "claude fix --print", Started::oneShot},
+           Row{"claude", "claude --model opus --print=x", Started::oneShot},
+           Row{"claude", "claude -p --input-format stream-json", Started::server},
+           Row{"claude", "claude --input-format=stream-json -p", Started::server},
+           Row{"claude", "claude -p mcp is down", Started::oneShot},
+           Row{"claude", "claude explain the -p option", Started::interactive},
+           Row{"claude", "claude -- -p", Started::interactive},
+           Row{"/n/codex", "/n/codex -m gpt-5 exec do it", Started::oneShot},
+           Row{"/n/codex", "/n/codex -c a=b e review", Started::oneShot},
+           Row{"/n/codex", "/n/codex why does exec fail", Started::interactive},
+           Row{"/n/codex", "/n/codex app-server --listen unix://", Started::server},
+           Row{"/n/codex", "/n/codex resume --last", Started::interactive},
+           Row{"/usr/bin/node", "node --title=x /n/gemini -p hello", Started::oneShot},
+           Row{"/usr/bin/node", "node -p /n/gemini", Started::interactive},
+           Row{"/usr/bin/node", "node /n/gemini --experimental-acp", Started::server},
+           Row{"opencode", "opencode run fix it", Started::oneShot},
+           Row{"opencode", "opencode run -i", Started::server},
+           Row{"opencode", "opencode serve --port 1", Started::server},
+           Row{"grok", "grok agent stdio", Started::server},
+           Row{"grok", "grok --single hello", Started::oneShot},
        }) {
     const AgentCommandLine command(path, arguments);
     const auto* profile = resolver.profileForCommand(path, arguments);
     if (profile == nullptr) {
-      EXPECT_EQ(run, Run::interactive) << arguments;
+      EXPECT_EQ(run, Started::interactive) << arguments;
       continue;
     }
     EXPECT_EQ(command.runOf(*profile), run) << arguments;

@@ -148,7 +148,7 @@ TEST(SleepController, AProcessThatDiedIsReplacedOrDroppedWithoutAWord) {
 
 TEST(SleepController, FilesThatCannotBeWrittenAreLoggedAndDisturbNothing) {
   Rig rig;
-  host::writeFile(rig.home.path() / "Library", "no folder");
+  writeFile(rig.home.path() / "Library", "no folder");
   EXPECT_TRUE(rig.controller->enableSleepPrevention(true, false));
   EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
   EXPECT_TRUE(rig.controller->isLidClosedProtectionEngaged());
@@ -177,7 +177,7 @@ TEST(SleepController, ReadsIdsLineByLine) {
                   "123\n\n\u00a0456 \r\nabc\n2147483648\n-7\v1 2\u2028+5\n+-5\n-\n1.0\n2147483647"),
               ElementsAre(123, 456, -7, 5, 2147483647));
   const TemporaryHome home;
-  host::writeFile(SleepController::pidFileURL(), "8\n\xFF");
+  writeFile(SleepController::pidFileURL(), "8\n\xFF");
   EXPECT_THAT(SleepController::readCaffeinatePIDs(), ElementsAre()) << "no UTF-8";
 }
 
@@ -207,7 +207,7 @@ S /usr/bin/pmset sleepnow
   const auto retry = [&](C& c) { return restore(c) || c.restoreNormalSleep(); };
   const auto check = [](C& c) { return c.reconcileStuckDisableSleep(); };
   const auto stuck = [&](C& c) {
-    host::writeFile(C::engagedMarkerURL(), "");
+    writeFile(C::engagedMarkerURL(), "");
     return check(c);
   };
   const auto rescue = [](C& c) { return c.emergencyRestore(), true; };

@@ -3,6 +3,7 @@
 
 #include <random>
 
+#include "Host/AgentsFile.h"
 #include "Host/Folder.h"
 #include "Host/StatusReport.h"
 #include "Host/WatchScreen.h"
@@ -21,12 +22,12 @@ using testing::HasSubstr, testing::Not;
 
 /// A machine on which everything changes at random: what runs, for whom, how busy it is and in what
 /// order it is listed; files, battery, lid, heat and screens. Tools fail now and then.
-class RandomMachine : public CommandRunning, public FileActivityProbing {
+class RandomMachine : public CommandRunning, public FileActivityProbing, public TurnReading {
  public:
   explicit RandomMachine(unsigned seed) : random_(seed) {}
 
   Sources sources() {
-    return {*this, screen_, *this, [this] { return heat_; }};
+    return {*this, screen_, *this, *this, [this] { return heat_; }};
   }
 
   void step(Timestamp now) {
@@ -44,6 +45,12 @@ class RandomMachine : public CommandRunning, public FileActivityProbing {
       files_["/home/me/.claude/projects/secret/" + names[below(names.size())]] = sometime();
     if (below(9) == 0)
       files_.erase("/home/me/.claude/projects/secret/" + names[below(names.size())]);
+    if (below(3) == 0) {
+      const std::string session = "/home/me/secret/" + std::to_string(below(4));
+      turns_[session] = {session, static_cast<TurnState>(below(5)), sometime(), std::nullopt};
+      if (below(2) == 0) turns_[session].pid = 1 + below(40);
+    }
+    if (below(9) == 0) turns_.erase("/home/me/secret/" + std::to_string(below(4)));
     if (below(20) == 0) isOnBattery_ = !isOnBattery_;
     if (below(30) == 0) isLidClosed_ = !isLidClosed_;
     heat_ = below(40) == 0 ? ThermalState::critical : ThermalState::nominal;
@@ -86,6 +93,17 @@ class RandomMachine : public CommandRunning, public FileActivityProbing {
   ModificationsByPath sessionModifications(const std::vector<std::string>& globs) const override {
     return globs[0] == ".claude/projects/**/*.jsonl" ? files_ : ModificationsByPath();
   }
+  std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) override {
+    std::vector<TurnRecord> records;
+    for (const auto& [session, record] : turns_) {
+      if (record.writtenAt >= since && format.globs[0].size() % 2 == 1) records.push_back(record);
+    }
+    return records;
+  }
+  std::optional<Timestamp> processStart(std::int32_t pid) override {
+    return pid % 5 == 0 ? std::nullopt : std::optional(after(now_, -pid * 10.));
+  }
+  bool isConnected(std::int32_t pid) override { return pid % 3 == 0; }
 
  private:
   struct Row {
@@ -100,6 +118,8 @@ class RandomMachine : public CommandRunning, public FileActivityProbing {
       {"/Applications/Codex.app/Contents/MacOS/Codex", ""},
       {"/home/me/secret/Other.app/codex", "codex"},
       {"/usr/bin/python3", "python3 /home/me/secret/x.py pi"},
+      {"pi", "pi"},
+      {"/bin/bash", "bash -c secret gemini-shell-secret"},
       {"/bin/sh", "sh -c secret"},
       {"/opt/Buddy", "buddy"}};
   static inline const std::vector<std::string> names = {"a.jsonl", "agent-b.jsonl",
@@ -115,6 +135,7 @@ class RandomMachine : public CommandRunning, public FileActivityProbing {
   Timestamp now_;
   std::map<std::int32_t, Row> rows_;
   ModificationsByPath files_;
+  std::map<std::string, TurnRecord> turns_;
   bool isReversed_ = false, isOnBattery_ = false, isLidClosed_ = false;
   ThermalState heat_ = ThermalState::nominal;
   ScriptedAccessibility screen_;
@@ -130,8 +151,10 @@ TEST(Trace, AReplayDecidesWhatWasDecided) {
     const fs::path file = home.path() / "trace";
     ::setenv("HOME", "/home/me", 1);  // whose name is not to be told
     RandomMachine machine(keepsAll ? 7 : 8);
-    Recorder recorder(machine.sources(), {.pid = 4711, .keepsAllProcesses = keepsAll});
-    Observer observer(recorder.sources(), {});
+    const AgentProfiles profiles = loadAgents({installedAgentsFile()}).profiles;
+    Recorder recorder(machine.sources(),
+                      {.pid = 4711, .profiles = profiles, .keepsAllProcesses = keepsAll});
+    Observer observer(recorder.sources(), profiles);
     AgentStateMachine stateMachine;
     TickReports reports(true);
     GuardSettings settings;
@@ -154,7 +177,7 @@ TEST(Trace, AReplayDecidesWhatWasDecided) {
       recorded.push_back(reportOf(reports, tick));
     }
     trace << R"({"ms":20)" << std::flush;  // cut short
-    Replay replay(file, {});
+    Replay replay(file, {.settings = {}, .profiles = profiles});
     TickReports again(true);
     std::size_t ticks = 0;
     while (const auto tick = replay.next()) {
@@ -173,8 +196,8 @@ TEST(Trace, ArgumentsAreReducedToWhatTellsAnAgent) {
   const struct {
     std::string command, arguments, kept;
   } rows[] = {
-      {"claude", "claude -p fix run of /home/me/x --model=opus", "claude -p … run … --model"},
-      {"codex", "/home/me/bin/codex exec --json say gemini", "~/bin/codex exec --json …"},
+      {"claude", "claude -p fix run of /home/me/x --model=opus", "claude -p … run … … --model"},
+      {"codex", "/home/me/bin/codex exec --json say gemini", "~/bin/codex exec --json … …"},
       {"/usr/bin/node", "node --max-old-space-size=9 /home/me/bin/gemini -p hi",
        "node --max-old-space-size ~/bin/gemini -p …"},
       {"/usr/bin/node", "node /home/me/x/y/app.js pi tell claude", "node ~/…/app.js pi … claude"},

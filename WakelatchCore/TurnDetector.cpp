@@ -204,12 +204,19 @@ AgentTurns TurnDetector::sumUp(const Agent& agent, const std::string& appName) {
       shared.push_back(&seen.owners);
     }
   }
+  // Each of the others may have one of the records that may be several sessions'.
+  Pids others;
+  std::set_difference(agent.sessions.begin(), agent.sessions.end(), told.begin(), told.end(),
+                      std::inserter(others, others.end()));
+  std::size_t records = 0;
   for (const Pids* owners : shared) {
-    const auto free = std::find_if(owners->begin(), owners->end(),
-                                   [&](std::int32_t pid) { return !told.contains(pid); });
-    if (free != owners->end()) told.insert(*free);
+    const auto isOther = [&](std::int32_t pid) { return others.contains(pid); };
+    if (std::any_of(owners->begin(), owners->end(), isOther)) ++records;
+    told.insert(owners->begin(), owners->end());
   }
-  turns.tellsOfEverySession = told == agent.sessions;
+  turns.tellsOfEverySession =
+      records >= others.size() &&
+      std::includes(told.begin(), told.end(), agent.sessions.begin(), agent.sessions.end());
   return turns;
 }
 
