@@ -87,7 +87,7 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
   std::map<std::string, Seen> records;
   for (TurnRecord& record : recordsOf(profile, after(earliest, -clockMargin))) {
     const auto known = agent.records.find(record.session);
-    Seen seen = known == agent.records.end() ? Seen{record, record.writtenAt, writers(record)}
+    Seen seen = known == agent.records.end() ? firstSight(record, writers(record))
                                              : std::move(known->second);
     if (seen.record.writtenAt != record.writtenAt) {
       seen.silentSeconds = 0;
@@ -124,6 +124,15 @@ std::vector<TurnRecord> TurnDetector::recordsOf(const AgentProfile& profile, Tim
   return records;
 }
 
+TurnDetector::Seen TurnDetector::firstSight(const TurnRecord& record, Pids owners) {
+  Seen seen;
+  seen.record = record;
+  seen.since = record.writtenAt;
+  seen.told = record.state;
+  seen.owners = std::move(owners);
+  return seen;
+}
+
 /// What can be told of sessions whose records say nothing, or not all.
 void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcesses& processes,
                                  const Agent& agent, Timestamp now,
@@ -143,7 +152,7 @@ void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcess
     const auto known = agent.records.find(name);
     records.emplace(name, known != agent.records.end()
                               ? known->second
-                              : Seen{{name, TurnState::working, now}, now, owner});
+                              : firstSight({name, TurnState::working, now}, owner));
   }
 }
 

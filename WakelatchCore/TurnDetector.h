@@ -59,11 +59,11 @@ class TurnDetector {
   using Pids = std::set<std::int32_t>;
   /// A record as it was seen until now.
   struct Seen {
-    TurnRecord record;  ///< with what it comes to in place of TurnState::asksForTool
-    Timestamp since;    ///< when it first told this
-    Pids owners;        ///< the sessions that may have written it
-    TurnState told = record.state;
-    double silentSeconds = 0;  ///< in this turn
+    TurnRecord record;                 ///< with what it comes to in place of TurnState::asksForTool
+    Timestamp since;                   ///< when it first told this
+    Pids owners;                       ///< the sessions that may have written it
+    TurnState told = TurnState::idle;  ///< what the record says itself
+    double silentSeconds = 0;          ///< in this turn
     bool isGivenUp = false;
   };
   struct Agent {
@@ -77,6 +77,7 @@ class TurnDetector {
   std::vector<TurnRecord> recordsOf(const AgentProfile& profile, Timestamp since);
   void addUnrecorded(const AgentProfile& profile, const AgentProcesses& processes,
                      const Agent& agent, Timestamp now, std::map<std::string, Seen>& records);
+  static Seen firstSight(const TurnRecord& record, Pids owners);
   static void forgetEnded(Agent& agent, const Pids& sessions);
   bool hasStartedProcess(const AgentProcesses& processes, Timestamp since, Timestamp now);
   Timestamp startOf(std::int32_t pid, Timestamp now);
