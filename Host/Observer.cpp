@@ -8,29 +8,26 @@
 
 namespace wakelatch::host {
 
-Observer::Detectors::Detectors(const Sources& sources, const FileActivityProbing& files,
-                               const AgentProfiles& profiles, double textSeconds)
+Observer::Detectors::Detectors(const Sources& sources, const AgentProfiles& profiles,
+                               double textSeconds)
     : processes(sources.tools, profiles),
       accessibility(sources.accessibility, ReadingBudget::within(textSeconds), profiles),
-      sessions(files, profiles),
+      sessions(sources.files, profiles),
       turns(sources.turns, profiles),
       activity(processes, accessibility, sessions, &turns, profiles) {}
 
 Observer::Observer(const Sources& sources, AgentProfiles profiles, double textSeconds)
-    : sources_(sources),
-      textSeconds_(textSeconds),
-      power_(sources.tools),
-      lid_(sources.tools),
-      rememberedFiles_(sources.files) {
+    : sources_(sources), textSeconds_(textSeconds), power_(sources.tools), lid_(sources.tools) {
   lookFor(std::move(profiles));
 }
 
 void Observer::lookFor(AgentProfiles profiles) {
   profiles_ = std::move(profiles);
-  detectors_ = std::make_unique<Detectors>(sources_, rememberedFiles_, profiles_, textSeconds_);
+  detectors_ = std::make_unique<Detectors>(sources_, profiles_, textSeconds_);
 }
 
 Observation Observer::look(const GuardSettings& settings, Timestamp now) {
+  sources_.beginLook();
   Observation seen;
   seen.at = now;
   seen.thermalState = sources_.heat();
@@ -43,9 +40,10 @@ Observation Observer::look(const GuardSettings& settings, Timestamp now) {
   }
   const AgentResolver resolver = profiles_.watched(settings);
   for (const AgentProfile& profile : resolver.profiles()) {
-    const auto newest = rememberedFiles_.lastNewest(profile.sessionActivityGlobs);
     KnownAgent& agent =
         seen.agents.try_emplace(profile.displayName, KnownAgent{profile.id}).first->second;
+    if (profile.sessionActivityGlobs.empty()) continue;
+    const auto newest = sources_.files.newestModification(profile.sessionActivityGlobs);
     if (newest) agent.sessionFileAge = std::max(0.0, secondsBetween(*newest, now));
   }
   seen.uiTextNotice = uiTextNotice(detectors_->accessibility, settings, profiles_);

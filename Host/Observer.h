@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "Host/RememberedFiles.h"
 #include "Host/Sources.h"
 #include "Platform/Clock.h"
 #include "WakelatchCore/AccessibilityDetector.h"
@@ -50,8 +49,8 @@ class Observer {
 
   Observation look(const GuardSettings& settings, Timestamp now);
 
-  /// The age in whole seconds, at `at`, of the newest session file of an agent; nothing when it has
-  /// none. Walks its session files.
+  /// The age in whole seconds, at `at`, of the newest session file of an agent as the last look saw
+  /// it; nothing when it has none.
   std::optional<std::int64_t> sessionFileAge(const std::string& agentName, Timestamp at) const;
 
  private:
@@ -63,8 +62,7 @@ class Observer {
     TurnDetector turns;
     ActivityDetector activity;
 
-    Detectors(const Sources& sources, const FileActivityProbing& files,
-              const AgentProfiles& profiles, double textSeconds);
+    Detectors(const Sources& sources, const AgentProfiles& profiles, double textSeconds);
   };
 
   const Sources sources_;
@@ -72,7 +70,6 @@ class Observer {
   AgentProfiles profiles_;
   PowerMonitor power_;
   LidStateDetector lid_;
-  RememberedFiles rememberedFiles_;
   std::unique_ptr<Detectors> detectors_;
 };
 

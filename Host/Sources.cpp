@@ -6,11 +6,17 @@
 namespace wakelatch::host {
 
 MachineSources::MachineSources(CommandRunning& tools)
-    : files_(platform::homeDirectory(), sessionFileDepth),
+    : walkingFiles_(platform::homeDirectory(), sessionFileDepth),
+      files_(walkingFiles_),
       turns_(files_),
-      sources_{tools, platform::systemAccessibility(), files_, turns_, [] {
+      sources_{[this] {
                  serviceSystemEvents();
-                 return thermalState();
-               }} {}
+                 files_.beginLook();
+               },
+               tools,
+               platform::systemAccessibility(),
+               files_,
+               turns_,
+               [] { return thermalState(); }} {}
 
 }  // namespace wakelatch::host

@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "Host/LookFiles.h"
 #include "Platform/Accessibility.h"
 #include "WakelatchCore/FileActivityProbe.h"
 #include "WakelatchCore/Models.h"
@@ -13,11 +14,12 @@ namespace wakelatch::host {
 
 /// All that decisions depend on, beside settings, mode and time. Owned by whoever made them.
 struct Sources {
+  std::function<void()> beginLook;  ///< called first in a look
   CommandRunning& tools;
   platform::Accessibility& accessibility;
   const FileActivityProbing& files;
   TurnReading& turns;
-  std::function<ThermalState()> heat;  ///< asked first in a look
+  std::function<ThermalState()> heat;
 };
 
 /// The machine that this runs on.
@@ -34,7 +36,8 @@ class MachineSources {
   const Sources& sources() const { return sources_; }
 
  private:
-  FileActivityProbe files_;
+  FileActivityProbe walkingFiles_;
+  LookFiles files_;
   TurnReader turns_;
   Sources sources_;
 };

@@ -27,7 +27,7 @@ class RandomMachine : public CommandRunning, public FileActivityProbing, public 
   explicit RandomMachine(unsigned seed) : random_(seed) {}
 
   Sources sources() {
-    return {*this, screen_, *this, *this, [this] { return heat_; }};
+    return {[] {}, *this, screen_, *this, *this, [this] { return heat_; }};
   }
 
   void step(Timestamp now) {

@@ -1,10 +1,15 @@
 #include "WakelatchCore/TurnRecords.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
 #include <sqlite3.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <thread>
+#include <cstdlib>
 
 #include "Tests/TemporaryFolder.h"
 
@@ -115,14 +120,35 @@ TEST(TurnRecords, AreReadFromADatabaseThatIsInUse) {
   sqlite3_close(writer);
 }
 
-TEST(TurnRecords, ProcessesAreAskedWhenTheyBegan) {
+TEST(TurnRecords, ProcessesTellTheirStartAndTheirConnections) {
   const FileActivityProbe probe("/", 0);
   TurnReader reader(probe);
-  const auto start = reader.processStart(::getpid());
-  ASSERT_TRUE(start);
-  EXPECT_NEAR(secondsBetween(*start, platform::now()), 15, 15);
-  EXPECT_EQ(reader.processStart(1 << 30), std::nullopt);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::pause();
+    ::_exit(0);
+  }
+  const auto start = reader.processStart(child);
+  EXPECT_TRUE(start && std::abs(secondsBetween(*start, platform::now())) < 5);
+  EXPECT_FALSE(reader.isConnected(child));
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_EQ(reader.processStart(child), std::nullopt);
+
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0),
+            client = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_TRUE(::bind(listener, generic, size) == 0 && ::listen(listener, 1) == 0 &&
+              ::getsockname(listener, generic, &size) == 0);
   EXPECT_FALSE(reader.isConnected(::getpid()));
+  ASSERT_EQ(::connect(client, generic, size), 0);
+  EXPECT_TRUE(reader.isConnected(::getpid()));
+  ::close(client);
+  ::close(listener);
 }
 
 }  // namespace

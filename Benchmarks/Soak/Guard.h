@@ -10,8 +10,8 @@
 #include "Benchmarks/Soak/World.h"
 #include "Host/Folder.h"
 #include "Host/KeepAwake.h"
+#include "Host/LookFiles.h"
 #include "Host/Notices.h"
-#include "Host/RememberedFiles.h"
 #include "Host/Saver.h"
 #include "Host/UsageRecorder.h"
 #include "Host/UsageStore.h"
@@ -33,8 +33,8 @@ class Guard {
         processes_(tools),
         texts_(world.screen),
         files_(platform::homeDirectory(), 12),
-        rememberedFiles_(files_),
-        sessions_(rememberedFiles_),
+        lookFiles_(files_),
+        sessions_(lookFiles_),
         activity_(processes_, texts_, sessions_),
         controller(tools, tools, FileLogger::shared(), world.tool().string()),
         keepAwake(controller, notifier_, releaseDelaySeconds,
@@ -52,6 +52,7 @@ class Guard {
     const Timestamp now = world_.now();
     power = power_.snapshot();
     const LidState lid = lid_.lidState();
+    lookFiles_.beginLook();
     const auto signals = activity_.detectPerApp(world_.settings, power, now);
     const ActivitySignal signal = strongest(signals);
     machine_.forgetFuture(now);
@@ -102,7 +103,7 @@ class Guard {
   ProcessDetector processes_;
   AccessibilityDetector texts_;
   FileActivityProbe files_;
-  host::RememberedFiles rememberedFiles_;
+  host::LookFiles lookFiles_;
   SessionActivityDetector sessions_;
   ActivityDetector activity_;
   AgentStateMachine machine_;

@@ -121,7 +121,7 @@ Recorder::Recorder(const Sources& machine, Options options)
       files_(machine.files),
       turns_(machine.turns),
       screen_(machine.accessibility),
-      sources_{tools_, screen_, files_, turns_, machine.heat} {}
+      sources_{machine.beginLook, tools_, screen_, files_, turns_, machine.heat} {}
 
 std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
   TraceHeader header;

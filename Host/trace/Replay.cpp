@@ -32,7 +32,7 @@ std::ifstream opened(const std::filesystem::path& file) {
 // --------------------------------------------------------------------------- the machine's part
 
 RecordedMachine::RecordedMachine()
-    : sources_{tools_, screen_, files_, turns_, [this] { return heat_; }} {}
+    : sources_{[] {}, tools_, screen_, files_, turns_, [this] { return heat_; }} {}
 
 CommandResult RecordedMachine::Tools::run(const ShellCommand& command) {
   const std::string& last = command.arguments.back();
