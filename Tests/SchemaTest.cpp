@@ -55,6 +55,10 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   const auto first = state().lastActiveSignalAt;
   ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt > first; }));  // time is counted
   writeFile(home.path() / ".local/share/opencode/shared.db-wal", "");
+  writeFile(supportFolder() / "agents.json",
+            R"({"agents": [{"id": "aider", "turnRecords": [{"globs": ["turn"], "rules": [
+                {"state": "working", "when": {"is": ["busy"]}}]}]}]})");
+  writeFile(home.path() / "turn", R"({"is": "busy"})");
   const json seen = run("status"), evidence = seen["evidence"];
   const json process = {
       {"cpuPercent", 50}, {"thresholdPercent", 8}, {"trustsCPU", true}, {"sessionCount", 1}};
@@ -62,6 +66,7 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   EXPECT_EQ(seen["signals"][0]["agentID"], "aider");
   EXPECT_FALSE(seen["signals"][1].contains("agentID")) << "the user's own";
   EXPECT_EQ(evidence[0]["process"], process);
+  EXPECT_EQ(evidence[0]["turn"]["state"], "working");
   EXPECT_EQ(evidence[1]["id"], "opencode");
   EXPECT_EQ(evidence[1]["sessionFile"]["isBelieved"], false);
   EXPECT_LT(evidence[1]["sessionFile"]["ageSeconds"], 60);
