@@ -50,6 +50,21 @@ std::optional<std::string> nonEmptyText(const JsonValue& object, std::string_vie
   return text;
 }
 
+/// Fails at a glob that every file of the user's might match: it would be walked for in each tick.
+void expectBounded(const JsonValue& object, std::string_view key) {
+  object.withMember(key, [](const JsonValue& globs) {
+    globs.forEachElement([](const JsonValue& glob) {
+      const std::string& text = glob.text();
+      const std::size_t start = text.find_first_not_of("~/");
+      const std::string first =
+          start == text.npos ? "" : text.substr(start, text.find('/', start) - start);
+      if (first.empty() || first.find('*') != first.npos) {
+        glob.fail("must begin with the name of a folder or file below the home folder");
+      }
+    });
+  });
+}
+
 /// Lays files over the built-in agents, one after the other. Throws DecodingError.
 class Overlay {
  public:
@@ -88,12 +103,33 @@ class Overlay {
       entry.withMember("kind", [&](const JsonValue& value) { readJson(value, kind); });
       profile = profiles_.insert(profile, AgentCatalog::ofKind(kind));
     }
+    for (const char* globs : {"sessionActivityGlobs", "sessionCountGlobs"}) {
+      expectBounded(entry, globs);
+    }
+    entry.withMember("turnRecords", [](const JsonValue& formats) {
+      formats.forEachElement([](const JsonValue& format) { expectBounded(format, "globs"); });
+    });
     readFields(entry, *profile);
+    expectOwnRecords(entry, *profile);
     entry.forEachMember([&](const std::string& key, const JsonValue& value) {
       const bool isSet = value.kind() != JsonNode::Kind::null && (isNew || key != "id");
       if (isSet) sources_[*id][key] = file.string();
     });
     return *id;
+  }
+
+  /// A record is known by its files.
+  void expectOwnRecords(const JsonValue& entry, const AgentProfile& profile) const {
+    std::map<std::vector<std::string>, std::string> readers;
+    for (const AgentProfile& each : profiles_) {
+      for (const TurnRecordFormat& format : each.turnRecords) {
+        const auto [reader, isNew] = readers.emplace(format.globs, each.id);
+        if (isNew || (reader->second != profile.id && each.id != profile.id)) continue;
+        entry.withMember("turnRecords", [&](const JsonValue& formats) {
+          formats.fail("the same files are read for \"" + reader->second + "\" already");
+        });
+      }
+    }
   }
 
   /// Signals and statistics go by display names.

@@ -220,7 +220,7 @@ class Watch {
     notifier_.problem("agents", agents_.refresh());
     if (agents_.version() == version) return;
     observer_.lookFor(agents_.current().profiles);
-    if (recorder_) recorder_->follow(agents_.current().profiles);
+    if (trace_) trace_->end("another catalogue of agents is in force");
   }
 
   void tellGivenUp(const Observation& seen) {

@@ -1,5 +1,6 @@
 #include <libproc.h>
 #include <sys/proc_info.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <vector>
@@ -12,6 +13,7 @@ std::optional<Timestamp> processStart(std::int32_t pid) {
   proc_bsdinfo info{};
   const int size = sizeof info;
   if (::proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, size) != size) return std::nullopt;
+  if (::geteuid() != 0 && info.pbi_uid != ::geteuid()) return std::nullopt;
   return Timestamp(
       std::chrono::duration<double>(static_cast<double>(info.pbi_start_tvsec) +
                                     static_cast<double>(info.pbi_start_tvusec) * 1e-6));

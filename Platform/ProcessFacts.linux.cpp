@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -23,7 +24,11 @@ double secondsOf(clockid_t clock) {
 }  // namespace
 
 std::optional<Timestamp> processStart(std::int32_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  const std::string process = "/proc/" + std::to_string(pid);
+  struct stat status {};
+  if (::stat(process.c_str(), &status) != 0) return std::nullopt;
+  if (::geteuid() != 0 && status.st_uid != ::geteuid()) return std::nullopt;
+  std::ifstream file(process + "/stat");
   std::string text;
   std::getline(file, text, '\0');
   const std::size_t nameEnd = text.rfind(')');  // the name may hold anything

@@ -18,6 +18,7 @@ struct Closer {
 constexpr int maxSteps = 5'000'000;
 
 constexpr std::size_t maxRows = 1000;
+constexpr int maxValueBytes = 16 << 20;  // a message may hold a picture
 
 }  // namespace
 
@@ -31,6 +32,7 @@ std::vector<std::vector<std::string>> queryDatabase(
       sqlite3_open_v2(file.c_str(), &opened, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
   const std::unique_ptr<sqlite3, Closer> database(opened);
   if (status != SQLITE_OK) return {};
+  sqlite3_limit(opened, SQLITE_LIMIT_LENGTH, maxValueBytes);
   sqlite3_progress_handler(
       opened, maxSteps, [](void*) { return 1; }, nullptr);
   sqlite3_stmt* prepared = nullptr;
@@ -41,13 +43,15 @@ std::vector<std::vector<std::string>> queryDatabase(
     if (index > 0) sqlite3_bind_int64(prepared, index, value);
   }
   std::vector<std::vector<std::string>> rows;
-  while (rows.size() < maxRows && sqlite3_step(prepared) == SQLITE_ROW) {
+  int step = SQLITE_ROW;
+  while ((step = sqlite3_step(prepared)) == SQLITE_ROW && rows.size() < maxRows) {
     std::vector<std::string>& row = rows.emplace_back();
     for (int column = 0; column < sqlite3_column_count(prepared); ++column) {
       const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(prepared, column));
       row.emplace_back(text == nullptr ? "" : text);
     }
   }
+  if (step != SQLITE_DONE) return {};  // the rest might say otherwise
   return rows;
 }
 

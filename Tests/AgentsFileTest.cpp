@@ -25,7 +25,7 @@ TEST(AgentsFile, TheUsersFileIsLaidOverTheInstalledOneAndThatOverTheBuiltinAgent
   EXPECT_EQ(loadAgents({installed, own}).profiles.all(), AgentCatalog::builtin());
   writeFile(installed, R"({"$schema": "x", "agents": [
     {"id": "aider", "displayName": "Pi", "activePhrases": ["a"], "idlePhrases": ["b"],
-     "turnRecords": [{"globs": ["g"], "form": "lines", "isNamedByFolder": true, "query": "q",
+     "turnRecords": [{"globs": ["g/*"], "form": "lines", "isNamedByFolder": true, "query": "q",
                       "rules": [{"state": "waiting", "when": {"a.b": ["*"]}}]}]},
     {"id": "pi-coding-agent", "displayName": "Aider"},
     {"id": "web", "displayName": "Web", "kind": "browser", "toolMarkers": ["m"]}]})");
@@ -40,7 +40,7 @@ TEST(AgentsFile, TheUsersFileIsLaidOverTheInstalledOneAndThatOverTheBuiltinAgent
   aider.activePhrases = {};
   aider.idlePhrases = {"b"};
   aider.iconBundleID = "i";
-  aider.turnRecords = {{.globs = {"g"},
+  aider.turnRecords = {{.globs = {"g/*"},
                         .form = TurnRecordFormat::Form::lines,
                         .rules = {{TurnState::waiting, {{"a.b", {"*"}}}}},
                         .isNamedByFolder = true,

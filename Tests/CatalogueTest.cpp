@@ -162,7 +162,8 @@ TEST(Catalogue, ReadsWhatAgentsWriteAboutTheirTurns) {
     for (const AgentProfile& profile : shipped().all()) {
       if (profile.id != id) continue;
       std::string told;
-      for (const TurnRecord& record : TurnReader::parse(profile.turnRecords[0], text, true)) {
+      const auto records = TurnReader::parse(profile.turnRecords[0], text, true);
+      for (const TurnRecord& record : records.value_or(std::vector<TurnRecord>())) {
         told += std::string(rawValue(record.state)) +
                 (record.pid ? " " + std::to_string(*record.pid) : "");
       }

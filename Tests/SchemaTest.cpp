@@ -31,7 +31,9 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   const TemporaryHome home;
   const std::string tools = home.path() / "tools", tool = tools + "/caffeinate";
   writeScript(tool, "exec sleep 60");
-  writeScript(tools + "/ps", "[ -e ~/done ] || printf '7 1 50.0 /bin/aider\\n8 1 0 /bin/own\\n'");
+  const std::string aider = std::to_string(::getpid());  // that turn records may be believed
+  writeScript(tools + "/ps",
+              "[ -e ~/done ] || printf '" + aider + " 1 50.0 /bin/aider\\n8 1 0 /bin/own\\n'");
   writeScript(tools + "/pmset", "[ \"$*\" != '-g batt' ] || echo 'Battery Power 55%'");
   writeScript(tools + "/ioreg", "echo '\"AppleClamshellState\" = Yes'");
   writeScript(tools + "/osascript", "");

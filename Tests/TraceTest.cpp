@@ -202,9 +202,10 @@ TEST(Trace, ArgumentsAreReducedToWhatTellsAnAgent) {
        "node --max-old-space-size ~/bin/gemini -p …"},
       {"/usr/bin/node", "node /home/me/x/y/app.js pi tell claude", "node ~/…/app.js pi … claude"},
       {"/usr/bin/tail", "tail -f /home/me/x/claude-code/x/y", "tail -f …/claude-code/…"},
-      {"/home/me/x/claude/versions/2", "2 -xsecret", "2 -x"},
+      {"/home/me/x/claude/versions/2", "2 -xsecret", "2 -x…"},
       {"/home/me/x", "x --dir=/srv/claude-code/a --key=1", "x …/claude-code/… --key"},
       {"claude", "claude", "claude"},
+      {"claude", "claude why -pthread is secret", "claude … -p… … …"},
       {"claude", "", ""}};
   for (const auto& row : rows) {
     ProcessSnapshot process{7, 1, 0, row.command, row.arguments};

@@ -92,11 +92,30 @@ TEST(TurnDetector, BelievesRecordsOfProcessesThatLive) {
   EXPECT_EQ(machine.look(208), "waiting");
   machine.listing = "";
   EXPECT_EQ(machine.look(210), "-");
+  machine.listing = "7 1 0 buddy\n";  // a listing had failed
+  EXPECT_EQ(machine.look(212), "waiting");
   machine.starts[9] = 300;  // and the killed session is taken up again
   machine.listing = "9 1 0 buddy\n";
   EXPECT_EQ(machine.look(302), "-");
   machine.write("b", working, 310);
   EXPECT_EQ(machine.look(312), "working");
+}
+
+TEST(TurnDetector, TellsTheRecordOfASessionThatWasKilledBesideAnother) {
+  Machine machine;
+  machine.starts = {{7, 100}, {8, 100}};
+  machine.listing = "7 1 0 buddy\n8 1 0 buddy\n";
+  machine.write("a", working, 110);
+  machine.write("b", idle, 111);
+  EXPECT_EQ(machine.look(112), "working");
+  machine.listing = "8 1 0 buddy\n";
+  EXPECT_EQ(machine.look(114), "working");  // it may be either one's
+  machine.write("b", working, 115);
+  EXPECT_EQ(machine.look(116), "working");
+  machine.write("b", idle, 117);
+  EXPECT_EQ(machine.look(118), "idle");
+  machine.listing = "9 1 0 buddy\n";  // somebody else's, which cannot have written it
+  EXPECT_EQ(machine.look(120), "-");
 }
 
 TEST(TurnDetector, TiesARecordToTheProcessItNames) {
@@ -150,6 +169,8 @@ TEST(TurnDetector, KnowsAToolFromAQuestion) {
   EXPECT_EQ(machine.look(112), "waiting");
   machine.listing += "72 7 0 tool\n";
   EXPECT_EQ(machine.look(121), "working");
+  EXPECT_EQ(machine.look(60), "working");  // the clock is set back
+  EXPECT_EQ(machine.look(121), "working");
   machine.write("a", TurnState::unclear, 122);
   EXPECT_EQ(machine.look(124), "-");
 }
@@ -158,7 +179,9 @@ TEST(TurnDetector, TakesAConnectionForWorkWhereThereIsNoRecordYet) {
   Machine machine;
   machine.starts = {{7, 100}};
   machine.listing = "7 1 0 buddy\n71 7 0 sh\n";
-  machine.connected = {71};
+  machine.connected = {71};  // what it started may talk to anybody
+  EXPECT_EQ(machine.look(111), "-");
+  machine.connected = {7};
   EXPECT_EQ(machine.look(112), "working");
   machine.write("a", idle, 113);
   EXPECT_EQ(machine.look(114), "idle");

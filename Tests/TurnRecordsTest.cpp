@@ -75,7 +75,8 @@ TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
   TurnReader reader(probe);
   writeFile(folder.path() / "all.json",
             R"({"s1": {"turn": {"state": "busy"}, "at": "2026-11-23T16:25:08.5Z", "pid": 5},
-                "s2": {"turn": [{"state": "x"}, {"state": "done"}]}, "s3": 1})");
+                "s2": {"turn": [{"state": "x"}, {"state": "done"}], "pid": 6},
+                "s3": {"turn": {"state": "busy"}, "pid": 99999999999}, "s4": 1})");
   TurnRecordFormat format{.globs = {"all.json"},
                           .form = TurnRecordFormat::Form::members,
                           .rules = rules,

@@ -40,7 +40,8 @@ const AgentTurns* turnsOf(const std::vector<AgentTurns>& turns,
 
 /// Whether no session of the agent is in a turn, by the records of all of them.
 bool isAtRest(const AgentTurns* turns) {
-  return turns != nullptr && turns->tellsOfEverySession && turns->state != TurnState::working;
+  return turns != nullptr && turns->state && turns->tellsOfEverySession &&
+         turns->state != TurnState::working;
 }
 
 /// Null for the names of the user's own targets, which belong to no profile.
@@ -86,7 +87,10 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
     processSignals.push_back(signal);
     if (!signal.appName) continue;
     // An agent at rest that draws its screen or starts up is not at work; what it started may be.
-    if (isAtRest(turnsOf(evidence.turns, signal.appName)) && !agent.isOneShot &&
+    // A one-shot run ends soon after its turn: what rests for longer only looks like one.
+    const AgentTurns* turns = turnsOf(evidence.turns, signal.appName);
+    if (isAtRest(turns) &&
+        (!agent.isOneShot || secondsBetween(turns->since, now) > oneShotEndSeconds) &&
         agent.cpuPercent - agent.ownCPUPercent < agent.thresholdPercent) {
       processSignals.back().strength = SignalStrength::presence;
       processSignals.back().reason = *signal.appName + " is running";

@@ -31,6 +31,8 @@ class ActivityDetector {
   /// What was written until so many seconds after an agent's process was last seen is taken for
   /// what it wrote on leaving.
   static constexpr double leavingSeconds = 10;
+  /// For how long a one-shot run is believed that has no turn any more, in seconds.
+  static constexpr double oneShotEndSeconds = 30;
 
   /// The signals of one kind, in their detector's order.
   struct Findings {

@@ -347,14 +347,14 @@ struct AgentResolver::Tables {
   /// The first program among the arguments that is named like a command-line agent.
   std::optional<std::string_view> programWithAgentName(std::string_view path,
                                                        std::string_view arguments) const {
+    std::optional<std::string_view> program;  // of a line that may have thousands of such words
     for (const std::string_view token : platform::Pieces(arguments, ' ')) {
       const std::string_view name = platform::lastPiece(token, '/');
       const AgentProfile* named = cliProcessNames.profileNamed(name);
       if (named == nullptr) continue;
-      if (!named->recognisesProgramsOnly ||
-          AgentCommandLine(path, arguments).program().data() == token.data()) {
-        return name;
-      }
+      if (!named->recognisesProgramsOnly) return name;
+      if (!program) program = AgentCommandLine(path, arguments).program();
+      if (program->data() == token.data()) return name;
     }
     return std::nullopt;
   }

@@ -269,7 +269,9 @@ std::vector<AgentProcesses> ProcessDetector::inspect(const std::vector<ProcessSn
     agent.thresholdPercent = threshold;
     agent.trustsCPU = group.trustsCPU;
     agent.isOneShot = group.isOneShot;
-    subtrees.forEach(group.roots, [&](Node node) { agent.cpuPercent += tree.cpuPercent(node); });
+    std::vector<Node> all = group.roots;
+    all.insert(all.end(), group.workers.begin(), group.workers.end());
+    subtrees.forEach(all, [&](Node node) { agent.cpuPercent += tree.cpuPercent(node); });
     const auto addSession = [&](Node root, bool isWorker) {
       if (group.profile == nullptr || group.profile->turnRecords.empty()) return;
       AgentSession& session = agent.sessions.emplace_back();
@@ -277,7 +279,8 @@ std::vector<AgentProcesses> ProcessDetector::inspect(const std::vector<ProcessSn
       session.isWorker = isWorker;
       subtrees.forEach({root}, [&](Node node) {
         session.processes.push_back(processes[node].pid);
-        session.runsTool = session.runsTool || isTool(processes[node], *group.profile);
+        const bool isRoot = std::binary_search(group.roots.begin(), group.roots.end(), node);
+        session.runsTool = session.runsTool || (!isRoot && isTool(processes[node], *group.profile));
       });
     };
     std::int64_t sessionCount = 0;
@@ -287,7 +290,10 @@ std::vector<AgentProcesses> ProcessDetector::inspect(const std::vector<ProcessSn
       ++sessionCount;
       addSession(root, false);
     }
-    for (const Node worker : group.workers) addSession(worker, true);
+    for (const Node worker : group.workers) {
+      agent.ownCPUPercent += tree.cpuPercent(worker);
+      addSession(worker, true);
+    }
     if (group.roots.empty()) {
       agent.signal.appName = group.name;
       continue;

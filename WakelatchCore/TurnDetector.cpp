@@ -13,6 +13,9 @@ constexpr double clockMargin = 2;  // seconds
 /// More than this between two ticks is sleep, or a clock that was set: nobody was silent then.
 constexpr double longestTick = 10;  // seconds
 
+/// In which an agent starts the processes that it keeps.
+constexpr double startUpSeconds = 30;
+
 }  // namespace
 
 std::string AgentTurns::reason() const {
@@ -24,41 +27,56 @@ std::string AgentTurns::reason() const {
 std::vector<AgentTurns> TurnDetector::detect(const GuardSettings& settings,
                                              const std::vector<AgentProcesses>& processes,
                                              Timestamp now) {
-  const double elapsed =
-      lastTick_ ? std::clamp(secondsBetween(*lastTick_, now), 0.0, longestTick) : 0;
+  const double passed = lastTick_ ? secondsBetween(*lastTick_, now) : 0;
   lastTick_ = now;
-  std::map<std::string, Agent> running;
-  std::map<std::int32_t, Timestamp> starts;
+  if (passed < 0) {  // the clock was set back: nothing has begun later than now
+    for (auto& [name, agent] : agents_) {
+      for (auto& [session, seen] : agent.records) seen.since = std::min(seen.since, now);
+    }
+  }
   std::vector<AgentTurns> turns;
+  std::set<std::int32_t> running;
   const AgentResolver resolver = profiles_.watched(settings);
   for (const AgentProfile& profile : resolver.profiles()) {
+    if (profile.turnRecords.empty()) continue;
     const auto found =
         std::find_if(processes.begin(), processes.end(), [&](const AgentProcesses& candidate) {
           return candidate.signal.appName == profile.displayName && !candidate.sessions.empty();
         });
-    if (profile.turnRecords.empty() || found == processes.end()) continue;
-    Agent agent = std::move(agents_[profile.displayName]);
+    // An agent that is not there is remembered: the listing may have failed, or it comes back.
+    if (found == processes.end()) continue;
+    Agent& agent = agents_[profile.displayName];
     follow(agent, profile, *found, now);
-    bool hasGivenUp = false;
-    for (auto& [session, seen] : agent.records) {
-      if (seen.record.state != TurnState::working || seen.owners.empty()) continue;
-      const bool isLoaded = found->cpuPercent >= found->thresholdPercent;
-      seen.silentSeconds = isLoaded ? 0 : seen.silentSeconds + elapsed;
-      if (seen.isGivenUp || seen.silentSeconds < longestSilence) continue;
-      seen.isGivenUp = !hasStartedProcess(*found, seen.since, now);
-      hasGivenUp = hasGivenUp || seen.isGivenUp;
-      seen.silentSeconds = 0;
-    }
     turns.push_back(sumUp(agent, profile.displayName));
-    turns.back().hasGivenUp = hasGivenUp;
-    for (const AgentSession& session : found->sessions) {
-      for (const std::int32_t pid : session.processes) starts.insert(starts_.extract(pid));
+    turns.back().hasGivenUp = giveUp(agent, *found, std::clamp(passed, 0.0, longestTick), now);
+    if (turns.back().hasGivenUp) {
+      turns.back() = sumUp(agent, profile.displayName);
+      turns.back().hasGivenUp = true;
     }
-    running.emplace(profile.displayName, std::move(agent));
+    for (const AgentSession& session : found->sessions) {
+      running.insert(session.processes.begin(), session.processes.end());
+    }
   }
-  agents_ = std::move(running);
-  starts_ = std::move(starts);
+  if (!running.empty()) {
+    std::erase_if(starts_, [&](const auto& entry) { return !running.contains(entry.first); });
+  }
   return turns;
+}
+
+/// Whether a turn is believed no longer, from this tick on.
+bool TurnDetector::giveUp(Agent& agent, const AgentProcesses& processes, double elapsed,
+                          Timestamp now) {
+  bool hasGivenUp = false;
+  for (auto& [session, seen] : agent.records) {
+    if (seen.record.state != TurnState::working || seen.owners.empty()) continue;
+    const bool isLoaded = processes.cpuPercent >= processes.thresholdPercent;
+    seen.silentSeconds = isLoaded ? 0 : seen.silentSeconds + elapsed;
+    if (seen.isGivenUp || seen.silentSeconds < longestSilence) continue;
+    seen.isGivenUp = !hasStartedProcess(processes, seen.since, now);
+    seen.silentSeconds = 0;
+    hasGivenUp = hasGivenUp || seen.isGivenUp;
+  }
+  return hasGivenUp;
 }
 
 void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
@@ -67,9 +85,11 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
   agent.workers.clear();
   Timestamp earliest = now;
   for (const AgentSession& session : processes.sessions) {
+    const auto start = startOf(session.pid, now);
+    if (!start) continue;  // somebody else's
     sessions.insert(session.pid);
     if (session.isWorker) agent.workers.insert(session.pid);
-    earliest = std::min(earliest, startOf(session.pid, now));
+    earliest = std::min(earliest, *start);
   }
   forgetEnded(agent, sessions);
   agent.sessions = sessions;
@@ -79,19 +99,22 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
     for (const AgentSession& session : processes.sessions) {
       const auto& all = session.processes;
       if (record.pid && std::find(all.begin(), all.end(), *record.pid) == all.end()) continue;
-      if (secondsBetween(record.writtenAt, startOf(session.pid, now)) > clockMargin) continue;
+      const auto start = startOf(session.pid, now);
+      if (!start || secondsBetween(record.writtenAt, *start) > clockMargin) continue;
       owners.insert(session.pid);
     }
     return owners;
   };
   std::map<std::string, Seen> records;
+  Pids written;  // owners of what was written since the tick before
   for (TurnRecord& record : recordsOf(profile, after(earliest, -clockMargin))) {
     const auto known = agent.records.find(record.session);
-    Seen seen = known == agent.records.end() ? firstSight(record, writers(record))
+    Seen seen = known == agent.records.end() ? firstSight(record, writers(record), now)
                                              : std::move(known->second);
     if (seen.record.writtenAt != record.writtenAt) {
       seen.silentSeconds = 0;
-      seen.isGivenUp = false;
+      seen.isGivenUp = seen.isInherited = false;
+      written.insert(seen.owners.begin(), seen.owners.end());
       if (seen.owners.empty()) seen.owners = writers(record);  // taken up again
     }
     if (seen.told != record.state) seen.since = record.writtenAt;
@@ -102,6 +125,13 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
           hasStartedProcess(processes, seen.since, now) ? TurnState::working : TurnState::waiting;
     }
     records.insert_or_assign(seen.record.session, std::move(seen));
+  }
+  for (auto& [session, seen] : records) {
+    // Its owner writes another one: this was that of the session that has ended.
+    if (seen.isInherited && written.contains(*seen.owners.begin())) {
+      seen.owners.clear();
+      seen.isInherited = false;
+    }
   }
   addUnrecorded(profile, processes, agent, now, records);
   agent.records = std::move(records);
@@ -116,20 +146,28 @@ std::vector<TurnRecord> TurnDetector::recordsOf(const AgentProfile& profile, Tim
       });
       if (same == records.end()) {
         records.push_back(std::move(record));
-      } else if (record.state == TurnState::waiting && same->state == TurnState::working) {
-        *same = std::move(record);
+      } else {
+        same->add(record);
       }
     }
   }
   return records;
 }
 
-TurnDetector::Seen TurnDetector::firstSight(const TurnRecord& record, Pids owners) {
+TurnDetector::Seen TurnDetector::firstSight(const TurnRecord& record, Pids owners, Timestamp now) {
   Seen seen;
   seen.record = record;
   seen.since = record.writtenAt;
   seen.told = record.state;
   seen.owners = std::move(owners);
+  // It may be from long before this was looked at.
+  seen.silentSeconds = std::max(0.0, secondsBetween(record.writtenAt, now));
+  if (record.state == TurnState::asksForTool && !seen.owners.empty()) {
+    // Lines that tell nothing may have come after the tool began; what an agent starts with itself
+    // is no tool.
+    const Timestamp settled = after(*startOf(*seen.owners.begin(), now), startUpSeconds);
+    seen.since = std::min(seen.since, settled);
+  }
   return seen;
 }
 
@@ -137,22 +175,25 @@ TurnDetector::Seen TurnDetector::firstSight(const TurnRecord& record, Pids owner
 void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcesses& processes,
                                  const Agent& agent, Timestamp now,
                                  std::map<std::string, Seen>& records) {
+  const auto believed =
+      static_cast<std::size_t>(std::count_if(records.begin(), records.end(), [](const auto& entry) {
+        return !entry.second.owners.empty();
+      }));
   for (const AgentSession& session : processes.sessions) {
+    if (!agent.sessions.contains(session.pid)) continue;
     const Pids owner{session.pid};
-    const bool isRecorded = std::any_of(records.begin(), records.end(), [&](const auto& entry) {
-      return entry.second.owners == owner;
-    });
-    const bool isWorking =
-        session.runsTool ||
-        (profile.isConnectedOnlyInTurns && !isRecorded &&
-         std::any_of(session.processes.begin(), session.processes.end(),
-                     [this](std::int32_t pid) { return reading_.isConnected(pid); }));
+    const bool isRecorded = believed >= agent.sessions.size() ||
+                            std::any_of(records.begin(), records.end(), [&](const auto& entry) {
+                              return entry.second.owners == owner;
+                            });
+    const bool isWorking = session.runsTool || (profile.isConnectedOnlyInTurns && !isRecorded &&
+                                                reading_.isConnected(session.pid));
     if (!isWorking) continue;
     const std::string name = "process " + std::to_string(session.pid);
     const auto known = agent.records.find(name);
     records.emplace(name, known != agent.records.end()
                               ? known->second
-                              : firstSight({name, TurnState::working, now}, owner));
+                              : firstSight({name, TurnState::working, now}, owner, now));
   }
 }
 
@@ -168,6 +209,7 @@ void TurnDetector::forgetEnded(Agent& agent, const Pids& sessions) {
     for (auto& [session, seen] : agent.records) {
       if (seen.owners.erase(ended) == 0) continue;
       std::erase_if(seen.owners, [&](std::int32_t pid) { return withOwnRecord.contains(pid); });
+      seen.isInherited = seen.owners.size() == 1;
     }
   }
 }
@@ -177,7 +219,8 @@ bool TurnDetector::hasStartedProcess(const AgentProcesses& processes, Timestamp 
                                      Timestamp now) {
   for (const AgentSession& session : processes.sessions) {
     for (const std::int32_t pid : session.processes) {
-      if (pid != session.pid && secondsBetween(startOf(pid, now), since) < clockMargin) return true;
+      const auto start = startOf(pid, now);
+      if (pid != session.pid && start && secondsBetween(*start, since) < clockMargin) return true;
     }
   }
   return false;
@@ -185,13 +228,14 @@ bool TurnDetector::hasStartedProcess(const AgentProcesses& processes, Timestamp 
 
 /// As told when the process was seen first: what the system tells may move with the clock, and with
 /// a clock that has been set back a process has begun at the latest now.
-Timestamp TurnDetector::startOf(std::int32_t pid, Timestamp now) {
-  const auto found = starts_.find(pid);
-  Timestamp& start =
-      found != starts_.end()
-          ? found->second
-          : starts_.emplace(pid, reading_.processStart(pid).value_or(now)).first->second;
-  return start = std::min(start, now);
+std::optional<Timestamp> TurnDetector::startOf(std::int32_t pid, Timestamp now) {
+  auto known = starts_.find(pid);
+  if (known == starts_.end()) {
+    const auto start = reading_.processStart(pid);
+    if (!start) return std::nullopt;
+    known = starts_.emplace(pid, *start).first;
+  }
+  return known->second = std::min(known->second, now);
 }
 
 AgentTurns TurnDetector::sumUp(const Agent& agent, const std::string& appName) {

@@ -65,6 +65,7 @@ class TurnDetector {
     TurnState told = TurnState::idle;  ///< what the record says itself
     double silentSeconds = 0;          ///< in this turn
     bool isGivenUp = false;
+    bool isInherited = false;  ///< of two possible owners the other one has ended
   };
   struct Agent {
     std::map<std::string, Seen> records;  ///< by session
@@ -77,15 +78,16 @@ class TurnDetector {
   std::vector<TurnRecord> recordsOf(const AgentProfile& profile, Timestamp since);
   void addUnrecorded(const AgentProfile& profile, const AgentProcesses& processes,
                      const Agent& agent, Timestamp now, std::map<std::string, Seen>& records);
-  static Seen firstSight(const TurnRecord& record, Pids owners);
+  Seen firstSight(const TurnRecord& record, Pids owners, Timestamp now);
+  bool giveUp(Agent& agent, const AgentProcesses& processes, double elapsed, Timestamp now);
   static void forgetEnded(Agent& agent, const Pids& sessions);
   bool hasStartedProcess(const AgentProcesses& processes, Timestamp since, Timestamp now);
-  Timestamp startOf(std::int32_t pid, Timestamp now);
+  std::optional<Timestamp> startOf(std::int32_t pid, Timestamp now);
   static AgentTurns sumUp(const Agent& agent, const std::string& appName);
 
   TurnReading& reading_;
   const AgentProfiles profiles_;
-  std::map<std::string, Agent> agents_;       ///< that run, by display name
+  std::map<std::string, Agent> agents_;       ///< by display name
   std::map<std::int32_t, Timestamp> starts_;  ///< of the processes that run
   std::optional<Timestamp> lastTick_;
 };

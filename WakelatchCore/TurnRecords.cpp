@@ -17,8 +17,11 @@ namespace {
 
 using Rule = TurnRecordFormat::Rule;
 
-/// More files than this are forgotten, and read again when they are asked for.
-constexpr std::size_t maxKnown = 4096;
+/// Lists and objects in one another; agents' records have a handful.
+constexpr int maxDepth = 16;
+
+/// Databases of one format that are asked; each may take its time.
+constexpr std::size_t maxDatabases = 4;
 
 /// A record that changes twice within one step of a file system's clock bears the same time.
 constexpr double longestClockStep = 2;  // seconds, FAT's
@@ -31,15 +34,18 @@ bool isWanted(std::string_view value, const std::vector<std::string>& wanted) {
 /// Calls `use(text)` for the values that the field leads to; "{}" for what is no text, integer or
 /// truth.
 template <class Use>
-void forEachValue(const JsonValue& value, std::string_view field, const Use& use) {
+void forEachValue(const JsonValue& value, std::string_view field, const Use& use, int depth = 0) {
   using Kind = JsonNode::Kind;
+  if (depth > maxDepth) return;
   if (value.kind() == Kind::list) {
-    value.forEachElement([&](const JsonValue& element) { forEachValue(element, field, use); });
+    value.forEachElement(
+        [&](const JsonValue& element) { forEachValue(element, field, use, depth + 1); });
   } else if (!field.empty()) {
     if (value.kind() != Kind::object) return;
     const std::string_view key = field.substr(0, field.find('.'));
     const std::string_view rest = field.substr(std::min(key.size() + 1, field.size()));
-    value.withMember(key, [&](const JsonValue& member) { forEachValue(member, rest, use); });
+    value.withMember(key,
+                     [&](const JsonValue& member) { forEachValue(member, rest, use, depth + 1); });
   } else if (value.kind() == Kind::text) {
     use(value.text());
   } else if (value.kind() == Kind::integer) {
@@ -66,9 +72,14 @@ const Rule* ruleFor(const JsonValue& line, const std::vector<Rule>& rules) {
 
 /// Whether a rule could fit: all lines are looked at, few are worth being taken apart.
 bool mayTell(std::string_view line, const std::vector<Rule>& rules) {
-  const auto holds = [line](const auto& condition) {
+  // Others may be written with escapes.
+  const auto isPlain = [](const std::string& value) {
+    return value.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_.") ==
+           value.npos;
+  };
+  const auto holds = [&](const auto& condition) {
     return std::any_of(condition.second.begin(), condition.second.end(), [&](const auto& value) {
-      return value == "*" || line.find(value) != line.npos;
+      return !isPlain(value) || line.find(value) != line.npos;
     });
   };
   return std::any_of(rules.begin(), rules.end(), [&](const Rule& rule) {
@@ -85,6 +96,7 @@ std::optional<TurnRecord> told(const TurnRecordFormat& format, const JsonValue& 
   if (format.processIDField) {
     forEachValue(value, *format.processIDField,
                  [&](std::string_view text) { record.pid = platform::parseInt32(text); });
+    if (!record.pid) return std::nullopt;  // it would be anybody's
   }
   if (format.timeField) {
     forEachValue(value, *format.timeField, [&](std::string_view text) {
@@ -94,20 +106,39 @@ std::optional<TurnRecord> told(const TurnRecordFormat& format, const JsonValue& 
   return record;
 }
 
-/// Adds what a text tells; nothing when it is torn, or none of the agent's.
-void tell(const TurnRecordFormat& format, std::string_view text, std::vector<TurnRecord>& records) {
-  if (!mayTell(text, format.rules)) return;
+/// Adds what a text tells. False when it is no JSON: torn, perhaps.
+bool tell(const TurnRecordFormat& format, std::string_view text, std::vector<TurnRecord>& records) {
   const auto add = [&](const JsonValue& value, const std::string& session) {
     if (auto record = told(format, value, session)) records.push_back(std::move(*record));
   };
   try {
     const JsonDocument document(text);
-    if (format.form != TurnRecordFormat::Form::members) return add(document.root(), "");
-    document.root().forEachMember(
-        [&](const std::string& name, const JsonValue& member) { add(member, name); });
+    if (format.form == TurnRecordFormat::Form::members) {
+      document.root().forEachMember(
+          [&](const std::string& name, const JsonValue& member) { add(member, name); });
+    } else {
+      add(document.root(), "");
+    }
+    return true;
   } catch (const DecodingError&) {
-    return;
+    return false;
   }
+}
+
+/// Of several records of one session the first counts, but that it waits may be told by any.
+void mergeSessions(std::vector<TurnRecord>& records) {
+  std::vector<TurnRecord> merged;
+  for (TurnRecord& record : records) {
+    const auto same = std::find_if(merged.begin(), merged.end(), [&](const TurnRecord& other) {
+      return other.session == record.session;
+    });
+    if (same == merged.end()) {
+      merged.push_back(std::move(record));
+    } else {
+      same->add(record);
+    }
+  }
+  records = std::move(merged);
 }
 
 std::vector<TurnRecord> rowsOf(const std::string& database, const std::string& query,
@@ -132,17 +163,23 @@ std::string folderName(const std::string& path) {
 
 }  // namespace
 
-std::vector<TurnRecord> TurnReader::parse(const TurnRecordFormat& format, std::string_view tail,
-                                          bool isWhole) {
+void TurnRecord::add(const TurnRecord& other) {
+  if (other.state == TurnState::waiting && state == TurnState::working) state = other.state;
+  writtenAt = std::max(writtenAt, other.writtenAt);
+}
+
+std::optional<std::vector<TurnRecord>> TurnReader::parse(const TurnRecordFormat& format,
+                                                         std::string_view tail, bool isWhole) {
   std::vector<TurnRecord> records;
   if (format.form != TurnRecordFormat::Form::lines) {
-    if (isWhole) tell(format, tail, records);
+    if (isWhole && !tell(format, tail, records)) return std::nullopt;
     return records;
   }
   while (records.empty() && !tail.empty()) {
     const std::size_t end = tail.rfind('\n');
-    if (end == tail.npos && !isWhole) break;      // what is left lacks its beginning
-    tell(format, tail.substr(end + 1), records);  // npos + 1 is 0
+    if (end == tail.npos && !isWhole) break;             // what is left lacks its beginning
+    const std::string_view line = tail.substr(end + 1);  // npos + 1 is 0
+    if (mayTell(line, format.rules)) tell(format, line, records);
     tail = tail.substr(0, end == tail.npos ? 0 : end);
   }
   return records;
@@ -155,32 +192,42 @@ std::vector<TurnRecord> TurnReader::records(const TurnRecordFormat& format, Time
     // What a database has been told lately need not stand in its main file yet.
     if (time >= since || isDatabase) recent.emplace_back(time, path);
   }
-  const std::size_t count = std::min(recent.size(), maxFiles);
+  const std::size_t count = std::min(recent.size(), isDatabase ? maxDatabases : maxFiles);
   std::partial_sort(recent.begin(), recent.begin() + static_cast<std::ptrdiff_t>(count),
                     recent.end(), std::greater<>());
   recent.resize(count);
-  if (known_.size() > maxKnown) known_.clear();
 
   std::vector<TurnRecord> records;
+  const auto add = [&](TurnRecord&& record) {
+    if (record.writtenAt >= since) records.push_back(std::move(record));
+  };
+  std::map<std::string, File> read;
+  std::map<std::string, File>& known = filesOf(format);
   for (const auto& [time, path] : recent) {
     if (isDatabase) {
-      for (TurnRecord& row : rowsOf(path, format.query.value_or(""), since)) {
-        if (row.writtenAt >= since) records.push_back(std::move(row));
-      }
+      for (TurnRecord& row : rowsOf(path, format.query.value_or(""), since)) add(std::move(row));
       continue;
     }
-    File& file = known_[path];
+    File& file = read[path] = std::move(known[path]);
     refresh(format, path, file);
     for (TurnRecord record : file.told) {
       if (record.session.empty()) {
         record.session = format.isNamedByFolder ? folderName(path) : path;
       }
       if (record.writtenAt == Timestamp()) record.writtenAt = file.changedAt;
-      if (record.writtenAt < since) continue;
-      records.push_back(std::move(record));
+      add(std::move(record));
     }
   }
+  known = std::move(read);
+  mergeSessions(records);
   return records;
+}
+
+std::map<std::string, TurnReader::File>& TurnReader::filesOf(const TurnRecordFormat& format) {
+  const auto found = std::find_if(known_.begin(), known_.end(),
+                                  [&](const auto& entry) { return entry.first == format; });
+  return found == known_.end() ? known_.emplace_back(format, std::map<std::string, File>()).second
+                               : found->second;
 }
 
 void TurnReader::refresh(const TurnRecordFormat& format, const std::string& path, File& file) {
@@ -194,11 +241,14 @@ void TurnReader::refresh(const TurnRecordFormat& format, const std::string& path
     return;
   }
   auto told = parse(format, *tail, tail->size() == stamp->size);
+  file.isSettled = secondsBetween(stamp->changedAt, platform::now()) > longestClockStep;
+  if (!told && !file.isSettled) return;  // it is being written: what it told stands for a moment
   const bool isAppended = format.form == TurnRecordFormat::Form::lines && stamp->size >= file.size;
-  if (!told.empty() || !isAppended) file.told = std::move(told);
+  if (!told || !told->empty() || !isAppended) {
+    file.told = std::move(told).value_or(std::vector<TurnRecord>());
+  }
   file.changedAt = stamp->changedAt;
   file.size = stamp->size;
-  file.isSettled = secondsBetween(stamp->changedAt, platform::now()) > longestClockStep;
 }
 
 std::optional<Timestamp> TurnReader::processStart(std::int32_t pid) {

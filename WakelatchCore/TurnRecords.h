@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Platform/Clock.h"
@@ -23,6 +24,9 @@ struct TurnRecord {
   Timestamp writtenAt = {};              ///< when the record last changed, whatever it told then
   std::optional<std::int32_t> pid = {};  ///< of the process, where the record tells it
 
+  /// What another record of the same session adds: a change, and that it waits.
+  void add(const TurnRecord& other);
+
   friend bool operator==(const TurnRecord&, const TurnRecord&) = default;
 };
 
@@ -36,7 +40,7 @@ class TurnReading {
   /// The sessions whose records changed at `since` or later, in no particular order. What cannot be
   /// read, or does not tell, is not among them.
   virtual std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) = 0;
-  /// When a process began, by the clock as it is now; nothing when there is no such process.
+  /// When a process of the user began, by the clock as it is now; nothing for any other.
   virtual std::optional<Timestamp> processStart(std::int32_t pid) = 0;
   /// Whether a process has a connection to another one over a network.
   virtual bool isConnected(std::int32_t pid) = 0;
@@ -58,11 +62,11 @@ class TurnReader : public TurnReading {
   std::optional<Timestamp> processStart(std::int32_t pid) override;
   bool isConnected(std::int32_t pid) override;
 
-  /// What a file's end tells, without the times; a session has no name when the file is the
-  /// session's.
+  /// What a file's end tells, without the file's time; a session has no name when the file is the
+  /// session's. Nothing when it should be JSON and is not.
   /// @param isWhole  the file begins with `tail`; otherwise its first line may be a part of one
-  static std::vector<TurnRecord> parse(const TurnRecordFormat& format, std::string_view tail,
-                                       bool isWhole);
+  static std::optional<std::vector<TurnRecord>> parse(const TurnRecordFormat& format,
+                                                      std::string_view tail, bool isWhole);
 
  private:
   struct File {
@@ -73,8 +77,11 @@ class TurnReader : public TurnReading {
   };
   void refresh(const TurnRecordFormat& format, const std::string& path, File& file);
 
+  std::map<std::string, File>& filesOf(const TurnRecordFormat& format);
+
   const FileActivityProbing& files_;
-  std::map<std::string, File> known_;  ///< by path
+  /// By format, those that its last records() came to, by path.
+  std::vector<std::pair<TurnRecordFormat, std::map<std::string, File>>> known_;
 };
 
 }  // namespace wakelatch

@@ -124,6 +124,7 @@ void Privacy::reduceAgent(ProcessSnapshot& process) const {
     process = std::move(candidate);
     return;
   }
+  process = reduced(process, Detail::least);  // rather another agent than a prompt
 }
 
 ProcessSnapshot Privacy::reduced(const ProcessSnapshot& process, Detail detail) const {
@@ -149,10 +150,11 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
         kept = withoutFolders(word);
       }
     } else if (!option.empty()) {
-      // Of "--format=json" the value too.
+      // Of "--format=json" the value too. "-pX" is another option than "-p".
       const bool isTold =
           word.find('=') == option.size() && isMeaningful(word.substr(option.size() + 1));
       kept = isTold ? word : option;
+      if (!isTold && option.size() == 2 && word.size() > 2) kept += omission;
     } else if (isProgramDue && optionBefore.empty()) {
       kept = withoutFolders(word);
       isProgramDue = false;
@@ -160,6 +162,7 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
       kept = word;  // "-p run" begins a prompt, "--output-format json" does not
     }
     if (detail != Detail::least) {
+      if (kept.empty() && isMeaningful(word)) kept = word;
       const auto marker = markerIn(word);
       if (detail == Detail::withFolders && (marker || isNamedAsAgent(word))) {
         kept = word;
@@ -194,6 +197,8 @@ void Privacy::reduceOther(ProcessSnapshot& process) const {
     process = candidate;
     return;
   }
+  process.command = process.displayName();
+  process.arguments.clear();
 }
 
 std::string Privacy::withoutFolders(std::string_view word) const {

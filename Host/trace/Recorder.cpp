@@ -145,12 +145,7 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
       {"names and contents of session files",
        "texts of windows, but for the phrases that are looked for", "the name of the home folder"});
   follow(settings);
-  return encode(header, traceDates);
-}
-
-void Recorder::follow(AgentProfiles profiles) {
-  profiles_ = std::move(profiles);
-  follow(GuardSettings(*settings_));
+  return privacy_->withoutHome(encode(header, traceDates));  // a catalogue may name it
 }
 
 void Recorder::follow(const GuardSettings& settings) {

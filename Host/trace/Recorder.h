@@ -41,8 +41,6 @@ class Recorder {
 
   /// The first line of a trace that begins now, without line end. Before the first tick().
   std::string header(const GuardSettings& settings, Timestamp now);
-  /// From now on these agents are looked for. After header().
-  void follow(AgentProfiles profiles);
   /// The line of a tick, from what was seen since the one before.
   std::string tick(const Observation& seen, const GuardSettings& settings, const Held& held);
 
@@ -137,7 +135,7 @@ class Recorder {
   void tellScreen(TraceTick& tick);
 
   const Options options_;
-  AgentProfiles profiles_;
+  const AgentProfiles profiles_;
   Tools tools_;
   Files files_;
   Turns turns_;
