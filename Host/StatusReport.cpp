@@ -34,7 +34,7 @@ std::string load(const AgentProcesses& agent) {
 std::string whyNot(const Observation& seen, const ActivitySignal& signal) {
   const auto& turns = seen.evidence.turns;
   const bool isRecorded = std::any_of(turns.begin(), turns.end(), [&](const AgentTurns& turn) {
-    return turn.appName == signal.appName && turn.state;
+    return turn.appName == signal.appName && turn.state && turn.state != TurnState::unclear;
   });
   return isRecorded ? " (its own record says that it is in no turn)"
                     : " (its process is not there)";
@@ -87,7 +87,7 @@ std::vector<AgentEvidence> evidencePerAgent(const Observation& seen) {
                      agent.signal.sessionCount};
   }
   for (const AgentTurns& turns : seen.evidence.turns) {
-    if (!turns.state) continue;
+    if (!turns.state || turns.state == TurnState::unclear) continue;
     AgentEvidence& entry = at({.appName = turns.appName});
     const double age = std::max(0.0, secondsBetween(turns.since, seen.at));
     entry.seen.push_back("turn record: " + describe(turns, age));

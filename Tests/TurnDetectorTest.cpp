@@ -172,7 +172,7 @@ TEST(TurnDetector, KnowsAToolFromAQuestion) {
   EXPECT_EQ(machine.look(60), "working");  // the clock is set back
   EXPECT_EQ(machine.look(121), "working");
   machine.write("a", TurnState::unclear, 122);
-  EXPECT_EQ(machine.look(124), "-");
+  EXPECT_EQ(machine.look(124), "unclear, partly");
 }
 
 TEST(TurnDetector, TakesAConnectionForWorkWhereThereIsNoRecordYet) {
@@ -189,7 +189,7 @@ TEST(TurnDetector, TakesAConnectionForWorkWhereThereIsNoRecordYet) {
 
 TEST(TurnDetector, EndsWhatLoadAndFilesSay) {
   Machine machine;
-  machine.starts = {{7, 100}};
+  machine.starts = {{7, 80}};
   ProcessDetector processes(machine, onlyBuddy);
   AccessibilityDetector texts;
   SessionActivityDetector sessions(machine, onlyBuddy);
@@ -198,8 +198,9 @@ TEST(TurnDetector, EndsWhatLoadAndFilesSay) {
     const ActivitySignal signal = activity.detect({}, {}, at(time));
     return std::to_string(rawValue(signal.strength)) + " " + signal.reason;
   };
-  machine.newest = at(111);
   machine.listing = "7 1 50 buddy\n";
+  EXPECT_EQ(reason(82), "1 Buddy is running");  // it starts up
+  machine.newest = at(111);
   EXPECT_EQ(reason(112), "3 Buddy CPU is above the work threshold");
   machine.write("a", idle, 113);
   EXPECT_EQ(reason(114), "1 Buddy is running");
@@ -210,6 +211,14 @@ TEST(TurnDetector, EndsWhatLoadAndFilesSay) {
   machine.write("a", idle, 119);
   machine.listing = "7 1 5 buddy\n71 7 20 make\n";  // what it started is at work
   EXPECT_EQ(reason(120), "3 Buddy CPU is above the work threshold");
+  machine.write("a", TurnState::unclear, 121);
+  machine.listing = "7 1 50 buddy\n";
+  machine.newest.reset();
+  EXPECT_EQ(reason(121.5), "3 Buddy CPU is above the work threshold");  // it lasts
+  machine.listing = "7 1 0 buddy\n";
+  EXPECT_EQ(reason(121.6), "1 Buddy is running");
+  machine.listing = "7 1 50 buddy\n";
+  EXPECT_EQ(reason(121.7), "1 Buddy is running");  // its screen is drawn anew, perhaps
   machine.listing = "";
   machine.newest = at(121);  // written on leaving
   EXPECT_EQ(reason(122), "0 No active agent signal");

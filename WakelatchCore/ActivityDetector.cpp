@@ -38,10 +38,36 @@ const AgentTurns* turnsOf(const std::vector<AgentTurns>& turns,
   return found == turns.end() ? nullptr : &*found;
 }
 
+/// Whether the agent's load is that of its own processes, which may draw its screen or start up.
+bool isOwnLoad(const AgentProcesses& agent) {
+  return agent.cpuPercent - agent.ownCPUPercent < agent.thresholdPercent;
+}
+
 /// Whether no session of the agent is in a turn, by the records of all of them.
 bool isAtRest(const AgentTurns* turns) {
   return turns != nullptr && turns->state && turns->tellsOfEverySession &&
-         turns->state != TurnState::working;
+         turns->state != TurnState::working && turns->state != TurnState::unclear;
+}
+
+/// Whether this was when the agent had just been started and was in no turn yet.
+bool isOfStartUp(const AgentTurns* turns, Timestamp time) {
+  return turns != nullptr && turns->state != TurnState::working &&
+         turns->startedAt != Timestamp() &&
+         secondsBetween(turns->startedAt, time) < TurnDetector::startUpSeconds;
+}
+
+/// Whether what the agent's processes do is no work, by its turns.
+/// @param isLasting  they had load in the tick before too
+bool isNoWork(const AgentProcesses& agent, const AgentTurns* turns, bool isLasting, Timestamp now) {
+  if (turns == nullptr) return false;
+  if (agent.isOneShot) {  // it ends soon after its turn: what rests for longer only looks like one
+    const double atRest = secondsBetween(turns->since, now);
+    return isAtRest(turns) && atRest > ActivityDetector::oneShotEndSeconds && isOwnLoad(agent);
+  }
+  if (isOfStartUp(turns, now)) return true;
+  // Where the record leaves it open, own load is work when it lasts.
+  const bool isOpen = turns->state == TurnState::unclear;
+  return isOwnLoad(agent) && (isAtRest(turns) || (isOpen && !isLasting));
 }
 
 /// Null for the names of the user's own targets, which belong to no profile.
@@ -86,12 +112,10 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
     if (signal.strength == SignalStrength::none) continue;
     processSignals.push_back(signal);
     if (!signal.appName) continue;
-    // An agent at rest that draws its screen or starts up is not at work; what it started may be.
-    // A one-shot run ends soon after its turn: what rests for longer only looks like one.
     const AgentTurns* turns = turnsOf(evidence.turns, signal.appName);
-    if (isAtRest(turns) &&
-        (!agent.isOneShot || secondsBetween(turns->since, now) > oneShotEndSeconds) &&
-        agent.cpuPercent - agent.ownCPUPercent < agent.thresholdPercent) {
+    const bool isLasting = !loaded_.insert(*signal.appName).second;
+    if (agent.cpuPercent < agent.thresholdPercent) loaded_.erase(*signal.appName);
+    if (isNoWork(agent, turns, isLasting, now)) {
       processSignals.back().strength = SignalStrength::presence;
       processSignals.back().reason = *signal.appName + " is running";
     }
@@ -143,7 +167,7 @@ ActivityDetector::Findings ActivityDetector::sift(std::vector<ActivitySignal> si
 }
 
 /// Files say no more than turn records do: those of an agent at rest, or of one that has just gone,
-/// are what it wrote at the end.
+/// are what it wrote at the end, or when it began.
 ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionActivity> sessions,
                                                           const AgentResolver& resolver,
                                                           const std::vector<AgentTurns>& turns,
@@ -157,7 +181,9 @@ ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionAct
     const bool hasLeft = turnDetector_ != nullptr && profile != nullptr &&
                          !profile->turnRecords.empty() && lastSeen && *lastSeen != now &&
                          secondsBetween(*lastSeen, session.newest) <= leavingSeconds;
-    if (hasLeft || isAtRest(turnsOf(turns, appName))) {
+    const AgentTurns* own = turnsOf(turns, appName);
+    const bool isFromStart = own != nullptr && !own->state && isOfStartUp(own, session.newest);
+    if (hasLeft || isFromStart || isAtRest(own)) {
       findings.dropped.push_back(std::move(session.signal));
     } else {
       signals.push_back(std::move(session.signal));

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -100,6 +101,7 @@ class ActivityDetector {
   TurnDetector* const turnDetector_;
   const AgentProfiles profiles_;
   std::map<std::string, Timestamp> processLastSeenAt_;  // only grows: an entry per name ever seen
+  std::set<std::string> loaded_;                        // in the tick before
 };
 
 }  // namespace wakelatch

@@ -13,9 +13,6 @@ constexpr double clockMargin = 2;  // seconds
 /// More than this between two ticks is sleep, or a clock that was set: nobody was silent then.
 constexpr double longestTick = 10;  // seconds
 
-/// In which an agent starts the processes that it keeps.
-constexpr double startUpSeconds = 30;
-
 }  // namespace
 
 std::string AgentTurns::reason() const {
@@ -52,6 +49,9 @@ std::vector<AgentTurns> TurnDetector::detect(const GuardSettings& settings,
     if (turns.back().hasGivenUp) {
       turns.back() = sumUp(agent, profile.displayName);
       turns.back().hasGivenUp = true;
+    }
+    for (const std::int32_t pid : agent.sessions) {
+      turns.back().startedAt = std::max(turns.back().startedAt, *startOf(pid, now));
     }
     for (const AgentSession& session : found->sessions) {
       running.insert(session.processes.begin(), session.processes.end());
@@ -244,13 +244,13 @@ AgentTurns TurnDetector::sumUp(const Agent& agent, const std::string& appName) {
   std::vector<const Pids*> shared;
   for (const auto& [session, seen] : agent.records) {
     if (seen.owners.empty() || seen.isGivenUp) continue;
-    if (seen.record.state == TurnState::unclear) continue;
     const TurnState state = seen.record.state;
     if (!turns.state || state < *turns.state ||
         (state == *turns.state && seen.since < turns.since)) {
       turns.state = state;
       turns.since = seen.since;
     }
+    if (state == TurnState::unclear) continue;
     if (seen.owners.size() == 1) {
       told.insert(*seen.owners.begin());
     } else {

@@ -20,12 +20,13 @@ namespace wakelatch {
 /// What an agent's records tell of its sessions.
 struct AgentTurns {
   std::string appName;
-  /// Of all sessions: working if one of them is, else waiting if one does, else idle. Nothing when
-  /// no record is believed.
+  /// Of all sessions: working if one of them is, else waiting if one does, else idle, else unclear.
+  /// Nothing when no record is believed.
   std::optional<TurnState> state = {};
   Timestamp since = {};              ///< when a record first told that, as far as was seen
   bool tellsOfEverySession = false;  ///< each process that is a session has a record
   bool hasGivenUp = false;           ///< in this tick a turn has ceased to be believed
+  Timestamp startedAt = {};          ///< the last session's start
   /// The sentence for the user: that it is in a turn, or waits; empty for other states.
   std::string reason() const;
 
@@ -41,6 +42,8 @@ class TurnDetector {
   /// For how long (seconds of ticks) a turn is believed that shows no other sign of life: nothing
   /// written, no load at the threshold, no process started since.
   static constexpr double longestSilence = 7200;
+  /// In which an agent gets ready, busily, and starts the processes that it keeps, in seconds.
+  static constexpr double startUpSeconds = 30;
 
   /// @param reading   used, not owned
   /// @param profiles  those with turn records are asked about
