@@ -39,7 +39,8 @@ Defaults load(const std::filesystem::path& file) {
 
 }  // namespace
 
-void greetOnce(const Observation& seen, const GuardSettings& settings, Notifier& notifier) {
+void greetOnce(const Observation& seen, const GuardSettings& settings,
+               const AgentProfiles& profiles, Notifier& notifier) {
   const auto file = supportFolder() / "defaults.json";
   try {
     // A program on the command line has no terms to accept first.
@@ -50,7 +51,7 @@ void greetOnce(const Observation& seen, const GuardSettings& settings, Notifier&
     notifier.tell(
         Onboarding::detectionHeadline(seen.strongest.strength, seen.strongest.appName).text);
     notifier.tell("Accessibility permission: " +
-                  accessibilityNote(AccessibilityDetector(), settings));
+                  accessibilityNote(AccessibilityDetector(), settings, profiles));
     platform::writeAtomically(file, encode(Defaults{true}));
   } catch (const std::exception& error) {
     notifier.tell(std::string("cannot remember the first start: ") + error.what());

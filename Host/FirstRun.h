@@ -9,6 +9,7 @@ namespace wakelatch::host {
 
 /// Tells what was detected and what the accessibility permission is for, once in the life of this
 /// home folder. Reads and writes a small file.
-void greetOnce(const Observation& seen, const GuardSettings& settings, Notifier& notifier);
+void greetOnce(const Observation& seen, const GuardSettings& settings,
+               const AgentProfiles& profiles, Notifier& notifier);
 
 }  // namespace wakelatch::host

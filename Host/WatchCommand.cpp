@@ -208,7 +208,9 @@ class Watch {
                                   decided.seen.lidState, decided.seen.thermalState, now),
                          start, settings.restoreNormalSleepOnQuit);
       count(decided, held);
-      if (std::exchange(isFirstTick_, false)) greetOnce(decided.seen, settings, notifier_);
+      if (std::exchange(isFirstTick_, false)) {
+        greetOnce(decided.seen, settings, agents_.current().profiles, notifier_);
+      }
     }
     if (isLastTold_) return;
     tell(decided);

@@ -31,11 +31,9 @@ TEST(Catalogue, RecognisesWhatRunsAndNothingElse) {
            Row{"/usr/bin/python3", "python3 -m http.server --directory /h/claude-code/", "-"},
            Row{"/bin/bash", "bash -c /u/src/@anthropic-ai/claude-code/x", "-"},
            Row{"/usr/bin/python3", "python3 train.py gemini", "-"},
-           Row{"/usr/bin/python3", "python3 train.py --model qwen", "-"},
            Row{"/usr/bin/node", "node server.js --provider copilot", "-"},
            Row{"/usr/bin/node", "node server.js pi", "-"},
            Row{"/usr/bin/node", "node server.js /srv/models/grok", "-"},
-           Row{"/usr/bin/node", "node -e console.log gemini", "-"},
            Row{"/u/src/claude-code/tool", "tool", "-"},
            // Each is one.
            Row{"/u/.local/share/claude/versions/2.1.197", "claude", "claude-code"},
@@ -54,8 +52,6 @@ TEST(Catalogue, RecognisesWhatRunsAndNothingElse) {
            Row{"/u/.bun/bin/bun", "bun x opencode", "opencode"},
            Row{"/usr/bin/uv", "uv tool run --from aider-chat aider", "aider"},
            Row{"/usr/bin/python3", "python3 -X dev -m aider --model gemini", "aider"},
-           Row{"/usr/bin/python3", "python3 /u/.local/bin/aider", "aider"},
-           Row{"pi", "pi", "pi-coding-agent"},
            Row{"/usr/bin/node", "node /n/@mariozechner/pi-coding-agent/dist/cli.js",
                "pi-coding-agent"},
        }) {
@@ -72,7 +68,6 @@ TEST(Catalogue, TellsHowAnAgentWasStarted) {
   for (const auto& [path, arguments, run] : {
            Row{"claude", "claude", Started::interactive},
            Row{"claude", "claude -p fix it --verbose", Started::oneShot},
-           Row{"claude", "claude fix --print", Started::oneShot},
            Row{"claude", "claude --model opus --print=x", Started::oneShot},
            Row{"claude", "claude -p --input-format stream-json", Started::server},
            Row{"claude", "claude --input-format=stream-json -p", Started::server},
@@ -83,13 +78,10 @@ TEST(Catalogue, TellsHowAnAgentWasStarted) {
            Row{"/n/codex", "/n/codex -c a=b e review", Started::oneShot},
            Row{"/n/codex", "/n/codex why does exec fail", Started::interactive},
            Row{"/n/codex", "/n/codex app-server --listen unix://", Started::server},
-           Row{"/n/codex", "/n/codex resume --last", Started::interactive},
            Row{"/usr/bin/node", "node --title=x /n/gemini -p hello", Started::oneShot},
-           Row{"/usr/bin/node", "node -p /n/gemini", Started::interactive},
            Row{"/usr/bin/node", "node /n/gemini --experimental-acp", Started::server},
            Row{"opencode", "opencode run fix it", Started::oneShot},
            Row{"opencode", "opencode run -i", Started::server},
-           Row{"opencode", "opencode serve --port 1", Started::server},
            Row{"grok", "grok agent stdio", Started::server},
            Row{"grok", "grok --single hello", Started::oneShot},
        }) {

@@ -96,6 +96,7 @@ class AgentProfiles {
   /// @param profiles  in the order in which they are tried
   explicit AgentProfiles(std::vector<AgentProfile> profiles);
 
+  /// In the order in which they are tried.
   const std::vector<AgentProfile>& all() const;
   /// Those that the settings admit: not the ones switched off, and browsers only when they are
   /// enabled. Cheap while the settings stay the same.

@@ -19,6 +19,7 @@ class AgentCommandLine {
   AgentCommandLine(std::string_view executable, std::string_view arguments)
       : executable_(executable), arguments_(arguments) {}
 
+  /// As given to the constructor.
   std::string_view executable() const { return executable_; }
   /// What an interpreter is told to run: the path of a script, or the name of a package or module.
   /// An application may be an interpreter too, of scripts. Empty for other programs, and for code

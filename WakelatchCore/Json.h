@@ -153,6 +153,7 @@ class JsonValue {
   /// The value at the root; JsonDocument::root() makes it.
   JsonValue(const JsonNode& node, DateCoding dates) : node_(node), dates_(dates) {}
 
+  /// What the value is.
   JsonNode::Kind kind() const { return node_.kind; }
   ///@{
   /// The value as this kind; throws DecodingError when it is of another.

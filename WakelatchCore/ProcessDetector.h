@@ -33,7 +33,7 @@ struct ProcessSnapshot {
 
 /// An agent's process that no other agent's process started.
 struct AgentSession {
-  std::int32_t pid = 0;
+  std::int32_t pid = 0;                      ///< its own
   std::vector<std::int32_t> processes = {};  ///< itself and all that it started
   bool runsTool = false;                     ///< one of these is a tool
   bool isWorker =

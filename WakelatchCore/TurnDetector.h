@@ -19,7 +19,7 @@ namespace wakelatch {
 
 /// What an agent's records tell of its sessions.
 struct AgentTurns {
-  std::string appName;
+  std::string appName;  ///< display name
   /// Of all sessions: working if one of them is, else waiting if one does, else idle, else unclear.
   /// Nothing when no record is believed.
   std::optional<TurnState> state = {};

@@ -41,7 +41,7 @@ struct TurnRecordFormat {
   };
   /// What a line, an object or a member means when it bears certain values.
   struct Rule {
-    TurnState state = TurnState::idle;
+    TurnState state = TurnState::idle;  ///< that it means
     /// By field, the values of which one must be there; "*" is any. A field is the way to a JSON
     /// value with dots between the keys; of a list on the way any element will do.
     std::map<std::string, std::vector<std::string>> when = {};
@@ -50,7 +50,7 @@ struct TurnRecordFormat {
   };
 
   std::vector<std::string> globs = {};  ///< below home, as for FileActivityProbe
-  Form form = Form::object;
+  Form form = Form::object;             ///< how each file is made up
   /// The first rule that fits counts, and of a file of lines the last line that one fits.
   std::vector<Rule> rules = {};
   /// The session is named as the folder that the file is in, not as the file.

@@ -19,8 +19,8 @@ namespace wakelatch {
 
 /// One session of an agent, as the agent's own record tells it.
 struct TurnRecord {
-  std::string session;  ///< the same one as long as the session lasts
-  TurnState state = TurnState::idle;
+  std::string session;                   ///< the same one as long as the session lasts
+  TurnState state = TurnState::idle;     ///< that it tells
   Timestamp writtenAt = {};              ///< when the record last changed, whatever it told then
   std::optional<std::int32_t> pid = {};  ///< of the process, where the record tells it
 
