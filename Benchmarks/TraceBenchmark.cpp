@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "Benchmarks/SideBySide.h"
+#include "Host/AgentsFile.h"
 #include "Host/OneTick.h"
 #include "Host/StatusReport.h"
 #include "Host/Tools.h"
@@ -74,9 +75,10 @@ struct Agent : CommandRunning, FileActivityProbing {
 int main() {
   Tools tools({});
   const MachineSources machine(tools.runner());
-  Recorder recorder(machine.sources(), {});
+  const AgentProfiles profiles = loadAgents({installedAgentsFile()}).profiles;
+  Recorder recorder(machine.sources(), {.pid = {}, .profiles = profiles});
   recorder.header({}, platform::now());
-  Observer plain(machine.sources()), recorded(recorder.sources());
+  Observer plain(machine.sources(), profiles), recorded(recorder.sources(), profiles);
   bench::compare(
       "own CPU of a tick with recording against one without", "ms",
       [&] { return tickCost(recorded, &recorder); }, [&] { return tickCost(plain, nullptr); }, 1.1,
@@ -88,7 +90,8 @@ int main() {
   {
     Agent agent;
     ScriptedAccessibility none;
-    Recorder writer({agent, none, agent, [] { return ThermalState::nominal; }}, {});
+    TurnReader turns(agent);
+    Recorder writer({[] {}, agent, none, agent, turns, [] { return ThermalState::nominal; }}, {});
     Observer observer(writer.sources(), {});
     std::ofstream trace(file);
     trace << writer.header({}, platform::fromMilliseconds(1'700'000'000'000)) << '\n';

@@ -123,10 +123,11 @@ class Overlay {
     std::map<std::vector<std::string>, std::string> readers;
     for (const AgentProfile& each : profiles_) {
       for (const TurnRecordFormat& format : each.turnRecords) {
-        const auto [reader, isNew] = readers.emplace(format.globs, each.id);
-        if (isNew || (reader->second != profile.id && each.id != profile.id)) continue;
+        const auto inserted = readers.emplace(format.globs, each.id);
+        const std::string& reader = inserted.first->second;
+        if (inserted.second || (reader != profile.id && each.id != profile.id)) continue;
         entry.withMember("turnRecords", [&](const JsonValue& formats) {
-          formats.fail("the same files are read for \"" + reader->second + "\" already");
+          formats.fail("the same files are read for \"" + reader + "\" already");
         });
       }
     }

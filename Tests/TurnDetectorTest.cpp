@@ -198,8 +198,12 @@ TEST(TurnDetector, EndsWhatLoadAndFilesSay) {
     const ActivitySignal signal = activity.detect({}, {}, at(time));
     return std::to_string(rawValue(signal.strength)) + " " + signal.reason;
   };
-  machine.listing = "7 1 50 buddy\n";
+  machine.listing = "7 1 0 buddy\n71 7 50 git\n";
+  machine.write("a", idle, 81);
   EXPECT_EQ(reason(82), "1 Buddy is running");  // it starts up
+  machine.written.clear();
+  EXPECT_EQ(reason(84), "3 Buddy CPU is above the work threshold");  // it may write none
+  machine.listing = "7 1 50 buddy\n";
   machine.newest = at(111);
   EXPECT_EQ(reason(112), "3 Buddy CPU is above the work threshold");
   machine.write("a", idle, 113);

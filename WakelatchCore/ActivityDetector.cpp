@@ -49,11 +49,10 @@ bool isAtRest(const AgentTurns* turns) {
          turns->state != TurnState::working && turns->state != TurnState::unclear;
 }
 
-/// Whether this was when the agent had just been started and was in no turn yet.
-bool isOfStartUp(const AgentTurns* turns, Timestamp time) {
-  return turns != nullptr && turns->state != TurnState::working &&
-         turns->startedAt != Timestamp() &&
-         secondsBetween(turns->startedAt, time) < TurnDetector::startUpSeconds;
+/// Whether the agent has just been started, by a record that tells of no turn yet.
+bool startsUp(const AgentTurns& turns, Timestamp now) {
+  return turns.state && turns.state != TurnState::working &&
+         secondsBetween(turns.startedAt, now) < TurnDetector::startUpSeconds;
 }
 
 /// Whether what the agent's processes do is no work, by its turns.
@@ -64,7 +63,7 @@ bool isNoWork(const AgentProcesses& agent, const AgentTurns* turns, bool isLasti
     const double atRest = secondsBetween(turns->since, now);
     return isAtRest(turns) && atRest > ActivityDetector::oneShotEndSeconds && isOwnLoad(agent);
   }
-  if (isOfStartUp(turns, now)) return true;
+  if (startsUp(*turns, now)) return true;
   // Where the record leaves it open, own load is work when it lasts.
   const bool isOpen = turns->state == TurnState::unclear;
   return isOwnLoad(agent) && (isAtRest(turns) || (isOpen && !isLasting));
@@ -167,7 +166,7 @@ ActivityDetector::Findings ActivityDetector::sift(std::vector<ActivitySignal> si
 }
 
 /// Files say no more than turn records do: those of an agent at rest, or of one that has just gone,
-/// are what it wrote at the end, or when it began.
+/// are what it wrote at the end.
 ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionActivity> sessions,
                                                           const AgentResolver& resolver,
                                                           const std::vector<AgentTurns>& turns,
@@ -181,9 +180,7 @@ ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionAct
     const bool hasLeft = turnDetector_ != nullptr && profile != nullptr &&
                          !profile->turnRecords.empty() && lastSeen && *lastSeen != now &&
                          secondsBetween(*lastSeen, session.newest) <= leavingSeconds;
-    const AgentTurns* own = turnsOf(turns, appName);
-    const bool isFromStart = own != nullptr && !own->state && isOfStartUp(own, session.newest);
-    if (hasLeft || isFromStart || isAtRest(own)) {
+    if (hasLeft || isAtRest(turnsOf(turns, appName))) {
       findings.dropped.push_back(std::move(session.signal));
     } else {
       signals.push_back(std::move(session.signal));
