@@ -32,6 +32,15 @@ std::string sinceWork(const AgentStateMachine::Memory& memory, Timestamp now) {
   return "last active signal " + seconds(secondsBetween(*memory.lastActiveSignalAt, now)) + " ago";
 }
 
+/// For how long the agent of the strongest signal has been in its turn, by its own record.
+std::string turnAge(const Observation& seen) {
+  for (const AgentTurns& turns : seen.evidence.turns) {
+    if (turns.appName != seen.strongest.appName || turns.state != TurnState::working) continue;
+    return ", in a turn for " + seconds(std::max(0.0, secondsBetween(turns.since, seen.at)));
+  }
+  return {};
+}
+
 /// The rule that would apply if power and heat were these.
 GuardRule ruleIf(const OneTick& tick, const PowerSnapshot& power, ThermalState heat) {
   AgentStateMachine machine(tick.memory);
@@ -161,7 +170,8 @@ Explanation explain(const OneTick& tick) {
   add(GuardRule::activeWork, "Active work",
       "strongest signal " + std::to_string(rawValue(seen.strongest.strength)) +
           " against 2 (weak)" +
-          (seen.strongest.appName ? ", from " + *seen.strongest.appName : std::string()));
+          (seen.strongest.appName ? ", from " + *seen.strongest.appName : std::string()) +
+          turnAge(seen));
   add(GuardRule::idleGrace, "Idle grace",
       sinceWork(memory, seen.at) + " against " + seconds(profile.idleGracePeriodSeconds));
   add(GuardRule::watching, "Watching",

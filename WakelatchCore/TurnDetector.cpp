@@ -109,14 +109,15 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
   Pids written;  // owners of what was written since the tick before
   for (TurnRecord& record : recordsOf(profile, after(earliest, -clockMargin))) {
     const auto known = agent.records.find(record.session);
-    Seen seen = known == agent.records.end() ? firstSight(record, writers(record), now)
-                                             : std::move(known->second);
+    const bool isNew = known == agent.records.end();
+    Seen seen = isNew ? firstSight(record, writers(record), now) : std::move(known->second);
     if (seen.record.writtenAt != record.writtenAt) {
       seen.silentSeconds = 0;
       seen.isGivenUp = seen.isInherited = false;
-      written.insert(seen.owners.begin(), seen.owners.end());
       if (seen.owners.empty()) seen.owners = writers(record);  // taken up again
     }
+    const bool isWritten = isNew || seen.record.writtenAt != record.writtenAt;
+    if (isWritten && seen.owners.size() == 1) written.insert(*seen.owners.begin());
     if (seen.told != record.state) seen.since = record.writtenAt;
     seen.told = record.state;
     seen.record = std::move(record);
@@ -140,17 +141,10 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
 std::vector<TurnRecord> TurnDetector::recordsOf(const AgentProfile& profile, Timestamp since) {
   std::vector<TurnRecord> records;
   for (const TurnRecordFormat& format : profile.turnRecords) {
-    for (TurnRecord& record : reading_.records(format, since)) {
-      const auto same = std::find_if(records.begin(), records.end(), [&](const TurnRecord& other) {
-        return other.session == record.session;
-      });
-      if (same == records.end()) {
-        records.push_back(std::move(record));
-      } else {
-        same->add(record);
-      }
-    }
+    auto told = reading_.records(format, since);
+    std::move(told.begin(), told.end(), std::back_inserter(records));
   }
+  mergeSessions(records);
   return records;
 }
 

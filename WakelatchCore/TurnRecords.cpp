@@ -125,22 +125,6 @@ bool tell(const TurnRecordFormat& format, std::string_view text, std::vector<Tur
   }
 }
 
-/// Of several records of one session the first counts, but that it waits may be told by any.
-void mergeSessions(std::vector<TurnRecord>& records) {
-  std::vector<TurnRecord> merged;
-  for (TurnRecord& record : records) {
-    const auto same = std::find_if(merged.begin(), merged.end(), [&](const TurnRecord& other) {
-      return other.session == record.session;
-    });
-    if (same == merged.end()) {
-      merged.push_back(std::move(record));
-    } else {
-      same->add(record);
-    }
-  }
-  records = std::move(merged);
-}
-
 std::vector<TurnRecord> rowsOf(const std::string& database, const std::string& query,
                                Timestamp since) {
   std::vector<TurnRecord> records;
@@ -163,9 +147,21 @@ std::string folderName(const std::string& path) {
 
 }  // namespace
 
-void TurnRecord::add(const TurnRecord& other) {
-  if (other.state == TurnState::waiting && state == TurnState::working) state = other.state;
-  writtenAt = std::max(writtenAt, other.writtenAt);
+void mergeSessions(std::vector<TurnRecord>& records) {
+  std::vector<TurnRecord> merged;
+  for (TurnRecord& record : records) {
+    const auto same = std::find_if(merged.begin(), merged.end(), [&](const TurnRecord& other) {
+      return other.session == record.session;
+    });
+    if (same == merged.end()) {
+      merged.push_back(std::move(record));
+      continue;
+    }
+    const bool waits = record.state == TurnState::waiting && same->state == TurnState::working;
+    if (waits) same->state = TurnState::waiting;
+    same->writtenAt = std::max(same->writtenAt, record.writtenAt);
+  }
+  records = std::move(merged);
 }
 
 std::optional<std::vector<TurnRecord>> TurnReader::parse(const TurnRecordFormat& format,

@@ -24,11 +24,12 @@ struct TurnRecord {
   Timestamp writtenAt = {};              ///< when the record last changed, whatever it told then
   std::optional<std::int32_t> pid = {};  ///< of the process, where the record tells it
 
-  /// What another record of the same session adds: a change, and that it waits.
-  void add(const TurnRecord& other);
-
   friend bool operator==(const TurnRecord&, const TurnRecord&) = default;
 };
+
+/// Leaves one record of each session: the first, with the time of the last, and if it tells of work
+/// then waiting if any other tells that.
+void mergeSessions(std::vector<TurnRecord>& records);
 
 /// Answers what agents have written down, and what the system knows of their processes.
 /// Implementations never throw but for want of memory, and may block on the file system. Calls must
