@@ -223,9 +223,13 @@ TEST(TurnDetector, EndsWhatLoadAndFilesSay) {
   EXPECT_EQ(reason(121.6), "1 Buddy is running");
   machine.listing = "7 1 50 buddy\n";
   EXPECT_EQ(reason(121.7), "1 Buddy is running");  // its screen is drawn anew, perhaps
+  machine.written.clear();
+  machine.listing = "7 1 0 buddy\n";
+  machine.newest = at(79);  // by another that has gone
+  EXPECT_EQ(reason(122), "1 Buddy is running");
   machine.listing = "";
   machine.newest = at(121);  // written on leaving
-  EXPECT_EQ(reason(122), "0 No active agent signal");
+  EXPECT_EQ(reason(124), "0 No active agent signal");
   machine.newest = at(140);  // by one that cannot be seen, in a container say
   EXPECT_EQ(reason(142), "3 Buddy session active (2s ago)");
 }

@@ -166,7 +166,7 @@ ActivityDetector::Findings ActivityDetector::sift(std::vector<ActivitySignal> si
 }
 
 /// Files say no more than turn records do: those of an agent at rest, or of one that has just gone,
-/// are what it wrote at the end.
+/// are what it wrote at the end, and what is older than its processes is of others that have gone.
 ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionActivity> sessions,
                                                           const AgentResolver& resolver,
                                                           const std::vector<AgentTurns>& turns,
@@ -180,7 +180,9 @@ ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionAct
     const bool hasLeft = turnDetector_ != nullptr && profile != nullptr &&
                          !profile->turnRecords.empty() && lastSeen && *lastSeen != now &&
                          secondsBetween(*lastSeen, session.newest) <= leavingSeconds;
-    if (hasLeft || isAtRest(turnsOf(turns, appName))) {
+    const AgentTurns* own = turnsOf(turns, appName);
+    const bool isOlder = own != nullptr && session.newest < own->firstStartedAt;
+    if (hasLeft || isOlder || isAtRest(own)) {
       findings.dropped.push_back(std::move(session.signal));
     } else {
       signals.push_back(std::move(session.signal));

@@ -51,7 +51,11 @@ std::vector<AgentTurns> TurnDetector::detect(const GuardSettings& settings,
       turns.back().hasGivenUp = true;
     }
     for (const std::int32_t pid : agent.sessions) {
-      turns.back().startedAt = std::max(turns.back().startedAt, *startOf(pid, now));
+      const Timestamp start = *startOf(pid, now);
+      AgentTurns& told = turns.back();
+      told.firstStartedAt =
+          pid == *agent.sessions.begin() ? start : std::min(told.firstStartedAt, start);
+      told.startedAt = std::max(told.startedAt, start);
     }
     for (const AgentSession& session : found->sessions) {
       running.insert(session.processes.begin(), session.processes.end());

@@ -26,6 +26,7 @@ struct AgentTurns {
   Timestamp since = {};              ///< when a record first told that, as far as was seen
   bool tellsOfEverySession = false;  ///< each process that is a session has a record
   bool hasGivenUp = false;           ///< in this tick a turn has ceased to be believed
+  Timestamp firstStartedAt = {};     ///< the start of the session that has run for the longest
   Timestamp startedAt = {};          ///< the last session's start
   /// The sentence for the user: that it is in a turn, or waits; empty for other states.
   std::string reason() const;
