@@ -101,7 +101,7 @@ class ActivityDetector {
   TurnDetector* const turnDetector_;
   const AgentProfiles profiles_;
   std::map<std::string, Timestamp> processLastSeenAt_;  // only grows: an entry per name ever seen
-  std::set<std::string> loaded_;                        // in the tick before
+  std::set<std::string> loaded_;                        // agents with load in the tick before
 };
 
 }  // namespace wakelatch

@@ -36,8 +36,8 @@ struct AgentSession {
   std::int32_t pid = 0;                      ///< its own
   std::vector<std::int32_t> processes = {};  ///< itself and all that it started
   bool runsTool = false;                     ///< one of these is a tool
-  bool isWorker =
-      false;  ///< has outlived its agent: only a turn of its makes it more than a helper
+  /// It has outlived its agent, and is nothing to the user unless a turn is still under way.
+  bool isWorker = false;
 };
 
 /// One agent's processes: its signal, and what led to it.

@@ -72,7 +72,7 @@ const Rule* ruleFor(const JsonValue& line, const std::vector<Rule>& rules) {
 
 /// Whether a rule could fit: all lines are looked at, few are worth being taken apart.
 bool mayTell(std::string_view line, const std::vector<Rule>& rules) {
-  // Others may be written with escapes.
+  // A value of other characters may be written with escapes, and so cannot be searched for.
   const auto isPlain = [](const std::string& value) {
     return value.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_.") ==
            value.npos;
