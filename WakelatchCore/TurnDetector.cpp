@@ -189,9 +189,10 @@ void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcess
     if (!isWorking) continue;
     const std::string name = "process " + std::to_string(session.pid);
     const auto known = agent.records.find(name);
-    records.emplace(name, known != agent.records.end()
-                              ? known->second
-                              : firstSight({name, TurnState::working, now}, owner, now));
+    Seen& seen = records[name];
+    seen = known != agent.records.end() ? known->second
+                                        : firstSight({name, TurnState::working, now}, owner, now);
+    if (session.runsTool) seen.silentSeconds = 0;  // a tool is a sign of life, however old
   }
 }
 
