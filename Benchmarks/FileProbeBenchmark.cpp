@@ -20,25 +20,25 @@ using wakelatch::FileActivityProbe;
 using wakelatch::bench::compare;
 using wakelatch::bench::Side;
 
-constexpr int filesPerFolder = 100;
-constexpr int foldersPerFolder = 20;
+constexpr int filesPerDirectory = 100;
+constexpr int directoriesPerDirectory = 20;
 
-/// Folders within folders, all files named as agents name theirs.
+/// Directories within directories, all files named as agents name theirs.
 void makeTree(const fs::path& root, int files) {
-  int folders = files / filesPerFolder;
+  int directories = files / filesPerDirectory;
   std::vector<fs::path> level = {root};
-  while (folders > 0) {
+  while (directories > 0) {
     std::vector<fs::path> next;
     for (const fs::path& parent : level) {
-      for (int i = 0; i < foldersPerFolder && folders > 0; ++i, --folders) {
-        const fs::path folder = parent / ("-Users-somebody-project-" + std::to_string(i));
-        fs::create_directories(folder);
-        for (int file = 0; file < filesPerFolder; ++file) {
+      for (int i = 0; i < directoriesPerDirectory && directories > 0; ++i, --directories) {
+        const fs::path directory = parent / ("-Users-somebody-project-" + std::to_string(i));
+        fs::create_directories(directory);
+        for (int file = 0; file < filesPerDirectory; ++file) {
           char name[64];
           std::snprintf(name, sizeof name, "%08x-77aa-4c1b-9a5e-0123456789ab.jsonl", file * 7919);
-          std::ofstream(folder / name) << "{}";
+          std::ofstream(directory / name) << "{}";
         }
-        next.push_back(folder);
+        next.push_back(directory);
       }
     }
     level = std::move(next);
@@ -97,14 +97,14 @@ class Tree {
 }  // namespace
 
 int main() {
-  std::string folder = (fs::temp_directory_path() / "wakelatch.XXXXXX").string();
-  if (::mkdtemp(folder.data()) == nullptr) return 1;
+  std::string directory = (fs::temp_directory_path() / "wakelatch.XXXXXX").string();
+  if (::mkdtemp(directory.data()) == nullptr) return 1;
   {
-    const Tree small(folder + "/small", 20'000), large(folder + "/large", 200'000);
+    const Tree small(directory + "/small", 20'000), large(directory + "/large", 200'000);
     small.compareAll();
     large.compareAll();
     compare("200,000 files against 20,000", "us per file", large.newest("**/*.jsonl"),
             small.newest("**/*.jsonl"), 1.4);
   }
-  fs::remove_all(folder);
+  fs::remove_all(directory);
 }

@@ -27,21 +27,21 @@ double secondsOf(const Work& work) {
 }  // namespace
 
 int main() {
-  const auto folder =
+  const auto directory =
       std::filesystem::temp_directory_path() / ("LoggerBenchmark." + std::to_string(::getpid()));
-  std::filesystem::create_directories(folder);
+  std::filesystem::create_directories(directory);
 
   const auto ourBurst = [&] {
-    wakelatch::FileLogger logger(folder / "ours.log");
+    wakelatch::FileLogger logger(directory / "ours.log");
     return 1e9 / lines * secondsOf([&] {
              for (int i = 0; i < lines; ++i) logger.log(message);
            });
   };
   const auto burstOfQueue = [&](std::size_t queueSize) {
-    return [&folder, queueSize] {
+    return [&directory, queueSize] {
       const auto pool = std::make_shared<spdlog::details::thread_pool>(queueSize, 1);
       const auto sink =
-          std::make_shared<spdlog::sinks::basic_file_sink_mt>((folder / "spdlog.log").string());
+          std::make_shared<spdlog::sinks::basic_file_sink_mt>((directory / "spdlog.log").string());
       const auto logger = std::make_shared<spdlog::async_logger>("burst", sink, pool);
       return 1e9 / lines * secondsOf([&] {
                for (int i = 0; i < lines; ++i) logger->info(message);
@@ -57,12 +57,12 @@ int main() {
 
   const auto ourRate = [&] {
     return lines / secondsOf([&] {
-             wakelatch::FileLogger logger(folder / "ours.log");
+             wakelatch::FileLogger logger(directory / "ours.log");
              for (int i = 0; i < lines; ++i) logger.log(message);
            });
   };
   const auto bareRate = [&] {
-    const std::string path = folder / "bare.log";
+    const std::string path = directory / "bare.log";
     const std::string line = std::string("[2025-03-01T14:05:09Z] ") + message + "\n";
     return lines / secondsOf([&] {
              for (int i = 0; i < lines; ++i) {
@@ -73,5 +73,5 @@ int main() {
            });
   };
   wakelatch::bench::compare("lines per second", "", ourRate, bareRate, 0.3, 15, true);
-  std::filesystem::remove_all(folder);
+  std::filesystem::remove_all(directory);
 }

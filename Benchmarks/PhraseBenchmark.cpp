@@ -114,17 +114,17 @@ double secondsOfSystem(const std::set<std::string>& phrases, const std::string& 
 }
 
 void compareAt(std::size_t size, const PhraseIndex& index, const std::set<std::string>& phrases,
-               const fs::path& folder) {
+               const fs::path& directory) {
   const std::string text = terminalText(size);
   const int times = int((40 << 20) / size);
-  std::ofstream(folder / "text") << text;
-  std::ofstream(folder / "nothing");
-  for (std::ofstream list(folder / "phrases"); const std::string& phrase : phrases)
+  std::ofstream(directory / "text") << text;
+  std::ofstream(directory / "nothing");
+  for (std::ofstream list(directory / "phrases"); const std::string& phrase : phrases)
     list << phrase << "\n";
 
   const std::string name = std::to_string(size >> 20) + " MB, nine profiles, against ";
-  const Ripgrep search(folder / "phrases", folder / "text", times);
-  const Ripgrep start(folder / "phrases", folder / "nothing", times);
+  const Ripgrep search(directory / "phrases", directory / "text", times);
+  const Ripgrep start(directory / "phrases", directory / "nothing", times);
   const double megabytes = double(size) / 1e6;
   const std::vector<std::string> texts(std::size_t(times), text);
   const auto ours = [&] { return megabytes * times / secondsToMatch(index, texts); };
@@ -149,11 +149,11 @@ int main() {
   }
   const PhraseIndex nine(profiles), one(std::span<const PhraseIndex::Lists>(profiles).first(1));
 
-  std::string folder = (fs::temp_directory_path() / "wakelatch-phrases.XXXXXX").string();
-  if (mkdtemp(folder.data()) == nullptr) return 1;
-  compareAt(1 << 20, nine, phrases, folder);
-  compareAt(10 << 20, nine, phrases, folder);
-  fs::remove_all(folder);
+  std::string directory = (fs::temp_directory_path() / "wakelatch-phrases.XXXXXX").string();
+  if (mkdtemp(directory.data()) == nullptr) return 1;
+  compareAt(1 << 20, nine, phrases, directory);
+  compareAt(10 << 20, nine, phrases, directory);
+  fs::remove_all(directory);
 
   // Many different small texts: the processor would learn a single one by heart.
   const std::vector<std::string> large = {terminalText(10 << 20)};

@@ -16,7 +16,7 @@
 #include "Host/trace/Recorder.h"
 #include "Host/trace/Replay.h"
 #include "Tests/ScriptedAccessibility.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace {
 

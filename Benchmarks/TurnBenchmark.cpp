@@ -13,7 +13,7 @@
 #include "Benchmarks/SideBySide.h"
 #include "Host/AgentsFile.h"
 #include "Host/LookFiles.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/ActivityDetector.h"
 
 extern char** environ;

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "Fuzz/Fuzz.h"
-#include "Platform/Folder.h"
-#include "Tests/TemporaryFolder.h"
+#include "Platform/Directory.h"
+#include "Tests/TemporaryDirectory.h"
 #include "Tests/TouchFile.h"
 #include "WakelatchCore/FileActivityProbe.h"
 
@@ -22,8 +22,8 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-/// Trees of files, folders and links to folders, the loops among them too.
-class Trees : public TemporaryFolder {
+/// Trees of files, directories and links to directories, the loops among them too.
+class Trees : public TemporaryDirectory {
  public:
   static constexpr unsigned count = 8;
 
@@ -32,23 +32,24 @@ class Trees : public TemporaryFolder {
     const auto oneOf = [&random](const auto& list) { return list[random() % list.size()]; };
     const Strings names = {"a", "b", "ab", ".a", "a.x", "b[a]*", "\xC3\xA9", "\xFF"};
     for (unsigned tree = 0; tree < count; ++tree) {
-      std::vector<fs::path> folders = {home(tree)};
-      fs::create_directories(folders[0]);
+      std::vector<fs::path> directories = {home(tree)};
+      fs::create_directories(directories[0]);
       for (int i = 0; i < 25; ++i) {
-        const fs::path entry = oneOf(folders) / oneOf(names);
+        const fs::path entry = oneOf(directories) / oneOf(names);
         const auto kind = random() % 3;
         if (fs::exists(fs::symlink_status(entry))) continue;
         if (kind == 0) touchFile(entry, after(Timestamp(), i + 0.5));
-        if (kind == 1) fs::create_directory_symlink(oneOf(folders), entry);
-        if (kind == 2) fs::create_directory(entry), folders.push_back(entry);
+        if (kind == 1) fs::create_directory_symlink(oneOf(directories), entry);
+        if (kind == 2) fs::create_directory(entry), directories.push_back(entry);
       }
     }
   }
-  /// So deep that no pattern leads out of the temporary folder.
+  /// So deep that no pattern leads out of the temporary directory.
   fs::path home(unsigned tree) const { return path() / "a/a/a/a/a/a" / std::to_string(tree); }
 };
 
-/// What a pattern matches, one folder and one component at a time. Gives up where that takes long.
+/// What a pattern matches, one directory and one component at a time. Gives up where that takes
+/// long.
 class PlainWalk {
  public:
   ModificationsByPath matches;
@@ -69,7 +70,7 @@ class PlainWalk {
   void visit(const std::string& at, const Strings& components, std::size_t next, int depth) {
     if (depth < 0 || --left_ <= 0) return;
     if (next == components.size()) {
-      const auto time = platform::Folder::working().modificationTime(at.c_str());
+      const auto time = platform::Directory::working().modificationTime(at.c_str());
       if (time) matches[at] = *time;
       return;
     }

@@ -8,7 +8,7 @@
 #include "Fuzz/Fuzz.h"
 #include "Platform/Text.h"
 #include "Platform/Utf8.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/SleepController.h"
 
 using namespace wakelatch;
@@ -58,9 +58,9 @@ FUZZ(text) {
 
   if (text.size() % 8 != 0) return;  // files are slow
   static const TemporaryHome home;
-  static const bool hasFolder =
+  static const bool hasDirectory =
       std::filesystem::create_directories(SleepController::pidFileURL().parent_path());
-  require(hasFolder, "the folder is there");
+  require(hasDirectory, "the directory is there");
   std::ofstream(SleepController::pidFileURL(), std::ios::binary) << text;
   require(SleepController::readCaffeinatePIDs() == (platform::isValidUtf8(text) ? ids : Ids()),
           "a file gives its ids, or none when it is no UTF-8");

@@ -6,20 +6,20 @@
 #include "Fuzz/Fuzz.h"
 #include "Host/Explanation.h"
 #include "Host/trace/Replay.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 using namespace wakelatch;
 using namespace wakelatch::host;
 using fuzz::require;
 
 FUZZ(text) {
-  static const TemporaryFolder folder;
+  static const TemporaryDirectory directory;
   static const std::string header = [] {
     TraceHeader first;
     first.pid = 1;
     return encode(first, traceDates) + "\n";
   }();
-  const std::filesystem::path file = folder.path() / "trace";
+  const std::filesystem::path file = directory.path() / "trace";
   std::ofstream(file) << header << text;
   try {
     Replay replay(file, {});

@@ -6,7 +6,7 @@
 #include "Fuzz/Json.h"
 #include "Host/SettingsFile.h"
 #include "Platform/Text.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/Models.h"
 
 using namespace wakelatch;
@@ -126,8 +126,8 @@ FUZZ(text) {
   require(!isRead || held == *expected, "settings are as defined");
 
   if (text.size() % 8 != 0) return;  // files are slow
-  static const TemporaryFolder folder;
-  static const std::filesystem::path file = folder.path() / "settings.json";
+  static const TemporaryDirectory directory;
+  static const std::filesystem::path file = directory.path() / "settings.json";
   static host::LiveSettings live(file);
   const GuardSettings before = live.current();
   std::ofstream(file, std::ios::binary) << text;

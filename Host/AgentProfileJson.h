@@ -18,7 +18,7 @@ inline constexpr auto jsonFields<TurnRecordFormat> = std::tuple{
     defaulted("globs", &TurnRecordFormat::globs),
     defaulted("form", &TurnRecordFormat::form),
     defaulted("rules", &TurnRecordFormat::rules),
-    defaulted("isNamedByFolder", &TurnRecordFormat::isNamedByFolder),
+    defaulted("isNamedByDirectory", &TurnRecordFormat::isNamedByDirectory),
     optional("processIDField", &TurnRecordFormat::processIDField),
     optional("timeField", &TurnRecordFormat::timeField),
     optional("query", &TurnRecordFormat::query),

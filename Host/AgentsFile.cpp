@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "Host/AgentProfileJson.h"
-#include "Host/Folder.h"
+#include "Host/SupportDirectory.h"
 #include "Host/SystemTools.h"
 #include "Host/UserFile.h"
 
@@ -59,7 +59,7 @@ void expectBounded(const JsonValue& object, std::string_view key) {
       const std::string first =
           start == text.npos ? "" : text.substr(start, text.find('/', start) - start);
       if (first.empty() || first.find('*') != first.npos) {
-        glob.fail("must begin with the name of a folder or file below the home folder");
+        glob.fail("must begin with the name of a directory or file below the home directory");
       }
     });
   });
@@ -183,7 +183,7 @@ Agents loadAgents(const std::vector<std::filesystem::path>& files) {
 }
 
 std::vector<std::filesystem::path> agentsFiles() {
-  return {installedAgentsFile(), supportFolder() / "agents.json"};
+  return {installedAgentsFile(), supportDirectory() / "agents.json"};
 }
 
 LiveAgents::LiveAgents(std::vector<std::filesystem::path> files)

@@ -75,9 +75,9 @@ void addRecording(CLI::App& command, WatchOptions& watch, const std::string& nam
 std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* const* argv) {
   CLI::App app("Keeps this machine awake while AI coding agents work.", "wakelatch");
   app.require_subcommand(1);
-  std::string toolFolder;
-  app.add_option("--tools", toolFolder,
-                 "Folder with programs to run in place of the system's tools of the same name")
+  std::string toolDirectory;
+  app.add_option("--tools", toolDirectory,
+                 "Directory with programs to run in place of the system's tools of the same name")
       ->check(CLI::ExistingDirectory);
 
   StatusOptions status;
@@ -191,7 +191,7 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
   watch.mode = watchMode.value_or(watch.mode);
   record.mode = recordMode.value_or(record.mode);
 
-  CommandLine line{{}, toolFolder};
+  CommandLine line{{}, toolDirectory};
   if (*statusCommand) line.command = status;
   if (*explainCommand) line.command = explain;
   if (*watchCommand) line.command = watch;

@@ -87,7 +87,7 @@ using Command = std::variant<StatusOptions, ExplainOptions, WatchOptions, Agents
 /// A parsed command line.
 struct CommandLine {
   Command command;
-  std::filesystem::path toolFolder;  ///< empty: the system's own tools
+  std::filesystem::path toolDirectory;  ///< empty: the system's own tools
 };
 
 /// What the arguments ask for; or, when they ask for help or are wrong, the status to leave with

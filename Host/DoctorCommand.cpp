@@ -12,9 +12,9 @@
 
 #include "Host/AgentsFile.h"
 #include "Host/Commands.h"
-#include "Host/Folder.h"
 #include "Host/InstanceLock.h"
 #include "Host/SettingsFile.h"
+#include "Host/SupportDirectory.h"
 #include "Host/Terminal.h"
 #include "Host/UITextNotice.h"
 #include "Host/UsageStore.h"

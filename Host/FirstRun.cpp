@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "Host/Folder.h"
+#include "Host/SupportDirectory.h"
 #include "Host/UITextNotice.h"
 #include "Platform/Files.h"
 #include "WakelatchCore/AccessibilityDetector.h"
@@ -41,7 +41,7 @@ Defaults load(const std::filesystem::path& file) {
 
 void greetOnce(const Observation& seen, const GuardSettings& settings,
                const AgentProfiles& profiles, Notifier& notifier) {
-  const auto file = supportFolder() / "defaults.json";
+  const auto file = supportDirectory() / "defaults.json";
   try {
     // A program on the command line has no terms to accept first.
     constexpr bool needsLegalAcceptance = false;

@@ -40,13 +40,13 @@ bool isOneOf(std::initializer_list<int> errors, int error) {
   return std::find(errors.begin(), errors.end(), error) != errors.end();
 }
 
-/// Whether a file or folder that does not exist could not be made for want of a place.
+/// Whether a file or directory that does not exist could not be made for want of a place.
 bool isWantOfPlace(int error) {
   return isOneOf({EROFS, EACCES, ENOSPC, EDQUOT, ENOENT, ENOTDIR, ELOOP}, error);
 }
 
-void makeFolder(const fs::path& folder) try {
-  platform::createFolders(folder);
+void makeDirectory(const fs::path& directory) try {
+  platform::createDirectories(directory);
 } catch (const std::system_error& error) {
   if (isWantOfPlace(error.code().value())) throw NoPlaceForLock(error);
   throw;
@@ -105,7 +105,7 @@ InstanceLock::InstanceLock(fs::path file) : file_(std::move(file)) {
 bool InstanceLock::retake() {
   fd_.close();
   holder_ = 0;
-  makeFolder(file_.parent_path());
+  makeDirectory(file_.parent_path());
   platform::Descriptor opened = openLock(file_);
   // currentHolder() of another process takes the lock for a moment: one refusal may be its.
   for (int attempt = 0; ::flock(opened.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {

@@ -26,7 +26,7 @@ class InstanceLock {
   /// Takes the lock or says who holds it. Throws NoPlaceForLock, or std::system_error whose text
   /// names the file and what to do about it.
   /// @param file  made when missing; what is not a file of that name alone is refused, as is one
-  ///              that cannot be opened and a folder that another user owns
+  ///              that cannot be opened and a directory that another user owns
   explicit InstanceLock(std::filesystem::path file);
   ~InstanceLock() = default;
   InstanceLock(const InstanceLock&) = delete;
@@ -36,13 +36,13 @@ class InstanceLock {
   /// The process that holds the lock instead; -1 when it did not say.
   std::int64_t holder() const { return holder_; }
 
-  /// To be called on every tick: once the lock file was removed or replaced, with its folder
+  /// To be called on every tick: once the lock file was removed or replaced, with its directory
   /// perhaps, the lock keeps nobody out, so it is taken anew. Returns what to tell the user; empty
   /// when nothing has happened, or nothing new. Two system calls as long as all is well. Throws
   /// std::runtime_error when another watch has taken the lock: the caller's is to end.
   std::string keep();
 
-  /// Whether the locked file still bears its name; a folder that cannot be looked into counts as
+  /// Whether the locked file still bears its name; a directory that cannot be looked into counts as
   /// unchanged.
   bool isStillInPlace() const;
 

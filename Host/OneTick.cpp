@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "Host/AgentsFile.h"
-#include "Host/Folder.h"
 #include "Host/SettingsFile.h"
+#include "Host/SupportDirectory.h"
 #include "Host/SystemTools.h"
 #include "Platform/Clock.h"
 

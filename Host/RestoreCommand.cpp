@@ -12,9 +12,9 @@
 #include <thread>
 
 #include "Host/Commands.h"
-#include "Host/Folder.h"
 #include "Host/InstanceLock.h"
 #include "Host/Notices.h"
+#include "Host/SupportDirectory.h"
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/SleepController.h"
 

@@ -25,7 +25,7 @@ struct Sources {
 /// The machine that this runs on.
 class MachineSources {
  public:
-  /// How deep below the home folder session files are looked for.
+  /// How deep below the home directory session files are looked for.
   static constexpr int sessionFileDepth = 12;
 
   /// @param tools  owned by the caller

@@ -8,9 +8,9 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "Host/Folder.h"
 #include "Host/Notices.h"
 #include "Host/StatsPage.h"
+#include "Host/SupportDirectory.h"
 #include "Host/Terminal.h"
 #include "Host/UsageStore.h"
 #include "Platform/Files.h"
@@ -177,7 +177,7 @@ ExitStatus runStats(const StatsOptions& options) {
       const auto kind = std::filesystem::status(options.htmlFile).type();
       if (kind != std::filesystem::file_type::not_found &&
           kind != std::filesystem::file_type::regular) {
-        throw std::runtime_error("no regular file: " + options.htmlFile);
+        throw std::runtime_error("not a regular file: " + options.htmlFile);
       }
       platform::writeAtomically(options.htmlFile, statsPage(metrics, now, options.days));
     }

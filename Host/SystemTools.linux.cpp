@@ -38,7 +38,7 @@ std::filesystem::path programFile() {
 }
 
 std::filesystem::path keepAwakeTool() {
-  // Never one found elsewhere: in a shared folder it would be another package's program.
+  // Never one found elsewhere: in a shared directory it would be another package's program.
   return (programFile().parent_path() / WAKELATCH_LIBEXEC_FROM_BIN / "caffeinate")
       .lexically_normal();
 }

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "Host/SystemTools.h"
-#include "Host/ToolFolder.h"
+#include "Host/ToolDirectory.h"
 #include "WakelatchCore/ShellCommand.h"
 
 namespace wakelatch::host {
@@ -18,11 +18,11 @@ class Tools {
   /// How long a tool may take; the longest that a tick should ever wait for one.
   static constexpr double timeoutSeconds = 10;
 
-  /// @param folder  of programs that stand in for tools of their name; empty: none
-  explicit Tools(const std::filesystem::path& folder)
-      : looking_(timeoutSeconds, folder),
-        acting_(timeoutSeconds, folder),
-        admin_(adminTimeoutSeconds, folder) {}
+  /// @param directory  of programs that stand in for tools of their name; empty: none
+  explicit Tools(const std::filesystem::path& directory)
+      : looking_(timeoutSeconds, directory),
+        acting_(timeoutSeconds, directory),
+        admin_(adminTimeoutSeconds, directory) {}
 
   /// For looking at the machine.
   CommandRunning& runner() { return looking_.runner(); }
@@ -45,9 +45,9 @@ class Tools {
 
  private:
   struct Runner {
-    Runner(double timeout, const std::filesystem::path& folder)
+    Runner(double timeout, const std::filesystem::path& directory)
         : children(timeout), system(makeSystemTools(children, timeout)) {
-      if (!folder.empty()) standIns.emplace(folder, children, *system);
+      if (!directory.empty()) standIns.emplace(directory, children, *system);
     }
     CommandRunning& runner() {
       return standIns ? static_cast<CommandRunning&>(*standIns) : *system;
@@ -55,7 +55,7 @@ class Tools {
 
     CancellableCommandRunner children;
     std::unique_ptr<CommandRunning> system;
-    std::optional<ToolFolder> standIns;
+    std::optional<ToolDirectory> standIns;
   };
 
   Runner looking_, acting_, admin_;

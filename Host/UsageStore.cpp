@@ -65,7 +65,7 @@ std::string UsageStore::save(const UsageMetrics& metrics) {
   if (!mayWrite_) return {};
   try {
     const std::string text = encode(metrics);
-    platform::createFolders(file_.parent_path());
+    platform::createDirectories(file_.parent_path());
     platform::writeAtomically(file_, text, platform::Durability::power);
     return {};
   } catch (const std::exception& error) {

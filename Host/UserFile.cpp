@@ -10,10 +10,11 @@ std::optional<std::string> readIfThere(const std::filesystem::path& file) {
   try {
     return platform::readFile(file);
   } catch (const std::system_error& error) {
-    // A home folder that is none, or a ring of links, holds no file; one that may not be read does.
+    // A home directory that is none, or a ring of links, holds no file; one that may not be read
+    // does.
     std::error_code cause;
-    const bool hasFolder = std::filesystem::exists(file.parent_path(), cause);
-    if (!hasFolder && cause == std::errc::too_many_symbolic_link_levels) return std::nullopt;
+    const bool hasDirectory = std::filesystem::exists(file.parent_path(), cause);
+    if (!hasDirectory && cause == std::errc::too_many_symbolic_link_levels) return std::nullopt;
     if (error.code() == std::errc::not_a_directory) return std::nullopt;
     if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
     throw;

@@ -18,7 +18,6 @@
 #include "Host/AgentsFile.h"
 #include "Host/Commands.h"
 #include "Host/FirstRun.h"
-#include "Host/Folder.h"
 #include "Host/InstanceLock.h"
 #include "Host/Notices.h"
 #include "Host/Observer.h"
@@ -27,6 +26,7 @@
 #include "Host/SettingsFile.h"
 #include "Host/Signals.h"
 #include "Host/StatusReport.h"
+#include "Host/SupportDirectory.h"
 #include "Host/Teller.h"
 #include "Host/UsageRecorder.h"
 #include "Host/UsageStore.h"
@@ -79,15 +79,15 @@ class Pause {
 
 /// What a watch does beside deciding and telling. A dry run has none of it: even its end would
 /// touch the files of a watch that runs beside it.
-struct Hands {
+struct Effects {
   UsageStore store{usageFile()};
   UsageStore::Opened opened = store.open(platform::now());
   UsageRecorder usage;
   Saver saver;
   Actor actor;
 
-  Hands(const WatchOptions& options, const GuardSettings& settings, Tools& tools,
-        Notifier& notifier, const Observer& observer, Teller& teller, std::function<void()> left)
+  Effects(const WatchOptions& options, const GuardSettings& settings, Tools& tools,
+          Notifier& notifier, const Observer& observer, Teller& teller, std::function<void()> left)
       : usage(FileLogger::shared(), std::move(opened.metrics),
               [&observer](const std::string& agent, Timestamp at) {
                 return observer.sessionFileAge(agent, at);
@@ -144,21 +144,21 @@ class Watch {
                      .resized = [this] { teller_.redraw(); },
                      .pulse =
                          [this] {
-                           if (Hands* hands = acting_) hands->actor.checkStale();
+                           if (Effects* effects = acting_) effects->actor.checkStale();
                          }});
     try {
       if (!options_.dryRun) {
-        hands_.emplace(options_, settings_.current(), tools_, notifier_, observer_, teller_,
-                       [this] { onLeft(); });
-        acting_ = &*hands_;
+        effects_.emplace(options_, settings_.current(), tools_, notifier_, observer_, teller_,
+                         [this] { onLeft(); });
+        acting_ = &*effects_;
       }
       for (int tickNumber = 1;; ++tickNumber) {
         const auto start = SteadyClock::now();
         tick(start);
         if (tickNumber == options_.ticks) {
           isLastTold_ = true;
-          while (hands_ && !pause_.isWatchOver() &&
-                 !hands_->actor.awaitDone(options_.intervalSeconds))
+          while (effects_ && !pause_.isWatchOver() &&
+                 !effects_->actor.awaitDone(options_.intervalSeconds))
             tick(SteadyClock::now());
           break;
         }
@@ -197,16 +197,16 @@ class Watch {
     Observation seen = observer_.look(settings, now);
     tellGivenUp(seen);
     if (pause_.isWatchOver()) return;  // what was looked at last may have been called off
-    const Held held = hands_ ? hands_->actor.held() : Held{};
+    const Held held = effects_ ? effects_->actor.held() : Held{};
     OneTick decided =
         decide(stateMachine_, options_.mode, settings, held.isHeld(), std::move(seen));
     decided.isWatchRunning = true;  // this one
-    if (hands_) {                   // a dry run has nothing in effect
+    if (effects_) {                 // a dry run has nothing in effect
       decided.watch =
           stateAfter(decided, stateMachine_.memory(), held, ::getpid(), options_.intervalSeconds);
-      hands_->actor.post(makeWish(decided.decision, settings, decided.seen.power,
-                                  decided.seen.lidState, decided.seen.thermalState, now),
-                         start, settings.restoreNormalSleepOnQuit);
+      effects_->actor.post(makeWish(decided.decision, settings, decided.seen.power,
+                                    decided.seen.lidState, decided.seen.thermalState, now),
+                           start, settings.restoreNormalSleepOnQuit);
       count(decided, held);
       if (std::exchange(isFirstTick_, false)) {
         greetOnce(decided.seen, settings, agents_.current().profiles, notifier_);
@@ -232,7 +232,7 @@ class Watch {
           turns.appName + " is in a turn that has shown no other sign of life for two hours; it " +
           "no longer keeps this machine awake";
       notifier_.tell(text);
-      if (hands_) FileLogger::shared().log(text);
+      if (effects_) FileLogger::shared().log(text);
     }
   }
 
@@ -246,16 +246,16 @@ class Watch {
 
   void count(const OneTick& tick, const Held& held) {
     const Observation& seen = tick.seen;
-    if (hands_->usage.record({.mode = tick.mode,
-                              .settings = tick.settings,
-                              .power = seen.power,
-                              .lidState = seen.lidState,
-                              .strongest = seen.strongest,
-                              .signals = seen.evidence.merged,
-                              .decision = tick.decision,
-                              .preventsSleep = held.isToolRunning() && held.isToolProven,
-                              .now = seen.at})) {
-      hands_->saver.usage(hands_->usage.metrics());
+    if (effects_->usage.record({.mode = tick.mode,
+                                .settings = tick.settings,
+                                .power = seen.power,
+                                .lidState = seen.lidState,
+                                .strongest = seen.strongest,
+                                .signals = seen.evidence.merged,
+                                .decision = tick.decision,
+                                .preventsSleep = held.isToolRunning() && held.isToolProven,
+                                .now = seen.at})) {
+      effects_->saver.usage(effects_->usage.metrics());
     }
   }
 
@@ -267,8 +267,9 @@ class Watch {
       told.graceEndsAt =
           after(*lastActive, tick.settings.profile(tick.seen.power).idleGracePeriodSeconds);
     }
-    if (hands_) {
-      told.keptSecondsToday = keptSecondsOn(UsageMetrics::dayKey(told.at), hands_->usage.metrics());
+    if (effects_) {
+      told.keptSecondsToday =
+          keptSecondsOn(UsageMetrics::dayKey(told.at), effects_->usage.metrics());
     }
     teller_.tick(std::move(told));
   }
@@ -276,13 +277,13 @@ class Watch {
   ExitStatus leave() {
     teller_.endScreen();
     ExitStatus status = ExitStatus::done;
-    if (hands_) {
-      wasHeld_ = wasHeld_ || hands_->actor.held().isHeld();
-      hands_->saver.usage(hands_->usage.metrics());
+    if (effects_) {
+      wasHeld_ = wasHeld_ || effects_->actor.held().isHeld();
+      effects_->saver.usage(effects_->usage.metrics());
       signals_.exitIn(adminTimeoutSeconds + 30, static_cast<int>(ExitStatus::notRestored));
-      hands_->actor.order(Actor::Order::leave);
-      hands_->actor.join();
-      const bool isEngaged = hands_->actor.held().isLidClosedEngaged;
+      effects_->actor.order(Actor::Order::leave);
+      effects_->actor.join();
+      const bool isEngaged = effects_->actor.held().isLidClosedEngaged;
       if (isEngaged && (settings_.current().restoreNormalSleepOnQuit || stopNumber_ != 0)) {
         notifier_.tell(
             "the lid-closed setting may still be engaged: this machine may not sleep; "
@@ -292,7 +293,7 @@ class Watch {
         notifier_.tell("normal sleep is restored");
       }
     }
-    const bool isSaved = !hands_ || hands_->saver.finish(2);
+    const bool isSaved = !effects_ || effects_->saver.finish(2);
     const bool isRecorded = !trace_ || trace_->finish(2);
     if (!isRecorded) {
       notifier_.tell("the end of the recording is lost: the disk does not take it");
@@ -316,38 +317,38 @@ class Watch {
       teller_.endScreen();
       pause_.endWatch();
       tools_.cancelLooking();
-      Hands* hands = acting_;
-      if (hands == nullptr) {
+      Effects* effects = acting_;
+      if (effects == nullptr) {
         signals_.exitIn(patience, static_cast<int>(ExitStatus::done));
         return;
       }
-      wasHeld_ = hands->actor.held().isHeld();
+      wasHeld_ = effects->actor.held().isHeld();
       if (wasHeld_) notifier_.tell("stopping, and letting this machine sleep");
-      hands->actor.order(Actor::Order::leave);
+      effects->actor.order(Actor::Order::leave);
       return;
     }
     stopNumber_ = number;
-    if (Hands* hands = acting_) hands->actor.order(Actor::Order::abandon);
+    if (Effects* effects = acting_) effects->actor.order(Actor::Order::abandon);
     signals_.exitIn(count == 2 ? patience : 0, 128 + number);
   }
 
   /// On the thread of the actor: the deciding side may hang, and is not waited for long.
   void onLeft() {
-    const Hands* hands = acting_;
-    const bool isEngaged = hands != nullptr && hands->actor.held().isLidClosedEngaged;
+    const Effects* effects = acting_;
+    const bool isEngaged = effects != nullptr && effects->actor.held().isLidClosedEngaged;
     const auto status = isEngaged ? ExitStatus::notRestored : ExitStatus::done;
     signals_.exitIn(patience, stopNumber_ != 0 ? 128 + stopNumber_ : static_cast<int>(status));
   }
 
   void onSuspend() {
-    if (Hands* hands = acting_) {
-      const bool wasHeld = hands->actor.held().isHeld();
-      hands->actor.order(Actor::Order::pause);
+    if (Effects* effects = acting_) {
+      const bool wasHeld = effects->actor.held().isHeld();
+      effects->actor.order(Actor::Order::pause);
       const auto patienceEnd = SteadyClock::now() + std::chrono::seconds(6);
-      while (!hands->actor.awaitDone(0.1) && SteadyClock::now() < patienceEnd) {
+      while (!effects->actor.awaitDone(0.1) && SteadyClock::now() < patienceEnd) {
         if (Signals::isStopPending()) return;
       }
-      if (const Held held = hands->actor.held(); held.isHeld()) {
+      if (const Held held = effects->actor.held(); held.isHeld()) {
         notifier_.tell(std::string("stopped, but ") +
                        (held.isLidClosedEngaged ? "the lid-closed setting is engaged"
                                                 : "the keep-awake tool runs") +
@@ -357,7 +358,7 @@ class Watch {
         notifier_.tell("stopped: this machine may sleep until the watch goes on");
       }
       teller_.stopped(true);
-      hands->saver.finish(0.3);
+      effects->saver.finish(0.3);
     }
     teller_.finish(0.3);
   }
@@ -372,7 +373,7 @@ class Watch {
   }
 
   void onResume() {
-    if (Hands* hands = acting_) hands->actor.resume();
+    if (Effects* effects = acting_) effects->actor.resume();
     teller_.redraw();
     pause_.shorten();
   }
@@ -392,10 +393,10 @@ class Watch {
   Teller teller_;
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
   std::optional<TraceFile> trace_;
-  std::optional<Hands> hands_;
-  std::atomic<Hands*> acting_{nullptr};  ///< these, once they stand, for other threads
-  std::atomic<bool> wasHeld_{false};     ///< something held the machine awake when a stop came
-  bool isLastTold_ = false;              ///< of the ticks that were asked for
+  std::optional<Effects> effects_;
+  std::atomic<Effects*> acting_{nullptr};  ///< these, once they stand, for other threads
+  std::atomic<bool> wasHeld_{false};       ///< something held the machine awake when a stop came
+  bool isLastTold_ = false;                ///< of the ticks that were asked for
   bool isFirstTick_ = true;
   std::atomic<bool> hasFailed_{false};
   std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
@@ -417,7 +418,7 @@ ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
                   "; stop it first");
       return ExitStatus::failed;
     }
-    if (lock) platform::removeUnfinished(supportFolder());
+    if (lock) platform::removeUnfinished(supportDirectory());
   }
   platform::Descriptor traceFile;
   if (!options.recordFile.empty()) {

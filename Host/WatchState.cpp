@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <system_error>
 
-#include "Host/Folder.h"
 #include "Host/InstanceLock.h"
+#include "Host/SupportDirectory.h"
 #include "Platform/Files.h"
 
 namespace wakelatch::host {

@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
     const auto parsed = parseCommandLine(argc, argv);
     if (const auto* status = std::get_if<ExitStatus>(&parsed)) return static_cast<int>(*status);
     const auto& line = std::get<CommandLine>(parsed);
-    Tools tools(line.toolFolder);
+    Tools tools(line.toolDirectory);
     const ExitStatus status = std::visit(RunCommand{tools}, line.command);
     if (std::cout.flush()) return static_cast<int>(status);
     throw std::runtime_error("standard output could not be written");

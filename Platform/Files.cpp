@@ -90,7 +90,7 @@ std::string readFile(const std::filesystem::path& file, Owner owner) {
   if (input.get() < 0) fail(errno, "cannot read", file);
   const struct stat status = statusOf(input, file);
   if (S_ISDIR(status.st_mode)) fail(EISDIR, "cannot read", file);
-  if (!S_ISREG(status.st_mode)) fail(EINVAL, "no regular file:", file);
+  if (!S_ISREG(status.st_mode)) fail(EINVAL, "not a regular file:", file);
   if (owner == Owner::userOrRoot && isStranger(status.st_uid)) {
     fail(EPERM, "another user's file:", file);
   }
@@ -143,18 +143,18 @@ std::optional<std::string> readTail(const std::filesystem::path& file, std::size
   return tail;
 }
 
-void createFolders(const std::filesystem::path& folder) {
+void createDirectories(const std::filesystem::path& directory) {
   std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) fail(error.value(), "cannot create the folder", folder);
+  std::filesystem::create_directories(directory, error);
+  if (error) fail(error.value(), "cannot create the directory", directory);
   struct stat link {
   }, status{};
-  if (::lstat(folder.c_str(), &link) != 0 || ::stat(folder.c_str(), &status) != 0) {
-    fail(errno, "cannot examine the folder", folder);
+  if (::lstat(directory.c_str(), &link) != 0 || ::stat(directory.c_str(), &status) != 0) {
+    fail(errno, "cannot examine the directory", directory);
   }
   const bool isShared = status.st_uid != ::geteuid() && (status.st_mode & S_IWOTH) != 0;
   if (isStranger(link.st_uid) || isStranger(status.st_uid) || (isShared && ::geteuid() != 0)) {
-    fail(EPERM, "a folder that others can fill:", folder);
+    fail(EPERM, "directory is writable by others:", directory);
   }
 }
 
@@ -162,15 +162,16 @@ void append(const std::filesystem::path& file, std::string_view bytes, Owner own
   const auto open = [&file, owner](int flags) {
     return openWithoutWaiting(file, O_WRONLY | O_APPEND | flags, owner);
   };
-  Descriptor output = open(0);  // Linux refuses O_CREAT for another user's file in a shared folder
+  Descriptor output =
+      open(0);  // Linux refuses O_CREAT for another user's file in a shared directory
   if (output.get() < 0 && errno == ENOENT) output = open(O_CREAT);
   if (output.get() < 0 && errno == ENOENT) {
-    createFolders(file.parent_path());
+    createDirectories(file.parent_path());
     output = open(O_CREAT);
   }
   if (output.get() < 0) fail(errno, "cannot open", file);
   const struct stat status = statusOf(output, file);
-  if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) fail(EINVAL, "no regular file:", file);
+  if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) fail(EINVAL, "not a regular file:", file);
   if (owner == Owner::userOrRoot && isStranger(status.st_uid)) {
     fail(EPERM, "another user's file:", file);
   }
@@ -191,20 +192,22 @@ void writeAtomically(const std::filesystem::path& file, std::string_view content
     fail(error, "cannot write", file);
   }
   if (durability == Durability::power) {
-    const Descriptor folder(::open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder.get() >= 0) flushToDisk(folder.get());  // some file systems cannot; nothing is lost
+    const Descriptor directory(
+        ::open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.get() >= 0)
+      flushToDisk(directory.get());  // some file systems cannot; nothing is lost
   }
 }
 
-void removeUnfinished(const std::filesystem::path& folder) {
+void removeUnfinished(const std::filesystem::path& directory) {
   const std::string_view mark = temporaryEnd.substr(0, temporaryEnd.size() - randomLength);
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+  for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string name = entry->path().filename().string();
     if (name.size() <= temporaryEnd.size()) continue;
     if (name.compare(name.size() - temporaryEnd.size(), mark.size(), mark) == 0) {
-      ::unlink(entry->path().c_str());  // never a folder
+      ::unlink(entry->path().c_str());  // never a directory
     }
   }
 }

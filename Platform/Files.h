@@ -14,7 +14,7 @@
 
 namespace wakelatch::platform {
 
-/// The user's home folder: `HOME` when it is an absolute path, else what the user database says,
+/// The user's home directory: `HOME` when it is an absolute path, else what the user database says,
 /// else "/".
 std::filesystem::path homeDirectory();
 
@@ -40,13 +40,13 @@ std::optional<FileStamp> stampOf(const std::filesystem::path& file);
 std::optional<std::string> readTail(const std::filesystem::path& file, std::size_t maxBytes);
 ///@}
 
-/// Creates `folder` with all missing folders above it; no error when it exists, unless it is
-/// another user's (but root's) or leads to a folder where everybody may write. Root may use all.
-void createFolders(const std::filesystem::path& folder);
+/// Creates `directory` with all missing directories above it; no error when it exists, unless it is
+/// another user's (but root's) or leads to a directory where everybody may write. Root may use all.
+void createDirectories(const std::filesystem::path& directory);
 
 /// Adds `bytes` at the end of `file`: a regular one or a device such as /dev/null. The file is made
-/// when missing, and the folders above it, with the modes that the umask leaves. A file with other
-/// names is as good as any: backups give it some.
+/// when missing, and the directories above it, with the modes that the umask leaves. A file with
+/// other names is as good as any: backups give it some.
 /// @param owner  of the file, and of a link that is followed to it
 void append(const std::filesystem::path& file, std::string_view bytes,
             Owner owner = Owner::userOrRoot);
@@ -63,12 +63,12 @@ enum class Durability {
 /// Replaces the content of `file` in one step: readers see the old or the new content, never a
 /// part, and when anything fails the old file is left as it was. The file is readable and writable
 /// by the user alone. A symbolic link at `file` is itself replaced, not followed. The containing
-/// folder must exist.
+/// directory must exist.
 void writeAtomically(const std::filesystem::path& file, std::string_view content,
                      Durability durability = Durability::process);
 
-/// Removes from `folder` what a writeAtomically() that was killed left there. Not while another
+/// Removes from `directory` what a writeAtomically() that was killed left there. Not while another
 /// process may be writing in it. Nothing is thrown.
-void removeUnfinished(const std::filesystem::path& folder);
+void removeUnfinished(const std::filesystem::path& directory);
 
 }  // namespace wakelatch::platform

@@ -8,7 +8,7 @@
 namespace wakelatch::platform {
 
 /// The pieces of a text between separators, in order and without the empty ones; for range-for.
-class Pieces {
+class Split {
  public:
   class Iterator {
    public:
@@ -32,7 +32,7 @@ class Pieces {
     char separator_;
   };
 
-  Pieces(std::string_view text, char separator) : text_(text), separator_(separator) {}
+  Split(std::string_view text, char separator) : text_(text), separator_(separator) {}
   Iterator begin() const { return {text_, separator_}; }
   std::default_sentinel_t end() const { return {}; }
 
@@ -42,7 +42,7 @@ class Pieces {
 };
 
 /// The last piece of `text` that is not empty; nothing but separators is returned as it is.
-inline std::string_view lastPiece(std::string_view text, char separator) {
+inline std::string_view baseName(std::string_view text, char separator) {
   const std::size_t last = text.find_last_not_of(separator);
   if (last == text.npos) return text;
   const std::string_view upToLast = text.substr(0, last + 1);

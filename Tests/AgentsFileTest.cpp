@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include "Host/Folder.h"
+#include "Host/SupportDirectory.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -20,12 +20,12 @@ AgentProfile find(const Agents& agents, const std::string& id) {
 }
 
 TEST(AgentsFile, TheUsersFileIsLaidOverTheInstalledOneAndThatOverTheBuiltinAgents) {
-  const TemporaryFolder folder;
-  const auto installed = folder.path() / "installed", own = folder.path() / "own";
+  const TemporaryDirectory directory;
+  const auto installed = directory.path() / "installed", own = directory.path() / "own";
   EXPECT_EQ(loadAgents({installed, own}).profiles.all(), AgentCatalog::builtin());
   writeFile(installed, R"({"$schema": "x", "agents": [
     {"id": "aider", "displayName": "Pi", "activePhrases": ["a"], "idlePhrases": ["b"],
-     "turnRecords": [{"globs": ["g/*"], "form": "lines", "isNamedByFolder": true, "query": "q",
+     "turnRecords": [{"globs": ["g/*"], "form": "lines", "isNamedByDirectory": true, "query": "q",
                       "rules": [{"state": "waiting", "when": {"a.b": ["*"]}}]}]},
     {"id": "pi-coding-agent", "displayName": "Aider"},
     {"id": "web", "displayName": "Web", "kind": "browser", "toolMarkers": ["m"]}]})");
@@ -43,7 +43,7 @@ TEST(AgentsFile, TheUsersFileIsLaidOverTheInstalledOneAndThatOverTheBuiltinAgent
   aider.turnRecords = {{.globs = {"g/*"},
                         .form = TurnRecordFormat::Form::lines,
                         .rules = {{TurnState::waiting, {{"a.b", {"*"}}}}},
-                        .isNamedByFolder = true,
+                        .isNamedByDirectory = true,
                         .query = "q"}};
   EXPECT_EQ(find(agents, "aider"), aider);
   AgentProfile web = AgentCatalog::builtin().back();
@@ -61,11 +61,11 @@ TEST(AgentsFile, TheUsersFileIsLaidOverTheInstalledOneAndThatOverTheBuiltinAgent
 }
 
 TEST(AgentsFile, WhatIsWrongIsNamedWithItsPlaceAndTheLastGoodAgentsStay) {
-  const TemporaryFolder folder;
-  const auto file = folder.path() / "agents.json";
+  const TemporaryDirectory directory;
+  const auto file = directory.path() / "agents.json";
   const std::string good = R"({"agents": [{"id": "aider", "displayName": "A"}]})";
   writeFile(file, good);
-  LiveAgents live({folder.path() / "none", file});
+  LiveAgents live({directory.path() / "none", file});
   const auto agentWith = [](const std::string& field) {
     return R"({"agents": [{"id": "x", "displayName": "X"}, {"id": "aider", )" + field + "}]}";
   };
@@ -83,7 +83,7 @@ TEST(AgentsFile, WhatIsWrongIsNamedWithItsPlaceAndTheLastGoodAgentsStay) {
       {R"({"agents": [{"id": "zed"}, {"id": "zed"}]})",
        R"(agents[1]: there are two entries for "zed")"},
       {agentWith(R"("activePhrase": [])"), "agents[1].activePhrase: no such field"},
-      {agentWith(R"("activePhrases": "a")"), "agents[1].activePhrases: expected a list"},
+      {agentWith(R"("activePhrases": "a")"), "agents[1].activePhrases: expected an array"},
       {agentWith(R"("kind": "cat")"), R"(agents[1].kind: no such case: "cat")"},
       {agentWith(R"("displayName": "")"), "agents[1].displayName: must not be empty"},
       {agentWith(R"("turnRecords": [{}, {"glob": []}])"),
@@ -108,7 +108,7 @@ TEST(AgentsFile, WhatIsWrongIsNamedWithItsPlaceAndTheLastGoodAgentsStay) {
 
 TEST(AgentsFile, CommandsGoByTheUsersFile) {
   const TemporaryHome home;
-  const auto file = supportFolder() / "agents.json";
+  const auto file = supportDirectory() / "agents.json";
   writeFile(file, R"({"agents": [{"id": "mine", "displayName": "Mi\u001bne", "turnRecords": [{}],
                                   "oneShotArguments": ["-p"], "trustsCPUSignal": false}]})");
   EXPECT_THAT(runHost({"agents"}).out,

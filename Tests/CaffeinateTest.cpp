@@ -12,7 +12,7 @@
 #include "Host/linux/LinuxTools.h"
 #include "Host/linux/WatchProcess.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -20,7 +20,7 @@ namespace {
 using platform::ChildProcess, platform::ChildOutput;
 
 /// The system bus of this process and its children, with a manager on it that gives out locks.
-class SessionManager : TemporaryFolder {
+class SessionManager : TemporaryDirectory {
  public:
   SessionManager() {
     const std::string config = path() / "config", address = "unix:path=" + config + ".bus";

@@ -6,9 +6,9 @@
 #include <map>
 #include <sstream>
 
-#include "Host/Folder.h"
+#include "Host/SupportDirectory.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -56,7 +56,7 @@ ulimit -S -f unlimited
 echo $$ >> "$HOME/pids"
 while :; do sleep 0.1; done)sh";
 
-/// A home folder with the scripted tools, and one watch after the other in it.
+/// A home directory with the scripted tools, and one watch after the other in it.
 struct Scene {
   TemporaryHome home;
   const fs::path log = home.path() / "Library/Logs/Wakelatch.log";

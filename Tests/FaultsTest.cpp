@@ -1,18 +1,18 @@
-// Faults around the host: tools, files, home folders, streams and clocks that do what they should
-// not. Every tick still gives a decision, nothing hangs, and the fault is named.
+// Faults around the host: tools, files, home directories, streams and clocks that do what they
+// should not. Every tick still gives a decision, nothing hangs, and the fault is named.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <future>
 
-#include "Host/Folder.h"
 #include "Host/Observer.h"
+#include "Host/SupportDirectory.h"
 #include "Host/Terminal.h"
 #include "Host/WatchState.h"
 #include "Platform/SerialQueue.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/FileLogger.h"
 
 namespace wakelatch::host {
@@ -79,9 +79,9 @@ TEST(Faults, WhatStandsInAFilesPlaceIsNamedAndLeftAlone) {
     std::function<void(const fs::path&)> put;
     std::string notice;
     int watch = 0, status = 0;  ///< how these commands end
-  } rows[] = {{"settings.json", fifo, "settings: no regular file: ", 1, 1},
+  } rows[] = {{"settings.json", fifo, "settings: not a regular file: ", 1, 1},
               {"settings.json", huge, "settings.json: File too large", 1, 1},
-              {"usage.json", fifo, "usage: no regular file: "},
+              {"usage.json", fifo, "usage: not a regular file: "},
               {"usage.json", huge, "usage.json: File too large; the file is left as it is"},
               {"watch.lock", fifo, "no lock file (remove it): ", 1},
               {"watch.lock", link, "no lock file (remove it): ", 1},
@@ -89,11 +89,11 @@ TEST(Faults, WhatStandsInAFilesPlaceIsNamedAndLeftAlone) {
   for (const auto& [file, put, notice, watch, status] : rows) {
     SCOPED_TRACE(file.string() + ": " + notice);
     const TemporaryHome home;
-    const fs::path folder = supportFolder(), precious = folder / "precious",
-                   unfinished = folder / "usage.json.new-Ab12Cd";
+    const fs::path directory = supportDirectory(), precious = directory / "precious",
+                   unfinished = directory / "usage.json.new-Ab12Cd";
     for (const fs::path& made : {precious, unfinished}) writeFile(made, "precious");
     fs::create_directories(home.path() / "Library/Logs");
-    put(folder / file);
+    put(directory / file);
     EXPECT_EQ(runHost({"status"}).status, status);
     const bool isUsage = file == "usage.json";
     EXPECT_THAT(runHost({"doctor"}).out, HasSubstr(isUsage ? "PROBLEM  statistics: " : "ok  "));
@@ -131,20 +131,20 @@ TEST(Faults, AHomeThatCannotBeWrittenIsNamedAndWatchingGoesOn) {
 TEST(Faults, NothingOfAnotherUsersIsUsed) {
   constexpr uid_t user = 4242, stranger = 2424;
   if (::geteuid() != 0) GTEST_SKIP() << "root alone can be two users";
-  const TemporaryFolder folder;
-  const fs::path own = folder.path() / "own", foreign = folder.path() / "foreign",
-                 link = folder.path() / "link";
+  const TemporaryDirectory directory;
+  const fs::path own = directory.path() / "own", foreign = directory.path() / "foreign",
+                 link = directory.path() / "link";
   for (const fs::path& file : {own, foreign}) writeFile(file, "precious");
   fs::create_symlink(own, link);
   fs::permissions(foreign, fs::perms::all);
-  for (const fs::path& file : {own, folder.path()}) EXPECT_EQ(::chown(file.c_str(), user, 0), 0);
+  for (const fs::path& file : {own, directory.path()}) EXPECT_EQ(::chown(file.c_str(), user, 0), 0);
   for (const fs::path& file : {foreign, link}) EXPECT_EQ(::lchown(file.c_str(), stranger, 0), 0);
   ASSERT_EQ(::seteuid(user), 0);
   for (const fs::path& file : {foreign, link}) {
     EXPECT_ANY_THROW(platform::append(file, "x"));
     EXPECT_ANY_THROW(platform::readFile(file));
   }
-  EXPECT_ANY_THROW(platform::createFolders("/tmp"));
+  EXPECT_ANY_THROW(platform::createDirectories("/tmp"));
   ASSERT_EQ(::seteuid(0), 0);
   EXPECT_EQ(contentOf(own) + contentOf(foreign), "preciousprecious");
 }

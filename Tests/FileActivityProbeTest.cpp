@@ -6,7 +6,7 @@
 
 #include <limits>
 
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "Tests/TouchFile.h"
 
 namespace wakelatch {
@@ -27,8 +27,8 @@ class FileActivityProbeTest : public ::testing::Test {
     return FileActivityProbe(home, maxDepth).newestModification(patterns);
   }
 
-  const TemporaryFolder folder;
-  const fs::path home = folder.path();
+  const TemporaryDirectory directory;
+  const fs::path home = directory.path();
 };
 
 TEST_F(FileActivityProbeTest, MatchesWhatThePatternsSay) {
@@ -57,7 +57,7 @@ TEST_F(FileActivityProbeTest, MatchesWhatThePatternsSay) {
   EXPECT_GT(newest({"q*", "link"}), after(start, 1)) << "a link's own time";
 }
 
-TEST_F(FileActivityProbeTest, ManyWaysToOneFolderCostNoMoreThanOne) {
+TEST_F(FileActivityProbeTest, ManyWaysToOneDirectoryCostNoMoreThanOne) {
   std::string path, pattern;
   for (int level = 0; level < 30; ++level) path += "d/";
   for (int i = 0; i < 12; ++i) pattern += "**/*/";  // 10^9 ways
@@ -85,14 +85,14 @@ TEST_F(FileActivityProbeTest, DeepTreesNeedFewDescriptors) {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-TEST_F(FileActivityProbeTest, FoldersThatMayNotBeListedLeadOnByName) {
+TEST_F(FileActivityProbeTest, DirectoriesThatMayNotBeListedLeadOnByName) {
   touch("locked/x.jsonl"), touch("locked/sub/y.jsonl", 1), touch("shut/z.jsonl", 2);
   const auto permit = [this](const char* name, unsigned mode) {
     fs::permissions(home / name, fs::perms(mode));
   };
   permit("", 0755), permit("locked", 0311), permit("shut", 0);
   const auto user = ::geteuid();
-  EXPECT_EQ(::seteuid(user == 0 ? 65534 : user), 0) << "no folder is closed to root";
+  EXPECT_EQ(::seteuid(user == 0 ? 65534 : user), 0) << "no directory is closed to root";
   EXPECT_EQ(newest({"locked/*.jsonl", "shut/z.jsonl", "**/z.jsonl"}), std::nullopt);
   EXPECT_EQ(newest({"**/x.jsonl"}), start);
   EXPECT_EQ(newest({"locked/sub/*"}), after(start, 1));

@@ -9,18 +9,18 @@
 #include <thread>
 
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch {
 
 TEST(FileLogger, AppendsDatedLinesAndLosesThoseItCannotWrite) {
-  const TemporaryFolder folder;
-  const auto file = folder.path() / "new" / "folders" / "test.log";
+  const TemporaryDirectory directory;
+  const auto file = directory.path() / "new" / "directories" / "test.log";
   const mode_t before = ::umask(027);
   FileLogger(file).log("one");
   FileLogger(file).log("two\nlines é");
   FileLogger(file / "below a file").log("lost");
-  FileLogger(folder.path()).log("lost");
+  FileLogger(directory.path()).log("lost");
   ::umask(before);
   EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0640));
   const std::string stamp = "\\[[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z\\] ";
@@ -30,13 +30,13 @@ TEST(FileLogger, AppendsDatedLinesAndLosesThoseItCannotWrite) {
 
 TEST(FileLogger, WritesToAnyFileThatItMay) {
   if (::geteuid() != 0) GTEST_SKIP() << "root alone can be two users";
-  const TemporaryFolder folder;
-  const auto file = folder.path() / "test.log";
+  const TemporaryDirectory directory;
+  const auto file = directory.path() / "test.log";
   platform::append(file, "");
   const auto everybodys = [](const auto& path, unsigned mode, uid_t owner) {
     return ::chmod(path.c_str(), mode) == 0 && ::chown(path.c_str(), owner, 0) == 0;
   };
-  ASSERT_TRUE(everybodys(folder.path(), 01777, 0) && everybodys(file, 0666, 2424));
+  ASSERT_TRUE(everybodys(directory.path(), 01777, 0) && everybodys(file, 0666, 2424));
   ASSERT_EQ(::seteuid(4242), 0);
   FileLogger(file).log("one");
   ASSERT_EQ(::seteuid(0), 0);
@@ -44,9 +44,9 @@ TEST(FileLogger, WritesToAnyFileThatItMay) {
 }
 
 TEST(FileLogger, KeepsTheOrderOfEveryThread) {
-  const TemporaryFolder folder;
+  const TemporaryDirectory directory;
   {
-    FileLogger logger(folder.path() / "test.log");
+    FileLogger logger(directory.path() / "test.log");
     const auto work = [&logger](char name) {
       for (int i = 0; i < 1000; ++i) logger.log(name + std::to_string(i));
     };
@@ -55,7 +55,7 @@ TEST(FileLogger, KeepsTheOrderOfEveryThread) {
     other.join();
   }
   std::map<char, int> next;
-  std::istringstream lines(platform::readFile(folder.path() / "test.log"));
+  std::istringstream lines(platform::readFile(directory.path() / "test.log"));
   for (std::string line; std::getline(lines, line);) {
     EXPECT_EQ(line.substr(24), std::to_string(next[line.at(23)]++));  // after stamp and name
   }

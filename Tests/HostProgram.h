@@ -1,4 +1,4 @@
-// The real `wakelatch` program under test, in a home folder of its own.
+// The real `wakelatch` program under test, in a home directory of its own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 

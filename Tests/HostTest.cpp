@@ -3,11 +3,11 @@
 
 #include <algorithm>
 
-#include "Host/Folder.h"
 #include "Host/InstanceLock.h"
+#include "Host/SupportDirectory.h"
 #include "Host/WatchState.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/SleepController.h"
 
@@ -27,7 +27,7 @@ ChildProcess impostor(const fs::path& file, const std::string& behaviour) {
   return {file.string(), {behaviour}, ChildOutput::captured};
 }
 
-/// A home folder with a keep-awake tool in it.
+/// A home directory with a keep-awake tool in it.
 struct Home : TemporaryHome {
   const fs::path tool = path() / "caffeinate";
 
@@ -124,7 +124,7 @@ TEST(Host, RefusesWrongUsageAndBrokenSettings) {
   for (const std::string command : {"status", "watch", "agents", "explain"}) {
     const Outcome outcome = runHost({command});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("settings.json: activePhrases[1]: expected a text"));
+    EXPECT_THAT(outcome.err, HasSubstr("settings.json: activePhrases[1]: expected a string"));
   }
   EXPECT_EQ(contentOf(settingsFile()), broken);
 }

@@ -8,7 +8,7 @@
 
 #include "Host/InstanceLock.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -28,7 +28,7 @@ TEST(InstanceLock, AFileThatCannotBeOpenedIsNoWantOfAPlace) {
   constexpr uid_t user = 4242;
   if (::geteuid() != 0) GTEST_SKIP() << "root alone can be two users";
   const struct {
-    uid_t folderOwner, fileOwner;
+    uid_t directoryOwner, fileOwner;
     fs::perms mode;  ///< of the lock file; unknown: there is none
     std::string outcome;
   } rows[] = {{user, 0, fs::perms(0600), "refused: the lock file is that of root (stop"},
@@ -39,16 +39,16 @@ TEST(InstanceLock, AFileThatCannotBeOpenedIsNoWantOfAPlace) {
               {0, user, fs::perms(0600), "held"},
               {0, 0, fs::perms(0600), "refused: the lock file is that of root (stop"},
               {0, 0, fs::perms::unknown, "no place: cannot make the lock file: "}};
-  for (const auto& [folderOwner, fileOwner, mode, outcome] : rows) {
-    const TemporaryFolder folder;
-    const fs::path file = folder.path() / "watch.lock";
-    fs::permissions(folder.path(), fs::perms(0755));
+  for (const auto& [directoryOwner, fileOwner, mode, outcome] : rows) {
+    const TemporaryDirectory directory;
+    const fs::path file = directory.path() / "watch.lock";
+    fs::permissions(directory.path(), fs::perms(0755));
     if (mode != fs::perms::unknown) {
       writeFile(file, "");
       fs::permissions(file, mode);
       EXPECT_EQ(::chown(file.c_str(), fileOwner, 0), 0);
     }
-    EXPECT_EQ(::chown(folder.path().c_str(), folderOwner, 0), 0);
+    EXPECT_EQ(::chown(directory.path().c_str(), directoryOwner, 0), 0);
     EXPECT_EQ(::seteuid(user), 0);
     const std::string seen = taking(file);
     ASSERT_EQ(::seteuid(0), 0);
@@ -69,8 +69,8 @@ void failFlock(int error) {
 }
 
 TEST(InstanceLockDeathTest, AFileSystemWithoutLocksIsNoPlace) {
-  const TemporaryFolder folder;
-  const fs::path file = folder.path() / "watch.lock";
+  const TemporaryDirectory directory;
+  const fs::path file = directory.path() / "watch.lock";
   const InstanceLock held(file);
   for (const int error : {ENOLCK, EOPNOTSUPP, EINVAL, EIO}) {
     const auto check = [&] {
@@ -85,8 +85,8 @@ TEST(InstanceLockDeathTest, AFileSystemWithoutLocksIsNoPlace) {
 }
 
 TEST(InstanceLock, ALockThatWasRemovedIsTakenAnewUnlessAnotherWatchHasIt) {
-  const TemporaryFolder folder;
-  const fs::path place = folder.path() / "place", file = place / "watch.lock";
+  const TemporaryDirectory directory;
+  const fs::path place = directory.path() / "place", file = place / "watch.lock";
   InstanceLock lock(file);
   const auto isLocked = [&] { return InstanceLock::currentHolder(file) == ::getpid(); };
   EXPECT_EQ(lock.keep(), "");
@@ -100,8 +100,8 @@ TEST(InstanceLock, ALockThatWasRemovedIsTakenAnewUnlessAnotherWatchHasIt) {
     EXPECT_TRUE(isLocked());
     EXPECT_EQ(lock.keep(), "");
   }
-  fs::rename(place, folder.path() / "moved");
-  writeFile(place, "no folder");
+  fs::rename(place, directory.path() / "moved");
+  writeFile(place, "no directory");
   EXPECT_THAT(lock.keep(), testing::HasSubstr("; watching on without it"));
   EXPECT_EQ(lock.keep(), "") << "told once";
   fs::remove(place);

@@ -8,14 +8,14 @@
 #include <optional>
 
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/AgentStateMachine.h"
 
 namespace wakelatch::host {
 namespace {
 
 /// The acting side over tools that only remember what they were asked for.
-struct Rig : CommandRunning {
+struct Fixture : CommandRunning {
   TemporaryHome home;
   std::string commands;  ///< but for reading the setting
   int notices = 0;
@@ -33,7 +33,7 @@ struct Rig : CommandRunning {
   LidState lid = LidState::closed;
   ThermalState heat = ThermalState::nominal;
 
-  explicit Rig(const std::string& toolScript = "exec sleep 60") {
+  explicit Fixture(const std::string& toolScript = "exec sleep 60") {
     const auto tool = home.path() / "caffeinate";
     writeScript(tool, toolScript);
     controller.emplace(*this, *this, logger, tool.string());
@@ -75,140 +75,141 @@ constexpr auto working = GuardStatus::keepingAwake;
 constexpr auto watching = GuardStatus::watching;
 
 TEST(KeepAwake, ReleasesALidClosedKeepAwakeAfterTheDelayAndThenSleeps) {
-  Rig rig;
-  EXPECT_EQ(rig.tick(0, working), "engage");
-  EXPECT_EQ(rig.tick(2, working), "");
-  EXPECT_EQ(rig.tick(4, watching, true), "") << "held awake, cannot sleep yet";
-  EXPECT_EQ(rig.tick(63.9, watching), "");
-  EXPECT_TRUE(rig.isAwake());
-  EXPECT_EQ(rig.tick(64, watching), "restore, sleep");
-  EXPECT_FALSE(rig.isAwake() || rig.controller->isLidClosedProtectionEngaged());
-  EXPECT_EQ(rig.tick(66, watching), "");
+  Fixture fixture;
+  EXPECT_EQ(fixture.tick(0, working), "engage");
+  EXPECT_EQ(fixture.tick(2, working), "");
+  EXPECT_EQ(fixture.tick(4, watching, true), "") << "held awake, cannot sleep yet";
+  EXPECT_EQ(fixture.tick(63.9, watching), "");
+  EXPECT_TRUE(fixture.isAwake());
+  EXPECT_EQ(fixture.tick(64, watching), "restore, sleep");
+  EXPECT_FALSE(fixture.isAwake() || fixture.controller->isLidClosedProtectionEngaged());
+  EXPECT_EQ(fixture.tick(66, watching), "");
 
   // Work that comes back in time calls the sleep off; danger does not wait.
-  rig.tick(70, working);
-  rig.tick(72, watching, true);
-  rig.tick(74, working);
-  rig.power = {false, 5, ""};
-  EXPECT_EQ(rig.tick(80, GuardStatus::batterySafety), "restore directly, restore");
-  rig.power = {true, {}, ""};
-  rig.tick(82, working);
-  EXPECT_EQ(rig.tick(84, watching), "");
-  rig.heat = ThermalState::critical;
-  EXPECT_EQ(rig.tick(86, watching), "restore directly, restore");
-  rig.heat = ThermalState::nominal;
+  fixture.tick(70, working);
+  fixture.tick(72, watching, true);
+  fixture.tick(74, working);
+  fixture.power = {false, 5, ""};
+  EXPECT_EQ(fixture.tick(80, GuardStatus::batterySafety), "restore directly, restore");
+  fixture.power = {true, {}, ""};
+  fixture.tick(82, working);
+  EXPECT_EQ(fixture.tick(84, watching), "");
+  fixture.heat = ThermalState::critical;
+  EXPECT_EQ(fixture.tick(86, watching), "restore directly, restore");
+  fixture.heat = ThermalState::nominal;
 
   // Nor does the machine fall asleep under the hands of who opens the lid.
-  rig.tick(90, working);
-  rig.tick(92, watching, true);
-  rig.lid = LidState::open;
-  rig.tick(94, watching);
-  EXPECT_EQ(rig.tick(152, watching), "restore");
+  fixture.tick(90, working);
+  fixture.tick(92, watching, true);
+  fixture.lid = LidState::open;
+  fixture.tick(94, watching);
+  EXPECT_EQ(fixture.tick(152, watching), "restore");
 }
 
 TEST(KeepAwake, ARefusedPromptIsNotShownOnEveryTick) {
-  Rig rig;
-  rig.refuses = true;
-  EXPECT_EQ(rig.tick(0, working), "engage");
-  EXPECT_EQ(rig.tick(2, working), "");
-  EXPECT_TRUE(rig.isAwake());
-  EXPECT_EQ(rig.tick(899, working), "");
-  EXPECT_EQ(rig.tick(900, working), "engage");
-  rig.settings.keepAwakeWithLidClosed = false;
-  EXPECT_EQ(rig.tick(902, working), "");
-  rig.settings.keepAwakeWithLidClosed = true;
-  rig.refuses = false;
-  EXPECT_EQ(rig.tick(904, working), "engage");
+  Fixture fixture;
+  fixture.refuses = true;
+  EXPECT_EQ(fixture.tick(0, working), "engage");
+  EXPECT_EQ(fixture.tick(2, working), "");
+  EXPECT_TRUE(fixture.isAwake());
+  EXPECT_EQ(fixture.tick(899, working), "");
+  EXPECT_EQ(fixture.tick(900, working), "engage");
+  fixture.settings.keepAwakeWithLidClosed = false;
+  EXPECT_EQ(fixture.tick(902, working), "");
+  fixture.settings.keepAwakeWithLidClosed = true;
+  fixture.refuses = false;
+  EXPECT_EQ(fixture.tick(904, working), "engage");
 
-  rig.refuses = true;
-  EXPECT_EQ(rig.tick(906, GuardStatus::off), "restore, restore directly");
-  EXPECT_EQ(rig.tick(908, GuardStatus::off), "");
-  EXPECT_FALSE(rig.isAwake());
-  EXPECT_TRUE(rig.keepAwake->held().isRestoreOpen);
-  EXPECT_EQ(rig.tick(910, watching), "") << "no new delay, no new prompt";
-  EXPECT_EQ(rig.tick(972, watching), "");
+  fixture.refuses = true;
+  EXPECT_EQ(fixture.tick(906, GuardStatus::off), "restore, restore directly");
+  EXPECT_EQ(fixture.tick(908, GuardStatus::off), "");
+  EXPECT_FALSE(fixture.isAwake());
+  EXPECT_TRUE(fixture.keepAwake->held().isRestoreOpen);
+  EXPECT_EQ(fixture.tick(910, watching), "") << "no new delay, no new prompt";
+  EXPECT_EQ(fixture.tick(972, watching), "");
   for (double at = 980; at < 1000; at += 4) {
-    EXPECT_EQ(rig.tick(at, working) + rig.tick(at + 2, GuardStatus::off), "") << "whatever it does";
+    EXPECT_EQ(fixture.tick(at, working) + fixture.tick(at + 2, GuardStatus::off), "")
+        << "whatever it does";
   }
-  rig.refuses = false;
-  EXPECT_EQ(rig.tick(1806, GuardStatus::off), "restore");
-  EXPECT_EQ(rig.notices, 2);
+  fixture.refuses = false;
+  EXPECT_EQ(fixture.tick(1806, GuardStatus::off), "restore");
+  EXPECT_EQ(fixture.notices, 2);
 }
 
 TEST(KeepAwake, DangerDoesNotWaitForTheEndOfAPause) {
-  Rig rig;
-  rig.tick(0, working);
-  rig.refuses = true;
-  rig.tick(2, GuardStatus::off);
-  rig.power = {false, 5, ""};
+  Fixture fixture;
+  fixture.tick(0, working);
+  fixture.refuses = true;
+  fixture.tick(2, GuardStatus::off);
+  fixture.power = {false, 5, ""};
   const auto low = GuardStatus::batterySafety;
-  EXPECT_EQ(rig.tick(4, low, true), "restore directly, sleep, restore, restore directly");
-  EXPECT_EQ(rig.tick(6, low, true), "") << "as long as the setting holds the machine awake";
-  EXPECT_EQ(rig.tick(64, low, true), "restore directly, sleep");
-  rig.power = {true, {}, ""};
-  rig.tick(66, working);
-  rig.power = {false, 5, ""};
-  EXPECT_EQ(rig.tick(68, low, true), "restore directly, sleep") << "asked once";
-  rig.refuses = false;
-  EXPECT_EQ(rig.tick(904, low, true), "restore directly, sleep, restore, sleep");
+  EXPECT_EQ(fixture.tick(4, low, true), "restore directly, sleep, restore, restore directly");
+  EXPECT_EQ(fixture.tick(6, low, true), "") << "as long as the setting holds the machine awake";
+  EXPECT_EQ(fixture.tick(64, low, true), "restore directly, sleep");
+  fixture.power = {true, {}, ""};
+  fixture.tick(66, working);
+  fixture.power = {false, 5, ""};
+  EXPECT_EQ(fixture.tick(68, low, true), "restore directly, sleep") << "asked once";
+  fixture.refuses = false;
+  EXPECT_EQ(fixture.tick(904, low, true), "restore directly, sleep, restore, sleep");
 }
 
 TEST(KeepAwake, ASleepIsDroppedForWhatIsWantedSinceThePrompt) {
-  Rig rig;
-  rig.tick(0, working);
-  rig.tick(2, watching, true);
-  rig.isNewest = false;
-  EXPECT_EQ(rig.tick(62, watching), "restore");
-  EXPECT_EQ(rig.tick(64, working), "engage");
+  Fixture fixture;
+  fixture.tick(0, working);
+  fixture.tick(2, watching, true);
+  fixture.isNewest = false;
+  EXPECT_EQ(fixture.tick(62, watching), "restore");
+  EXPECT_EQ(fixture.tick(64, working), "engage");
 }
 
 TEST(KeepAwake, LooksAtWhatAPromptHasDone) {
-  Rig rig;
-  rig.lies = true;
-  EXPECT_EQ(rig.tick(0, working), "engage");
-  EXPECT_EQ(rig.tick(2, working), "");
-  EXPECT_EQ(rig.notices, 1) << "it was allowed, and is not so";
-  rig.lies = false;
-  EXPECT_EQ(rig.tick(900, working), "engage");
-  rig.lies = true;
-  EXPECT_EQ(rig.tick(902, GuardStatus::off), "restore");
-  EXPECT_TRUE(rig.controller->isLidClosedProtectionEngaged());
-  EXPECT_EQ(rig.tick(904, GuardStatus::off), "");
-  rig.lies = false;
-  EXPECT_EQ(rig.tick(1802, GuardStatus::off), "restore");
-  rig.sleepDisabled = true;  // late
-  EXPECT_EQ(rig.tick(1804, GuardStatus::off), "restore");
+  Fixture fixture;
+  fixture.lies = true;
+  EXPECT_EQ(fixture.tick(0, working), "engage");
+  EXPECT_EQ(fixture.tick(2, working), "");
+  EXPECT_EQ(fixture.notices, 1) << "it was allowed, and is not so";
+  fixture.lies = false;
+  EXPECT_EQ(fixture.tick(900, working), "engage");
+  fixture.lies = true;
+  EXPECT_EQ(fixture.tick(902, GuardStatus::off), "restore");
+  EXPECT_TRUE(fixture.controller->isLidClosedProtectionEngaged());
+  EXPECT_EQ(fixture.tick(904, GuardStatus::off), "");
+  fixture.lies = false;
+  EXPECT_EQ(fixture.tick(1802, GuardStatus::off), "restore");
+  fixture.sleepDisabled = true;  // late
+  EXPECT_EQ(fixture.tick(1804, GuardStatus::off), "restore");
 }
 
 TEST(KeepAwake, AToolIsBelievedOnceItHasRunForAWhile) {
-  Rig rig("echo >> $HOME/starts; [ -e $HOME/works ] && exec sleep 60");
-  rig.settings.keepAwakeWithLidClosed = false;
-  const auto starts = [&] { return contentOf(rig.home.path() / "starts").size(); };
-  const auto ended = [&] { return eventually([&] { return !rig.isAwake(); }); };
-  rig.tick(0, working);
+  Fixture fixture("echo >> $HOME/starts; [ -e $HOME/works ] && exec sleep 60");
+  fixture.settings.keepAwakeWithLidClosed = false;
+  const auto starts = [&] { return contentOf(fixture.home.path() / "starts").size(); };
+  const auto ended = [&] { return eventually([&] { return !fixture.isAwake(); }); };
+  fixture.tick(0, working);
   EXPECT_TRUE(ended());
-  for (const double at : {2, 4, 61}) rig.tick(at, working);
+  for (const double at : {2, 4, 61}) fixture.tick(at, working);
   EXPECT_EQ(starts(), 1U);
-  writeFile(rig.home.path() / "works", "");
-  rig.tick(62, working);
+  writeFile(fixture.home.path() / "works", "");
+  fixture.tick(62, working);
   EXPECT_TRUE(eventually([&] { return starts() == 2; }));
-  rig.tick(76, working);
-  EXPECT_FALSE(rig.keepAwake->held().isToolProven);
-  rig.tick(77, working);
-  EXPECT_TRUE(rig.keepAwake->held().isToolProven);
+  fixture.tick(76, working);
+  EXPECT_FALSE(fixture.keepAwake->held().isToolProven);
+  fixture.tick(77, working);
+  EXPECT_TRUE(fixture.keepAwake->held().isToolProven);
   ::kill(SleepController::readCaffeinatePIDs().at(0), SIGKILL);
   EXPECT_TRUE(ended());
-  rig.tick(80, working);
-  EXPECT_TRUE(rig.isAwake()) << "no pause for a tool that works";
-  EXPECT_EQ(rig.notices, 2);
+  fixture.tick(80, working);
+  EXPECT_TRUE(fixture.isAwake()) << "no pause for a tool that works";
+  EXPECT_EQ(fixture.notices, 2);
 }
 
 TEST(KeepAwake, LidClosedModeSwitchedOffWhileEngagedIsRestored) {
-  Rig rig;
-  rig.tick(0, working);
-  rig.settings.keepAwakeWithLidClosed = false;
-  EXPECT_EQ(rig.tick(2, working), "restore");
-  EXPECT_TRUE(rig.isAwake());
+  Fixture fixture;
+  fixture.tick(0, working);
+  fixture.settings.keepAwakeWithLidClosed = false;
+  EXPECT_EQ(fixture.tick(2, working), "restore");
+  EXPECT_TRUE(fixture.isAwake());
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 #include "Host/linux/LinuxTools.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/PowerMonitor.h"
 
 namespace wakelatch::host {
@@ -18,8 +18,8 @@ using namespace std::string_literals;
 
 const ShellCommand usage{"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}};
 
-/// A folder with the files that a text such as "AC/type=Mains, AC/online=1" names.
-struct Files : TemporaryFolder {
+/// A directory with the files that a text such as "AC/type=Mains, AC/online=1" names.
+struct Files : TemporaryDirectory {
   explicit Files(const std::string& text = "") {
     std::istringstream files(text);
     for (std::string file; std::getline(files >> std::ws, file, ',');) {
@@ -86,8 +86,8 @@ TEST(LinuxTools, TellsCPUUseSinceThePreviousListing) {
 }
 
 TEST(LinuxTools, ListsRealProcesses) {
-  const TemporaryFolder folder;
-  const std::string agent = WAKELATCH_CHILDREN_DIR "/agent", claude = folder.path() / "claude";
+  const TemporaryDirectory directory;
+  const std::string agent = WAKELATCH_CHILDREN_DIR "/agent", claude = directory.path() / "claude";
   writeFile(claude, "#!" + agent + " option\n");
   fs::permissions(claude, fs::perms::owner_all);
   ChildProcess busy(agent, {"busy"}, ChildOutput::inherited);
@@ -119,8 +119,8 @@ TEST(LinuxTools, TellsPowerAndLid) {
       {battery + "Unknown, BAT0/energy_full=20, B/type=Battery, B/capacity=82, B/energy_full=60",
        false, 72, "B+BAT0 (id=0)\t72%; discharging"}};
   for (const auto& [files, onACPower, percent, state] : supplies) {
-    const Files folder(files);
-    LinuxTools tools({.powerSupply = folder.path()});
+    const Files directory(files);
+    LinuxTools tools({.powerSupply = directory.path()});
     const PowerSnapshot power = PowerMonitor(tools).snapshot();
     EXPECT_EQ(power.isOnACPower, onACPower) << files;
     EXPECT_EQ(power.batteryPercent, percent) << files;
@@ -130,8 +130,8 @@ TEST(LinuxTools, TellsPowerAndLid) {
   for (const auto& [files, state] :
        {Lid{"", LidState::unknown}, Lid{"LID/state=state:      open", LidState::open},
         Lid{"LID/state=state:      closed, LID2/state=state:      open", LidState::closed}}) {
-    const Files folder(files);
-    LinuxTools tools({.lid = folder.path()});
+    const Files directory(files);
+    LinuxTools tools({.lid = directory.path()});
     EXPECT_EQ(LidStateDetector(tools).lidState(), state) << files;
   }
 }
@@ -145,13 +145,13 @@ TEST(LinuxTools, TellsTemperature) {
     const std::string trip = ", thermal_zone1/trip_point_" + std::to_string(i++);
     files += trip + "_type=" + type + trip + "_temp=" + degrees;
   }
-  const Files folder(files);
+  const Files directory(files);
   using enum ThermalState;
   using Row = std::pair<const char*, ThermalState>;
   for (const auto& [temperature, state] : {Row{"69999", nominal}, Row{"70000", fair},
                                            Row{"99999", serious}, Row{"100000", critical}}) {
-    writeFile(folder.path() / "thermal_zone1/temp", temperature);
-    EXPECT_EQ(thermalState(folder.path()), state) << temperature;
+    writeFile(directory.path() / "thermal_zone1/temp", temperature);
+    EXPECT_EQ(thermalState(directory.path()), state) << temperature;
   }
 }
 

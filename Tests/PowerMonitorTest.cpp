@@ -62,7 +62,7 @@ TEST(LidStateDetector, ReadsWhatIoregPrints) {
 }
 
 // In a process of its own, because the shared logger finds its file once; that process begins the
-// test anew, so the folder has a fixed name. Its exit must not lose the lines.
+// test anew, so the directory has a fixed name. Its exit must not lose the lines.
 TEST(ProbesDeathTest, LogAFailedRunAndFallBack) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto home = std::filesystem::path(::testing::TempDir()) / "ProbesTest";

@@ -1,10 +1,10 @@
 // The published schemas against the documents that the real host writes.
 #include <nlohmann/json.hpp>
 
-#include "Host/Folder.h"
+#include "Host/SupportDirectory.h"
 #include "Host/WatchState.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/UsageMetrics.h"
 
 namespace wakelatch::host {
@@ -57,7 +57,7 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   const auto first = state().lastActiveSignalAt;
   ASSERT_TRUE(eventually([&] { return state().lastActiveSignalAt > first; }));  // time is counted
   writeFile(home.path() / ".local/share/opencode/shared.db-wal", "");
-  writeFile(supportFolder() / "agents.json",
+  writeFile(supportDirectory() / "agents.json",
             R"({"agents": [{"id": "aider", "turnRecords": [{"globs": ["turn"], "rules": [
                 {"state": "working", "when": {"is": ["busy"]}}]}]}]})");
   writeFile(home.path() / "turn", R"({"is": "busy"})");
@@ -79,13 +79,13 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   std::istringstream lines(watch.finish().out);
   for (std::string line; std::getline(lines, line);) documents.emplace("watch", line);
   EXPECT_TRUE(run("stats").contains("longestProtectedRun"));
-  writeFile(supportFolder() / "agents.json",
+  writeFile(supportDirectory() / "agents.json",
             R"({"$schema": "x", "agents": [{"id": "aider", "activePhrases": []},
                 {"id": "mine", "displayName": "Mine", "kind": "editor", "iconBundleID": "x",
                  "turnRecords": [{"globs": ["x"], "form": "sqlite", "query": "", "rules": [
                                     {"state": "asksForTool", "when": {"x": ["y"]}}],
-                                  "processIDField": "x", "isNamedByFolder": true}]}]})");
-  documents.emplace("catalogue", contentOf(supportFolder() / "agents.json"));
+                                  "processIDField": "x", "isNamedByDirectory": true}]}]})");
+  documents.emplace("catalogue", contentOf(supportDirectory() / "agents.json"));
   documents.emplace("catalogue", contentOf(WAKELATCH_SOURCE_DIR "/Catalogue/agents.json"));
   EXPECT_TRUE(run("agents")["sources"].contains("mine"));
   auto usage = decode<UsageMetrics>(documents.emplace("usage", contentOf(usageFile()))->second);

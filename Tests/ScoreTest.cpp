@@ -7,7 +7,7 @@
 #include "Host/trace/ScoreReport.h"
 #include "Host/trace/Truth.h"
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -196,8 +196,8 @@ TEST(Truth, ReadsInstantsWithFractions) {
 }
 
 TEST(Truth, FileIsReadStrictly) {
-  const TemporaryFolder folder;
-  const auto file = folder.path() / "truth.jsonl";
+  const TemporaryDirectory directory;
+  const auto file = directory.path() / "truth.jsonl";
   const auto line = [](const char* from, const char* to, const char* agent,
                        const char* state = "working") {
     const std::string hour = "\"2025-03-10T12:";
@@ -230,12 +230,12 @@ TEST(Truth, FileIsReadStrictly) {
     platform::writeAtomically(file, content);
     EXPECT_THAT(errorOf([&] { loadTruth(file); }), StartsWith(file.string() + reason)) << content;
   }
-  EXPECT_THROW(loadTruth(folder.path() / "none"), std::runtime_error);
+  EXPECT_THROW(loadTruth(directory.path() / "none"), std::runtime_error);
 }
 
 TEST(Limits, EveryDifferenceIsReported) {
-  const TemporaryFolder folder;
-  const auto file = folder.path() / "limits.json";
+  const TemporaryDirectory directory;
+  const auto file = directory.path() / "limits.json";
   Figures figures;
   figures.workSeconds = 100.04;
   figures.notHeldSeconds = 0.3;

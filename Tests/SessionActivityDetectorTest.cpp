@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "Tests/TouchFile.h"
 
 namespace wakelatch {
@@ -24,7 +24,7 @@ TEST(SessionActivityDetector, FreshFilesGiveASignalThatTellsTheirAge) {
 }
 
 TEST(SessionActivityDetector, JudgesAgentsByTheirFiles) {
-  const TemporaryFolder home;
+  const TemporaryDirectory home;
   using File = std::pair<const char*, double>;
   for (const auto& [file, age] :
        {File{".claude/projects/p/1.jsonl", 200}, File{".claude/projects/p/deeper/2.jsonl", 300},

@@ -3,15 +3,15 @@
 #include <gmock/gmock.h>
 
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 
 using testing::HasSubstr;
 
 TEST(SettingsFile, LiveSettingsFollowTheFile) {
-  const TemporaryFolder folder;
-  const auto file = folder.path() / "settings.json";
+  const TemporaryDirectory directory;
+  const auto file = directory.path() / "settings.json";
   LiveSettings settings(file);
   platform::writeAtomically(file, R"({"enableBrowsers":true})");
   EXPECT_EQ(settings.refresh(), "");

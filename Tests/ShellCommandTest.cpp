@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "Platform/ChildProcess.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch {
 namespace {
@@ -110,8 +110,8 @@ TEST(CommandRunnerDeathTest, WorksWithAnyDescriptorsAndSignalsOfTheHost) {
     ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
     for (const int ignored : {SIGINT, SIGPIPE, SIGHUP}) ::signal(ignored, SIG_IGN);
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
-    const std::string folder = std::filesystem::current_path();
-    const CommandResult expected{0, home.path().string() + " " + folder + " hello", ""};
+    const std::string directory = std::filesystem::current_path();
+    const CommandResult expected{0, home.path().string() + " " + directory + " hello", ""};
     ::_exit(outcome({WAKELATCH_CHILDREN_DIR "/SpawnReport", {}}) == expected ? 0 : 1);
   };
   EXPECT_EXIT(report(), ::testing::ExitedWithCode(0), "");
@@ -129,9 +129,9 @@ TEST(CommandRunner, WorksInAHostThatIgnoresItsChildren) {
 }
 
 TEST(CommandRunner, TenThousandRunsOnTenThreadsLeaveNothingBehind) {
-  const auto entries = [](const char* folder) {
-    std::error_code noSuchFolder;
-    return std::distance(std::filesystem::directory_iterator(folder, noSuchFolder), {});
+  const auto entries = [](const char* directory) {
+    std::error_code noSuchDirectory;
+    return std::distance(std::filesystem::directory_iterator(directory, noSuchDirectory), {});
   };
   std::thread([] {}).join();  // with the first one a sanitizer starts one of its own
   const auto descriptors = entries("/dev/fd"), threadsBefore = entries("/proc/self/task");

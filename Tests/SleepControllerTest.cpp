@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch {
 namespace {
@@ -22,17 +22,17 @@ bool isGone(std::int32_t id) {
 }
 
 /// A controller with a home of its own, a keep-awake tool and scripted commands.
-struct Rig {
+struct Fixture {
   struct Runner : CommandRunning {
-    Runner(Rig& owner, std::string name) : rig(owner), prefix(std::move(name)) {}
+    Runner(Fixture& owner, std::string name) : fixture(owner), prefix(std::move(name)) {}
     CommandResult run(const ShellCommand& command) override {
       std::string text = prefix + command.executable;
       for (const auto& argument : command.arguments) text += " " + argument;
-      const std::optional<std::string> output = rig.answer(text);
+      const std::optional<std::string> output = fixture.answer(text);
       if (!output) throw CommandRunnerError::nonZeroExit({1, "", "no"});
       return {0, *output, ""};
     }
-    Rig& rig;
+    Fixture& fixture;
     const std::string prefix;
   };
 
@@ -44,7 +44,7 @@ struct Rig {
   std::optional<FileLogger> logger{log};
   std::optional<SleepController> controller;
 
-  Rig() {
+  Fixture() {
     makeTool("");
     controller.emplace(runner, adminRunner, *logger, tool.string());
   }
@@ -77,97 +77,97 @@ struct Rig {
 };
 
 TEST(SleepController, StartsOneProcessAndStopsIt) {
-  Rig rig;
-  const std::int32_t id = rig.start(false);
-  EXPECT_EQ(rig.start(false), id);
+  Fixture fixture;
+  const std::int32_t id = fixture.start(false);
+  EXPECT_EQ(fixture.start(false), id);
   const fs::path file = SleepController::pidFileURL();
   EXPECT_EQ(contentOf(file), std::to_string(id) + "\n");
   EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-  EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
-  EXPECT_TRUE(rig.controller->setSleepPrevention(false, true, true));
+  EXPECT_TRUE(fixture.controller->isSleepPreventionEnabled());
+  EXPECT_TRUE(fixture.controller->setSleepPrevention(false, true, true));
   EXPECT_TRUE(isGone(id) && !fs::exists(file));
-  EXPECT_FALSE(rig.controller->isSleepPreventionEnabled());
-  EXPECT_EQ(rig.controller->appliedLetDisplaySleep(), std::nullopt);
+  EXPECT_FALSE(fixture.controller->isSleepPreventionEnabled());
+  EXPECT_EQ(fixture.controller->appliedLetDisplaySleep(), std::nullopt);
 
-  rig.controller->adoptDisableSleepEngaged();
-  const std::string second = std::to_string(rig.start(true)), first = std::to_string(id);
-  EXPECT_THAT(rig.endAndReadLog(),
+  fixture.controller->adoptDisableSleepEngaged();
+  const std::string second = std::to_string(fixture.start(true)), first = std::to_string(id);
+  EXPECT_THAT(fixture.endAndReadLog(),
               ElementsAre("Started caffeinate pid " + first, "Stopped caffeinate pid " + first,
                           "Started caffeinate pid " + second, "Stopped caffeinate pid " + second));
   EXPECT_TRUE(!fs::exists(file) && fs::exists(SleepController::engagedMarkerURL()));
 }
 
 TEST(SleepController, AnotherPostureStartsAnewAndRetiresTheOldProcess) {
-  Rig rig;
-  rig.makeTool("trap '' TERM");
-  const std::int32_t old = rig.start(false);
-  rig.makeTool("");
-  auto changing = std::async(std::launch::async,
-                             [&] { return rig.controller->enableSleepPrevention(false, true); });
+  Fixture fixture;
+  fixture.makeTool("trap '' TERM");
+  const std::int32_t old = fixture.start(false);
+  fixture.makeTool("");
+  auto changing = std::async(
+      std::launch::async, [&] { return fixture.controller->enableSleepPrevention(false, true); });
   EXPECT_TRUE(eventually([] { return SleepController::readCaffeinatePIDs().size() == 2; }));
   const std::int32_t next = SleepController::readCaffeinatePIDs().at(0);
-  EXPECT_EQ(rig.controller->appliedLetDisplaySleep(), true) << "the lock is free meanwhile";
+  EXPECT_EQ(fixture.controller->appliedLetDisplaySleep(), true) << "the lock is free meanwhile";
   EXPECT_EQ(changing.wait_for(std::chrono::seconds(2)), std::future_status::timeout);
   EXPECT_TRUE(changing.get() && isGone(old));
-  EXPECT_EQ(rig.start(true), next);
+  EXPECT_EQ(fixture.start(true), next);
   EXPECT_THAT(SleepController::readCaffeinatePIDs(), ElementsAre(next));
   const std::string first = std::to_string(old), second = std::to_string(next);
   EXPECT_THAT(
-      rig.endAndReadLog(),
+      fixture.endAndReadLog(),
       ElementsAre("Started caffeinate pid " + first, "Started caffeinate pid " + second,
                   "Retired previous caffeinate pid " + first + " after a display-posture change",
                   "Stopped caffeinate pid " + second));
 }
 
 TEST(SleepController, LogsOneLaunchFailureAStreakAndKeepsTheOldProcess) {
-  Rig rig;
-  fs::remove(rig.tool);
-  for (int i = 0; i < 3; ++i) EXPECT_TRUE(rig.controller->enableSleepPrevention(false, false));
-  EXPECT_FALSE(rig.controller->isSleepPreventionEnabled());
-  rig.makeTool("");
-  rig.start(false);
-  fs::remove(rig.tool);
-  for (int i = 0; i < 3; ++i) rig.controller->enableSleepPrevention(false, true);
-  EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
-  EXPECT_EQ(rig.controller->appliedLetDisplaySleep(), false);
-  const std::string failure = "Failed to start caffeinate: cannot start " + rig.tool.string() +
+  Fixture fixture;
+  fs::remove(fixture.tool);
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(fixture.controller->enableSleepPrevention(false, false));
+  EXPECT_FALSE(fixture.controller->isSleepPreventionEnabled());
+  fixture.makeTool("");
+  fixture.start(false);
+  fs::remove(fixture.tool);
+  for (int i = 0; i < 3; ++i) fixture.controller->enableSleepPrevention(false, true);
+  EXPECT_TRUE(fixture.controller->isSleepPreventionEnabled());
+  EXPECT_EQ(fixture.controller->appliedLetDisplaySleep(), false);
+  const std::string failure = "Failed to start caffeinate: cannot start " + fixture.tool.string() +
                               ": No such file or directory — retrying each tick, logging once";
-  EXPECT_THAT(rig.endAndReadLog(),
+  EXPECT_THAT(fixture.endAndReadLog(),
               ElementsAre(failure, StartsWith("Started"), failure, StartsWith("Stopped")));
 }
 
 TEST(SleepController, AProcessThatDiedIsReplacedOrDroppedWithoutAWord) {
-  Rig rig;
+  Fixture fixture;
   for (const bool letDisplaySleep : {false, true}) {
-    ::kill(rig.start(letDisplaySleep), SIGKILL);
-    EXPECT_TRUE(eventually([&] { return !rig.controller->appliedLetDisplaySleep(); }));
+    ::kill(fixture.start(letDisplaySleep), SIGKILL);
+    EXPECT_TRUE(eventually([&] { return !fixture.controller->appliedLetDisplaySleep(); }));
   }
-  EXPECT_THAT(rig.endAndReadLog(), ElementsAre(StartsWith("Started"), StartsWith("Started")));
+  EXPECT_THAT(fixture.endAndReadLog(), ElementsAre(StartsWith("Started"), StartsWith("Started")));
   EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
 }
 
 TEST(SleepController, FilesThatCannotBeWrittenAreLoggedAndDisturbNothing) {
-  Rig rig;
-  writeFile(rig.home.path() / "Library", "no folder");
-  EXPECT_TRUE(rig.controller->enableSleepPrevention(true, false));
-  EXPECT_TRUE(rig.controller->isSleepPreventionEnabled());
-  EXPECT_TRUE(rig.controller->isLidClosedProtectionEngaged());
-  EXPECT_THAT(rig.endAndReadLog(),
+  Fixture fixture;
+  writeFile(fixture.home.path() / "Library", "no directory");
+  EXPECT_TRUE(fixture.controller->enableSleepPrevention(true, false));
+  EXPECT_TRUE(fixture.controller->isSleepPreventionEnabled());
+  EXPECT_TRUE(fixture.controller->isLidClosedProtectionEngaged());
+  EXPECT_THAT(fixture.endAndReadLog(),
               ElementsAre(StartsWith("Failed to write caffeinate pid(s): "), StartsWith("Started"),
                           StartsWith("Engaging"), StartsWith("Failed to write disablesleep marker"),
                           StartsWith("Stopped")));
 }
 
 TEST(SleepController, EndsOrphansThatAreKeepAwakeTools) {
-  Rig rig;
-  const std::string orphan = std::to_string(rig.start(false)), own = std::to_string(::getpid());
-  rig.answer = [&](const std::string& command) -> std::optional<std::string> {
+  Fixture fixture;
+  const std::string orphan = std::to_string(fixture.start(false)), own = std::to_string(::getpid());
+  fixture.answer = [&](const std::string& command) -> std::optional<std::string> {
     if (command == "/bin/ps -p 77 -o comm=") return std::nullopt;
     return command == "/bin/ps -p " + own + " -o comm=" ? "a test\n" : "/usr/bin/Caffeinate\n";
   };
   // 0 stands for the whole process group of this test.
   platform::writeAtomically(SleepController::pidFileURL(), own + "\n77\n0\n" + orphan + "\n");
-  rig.controller->reconcileOrphanedCaffeinate();
+  fixture.controller->reconcileOrphanedCaffeinate();
   EXPECT_TRUE(eventually([&] { return isGone(std::stoi(orphan)); }));
   EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
 }
@@ -236,18 +236,18 @@ S /usr/bin/pmset sleepnow
               {"no sleep", sleep, "S", on, true, false, "S", "Rp"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    Rig rig;
+    Fixture fixture;
     std::string ran, logged;
-    rig.answer = [&](const std::string& command) {
+    fixture.answer = [&](const std::string& command) {
       ran += table.at(table.find(" " + command + "\n") - 1);
       const bool fails = row.failing.find(ran.back()) != std::string::npos;
       return fails ? std::nullopt : std::optional(row.reading);
     };
-    EXPECT_EQ(row.operation(*rig.controller), row.result);
-    EXPECT_EQ(rig.controller->isLidClosedProtectionEngaged(), row.isEngaged);
+    EXPECT_EQ(row.operation(*fixture.controller), row.result);
+    EXPECT_EQ(fixture.controller->isLidClosedProtectionEngaged(), row.isEngaged);
     EXPECT_EQ(fs::exists(C::engagedMarkerURL()), row.isEngaged);
     EXPECT_EQ(ran, row.commands);
-    for (const auto& message : rig.endAndReadLog()) logged += message[0];
+    for (const auto& message : fixture.endAndReadLog()) logged += message[0];
     EXPECT_EQ(logged, row.messages);
   }
 }

@@ -2,11 +2,11 @@
 
 #include <cmath>
 
-#include "Host/Folder.h"
 #include "Host/StatsCommand.h"
 #include "Host/StatsPage.h"
+#include "Host/SupportDirectory.h"
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -88,9 +88,9 @@ TEST(Stats, CommandReadsAndNeverWrites) {
     return std::pair(done, testing::internal::GetCapturedStdout());
   };
   EXPECT_TRUE(run({}).first);
-  EXPECT_TRUE(fs::is_empty(home.path())) << "not even a folder";
+  EXPECT_TRUE(fs::is_empty(home.path())) << "not even a directory";
 
-  platform::createFolders(supportFolder());
+  platform::createDirectories(supportDirectory());
   platform::writeAtomically(usageFile(), encode(someMetrics()));
   const std::string json = run({2, true, ""}).second;
   EXPECT_THAT(json, HasSubstr(R"({"installDate":"2025-03-01T12:00:00Z","totalProtectedSeconds":)"));
@@ -98,12 +98,12 @@ TEST(Stats, CommandReadsAndNeverWrites) {
   EXPECT_EQ(decode<StatsReport>(json, DateCoding::iso8601).days.size(), 2u);
   EXPECT_TRUE(run({14, false, home.path() / "page.html"}).first);
   EXPECT_THAT(platform::readFile(home.path() / "page.html"), HasSubstr("</html>"));
-  EXPECT_FALSE(run({14, false, home.path() / "no/folder"}).first);
+  EXPECT_FALSE(run({14, false, home.path() / "no/directory"}).first);
 
   platform::writeAtomically(usageFile(), R"({"days":{}})");
   EXPECT_EQ(run({}), std::pair(false, std::string()));
   EXPECT_EQ(platform::readFile(usageFile()), R"({"days":{}})");
-  EXPECT_EQ(std::distance(fs::directory_iterator(supportFolder()), {}), 1);
+  EXPECT_EQ(std::distance(fs::directory_iterator(supportDirectory()), {}), 1);
 }
 
 TEST(Stats, PageDrawsToScaleEscapesNamesAndLoadsNothing) {

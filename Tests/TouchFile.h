@@ -11,7 +11,7 @@
 
 namespace wakelatch {
 
-/// Makes an empty file, and the folders above it, that was last changed at `time`.
+/// Makes an empty file, and the directories above it, that was last changed at `time`.
 inline void touchFile(const std::filesystem::path& file, Timestamp time) {
   std::filesystem::create_directories(file.parent_path());
   std::ofstream{file};

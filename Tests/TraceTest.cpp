@@ -4,15 +4,15 @@
 #include <random>
 
 #include "Host/AgentsFile.h"
-#include "Host/Folder.h"
 #include "Host/StatusReport.h"
+#include "Host/SupportDirectory.h"
 #include "Host/WatchScreen.h"
 #include "Host/trace/Moment.h"
 #include "Host/trace/Recorder.h"
 #include "Host/trace/Replay.h"
 #include "Tests/HostProgram.h"
 #include "Tests/ScriptedAccessibility.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -215,7 +215,7 @@ TEST(Trace, ArgumentsAreReducedToWhatTellsAnAgent) {
     EXPECT_TRUE(before && before == resolver.profileForCommand(process.command, process.arguments))
         << row.arguments;
   }
-  // Where the home folder itself makes a process an agent's, it stays.
+  // Where the home directory itself makes a process an agent's, it stays.
   const Privacy odd(resolver, {}, "/srv/claude-code");
   ProcessSnapshot shell{7, 1, 0, "/srv/claude-code/sh", "sh secret"};
   odd.reduceAgent(shell);

@@ -11,7 +11,7 @@
 
 #include <cstdlib>
 
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch {
 namespace {
@@ -32,12 +32,12 @@ std::string told(TurnReader& reader, const TurnRecordFormat& format, Timestamp s
 }
 
 TEST(TurnRecords, AreReadFromTheEndsOfFiles) {
-  const TemporaryFolder folder;
-  const FileActivityProbe probe(folder.path(), 4);
+  const TemporaryDirectory directory;
+  const FileActivityProbe probe(directory.path(), 4);
   TurnReader reader(probe);
   const TurnRecordFormat format{
       .globs = {"*.jsonl"}, .form = TurnRecordFormat::Form::lines, .rules = rules};
-  const std::string file = folder.path() / "a.jsonl", noise(TurnReader::maxTail, 'x');
+  const std::string file = directory.path() / "a.jsonl", noise(TurnReader::maxTail, 'x');
   const auto after = [&](const std::string& content) {
     writeFile(file, content);
     return told(reader, format);
@@ -53,27 +53,27 @@ TEST(TurnRecords, AreReadFromTheEndsOfFiles) {
 }
 
 TEST(TurnRecords, ThatCannotBeReadTellNothing) {
-  const TemporaryFolder folder;
-  const FileActivityProbe probe(folder.path(), 4);
+  const TemporaryDirectory directory;
+  const FileActivityProbe probe(directory.path(), 4);
   TurnReader reader(probe);
   const TurnRecordFormat format{.globs = {"*.json"}, .rules = rules};
-  writeFile(folder.path() / "good.json", busy);
-  writeFile(folder.path() / "huge.json", busy + std::string(TurnReader::maxTail, ' '));
-  writeFile(folder.path() / "torn.json", busy.substr(0, busy.size() - 1));
-  writeFile(folder.path() / "other.json", "[1, null, {\"turn\": 3}]");
-  std::filesystem::create_directory(folder.path() / "folder.json");
-  ASSERT_EQ(::mkfifo((folder.path() / "pipe.json").c_str(), 0600), 0);
-  std::filesystem::create_symlink("/nowhere", folder.path() / "link.json");
+  writeFile(directory.path() / "good.json", busy);
+  writeFile(directory.path() / "huge.json", busy + std::string(TurnReader::maxTail, ' '));
+  writeFile(directory.path() / "torn.json", busy.substr(0, busy.size() - 1));
+  writeFile(directory.path() / "other.json", "[1, null, {\"turn\": 3}]");
+  std::filesystem::create_directory(directory.path() / "directory.json");
+  ASSERT_EQ(::mkfifo((directory.path() / "pipe.json").c_str(), 0600), 0);
+  std::filesystem::create_symlink("/nowhere", directory.path() / "link.json");
   EXPECT_EQ(told(reader, format), "good.json working, ");
-  writeFile(folder.path() / "good.json", done);  // of the same size, perhaps in the same instant
+  writeFile(directory.path() / "good.json", done);  // of the same size, perhaps in the same instant
   EXPECT_EQ(told(reader, format), "good.json idle, ");
 }
 
 TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
-  const TemporaryFolder folder;
-  const FileActivityProbe probe(folder.path(), 4);
+  const TemporaryDirectory directory;
+  const FileActivityProbe probe(directory.path(), 4);
   TurnReader reader(probe);
-  writeFile(folder.path() / "all.json",
+  writeFile(directory.path() / "all.json",
             R"({"s1": {"turn": {"state": "busy"}, "at": "2026-11-23T16:25:08.5Z", "pid": 5},
                 "s2": {"turn": [{"state": "x"}, {"state": "done"}], "pid": 6},
                 "s3": {"turn": {"state": "busy"}, "pid": 99999999999}, "s4": 1})");
@@ -86,23 +86,23 @@ TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
   const TurnRecord first = reader.records(format, {}).front();
   EXPECT_EQ(first.pid, 5);
   EXPECT_EQ(platform::iso8601Milliseconds(first.writtenAt), "2026-11-23T16:25:08.500Z");
-  writeFile(folder.path() / "s4/events", busy);
+  writeFile(directory.path() / "s4/events", busy);
   format = {.globs = {"*/events"},
             .form = TurnRecordFormat::Form::lines,
             .rules = rules,
-            .isNamedByFolder = true};
+            .isNamedByDirectory = true};
   EXPECT_EQ(told(reader, format), "s4 working, ");
 }
 
 TEST(TurnRecords, AreReadFromADatabaseThatIsInUse) {
-  const TemporaryFolder folder;
-  const FileActivityProbe probe(folder.path(), 4);
+  const TemporaryDirectory directory;
+  const FileActivityProbe probe(directory.path(), 4);
   TurnReader reader(probe);
   TurnRecordFormat format{.globs = {"*.db"}, .form = TurnRecordFormat::Form::sqlite};
   format.query = "SELECT name, state, ms FROM turns WHERE ms >= :since";
-  writeFile(folder.path() / "none.db", "no database");
+  writeFile(directory.path() / "none.db", "no database");
   sqlite3* writer = nullptr;
-  ASSERT_EQ(sqlite3_open((folder.path() / "a.db").c_str(), &writer), SQLITE_OK);
+  ASSERT_EQ(sqlite3_open((directory.path() / "a.db").c_str(), &writer), SQLITE_OK);
   const auto execute = [&](const char* sql) {
     EXPECT_EQ(sqlite3_exec(writer, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
   };

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -15,10 +15,10 @@ const Timestamp start = *platform::parseIso8601("2025-03-01T12:00:00Z");
 /// What a tick shows of the agent: active, or there with or without a process, or no signal.
 enum class Seen { working, present, textOnly, nothing };
 
-/// A host that ticks, with its own folder and log.
+/// A host that ticks, with its own directory and log.
 struct HostRun {
-  const TemporaryFolder folder;
-  std::optional<FileLogger> logger{folder.path() / "log"};
+  const TemporaryDirectory directory;
+  std::optional<FileLogger> logger{directory.path() / "log"};
   std::optional<UsageRecorder> recorder;
   bool isDue = false;  ///< the last tick is to be saved
 
@@ -76,7 +76,7 @@ TEST(UsageRecorder, SavesAClosedSessionAndLogsHowThingsStoodAtItsEnd) {
     EXPECT_TRUE(run.isDue);
     run.recorder.reset();
     run.logger.reset();  // waits until all is written
-    EXPECT_THAT(platform::readFile(run.folder.path() / "log"),
+    EXPECT_THAT(platform::readFile(run.directory.path() / "log"),
                 EndsWith(std::string(" agent=\"Codex CLI\" started=2025-03-01T12:00:05Z worked_s=5 "
                                      "protected_s=10 kept_awake_s=0 close=") +
                          row.end));

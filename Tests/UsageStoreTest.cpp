@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 namespace wakelatch::host {
 namespace {
@@ -25,8 +25,8 @@ class UsageStoreTest : public testing::Test {
     metrics_.lastTickAt = after(start, 1.0 / 3);
   }
 
-  const TemporaryFolder folder_;
-  const fs::path file_ = folder_.path() / "made" / "usage.json";
+  const TemporaryDirectory directory_;
+  const fs::path file_ = directory_.path() / "made" / "usage.json";
   UsageStore store_{file_};
   UsageMetrics metrics_{start};
 };

@@ -9,11 +9,11 @@
 #include <limits>
 #include <sstream>
 
-#include "Host/Folder.h"
+#include "Host/SupportDirectory.h"
 #include "Host/UsageStore.h"
 #include "Host/WatchState.h"
 #include "Tests/HostProgram.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 
 #include <nlohmann/json.hpp>
 
@@ -29,7 +29,7 @@ constexpr double soon = 3 * 0.2 + 2;  // seconds: three intervals, and a busy ma
 const std::string manual = "manualKeepAwake";
 constexpr const char* lidClosed = R"({"keepAwakeWithLidClosed":true,"idleGracePeriodSeconds":0})";
 
-// Files in the home folder tell the scripts what to do, which note in "calls" their ids and what
+// Files in the home directory tell the scripts what to do, which note in "calls" their ids and what
 // they were asked for.
 constexpr const char* pmset = R"sh(
 echo "$$ $*" >> ~/calls
@@ -87,7 +87,7 @@ void stuff(std::int32_t program) {
   ::close(pipe);
 }
 
-/// A home folder with the scripted tools.
+/// A home directory with the scripted tools.
 struct Scene {
   const TemporaryHome home;
   const fs::path tool = home.path() / "caffeinate";

@@ -348,8 +348,8 @@ struct AgentResolver::Tables {
   std::optional<std::string_view> programWithAgentName(std::string_view path,
                                                        std::string_view arguments) const {
     std::optional<std::string_view> program;  // of a line that may have thousands of such words
-    for (const std::string_view token : platform::Pieces(arguments, ' ')) {
-      const std::string_view name = platform::lastPiece(token, '/');
+    for (const std::string_view token : platform::Split(arguments, ' ')) {
+      const std::string_view name = platform::baseName(token, '/');
       const AgentProfile* named = cliProcessNames.profileNamed(name);
       if (named == nullptr) continue;
       if (!named->recognisesProgramsOnly) return name;
@@ -398,7 +398,7 @@ const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
   // 1. A path marker.
   if (const auto* marked = tables_->marked(path, arguments)) return marked;
 
-  const std::string_view executable = platform::lastPiece(path, '/');
+  const std::string_view executable = platform::baseName(path, '/');
   const std::optional<std::string> bundle = appBundleName(path);
   if (!bundle) {
     // 2. Outside applications: the executable's name, or that of what an interpreter runs.
@@ -421,7 +421,7 @@ const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
 
 std::optional<std::string> AgentResolver::appBundleName(std::string_view path) {
   constexpr std::string_view suffix = ".app";
-  for (std::string_view piece : platform::Pieces(path, '/')) {
+  for (std::string_view piece : platform::Split(path, '/')) {
     if (!piece.ends_with(suffix)) continue;
     piece.remove_suffix(suffix.size());
     return std::string(piece);
@@ -430,7 +430,7 @@ std::optional<std::string> AgentResolver::appBundleName(std::string_view path) {
 }
 
 std::string AgentResolver::basename(std::string_view path) {
-  return std::string(platform::lastPiece(path, '/'));
+  return std::string(platform::baseName(path, '/'));
 }
 
 bool AgentResolver::isInterpreter(std::string_view executable) {

@@ -32,7 +32,7 @@ struct AgentProfile {
   Kind kind = Kind::cli;         ///< browsers are watched only when the settings enable them
   std::vector<std::string> bundleIDs = {};        ///< of the agent's own application, lower case
   std::optional<std::string> iconBundleID = {};   ///< of the application whose icon it shows
-  std::vector<std::string> appBundleNames = {};   ///< bundle folders without ".app"
+  std::vector<std::string> appBundleNames = {};   ///< bundle directories without ".app"
   std::vector<std::string> cliProcessNames = {};  ///< executable names
   std::vector<std::string> cliPathMarkers = {};   ///< path fragments, for agents run as scripts
   bool trustsCPUSignal = false;                   ///< CPU load above the threshold is work

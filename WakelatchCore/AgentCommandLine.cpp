@@ -9,7 +9,7 @@
 namespace wakelatch {
 namespace {
 
-using platform::Pieces;
+using platform::Split;
 using Words = std::vector<std::string_view>;
 
 /// A program that runs others written as scripts or packages. Lists are separated by spaces.
@@ -49,7 +49,7 @@ const Interpreter* interpreterNamed(std::string_view executable) {
 }
 
 bool isAmong(std::string_view word, std::string_view list) {
-  for (const std::string_view each : Pieces(list, ' ')) {
+  for (const std::string_view each : Split(list, ' ')) {
     if (each == word) return true;
   }
   return false;
@@ -67,7 +67,7 @@ bool isScript(std::string_view word) {
 bool standsAt(std::string_view argument, const Words& words, std::size_t at) {
   const std::size_t equals = isOption(words[at]) ? words[at].find('=') : words[at].npos;
   Words pieces;
-  for (const std::string_view piece : Pieces(argument, ' ')) pieces.push_back(piece);
+  for (const std::string_view piece : Split(argument, ' ')) pieces.push_back(piece);
   if (equals != words[at].npos) {
     return !pieces.empty() && words[at].substr(0, equals) == pieces[0] &&
            (pieces.size() == 1 ||
@@ -112,12 +112,12 @@ Words AgentCommandLine::words() const {
   } else {
     rest.remove_prefix(std::min(rest.find(' '), rest.size()));
   }
-  for (const std::string_view word : Pieces(rest, ' ')) words.push_back(word);
+  for (const std::string_view word : Split(rest, ' ')) words.push_back(word);
   return words;
 }
 
 std::optional<std::size_t> AgentCommandLine::programWord(const Words& words) const {
-  const Interpreter* known = interpreterNamed(platform::lastPiece(executable_, '/'));
+  const Interpreter* known = interpreterNamed(platform::baseName(executable_, '/'));
   const bool isApplication =
       known == nullptr && executable_.find(".app/") != std::string_view::npos;
   if (known == nullptr && !isApplication) return std::nullopt;

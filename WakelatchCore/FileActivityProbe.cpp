@@ -7,12 +7,12 @@
 #include <string_view>
 #include <utility>
 
-#include "Platform/Folder.h"
+#include "Platform/Directory.h"
 
 namespace wakelatch {
 namespace {
 
-using platform::Folder;
+using platform::Directory;
 
 void appendComponent(std::string& path, std::string_view name) {
   if (!path.empty() && path.back() != '/') path += '/';
@@ -81,7 +81,7 @@ class PatternList {
 /// entry carries the positions that they reach it with.
 class Walk {
  public:
-  /// Receives each match once: the path of its folder, its name, its time.
+  /// Receives each match once: the path of its directory, its name, its time.
   using Found = std::function<void(std::string_view, std::string_view, Timestamp)>;
 
   Walk(const PatternList& patterns, std::int64_t maxDepth, const Found& found)
@@ -90,8 +90,8 @@ class Walk {
   void run(std::string home) {
     if (maxDepth_ < 0) return;
     while (home.size() > 1 && home.back() == '/') home.pop_back();
-    levels_.push_back({Folder::working()});
-    reach(home.c_str(), Folder::EntryKind::unlisted, patterns_.starts());
+    levels_.push_back({Directory::working()});
+    reach(home.c_str(), Directory::EntryKind::unlisted, patterns_.starts());
     while (!levels_.empty()) {
       if (levels_.back().pending.empty()) {
         leave();
@@ -103,20 +103,20 @@ class Walk {
 
  private:
   /// More than the usual bound on depth, far less than the usual bound on descriptors.
-  static constexpr std::size_t maxOpenFolders = 32;
+  static constexpr std::size_t maxOpenDirectories = 32;
 
-  /// A folder to be entered, with the positions that lead on from it.
+  /// A directory to be entered, with the positions that lead on from it.
   struct Pending {
     std::string name;
     Positions positions;
   };
 
-  /// A folder on the way down. The first is the one that `home` is opened from, so the entries of
-  /// level n are n levels below `home`, which is the entry of level 0.
+  /// A directory on the way down. The first is the one that `home` is opened from, so the entries
+  /// of level n are n levels below `home`, which is the entry of level 0.
   struct Level {
-    Folder folder;
+    Directory directory;
     std::string name = {};
-    std::size_t pathLength = 0;  ///< of `path_`, up to this folder
+    std::size_t pathLength = 0;  ///< of `path_`, up to this directory
     std::vector<Pending> pending = {};
   };
 
@@ -124,10 +124,10 @@ class Walk {
     Pending next = std::move(levels_.back().pending.back());
     levels_.back().pending.pop_back();
     reopen();
-    Folder folder = levels_.back().folder.open(next.name.c_str());
-    if (!folder.isOpen()) return;
+    Directory directory = levels_.back().directory.open(next.name.c_str());
+    if (!directory.isOpen()) return;
     appendComponent(path_, next.name);
-    levels_.push_back({std::move(folder), std::move(next.name), path_.size()});
+    levels_.push_back({std::move(directory), std::move(next.name), path_.size()});
     closeAncestorOf(levels_.size() - 1);
     visitEntries(next.positions);
   }
@@ -138,35 +138,35 @@ class Walk {
   }
 
   void closeAncestorOf(std::size_t level) {
-    if (level > maxOpenFolders) levels_[level - maxOpenFolders].folder.close();
+    if (level > maxOpenDirectories) levels_[level - maxOpenDirectories].directory.close();
   }
 
-  /// Opens the last level's folder again if it was closed for the sake of those below it. Where
+  /// Opens the last level's directory again if it was closed for the sake of those below it. Where
   /// that fails, what is pending there stays unopened too.
   void reopen() {
     std::size_t level = levels_.size() - 1;
-    while (!levels_[level].folder.isOpen()) --level;
+    while (!levels_[level].directory.isOpen()) --level;
     while (++level < levels_.size()) {
-      levels_[level].folder = levels_[level - 1].folder.open(levels_[level].name.c_str());
-      if (!levels_[level].folder.isOpen()) return;
+      levels_[level].directory = levels_[level - 1].directory.open(levels_[level].name.c_str());
+      if (!levels_[level].directory.isOpen()) return;
       closeAncestorOf(level);
     }
   }
 
-  /// Lists the last level's folder if a pattern asks for that, and goes to what they name there.
+  /// Lists the last level's directory if a pattern asks for that, and goes to what they name there.
   void visitEntries(const Positions& positions) {
-    std::map<std::string_view, Folder::EntryKind> named;
+    std::map<std::string_view, Directory::EntryKind> named;
     bool lists = false;
     for (const std::size_t position : positions) {
       const Component& component = patterns_[position];
       if (component.kind == Component::Kind::name) {
-        named.try_emplace(component.text, Folder::EntryKind::unlisted);
+        named.try_emplace(component.text, Directory::EntryKind::unlisted);
       } else if (component.kind != Component::Kind::end) {
         lists = true;
       }
     }
     if (lists) {
-      levels_.back().folder.forEachEntry([&](const char* name, Folder::EntryKind kind) {
+      levels_.back().directory.forEachEntry([&](const char* name, Directory::EntryKind kind) {
         if (const auto entry = named.find(name); entry != named.end()) {
           entry->second = kind;  // gone to below, for all patterns at once
         } else {
@@ -179,9 +179,10 @@ class Walk {
     }
   }
 
-  /// From the positions of a folder those of one entry. Only its name leads to an entry that
+  /// From the positions of a directory those of one entry. Only its name leads to an entry that
   /// was not listed.
-  const Positions& advanced(const Positions& positions, const char* name, Folder::EntryKind kind) {
+  const Positions& advanced(const Positions& positions, const char* name,
+                            Directory::EntryKind kind) {
     advanced_.clear();
     for (const std::size_t position : positions) {
       const Component& component = patterns_[position];
@@ -190,12 +191,12 @@ class Walk {
           if (component.text == name) patterns_.add(advanced_, position + 1);
           break;
         case Component::Kind::wildcard:
-          if (kind != Folder::EntryKind::unlisted && component.wildcard.matches(name)) {
+          if (kind != Directory::EntryKind::unlisted && component.wildcard.matches(name)) {
             patterns_.add(advanced_, position + 1);
           }
           break;
         case Component::Kind::anyLevels:
-          if (kind == Folder::EntryKind::folder) patterns_.add(advanced_, position);
+          if (kind == Directory::EntryKind::directory) patterns_.add(advanced_, position);
           break;
         case Component::Kind::end:
           break;
@@ -206,17 +207,17 @@ class Walk {
 
   /// Reports an entry of the last level if a pattern ends there, and plans to enter it if one leads
   /// on from there.
-  void reach(const char* name, Folder::EntryKind kind, const Positions& positions) {
+  void reach(const char* name, Directory::EntryKind kind, const Positions& positions) {
     const auto ends = std::count_if(positions.begin(), positions.end(), [this](std::size_t at) {
       return patterns_[at].kind == Component::Kind::end;
     });
     Level& level = levels_.back();
     if (ends > 0) {
-      if (const auto time = level.folder.modificationTime(name)) found_(path_, name, *time);
+      if (const auto time = level.directory.modificationTime(name)) found_(path_, name, *time);
     }
     const bool leadsOn = static_cast<std::size_t>(ends) < positions.size();
     const auto depth = static_cast<std::int64_t>(levels_.size() - 1);
-    if (leadsOn && kind != Folder::EntryKind::other && depth < maxDepth_) {
+    if (leadsOn && kind != Directory::EntryKind::other && depth < maxDepth_) {
       level.pending.push_back({name, positions});
     }
   }
@@ -225,7 +226,7 @@ class Walk {
   const std::int64_t maxDepth_;
   const Found& found_;
   std::vector<Level> levels_;
-  std::string path_;  ///< of the last level's folder
+  std::string path_;  ///< of the last level's directory
   Positions advanced_;
 };
 
@@ -255,11 +256,11 @@ std::vector<Timestamp> FileActivityProbe::modificationDates(
 ModificationsByPath FileActivityProbe::sessionModifications(
     const std::vector<std::string>& patterns) const {
   std::vector<std::pair<std::string, Timestamp>> matches;
-  const Walk::Found found = [&matches](std::string_view folder, std::string_view name,
+  const Walk::Found found = [&matches](std::string_view directory, std::string_view name,
                                        Timestamp time) {
     std::string path;
-    path.reserve(folder.size() + 1 + name.size());
-    path = folder;
+    path.reserve(directory.size() + 1 + name.size());
+    path = directory;
     appendComponent(path, name);
     matches.emplace_back(std::move(path), time);
   };

@@ -39,20 +39,20 @@ class FileActivityProbing {
   }
 };
 
-/// Looks below one folder, anew in each call.
+/// Looks below one directory, anew in each call.
 ///
-/// Patterns are relative to that folder; a leading "~/" or "/" and empty components are dropped. A
-/// component "**" stands for any number of folder levels, links to folders not among them. A
-/// component that holds another "*" is matched against the names of entries by the shell's rules,
+/// Patterns are relative to that directory; a leading "~/" or "/" and empty components are dropped.
+/// A component "**" stands for any number of directory levels, links to directories not among them.
+/// A component that holds another "*" is matched against the names of entries by the shell's rules,
 /// hidden ones included. Any other component is a name, even with "?" or "[" in it, and links on
-/// the way are followed. Folders match as files do, and a link is matched itself, not what it leads
-/// to. What cannot be read is not there.
+/// the way are followed. Directories match as files do, and a link is matched itself, not what it
+/// leads to. What cannot be read is not there.
 ///
-/// A call lists each folder once at most, however many patterns lead there, and holds few
+/// A call lists each directory once at most, however many patterns lead there, and holds few
 /// descriptors and no stack, however deep the tree is.
 class FileActivityProbe : public FileActivityProbing {
  public:
-  /// @param home      the folder that patterns start from
+  /// @param home      the directory that patterns start from
   /// @param maxDepth  how many levels below `home` are looked at; negative: none, nor `home` itself
   FileActivityProbe(std::filesystem::path home, std::int64_t maxDepth);
 

@@ -13,13 +13,13 @@ namespace wakelatch {
 
 /// Appends one line "[2025-03-01T14:05:09Z] message" per call to a text file. Any thread may log;
 /// the caller never waits for the disk. Lines are written in the order of the calls, by a queue of
-/// the logger's own; the file is opened and closed for each, and made with its folder where they
+/// the logger's own; the file is opened and closed for each, and made with its directory where they
 /// are missing, with the modes that the umask leaves. Any file that this user may write will do,
 /// whoever owns it. A line that cannot be written is lost without a word.
 class FileLogger {
  public:
   /// Touches no file.
-  /// @param logURL  absent: "Library/Logs/Wakelatch.log" in the user's home folder
+  /// @param logURL  absent: "Library/Logs/Wakelatch.log" in the user's home directory
   explicit FileLogger(std::optional<std::filesystem::path> logURL = std::nullopt);
   /// Waits until every line logged so far is written or lost. Should the disk hang, for 2 to 4
   /// seconds: they are written once it goes on, if the process still lives then. In a fork of the

@@ -264,7 +264,7 @@ double JsonValue::number() const {
 }
 
 const std::string& JsonValue::text() const {
-  if (node_.kind != JsonNode::Kind::text) fail("expected a text");
+  if (node_.kind != JsonNode::Kind::text) fail("expected a string");
   return node_.text;
 }
 
@@ -299,7 +299,7 @@ void JsonValue::expectObject() const {
 }
 
 void JsonValue::expectList() const {
-  if (node_.kind != JsonNode::Kind::list) fail("expected a list");
+  if (node_.kind != JsonNode::Kind::list) fail("expected an array");
 }
 
 std::string JsonValue::path() const {

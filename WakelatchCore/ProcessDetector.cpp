@@ -180,7 +180,7 @@ bool isOrphan(const ProcessSnapshot& process, const ProcessTree& tree, Node node
   if (process.parentPID <= 1) return true;
   const Node parent = tree.parent(node);
   return parent != noNode && processes[parent].parentPID <= 1 &&
-         platform::lastPiece(processes[parent].command, '/') == "systemd";
+         platform::baseName(processes[parent].command, '/') == "systemd";
 }
 
 std::vector<Group> groupByAgent(const std::vector<ProcessSnapshot>& processes,
@@ -223,7 +223,7 @@ std::vector<Group> groupByAgent(const std::vector<ProcessSnapshot>& processes,
 }  // namespace
 
 std::string ProcessSnapshot::displayName() const {
-  const std::string_view name = platform::lastPiece(command, '/');
+  const std::string_view name = platform::baseName(command, '/');
   return std::string(name.starts_with('/') ? name.substr(0, 1) : name);  // "//" is the root, "/"
 }
 
@@ -342,7 +342,7 @@ std::vector<ProcessSnapshot> ProcessDetector::liveSnapshot() {
 
 std::vector<ProcessSnapshot> ProcessDetector::parsePSOutput(std::string_view output) {
   std::vector<ProcessSnapshot> processes;
-  for (const std::string_view line : platform::Pieces(output, '\n')) {
+  for (const std::string_view line : platform::Split(output, '\n')) {
     std::string_view rest = platform::trimmedSpaces(line);
     // A field up to the next space, which goes with it: the command may begin with spaces.
     const auto takeField = [&rest] {
@@ -363,7 +363,7 @@ std::vector<ProcessSnapshot> ProcessDetector::parsePSOutput(std::string_view out
 std::unordered_map<std::int32_t, std::string_view> ProcessDetector::parsePSArgs(
     std::string_view output) {
   std::unordered_map<std::int32_t, std::string_view> arguments;
-  for (const std::string_view line : platform::Pieces(output, '\n')) {
+  for (const std::string_view line : platform::Split(output, '\n')) {
     const std::string_view trimmed = platform::trimmedSpaces(line);
     const std::size_t space = trimmed.find(' ');
     if (space == trimmed.npos) continue;

@@ -47,7 +47,7 @@ class SessionActivityDetector {
 
   /// By display name, how many sessions of each watched agent were written to in the last `window`
   /// seconds. Agents whose sessions cannot be counted are absent. Files of the agents' own helpers
-  /// (named "agent-…" or below a folder "subagents") are no sessions.
+  /// (named "agent-…" or below a directory "subagents") are no sessions.
   std::map<std::string, std::int64_t> sessionCountsPerApp(const GuardSettings& settings,
                                                           Timestamp now, double window) const;
 

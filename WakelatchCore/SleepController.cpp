@@ -252,7 +252,7 @@ void SleepController::writeCaffeinatePIDs(const std::vector<std::int32_t>& ids) 
   for (const std::int32_t id : ids) text += std::to_string(id) + "\n";
   try {
     const std::filesystem::path file = pidFileURL();
-    platform::createFolders(file.parent_path());
+    platform::createDirectories(file.parent_path());
     platform::writeAtomically(file, text);
   } catch (const std::exception& error) {
     logger_.log(std::string("Failed to write caffeinate pid(s): ") + error.what());
@@ -379,7 +379,7 @@ bool SleepController::isSystemSleepDisabled() {
 
 bool SleepController::parseSleepDisabled(std::string_view output) {
   constexpr std::string_view blanks = " \t";
-  for (std::string_view line : platform::Pieces(output, '\n')) {
+  for (std::string_view line : platform::Split(output, '\n')) {
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
     line = line.substr(0, line.find_last_not_of(blanks) + 1);
     if (line.substr(0, line.find_first_of(blanks)) == "SleepDisabled") {
@@ -424,7 +424,7 @@ std::filesystem::path SleepController::engagedMarkerURL() {
 void SleepController::writeEngagedMarker() {
   try {
     const std::filesystem::path file = engagedMarkerURL();
-    platform::createFolders(file.parent_path());
+    platform::createDirectories(file.parent_path());
     // The setting outlives a power cut, so must the note of it.
     platform::writeAtomically(file, "", platform::Durability::power);
   } catch (const std::exception& error) {

@@ -128,9 +128,9 @@ class SleepController {
 
   // ------------------------------------------------------------------------- files and formats
 
-  /// "caffeinate.pid" in the library's folder under the home folder: the current process's id and,
-  /// while one is being replaced, that one's, a line each. Read `HOME` on every call, as does the
-  /// next.
+  /// "caffeinate.pid" in the library's directory under the home directory: the current process's id
+  /// and, while one is being replaced, that one's, a line each. Read `HOME` on every call, as does
+  /// the next.
   static std::filesystem::path pidFileURL();
   /// "disablesleep.engaged" beside it, empty: the setting was engaged and is not known restored.
   static std::filesystem::path engagedMarkerURL();

@@ -53,8 +53,8 @@ struct TurnRecordFormat {
   Form form = Form::object;             ///< how each file is made up
   /// The first rule that fits counts, and of a file of lines the last line that one fits.
   std::vector<Rule> rules = {};
-  /// The session is named as the folder that the file is in, not as the file.
-  bool isNamedByFolder = false;
+  /// The session is named as the directory that the file is in, not as the file.
+  bool isNamedByDirectory = false;
   /// The field that holds the id of the process, where there is one.
   std::optional<std::string> processIDField = {};
   /// The field that tells when this was written, in ISO 8601; otherwise the file's time does.

@@ -140,8 +140,8 @@ std::vector<TurnRecord> rowsOf(const std::string& database, const std::string& q
   return records;
 }
 
-/// The last component of the path of a file's folder.
-std::string folderName(const std::string& path) {
+/// The last component of the path of a file's directory.
+std::string directoryName(const std::string& path) {
   return std::filesystem::path(path).parent_path().filename().string();
 }
 
@@ -208,7 +208,7 @@ std::vector<TurnRecord> TurnReader::records(const TurnRecordFormat& format, Time
     refresh(format, path, file);
     for (TurnRecord record : file.told) {
       if (record.session.empty()) {
-        record.session = format.isNamedByFolder ? folderName(path) : path;
+        record.session = format.isNamedByDirectory ? directoryName(path) : path;
       }
       if (record.writtenAt == Timestamp()) record.writtenAt = file.changedAt;
       add(std::move(record));

@@ -8,11 +8,11 @@
 
 #include "Benchmarks/Soak/ScriptedTools.h"
 #include "Benchmarks/Soak/World.h"
-#include "Host/Folder.h"
 #include "Host/KeepAwake.h"
 #include "Host/LookFiles.h"
 #include "Host/Notices.h"
 #include "Host/Saver.h"
+#include "Host/SupportDirectory.h"
 #include "Host/UsageRecorder.h"
 #include "Host/UsageStore.h"
 #include "Platform/Files.h"

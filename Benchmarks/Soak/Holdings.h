@@ -29,8 +29,8 @@ inline std::vector<std::int32_t> childrenOfThis() {
   return children;
 }
 
-inline std::ptrdiff_t entriesOf(const char* folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), {});
+inline std::ptrdiff_t entriesOf(const char* directory) {
+  return std::distance(std::filesystem::directory_iterator(directory), {});
 }
 
 inline double heapKiB() {

@@ -33,7 +33,7 @@
 #include "Benchmarks/Soak/ToolModel.h"
 #include "Benchmarks/Soak/World.h"
 #include "Platform/Files.h"
-#include "Tests/TemporaryFolder.h"
+#include "Tests/TemporaryDirectory.h"
 #include "WakelatchCore/WakelatchCore.h"
 
 namespace wakelatch::soak {

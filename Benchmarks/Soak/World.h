@@ -50,9 +50,9 @@ struct Agent {
 
   const char* command;
   const char* arguments;
-  const char* sessionFolder;  ///< below home; nullptr: none
-  const char* sessionFile;    ///< '?' stands for a digit
-  const char* bundleID;       ///< of the application that shows `text` while it is busy
+  const char* sessionDirectory;  ///< below home; nullptr: none
+  const char* sessionFile;       ///< '?' stands for a digit
+  const char* bundleID;          ///< of the application that shows `text` while it is busy
   const char* text;
   Phase phase = Phase::absent;
 };
@@ -242,14 +242,14 @@ class World {
           if (random.oneIn(400)) agent.phase = Phase::absent;
           break;
       }
-      if (agent.sessionFolder == nullptr) continue;
-      const std::filesystem::path folder = home_ / agent.sessionFolder;
+      if (agent.sessionDirectory == nullptr) continue;
+      const std::filesystem::path directory = home_ / agent.sessionDirectory;
       if (agent.phase == Phase::busy && random.oneIn(5)) {
         std::string name = agent.sessionFile;
         std::replace(name.begin(), name.end(), '?', static_cast<char>('0' + random.below(4)));
-        touchFile(folder / name, after(now(), -static_cast<double>(random.below(3))));
+        touchFile(directory / name, after(now(), -static_cast<double>(random.below(3))));
       }
-      if (random.oneIn(600)) std::filesystem::remove_all(folder);
+      if (random.oneIn(600)) std::filesystem::remove_all(directory);
     }
     screen = ScriptedAccessibility();
     screen.trusted = !random.oneIn(50);

@@ -33,11 +33,11 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
-/// The names of a folder's entries, in order; none when it cannot be read.
-inline std::vector<std::string> namesIn(const std::filesystem::path& folder) {
+/// The names of a directory's entries, in order; none when it cannot be read.
+inline std::vector<std::string> namesIn(const std::filesystem::path& directory) {
   std::vector<std::string> names;
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+  for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
        entry.increment(error)) {
     names.push_back(entry->path().filename().string());
   }

@@ -39,10 +39,10 @@ struct PowerSupplies {
   }
 };
 
-PowerSupplies powerSuppliesIn(const fs::path& folder) {
+PowerSupplies powerSuppliesIn(const fs::path& directory) {
   PowerSupplies supplies;
-  for (const std::string& name : namesIn(folder)) {
-    const fs::path device = folder / name;
+  for (const std::string& name : namesIn(directory)) {
+    const fs::path device = directory / name;
     if (attribute(device, "scope") == "Device") continue;  // a mouse's battery, a powered port
     const std::string type = attribute(device, "type");
     if (type == "Battery" || type == "UPS") {

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
   std::vector<std::string_view> pieces;
-  for (const std::string_view piece : platform::Pieces(text, separator)) pieces.push_back(piece);
+  for (const std::string_view piece : platform::Split(text, separator)) pieces.push_back(piece);
   return pieces;
 }
 
@@ -58,7 +58,7 @@ std::string executableOf(const fs::path& process) {
 /// takes a file's last component, and keeps 15 bytes of any name.
 bool gives(std::string_view text, std::string_view name) {
   const auto begins = [&](std::string_view whole) { return whole.substr(0, 15) == name; };
-  return !name.empty() && (begins(text) || begins(platform::lastPiece(text, '/')));
+  return !name.empty() && (begins(text) || begins(platform::baseName(text, '/')));
 }
 
 /// See ProcessTable::programName(). Empty when the process has gone.

@@ -15,7 +15,7 @@ Timestamp momentAfter(Timestamp start, const std::string& text) {
   if (const auto instant = platform::parseIso8601(text)) return after(*instant, restOfSecond);
   if (const auto instant = platform::parseIso8601Fraction(text)) return *instant;
   std::vector<std::int32_t> parts;
-  for (const std::string_view piece : platform::Pieces(text, ':')) {
+  for (const std::string_view piece : platform::Split(text, ':')) {
     const auto number = platform::parseInt32(piece);
     parts.push_back(number && *number >= 0 && *number < (parts.empty() ? 24 : 60) ? *number : -1);
   }

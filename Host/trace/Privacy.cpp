@@ -27,8 +27,8 @@ bool isCommonWord(std::string_view word) {
   return isOneOf(word, words);
 }
 
-/// A folder that installers make and not people.
-bool isPublicFolder(std::string_view name) {
+/// A directory that installers make and not people.
+bool isPublicDirectory(std::string_view name) {
   constexpr std::string_view names[] = {"",    "~",   "node_modules", "site-packages", "bin",
                                         "lib", "opt", "share",        "versions",      "dist"};
   return isOneOf(name, names) || name.starts_with('.') || name.starts_with('@') ||
@@ -63,7 +63,7 @@ std::string_view optionName(std::string_view word) {
   return isName && name.size() <= longest ? name : std::string_view();
 }
 
-std::string_view lastPiece(std::string_view path) {
+std::string_view baseName(std::string_view path) {
   return path.substr(path.rfind('/') + 1);
 }
 
@@ -109,16 +109,16 @@ std::string Privacy::withoutHome(std::string_view text) const {
     const std::size_t at = text.find(home_);
     if (at == text.npos) break;
     const std::string_view rest = text.substr(at + home_.size());
-    const bool isFolder = rest.empty() || !isOfName(rest.front());
+    const bool isDirectory = rest.empty() || !isOfName(rest.front());
     result += text.substr(0, at);
-    result += isFolder ? "~" : home_;
+    result += isDirectory ? "~" : home_;
     text = rest;
   }
   return result.append(text);
 }
 
 void Privacy::reduceAgent(ProcessSnapshot& process) const {
-  for (const Detail detail : {Detail::least, Detail::withWordsThatTell, Detail::withFolders}) {
+  for (const Detail detail : {Detail::least, Detail::withWordsThatTell, Detail::withDirectories}) {
     ProcessSnapshot candidate = reduced(process, detail);
     if (!isRecognisedAlike(candidate, process)) continue;
     process = std::move(candidate);
@@ -129,13 +129,13 @@ void Privacy::reduceAgent(ProcessSnapshot& process) const {
 
 ProcessSnapshot Privacy::reduced(const ProcessSnapshot& process, Detail detail) const {
   ProcessSnapshot result = process;
-  if (detail != Detail::withFolders) result.command = withoutFolders(process.command);
+  if (detail != Detail::withDirectories) result.command = withoutDirectories(process.command);
   result.arguments = reducedArguments(process, detail);
   return result;
 }
 
 std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail detail) const {
-  const std::string_view program = lastPiece(process.command);
+  const std::string_view program = baseName(process.command);
   bool isProgramDue = AgentResolver::isInterpreter(program);
   bool isFirst = true;
   int omitted = 0;                // at a stretch
@@ -145,9 +145,9 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
     const std::string_view option = optionName(word);
     std::string kept;
     if (isFirst) {
-      const std::string_view name = lastPiece(word);
+      const std::string_view name = baseName(word);
       if (name == program || AgentResolver::isInterpreter(name) || isNamedAsAgent(name)) {
-        kept = withoutFolders(word);
+        kept = withoutDirectories(word);
       }
     } else if (!option.empty()) {
       // Of "--format=json" the value too. "-pX" is another option than "-p".
@@ -156,7 +156,7 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
       kept = isTold ? word : option;
       if (!isTold && option.size() == 2 && word.size() > 2) kept += omission;
     } else if (isProgramDue && optionBefore.empty()) {
-      kept = withoutFolders(word);
+      kept = withoutDirectories(word);
       isProgramDue = false;
     } else if (isMeaningful(word) && (optionBefore.empty() || optionBefore.starts_with("--"))) {
       kept = word;  // "-p run" begins a prompt, "--output-format json" does not
@@ -164,12 +164,12 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
     if (detail != Detail::least) {
       if (kept.empty() && isMeaningful(word)) kept = word;
       const auto marker = markerIn(word);
-      if (detail == Detail::withFolders && (marker || isNamedAsAgent(word))) {
+      if (detail == Detail::withDirectories && (marker || isNamedAsAgent(word))) {
         kept = word;
       } else if (marker) {
         kept = std::string(omission).append(*marker).append(omission);
       } else if (isNamedAsAgent(word)) {
-        kept = withoutFolders(word);
+        kept = withoutDirectories(word);
       }
     }
     optionBefore = option == word ? option : std::string_view();
@@ -187,7 +187,7 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
 void Privacy::reduceOther(ProcessSnapshot& process) const {
   // The name alone might be an agent's, where the path says that it is none.
   for (const std::string& command :
-       {process.displayName(), withoutFolders(process.command), process.command}) {
+       {process.displayName(), withoutDirectories(process.command), process.command}) {
     const auto tool = std::find_if(
         toolMarkers_.begin(), toolMarkers_.end(),
         [&](const std::string& marker) { return process.arguments.find(marker) != marker.npos; });
@@ -201,7 +201,7 @@ void Privacy::reduceOther(ProcessSnapshot& process) const {
   process.arguments.clear();
 }
 
-std::string Privacy::withoutFolders(std::string_view word) const {
+std::string Privacy::withoutDirectories(std::string_view word) const {
   const std::string path = withoutHome(word);
   if (isSystemPath(path)) return path;
   std::string result;
@@ -212,7 +212,7 @@ std::string Privacy::withoutFolders(std::string_view word) const {
     const std::string piece = path.substr(at, end - at);
     at = end + 1;
     const bool isKept =
-        isPublicFolder(piece) || isNamedAsAgent(piece) || markerIn("/" + piece + "/");
+        isPublicDirectory(piece) || isNamedAsAgent(piece) || markerIn("/" + piece + "/");
     if (isKept || !isOmitted) result.append(isKept ? piece : omission).append("/");
     isOmitted = !isKept;
   }
@@ -223,7 +223,7 @@ bool Privacy::isMeaningful(std::string_view word) const {
 }
 
 bool Privacy::isNamedAsAgent(std::string_view word) const {
-  return names_.contains(platform::lowercased(lastPiece(word)));
+  return names_.contains(platform::lowercased(baseName(word)));
 }
 
 /// As it stands in the word.

@@ -14,35 +14,35 @@
 namespace wakelatch::host {
 
 /// Leaves out of command lines what recognising agents does not need: prompts, values of options,
-/// folders of projects and the user's name. What is left is recognised as the same agent as before.
-/// A value; callable from any thread.
+/// directories of projects and the user's name. What is left is recognised as the same agent as
+/// before. A value; callable from any thread.
 class Privacy {
  public:
   /// @param agents   that have to be recognised in what is left
   /// @param targets  the user's own, by GuardSettings::targetApps
-  /// @param home     the user's home folder, written as "~"
+  /// @param home     the user's home directory, written as "~"
   Privacy(AgentResolver agents, std::vector<std::string> targets, std::string home);
 
   /// Whether it counts as an agent's or as one of the user's own targets.
   bool isAgent(const ProcessSnapshot& process) const;
 
-  /// With "~" for every mention of the home folder as a folder.
+  /// With "~" for every mention of the home directory as a directory.
   std::string withoutHome(std::string_view text) const;
 
   /// An agent's process: its path, and of its arguments its own name, the program that an
   /// interpreter runs, names of options, words that make a run a single one or a server, and what
-  /// recognition needs besides. "…" stands for the rest, and for folders that people name.
+  /// recognition needs besides. "…" stands for the rest, and for directories that people name.
   void reduceAgent(ProcessSnapshot& process) const;
   /// Any other process: the name of its program, and what shows that it is an agent's tool.
   void reduceOther(ProcessSnapshot& process) const;
 
  private:
   /// How much is left.
-  enum class Detail { least, withWordsThatTell, withFolders };
+  enum class Detail { least, withWordsThatTell, withDirectories };
 
   ProcessSnapshot reduced(const ProcessSnapshot& process, Detail detail) const;
   std::string reducedArguments(const ProcessSnapshot& process, Detail detail) const;
-  std::string withoutFolders(std::string_view path) const;
+  std::string withoutDirectories(std::string_view path) const;
   bool isMeaningful(std::string_view word) const;
   bool isNamedAsAgent(std::string_view word) const;
   std::optional<std::string_view> markerIn(std::string_view word) const;

@@ -137,13 +137,13 @@ std::string Recorder::header(const GuardSettings& settings, Timestamp now) {
     header.leftOut = {
         "processes that belong to no watched agent, to none's tree and to none's ancestors",
         "arguments, but for programs, names of options and a few fixed words",
-        "folders of the user's own on the paths of programs",
+        "directories of the user's own on the paths of programs",
         "all but the program's name of what agents start and of what started them"};
   }
-  header.leftOut.insert(
-      header.leftOut.end(),
-      {"names and contents of session files",
-       "texts of windows, but for the phrases that are looked for", "the name of the home folder"});
+  header.leftOut.insert(header.leftOut.end(),
+                        {"names and contents of session files",
+                         "texts of windows, but for the phrases that are looked for",
+                         "the name of the home directory"});
   follow(settings);
   return privacy_->withoutHome(encode(header, traceDates));  // a catalogue may name it
 }

@@ -1,6 +1,6 @@
 // The form of a trace: what a watch's decisions depended on, tick by tick, as lines of JSON. The
 // first line is the header; each line after it is one tick and holds what has changed since the one
-// before. Paths are written with "~" for the user's home folder.
+// before. Paths are written with "~" for the user's home directory.
 #pragma once
 
 #include <cstdint>

@@ -18,7 +18,7 @@ int main() {
   for (int fd = 3; fd < 1024; ++fd) {
     if (fcntl(fd, F_GETFD) >= 0) std::printf("open %d\n", fd);
   }
-  char folder[4096];
-  std::printf("%s %s ", getenv("HOME"), getcwd(folder, sizeof folder));
+  char directory[4096];
+  std::printf("%s %s ", getenv("HOME"), getcwd(directory, sizeof directory));
   for (int c = std::getchar(); c != EOF; c = std::getchar()) std::putchar(c);
 }

@@ -32,7 +32,7 @@ _wakelatch() {
 
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
-      --tools) # its folder is no command, whatever its name
+      --tools) # its directory is no command, whatever its name
         ((++i))
         [[ ${COMP_WORDS[i]} == = ]] && ((++i)) ;;
       [a-z]*)

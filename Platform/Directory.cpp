@@ -1,4 +1,4 @@
-#include "Platform/Folder.h"
+#include "Platform/Directory.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -23,32 +23,32 @@ constexpr int searchOnly = O_SEARCH;
 constexpr int searchOnly = O_RDONLY;
 #endif
 
-std::optional<struct stat> statusOf(int folder, const char* path) {
+std::optional<struct stat> statusOf(int directory, const char* path) {
   struct stat status;
-  if (::fstatat(folder, path, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  if (::fstatat(directory, path, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
   return status;
 }
 
-Folder::EntryKind kindOf(int fd, const dirent& entry) {
-  using Kind = Folder::EntryKind;
-  if (entry.d_type == DT_DIR) return Kind::folder;
+Directory::EntryKind kindOf(int fd, const dirent& entry) {
+  using Kind = Directory::EntryKind;
+  if (entry.d_type == DT_DIR) return Kind::directory;
   if (entry.d_type == DT_LNK) return Kind::link;
   if (entry.d_type != DT_UNKNOWN) return Kind::other;
   // Not every file system tells types in its listings.
   const auto status = statusOf(fd, entry.d_name);
   if (!status) return Kind::other;
-  if (S_ISDIR(status->st_mode)) return Kind::folder;
+  if (S_ISDIR(status->st_mode)) return Kind::directory;
   return S_ISLNK(status->st_mode) ? Kind::link : Kind::other;
 }
 
 }  // namespace
 
-struct Folder::Handle {
+struct Directory::Handle {
   explicit Handle(int descriptor) : fd(descriptor) {}
   ~Handle() {
     if (listing != nullptr) {
       ::closedir(listing);  // closes the descriptor too
-    } else if (fd >= 0) {   // the working folder has none
+    } else if (fd >= 0) {   // the working directory has none
       ::close(fd);
     }
   }
@@ -59,41 +59,41 @@ struct Folder::Handle {
   DIR* listing = nullptr;
 };
 
-Folder::Folder() = default;
-Folder::Folder(Folder&&) noexcept = default;
-Folder& Folder::operator=(Folder&&) noexcept = default;
-Folder::~Folder() = default;
+Directory::Directory() = default;
+Directory::Directory(Directory&&) noexcept = default;
+Directory& Directory::operator=(Directory&&) noexcept = default;
+Directory::~Directory() = default;
 
-Folder::Folder(int fd) : handle_(std::make_unique<Handle>(fd)) {}
+Directory::Directory(int fd) : handle_(std::make_unique<Handle>(fd)) {}
 
-Folder Folder::working() {
-  return Folder(AT_FDCWD);
+Directory Directory::working() {
+  return Directory(AT_FDCWD);
 }
 
-void Folder::close() {
+void Directory::close() {
   handle_.reset();
 }
 
-int Folder::fd() const {
+int Directory::fd() const {
   return handle_ ? handle_->fd : -1;
 }
 
-Folder Folder::open(const char* path) const {
+Directory Directory::open(const char* path) const {
   constexpr int flags = O_DIRECTORY | O_CLOEXEC;
   int found = ::openat(fd(), path, O_RDONLY | flags);
   if (found < 0 && (errno == EACCES || errno == EPERM)) {
     found = ::openat(fd(), path, searchOnly | flags);
   }
-  return found < 0 ? Folder() : Folder(found);
+  return found < 0 ? Directory() : Directory(found);
 }
 
-std::optional<Timestamp> Folder::modificationTime(const char* path) const {
+std::optional<Timestamp> Directory::modificationTime(const char* path) const {
   const auto status = statusOf(fd(), path);
   if (!status) return std::nullopt;
   return contentTime(*status);
 }
 
-void Folder::forEachEntry(const Visit& visit) {
+void Directory::forEachEntry(const Visit& visit) {
   if (!handle_) return;
   handle_->listing = ::fdopendir(handle_->fd);
   if (handle_->listing == nullptr) return;

@@ -1,4 +1,4 @@
-// Folders that tests may fill: gone when the test ends.
+// Directories that tests may fill: gone when the test ends.
 #pragma once
 
 #include <stdlib.h>
@@ -17,19 +17,19 @@ inline void writeFile(const std::filesystem::path& file, const std::string& cont
   std::ofstream(file) << content;
 }
 
-class TemporaryFolder {
+class TemporaryDirectory {
  public:
-  TemporaryFolder() {
+  TemporaryDirectory() {
     std::string pattern = (std::filesystem::temp_directory_path() / "wakelatch.XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
     path_ = std::filesystem::canonical(pattern);
   }
-  ~TemporaryFolder() {
+  ~TemporaryDirectory() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
 
@@ -37,8 +37,8 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
-/// A temporary folder that is the user's home while it lives.
-class TemporaryHome : public TemporaryFolder {
+/// A temporary directory that is the user's home while it lives.
+class TemporaryHome : public TemporaryDirectory {
  public:
   TemporaryHome() {
     if (const char* home = ::getenv("HOME")) before_ = home;
