@@ -17,6 +17,11 @@ SteadyClock::time_point in(double seconds) {
          std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(seconds));
 }
 
+/// A tool that was given by hand is not known to say that it is ready.
+double wordSeconds(const Actor::Options& options) {
+  return options.caffeinatePath.empty() ? keepAwakeReadySeconds() : 0;
+}
+
 }  // namespace
 
 Actor::Actor(const Options& options, Tools& tools, Notifier& notifier,
@@ -26,13 +31,15 @@ Actor::Actor(const Options& options, Tools& tools, Notifier& notifier,
       staleSeconds_(options.staleSeconds),
       changed_(std::move(changed)),
       left_(std::move(left)),
-      controller_(tools.actingRunner(), tools.adminRunner(), FileLogger::shared(),
-                  options.caffeinatePath),
-      keepAwake_(controller_, notifier, options.releaseDelaySeconds,
+      restoreOnLeave_(options.restoreOnLeave),
+      controller_(
+          tools.actingRunner(), tools.adminRunner(), FileLogger::shared(),
+          options.caffeinatePath.empty() ? keepAwakeTool().string() : options.caffeinatePath,
+          {.readySeconds = wordSeconds(options), .ended = [this] { toolEnded(); }}),
+      keepAwake_(controller_, notifier, options.releaseDelaySeconds, wordSeconds(options) > 0,
                  {{.promptShown = [this](const std::optional<std::string>& text) { publish(text); },
                    .isCancelled = [this] { return tools_.isActingCancelled(); }},
                   [this] { return isNewest(); }}),
-      restoreOnLeave_(options.restoreOnLeave),
       thread_(platform::startThread("actor", [this] { run(); })) {}
 
 Actor::~Actor() {
@@ -45,7 +52,7 @@ void Actor::post(Wish wish, SteadyTime observedAt, bool restoreOnLeave) {
     const platform::MutexLock lock(mutex_);
     if (order_ != Order::work || observedAt < freshAfter_) return;
     if (newest_) wish.supersede(*newest_);
-    newest_ = wish;
+    newest_ = last_ = wish;
     restoreOnLeave_ = restoreOnLeave;
     postedAt_ = SteadyClock::now();
     isStale_ = false;
@@ -85,6 +92,18 @@ void Actor::checkStale() {
   if (isStale_ || order_ != Order::work || !isBusy_ || !postedAt_) return;
   isStale_ = SteadyClock::now() > *postedAt_ + std::chrono::duration<double>(staleSeconds_);
   if (isStale_) interrupt();
+}
+
+/// Nothing holds the machine awake from now on until the tool is started again: not with the next
+/// tick, but at once.
+void Actor::toolEnded() {
+  {
+    const platform::MutexLock lock(mutex_);
+    if (order_ != Order::work || newest_ || !last_) return;
+    newest_ = last_;
+    newest_->decision.shouldSleepNow = false;  // asked for once
+  }
+  wake_.notifyAll();
 }
 
 bool Actor::awaitDone(double seconds) {

@@ -31,7 +31,7 @@ class Actor {
   };
 
   struct Options {
-    std::string caffeinatePath;
+    std::string caffeinatePath;  ///< empty: the system's
     double releaseDelaySeconds = 60;
     /// Without a wish for so long the deciding side hangs, and the machine is let go.
     double staleSeconds = 60;
@@ -84,6 +84,7 @@ class Actor {
   void carryOut(const Job& job);
   bool finish(const Job& job);
   void interrupt() WAKELATCH_REQUIRES(mutex_);
+  void toolEnded();
   void publish(const std::optional<std::string>& prompt);
   bool isNewest();
 
@@ -91,10 +92,8 @@ class Actor {
   Notifier& notifier_;
   const double staleSeconds_;
   const std::function<void()> changed_, left_;
-  SleepController controller_;
-  KeepAwake keepAwake_;  ///< of the thread alone
 
-  mutable platform::Mutex mutex_;
+  mutable platform::Mutex mutex_;  // before the controller, which may call toolEnded() till its end
   platform::Condition wake_, done_;
   Order order_ WAKELATCH_GUARDED_BY(mutex_) = Order::work;
   bool isOrderDone_ WAKELATCH_GUARDED_BY(mutex_) = false;
@@ -108,6 +107,10 @@ class Actor {
   bool isStarting_ WAKELATCH_GUARDED_BY(mutex_) = true;
   bool isInDanger_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< the job under way is that already
   Held held_ WAKELATCH_GUARDED_BY(mutex_);
+  std::optional<Wish> last_ WAKELATCH_GUARDED_BY(mutex_);  ///< that was posted
+
+  SleepController controller_;
+  KeepAwake keepAwake_;  ///< of the thread alone
   std::thread thread_;
 };
 

@@ -22,6 +22,7 @@
 #include "Host/WatchText.h"
 #include "Platform/Clock.h"
 #include "Platform/Files.h"
+#include "Platform/WatchedChild.h"
 #include "WakelatchCore/AccessibilityDetector.h"
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/Json.h"
@@ -146,19 +147,33 @@ Finding checkTool(CommandRunning& runner, const ShellCommand& command,
 /// The tool behind the administrator prompt; not run, as it would prompt.
 Finding checkPromptTool() {
   const auto tool = administratorPromptTool();
-  if (!tool) return {"administrator prompt", true, "not on this system, nor is lid-closed mode"};
+  if (!tool) return {"administrator prompt", true, "not needed on this system"};
   if (::access(tool->c_str(), X_OK) == 0) return {"administrator prompt", true, tool->string()};
   return {"administrator prompt", false, tool->string() + " cannot be run",
           "lid-closed mode needs it"};
 }
 
-/// Starts the keep-awake tool for a moment: one that cannot work here ends by itself.
+/// Starts the keep-awake tool for a moment: one that cannot work here ends by itself, or does not
+/// give its word.
 Finding checkKeepAwakeTool() {
   const std::string path = keepAwakeTool().string();
+  const auto arguments = SleepController::caffeinateArguments(/*letDisplaySleep=*/true);
   constexpr double trialSeconds = 0.5;
   try {
-    ProcessCommandRunner(trialSeconds)
-        .run({path, SleepController::caffeinateArguments(/*letDisplaySleep=*/true)});
+    if (const double readySeconds = keepAwakeReadySeconds(); readySeconds > 0) {
+      const auto tool =
+          platform::WatchedChild::start(path, arguments, platform::ChildOutput::captured);
+      const auto word = tool->awaitWord(readySeconds);
+      const std::string silence = word ? "" : tool->whyNoWord(readySeconds);
+      tool->send(SIGKILL);
+      if (!word) {
+        return {"keep-awake tool", false, "cannot keep this machine awake: " + silence,
+                "the message says why this machine cannot be kept awake"};
+      }
+      return {"keep-awake tool", true,
+              path + (*word == "ready" ? " works" : " works, but " + *word)};
+    }
+    ProcessCommandRunner(trialSeconds).run({path, arguments});
     return {"keep-awake tool", false, path + " ended at once", "reinstall it"};
   } catch (const CommandRunnerError& error) {
     // Ended by us at the end of the trial, as it should be.

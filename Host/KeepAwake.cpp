@@ -2,7 +2,14 @@
 
 #include <utility>
 
+#include "Host/SystemTools.h"
+
 namespace wakelatch::host {
+namespace {
+
+constexpr const char* sleeping = "sleep";  // the topic of its notices
+
+}  // namespace
 
 Wish makeWish(const GuardDecision& decision, const GuardSettings& settings,
               const PowerSnapshot& power, LidState lidState, ThermalState thermalState,
@@ -19,11 +26,11 @@ Wish makeWish(const GuardDecision& decision, const GuardSettings& settings,
 }
 
 KeepAwake::KeepAwake(SleepController& controller, Notifier& notifier, double releaseDelaySeconds,
-                     Hooks hooks)
+                     bool toolGivesWord, Hooks hooks)
     : controller_(controller),
       notifier_(notifier),
       hooks_(std::move(hooks)),
-      tool_(controller, notifier),
+      tool_(controller, notifier, toolGivesWord),
       lidClosed_(controller, notifier, hooks_),
       hold_(releaseDelaySeconds) {}
 
@@ -39,15 +46,14 @@ void KeepAwake::apply(const Wish& wish) {
   }
   if (wish.decision.shouldPreventSleep) {
     hold_.forget();
-    sleepWhenReleased_.reset();
+    pendingSleep_.reset();
     prevent(wish);
     return;
   }
   // Asked for once only, and a machine held awake cannot sleep yet. Who moves the lid meanwhile
   // has taken over.
-  if (wish.decision.shouldSleepNow) sleepWhenReleased_ = wish.lidState;
-  if (sleepWhenReleased_ && hasMoved(*sleepWhenReleased_, wish.lidState))
-    sleepWhenReleased_.reset();
+  if (wish.decision.shouldSleepNow && !pendingSleep_) pendingSleep_ = {.lidState = wish.lidState};
+  if (pendingSleep_ && hasMoved(pendingSleep_->lidState, wish.lidState)) pendingSleep_.reset();
 
   if (wish.isDanger) {
     hold_.forget();
@@ -91,7 +97,7 @@ void KeepAwake::escape(const Wish& wish) {
     dangerRestoreAt_ = wish.at;
     lidClosed_.restoreWithoutPrompt();
   }
-  const bool isSleepWanted = sleepWhenReleased_.has_value();
+  const bool isSleepWanted = pendingSleep_.has_value();
   if (isSleepWanted && isDue(dangerSleepAt_)) {
     dangerSleepAt_ = wish.at;
     sleepIfAskedFor(wish);
@@ -99,7 +105,7 @@ void KeepAwake::escape(const Wish& wish) {
   if (!lidClosed_.isEngaged()) return;
   lidClosed_.restoreInDanger();
   if (lidClosed_.isEngaged() || !isSleepWanted) return;
-  sleepWhenReleased_ = wish.lidState;  // only now it can sleep
+  pendingSleep_ = {.lidState = wish.lidState};  // only now it can sleep
   dangerSleepAt_.reset();
   if (!hooks_.isNewest()) return;
   dangerSleepAt_ = wish.at;
@@ -107,17 +113,39 @@ void KeepAwake::escape(const Wish& wish) {
 }
 
 void KeepAwake::sleepIfAskedFor(const Wish& wish) {
-  if (!sleepWhenReleased_) return;
-  notifier_.tell("putting this machine to sleep: " + wish.decision.reason);
+  if (!pendingSleep_) return;
+  PendingSleep& sleep = *pendingSleep_;
+  if (sleep.refusedSince) {
+    if (!isOver(sleep.triedAt, refusedSleepPauseSeconds, wish.at)) return;
+    const bool isPatienceOver = isOver(*sleep.refusedSince, refusedSleepPatienceSeconds, wish.at);
+    if (isPatienceOver && !wish.isDanger && wish.lidState != LidState::closed) {
+      notifier_.problem(sleeping, "this machine stays awake: its sleep was refused for too long");
+      pendingSleep_.reset();
+      return;
+    }
+  } else {
+    notifier_.tell("putting this machine to sleep: " + wish.decision.reason);
+  }
   controller_.sleepNow();
-  if (!hooks_.isCancelled()) sleepWhenReleased_.reset();  // else for the wish that cancelled it
+  if (hooks_.isCancelled()) return;  // left to the wish that cancelled it
+  const auto failure = controller_.sleepFailure();
+  notifier_.problem(sleeping, failure ? "this machine cannot be put to sleep (tried again every "
+                                        "minute): " +
+                                            *failure
+                                      : "");
+  if (!failure) {
+    pendingSleep_.reset();
+    return;
+  }
+  if (!sleep.refusedSince) sleep.refusedSince = wish.at;
+  sleep.triedAt = wish.at;
 }
 
 bool KeepAwake::letGo() {
   tool_.stop();
   lidClosed_.awaitSettled();
   hold_.forget();
-  sleepWhenReleased_.reset();
+  pendingSleep_.reset();
   isLidClosedWanted_ = false;
   lidClosed_.restoreWithoutPrompt();
   return !lidClosed_.isEngaged();
@@ -131,6 +159,7 @@ bool KeepAwake::restore() {
 void KeepAwake::leaveEngaged() {
   tool_.stop();
   lidClosed_.awaitSettled();
+  if (!administratorPromptTool()) lidClosed_.restoreWithoutPrompt();  // it ends with this process
   if (!lidClosed_.isEngaged()) return;
   notifier_.tell(
       "the lid-closed setting stays engaged, because restoreNormalSleepOnQuit is off: this machine "
@@ -146,7 +175,8 @@ Held KeepAwake::held() const {
           .isRestoreOpen = isEngaged && !isLidClosedWanted_,
           .since = {},
           .releaseDueAt = hold_.dueAt(),
-          .prompt = {}};
+          .prompt = {},
+          .toolProblem = tool_.problem()};
 }
 
 }  // namespace wakelatch::host

@@ -53,6 +53,10 @@ class KeepAwake {
   /// Danger that goes on is answered again after this long: with sleep, and with a restore that
   /// needs no prompt.
   static constexpr double dangerPauseSeconds = 60;
+  /// A sleep that was refused, for another program's lock say, is asked for again after this long.
+  static constexpr double refusedSleepPauseSeconds = 60;
+  /// With the lid open somebody may have come back to the machine: no longer than this.
+  static constexpr double refusedSleepPatienceSeconds = 600;
 
   struct Hooks : LidClosedSetting::Hooks {
     /// Whether nothing newer is wanted. A prompt takes long: work may have begun meanwhile.
@@ -61,8 +65,9 @@ class KeepAwake {
 
   /// @param controller, notifier  owned by the caller
   /// @param releaseDelaySeconds   how long a lid-closed keep-awake outlasts the work
+  /// @param toolGivesWord         see KeepAwakeTool
   KeepAwake(SleepController& controller, Notifier& notifier, double releaseDelaySeconds,
-            Hooks hooks);
+            bool toolGivesWord, Hooks hooks);
 
   /// Ends the keep-awake tools of an earlier run. Before all others.
   void endOrphans() { controller_.reconcileOrphanedCaffeinate(); }
@@ -86,6 +91,13 @@ class KeepAwake {
   Held held() const;
 
  private:
+  /// A sleep that was asked for and has not come about.
+  struct PendingSleep {
+    LidState lidState;  ///< when it was asked for
+    std::optional<Timestamp> refusedSince = {};
+    Timestamp triedAt = {};  ///< last, when it was refused
+  };
+
   void prevent(const Wish& wish);
   void escape(const Wish& wish);
   void release(const Wish& wish);
@@ -97,7 +109,7 @@ class KeepAwake {
   KeepAwakeTool tool_;
   LidClosedSetting lidClosed_;
   ReleaseHold hold_;
-  std::optional<LidState> sleepWhenReleased_;  ///< the lid when sleep was asked for
+  std::optional<PendingSleep> pendingSleep_;
   bool isLidClosedWanted_ = false;
   /// Of the last sleep that was asked for and the last restore tried, in a danger that goes on.
   std::optional<Timestamp> dangerSleepAt_, dangerRestoreAt_;

@@ -9,24 +9,38 @@ namespace wakelatch::host {
 namespace {
 
 constexpr const char* topic = "keep-awake tool";
+const std::string cannot = "this machine cannot be kept awake: ";
 
 }  // namespace
 
 void KeepAwakeTool::want(bool letDisplaySleep, Timestamp now) {
   look(now);
   isWanted_ = true;
-  if (pausedSince_ && !isOver(*pausedSince_, pauseSeconds, now)) return;
+  if (pausedSince_ &&
+      !isOver(*pausedSince_, provenSeconds_ > 0 ? pauseSeconds : shortestPauseSeconds, now))
+    return;
   const auto before = controller_.appliedLetDisplaySleep();
   controller_.enableSleepPrevention(/*allowLidClosed=*/false, letDisplaySleep);
-  if (!controller_.isSleepPreventionEnabled()) {
-    notifier_.problem(
-        topic, "the keep-awake tool could not be started (the log says why); trying every tick");
-    return;
+  if (const auto problem = this->problem()) {
+    const bool isHeld = controller_.isSleepPreventionEnabled();
+    notifier_.problem(topic, (isHeld ? "this machine is kept awake, but " : cannot) + *problem);
+    if (!isHeld) return;
   }
   // A change of posture is a start as well. It may have ended again already: look() will see that.
   const bool isReplaced =
       before != letDisplaySleep && controller_.appliedLetDisplaySleep() != before;
   if (!before || isReplaced) startedAt_ = now;
+  if (provenSeconds_ == 0) look(now);
+}
+
+std::optional<std::string> KeepAwakeTool::problem() const {
+  if (!isWanted_) return std::nullopt;
+  if (const auto failure = controller_.keepAwakeFailure()) {
+    return isRunning() ? "with its display as before: " + *failure : *failure;
+  }
+  std::string word = controller_.keepAwakeWord();
+  if (word.empty() || word == "ready") return std::nullopt;
+  return word;
 }
 
 void KeepAwakeTool::stop() {
@@ -38,22 +52,23 @@ void KeepAwakeTool::stop() {
 void KeepAwakeTool::look(Timestamp now) {
   if (!startedAt_) return;
   const double age = secondsBetween(*startedAt_, now);
-  const bool isOld = isOver(*startedAt_, provenSeconds, now);
+  const bool isOld = isOver(*startedAt_, provenSeconds_, now);
   if (isRunning()) {
     if (!isOld) return;
     isTrusted_ = true;
     pausedSince_.reset();
-    if (isOver(*startedAt_, soundSeconds, now)) notifier_.problem(topic, "");
+    if (isOver(*startedAt_, soundSeconds, now) && !problem()) notifier_.problem(topic, "");
     return;
   }
   startedAt_.reset();
   if (isOld) {
     notifier_.problem(topic, "the keep-awake tool has ended by itself; starting it again");
+    if (age < shortestPauseSeconds) pausedSince_ = now;
     return;
   }
   isTrusted_ = false;
   if (!pausedSince_) {
-    notifier_.problem(topic, "this system cannot be kept awake: the keep-awake tool ended " +
+    notifier_.problem(topic, cannot + "the keep-awake tool ended " +
                                  std::to_string(std::lround(age)) +
                                  " s after its start; trying again once a minute");
   }

@@ -1,7 +1,9 @@
-// The keep-awake tool: started when wanted, not believed before it has shown that it works here.
+// The keep-awake tool: started when wanted, not believed before it has shown that it works here: by
+// its word, where it gives one, else by having run for a while.
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "Host/Notices.h"
 #include "Platform/Clock.h"
@@ -13,16 +15,22 @@ namespace wakelatch::host {
 /// prompt.
 class KeepAwakeTool {
  public:
-  /// A tool that cannot work here has ended by then: a session bus that hangs takes it ten seconds.
+  /// A tool that gives no word and cannot work here has ended by then.
   static constexpr double provenSeconds = 15;
   /// One that has run for so long ends the row of failures of which the user is told once.
   static constexpr double soundSeconds = 600;
-  /// One that ended before is started again after this long.
+  /// One that ended before it was proven is started again after this long.
   static constexpr double pauseSeconds = 60;
+  /// One that gave its word and ended sooner than this is given a rest as long.
+  static constexpr double shortestPauseSeconds = 1;
 
-  /// Both owned by the caller.
-  KeepAwakeTool(SleepController& controller, Notifier& notifier)
-      : controller_(controller), notifier_(notifier) {}
+  /// @param controller, notifier  owned by the caller
+  /// @param givesWord             a tool that has started holds the machine awake, by its word: it
+  ///                              is proven at once, and started again without a pause
+  KeepAwakeTool(SleepController& controller, Notifier& notifier, bool givesWord)
+      : controller_(controller),
+        notifier_(notifier),
+        provenSeconds_(givesWord ? 0 : provenSeconds) {}
 
   /// Starts the tool unless it runs or is paused after a failure.
   void want(bool letDisplaySleep, Timestamp now);
@@ -30,6 +38,9 @@ class KeepAwakeTool {
   void stop();
   /// Notices that it has ended by itself.
   void look(Timestamp now);
+
+  /// Why the tool that is wanted does not run, or what the one that runs does not do.
+  std::optional<std::string> problem() const;
 
   bool isWanted() const { return isWanted_; }
   bool isRunning() const { return controller_.appliedLetDisplaySleep().has_value(); }
@@ -39,6 +50,7 @@ class KeepAwakeTool {
  private:
   SleepController& controller_;
   Notifier& notifier_;
+  const double provenSeconds_;
   bool isWanted_ = false, isTrusted_ = false;
   std::optional<Timestamp> startedAt_;    ///< of the one that runs or has ended unnoticed
   std::optional<Timestamp> pausedSince_;  ///< by the last failure

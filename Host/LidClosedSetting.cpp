@@ -5,6 +5,8 @@
 #include <system_error>
 #include <thread>
 
+#include "Host/SystemTools.h"
+
 namespace wakelatch::host {
 namespace {
 
@@ -33,10 +35,12 @@ void LidClosedSetting::startUp() {
         "to take that over and restore it, stop watching and run: wakelatch restore --adopt");
     return;
   }
+  const bool isStale = controller_.disableSleepState() == State::off;
   const bool isRestored = prompt("restoring the lid-closed setting of an earlier run",
                                  &SleepController::reconcileStuckDisableSleep);
   changed();
   if (isRestored) {
+    if (isStale) notifier_.tell("the lid-closed setting of an earlier run is off already");
     look();
     return;
   }
@@ -100,9 +104,11 @@ void LidClosedSetting::restoreInDanger() {
 
 void LidClosedSetting::restoreFinally() {
   if (!isEngaged()) return;
-  notifier_.tell(
-      "the lid-closed setting has to be restored: answer the administrator prompt, or stop once "
-      "more to leave it engaged");
+  if (administratorPromptTool()) {
+    notifier_.tell(
+        "the lid-closed setting has to be restored: answer the administrator prompt, or stop once "
+        "more to leave it engaged");
+  }
   askToRestore();
 }
 

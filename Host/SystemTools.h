@@ -20,6 +20,10 @@ std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children, double
 /// How long an administrator prompt may stay open: time enough for a password.
 inline constexpr double adminTimeoutSeconds = 120;
 
+/// How long the system's keep-awake tool may take to say that it holds the machine awake, in
+/// seconds; 0 where it says nothing. See SleepController::ToolOptions.
+double keepAwakeReadySeconds();
+
 /// How long after a first listing of the processes a second one tells loads that can be believed,
 /// in seconds: as long as a watch leaves between two. 0 where the system itself keeps averages.
 double loadSampleSeconds();
@@ -31,7 +35,8 @@ void serviceSystemEvents();
 /// How hot the system says it is now. Reads it; callable from any thread.
 ThermalState thermalState();
 
-/// The tool that shows the administrator prompt; nothing on a system that has none.
+/// The tool that shows the administrator prompt; nothing on a system where lid-closed mode needs no
+/// password.
 std::optional<std::filesystem::path> administratorPromptTool();
 
 /// The file of the program that runs here, links resolved. Throws std::system_error when the system

@@ -14,9 +14,15 @@ namespace wakelatch::host {
 std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& /*children*/,
                                                 double timeoutSeconds) {
   ::setenv(watchPidVariable, std::to_string(::getpid()).c_str(), 1);
+  // Each runner acts for this process, which has one lid lock.
+  static const auto& lidLock = *new std::shared_ptr<LidLock>(std::make_shared<LidLock>());
   LinuxRoots roots;
   roots.logind.timeoutSeconds = timeoutSeconds;
-  return std::make_unique<LinuxTools>(std::move(roots));
+  return std::make_unique<LinuxTools>(std::move(roots), lidLock);
+}
+
+double keepAwakeReadySeconds() {
+  return 5;
 }
 
 double loadSampleSeconds() {

@@ -94,8 +94,7 @@ struct Effects {
               }),
         saver(store, notifier),
         actor(
-            {.caffeinatePath =
-                 options.caffeinatePath.empty() ? keepAwakeTool().string() : options.caffeinatePath,
+            {.caffeinatePath = options.caffeinatePath,
              .releaseDelaySeconds = options.releaseDelaySeconds,
              .staleSeconds = std::max(60.0, 5 * options.intervalSeconds),
              .restoreOnLeave = settings.restoreNormalSleepOnQuit},

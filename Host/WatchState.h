@@ -16,12 +16,14 @@ namespace wakelatch::host {
 struct Held {
   bool isToolWanted = false;            ///< the keep-awake tool is to run
   std::optional<bool> letDisplaySleep;  ///< the display posture of the tool that runs; else absent
-  bool isToolProven = false;            ///< it has run long enough to be believed
+  bool isToolProven = false;            ///< it has run long enough to be believed, or said so
   bool isLidClosedEngaged = false;      ///< the lid-closed setting is on, or not known to be off
   bool isRestoreOpen = false;           ///< engaged, unwanted, and it could not be restored
   std::optional<Timestamp> since;       ///< since when something holds the machine awake
   std::optional<Timestamp> releaseDueAt;  ///< of a lid-closed keep-awake without work
   std::optional<std::string> prompt;      ///< what the open administrator prompt is for
+  /// Why the tool that is wanted does not run, or what the one that runs does not do.
+  std::optional<std::string> toolProblem = {};
 
   bool isToolRunning() const { return letDisplaySleep.has_value(); }
   bool isHeld() const { return isToolRunning() || isLidClosedEngaged; }
@@ -69,6 +71,7 @@ inline constexpr auto jsonFields<host::Held> = std::tuple{
     optional("since", &host::Held::since),
     optional("releaseDueAt", &host::Held::releaseDueAt),
     optional("prompt", &host::Held::prompt),
+    optional("toolProblem", &host::Held::toolProblem),
 };
 template <>
 inline constexpr auto jsonFields<host::WatchState> = std::tuple{

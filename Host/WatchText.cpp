@@ -25,6 +25,10 @@ std::optional<WatchFault> heldFault(const Held& held) {
         "allow the prompt when it comes again, or stop the watch and run: wakelatch restore"};
   }
   if (held.isToolWanted && !held.isToolRunning()) {
+    if (held.toolProblem) {
+      return WatchFault{"cannot be kept awake: " + *held.toolProblem,
+                        "see to what it names; it is tried again every tick"};
+    }
     return WatchFault{"to be kept awake, but " + inEffect(held), "see the log for the reason"};
   }
   return std::nullopt;
@@ -40,6 +44,7 @@ std::string describe(const Held& held) {
   std::string text =
       *held.letDisplaySleep ? "kept awake, display may sleep" : "kept awake, display too";
   if (!held.isToolProven) text = "the keep-awake tool is being tried";
+  if (held.toolProblem) text += ", but " + *held.toolProblem;
   return text + (held.isLidClosedEngaged ? ", lid-closed setting engaged" : "");
 }
 

@@ -132,7 +132,7 @@ ChildProcess::~ChildProcess() {
   reap();
 }
 
-bool ChildProcess::awaitExit(double seconds) {
+bool ChildProcess::awaitExit(double seconds, bool untilLine) {
   const auto deadline = deadlineIn(seconds);
   const bool hadFlooded = hasFlooded();
   for (;;) {
@@ -156,6 +156,7 @@ bool ChildProcess::awaitExit(double seconds) {
     if (watched[1].revents != 0) standardOutput_.read();
     if (watched[2].revents != 0) standardError_.read();
     if (left == 0 || hasFlooded() != hadFlooded) return false;
+    if (untilLine && standardOutput_.text.find('\n') != std::string::npos) return false;
   }
 }
 

@@ -65,8 +65,9 @@ class ChildProcess {
   /// Waits until the child has exited, at most `seconds` (0 or less: looks once), and collects
   /// captured output meanwhile. At the exit it collects what the pipes hold and no more, whoever
   /// else may keep them open. Returns whether the child has exited; it is left to be reaped. The
-  /// wait in which hasFlooded() becomes true ends at once, so that the child can be stopped.
-  bool awaitExit(double seconds);
+  /// wait in which hasFlooded() becomes true ends at once, so that the child can be stopped; so
+  /// does every wait, with `untilLine`, once standardOutput() holds a whole line.
+  bool awaitExit(double seconds, bool untilLine = false);
 
   /// Whether more than maxCapturedBytes came in a stream. The rest is read and dropped.
   bool hasFlooded() const { return standardOutput_.isFlooded || standardError_.isFlooded; }
@@ -77,7 +78,9 @@ class ChildProcess {
   /// Waits for the exit and frees the child's id. Call once.
   ChildEnd reap();
 
-  /// What awaitExit() has collected so far; empty afterwards.
+  /// What awaitExit() has collected so far.
+  const std::string& standardOutput() const { return standardOutput_.text; }
+  /// The same; empty afterwards.
   std::string takeStandardOutput() { return std::move(standardOutput_.text); }
   std::string takeStandardError() { return std::move(standardError_.text); }
 

@@ -1,7 +1,6 @@
-// The requests to the session manager, over a real message bus and a small manager of our own.
-#include <fcntl.h>
+// The requests to the session manager, over a real message bus and a mock of the manager that is
+// not ours. Tests/logind-real tries real ones.
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
@@ -11,15 +10,18 @@
 #include "Host/SystemTools.h"
 #include "Host/linux/LinuxTools.h"
 #include "Host/linux/WatchProcess.h"
+#include "Platform/WatchedChild.h"
 #include "Tests/HostProgram.h"
 #include "Tests/TemporaryDirectory.h"
+#include "WakelatchCore/SleepController.h"
 
 namespace wakelatch::host {
 namespace {
 
-using platform::ChildProcess, platform::ChildOutput;
+using platform::ChildProcess, platform::ChildOutput, platform::WatchedChild;
+using namespace std::string_literals;
 
-/// The system bus of this process and its children, with a manager on it that gives out locks.
+/// The system bus of this process and its children, with python-dbusmock's session manager on it.
 class SessionManager : TemporaryDirectory {
  public:
   SessionManager() {
@@ -32,83 +34,87 @@ class SessionManager : TemporaryDirectory {
     const std::vector<std::string> options{"--nofork", "--config-file=" + config};
     daemon_.emplace("/usr/bin/dbus-daemon", options, ChildOutput::captured);
     while (sd_bus_open_system(&bus_) < 0 && !daemon_->awaitExit(0.01)) continue;
-    EXPECT_GE(sd_bus_request_name(bus_, "org.freedesktop.login1", 0), 0);
-    sd_bus_add_object(bus_, nullptr, "/org/freedesktop/login1", answer, this);
+    const std::vector<std::string> mock{"-m", "dbusmock", "--system", "--template", "logind"};
+    manager_.emplace("/usr/bin/python3", mock, ChildOutput::captured);
+    EXPECT_TRUE(eventually([this] { return answers(); })) << manager_->takeStandardError();
   }
   ~SessionManager() {
     sd_bus_flush_close_unref(bus_);
     ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
   }
 
-  /// Waits for the next request, answers it and tells it: "Suspend" or "<what>/<mode>".
-  std::string serve() {
-    for (request_.clear(); request_.empty();)
-      if (sd_bus_process(bus_, nullptr) == 0) sd_bus_wait(bus_, UINT64_MAX);
-    return request_;
+  /// From now on a method of the manager runs this Python instead.
+  void replace(const char* method, const char* in, const char* out, const char* code) {
+    const int result =
+        sd_bus_call_method(bus_, "org.freedesktop.login1", "/org/freedesktop/login1",
+                           "org.freedesktop.DBus.Mock", "AddMethod", nullptr, nullptr, "sssss",
+                           "org.freedesktop.login1.Manager", method, in, out, code);
+    EXPECT_GE(result, 0) << method;
   }
-
-  /// Whether the last lock given out is dropped within the time.
-  bool lockIsDropped(int milliseconds) const {
-    pollfd end{.fd = lockEnd_.get(), .events = 0, .revents = 0};
-    return ::poll(&end, 1, milliseconds) == 1 && (end.revents & POLLHUP) != 0;
+  /// Refuses every lock but of the kinds that the Python expression grants.
+  void grantOnlyIf(const std::string& condition) {
+    const std::string code = "import os, dbus\nif not (" + condition +
+                             "): raise dbus.exceptions.DBusException('not for you', "
+                             "name='org.freedesktop.DBus.Error.AccessDenied')\n"
+                             "ret = os.open('/dev/null', 0)";
+    replace("Inhibit", "ssss", "h", code.c_str());
   }
+  void hang() const { manager_->send(SIGSTOP); }
+  void goOn() const { manager_->send(SIGCONT); }
 
-  bool refuses = false;
+  /// The locks that are held: "sleep:idle/block" and the like, separated by blanks.
+  std::string locks() const {
+    std::string all;
+    for (const Inhibitor& lock : Logind().inhibitors())
+      all += (all.empty() ? "" : " ") + lock.what + "/" + lock.mode;
+    return all;
+  }
+  bool comesToHold(const std::string& expected) const {
+    return eventually([&] { return locks() == expected; });
+  }
 
  private:
-  static int answer(sd_bus_message* call, void* manager, sd_bus_error* error) {
-    auto& self = *static_cast<SessionManager*>(manager);
-    const char *what = "", *mode = "";
-    int interactive = 1, ends[2] = {-1, -1};
-    self.request_ = sd_bus_message_get_member(call);
-    if (self.refuses) return sd_bus_error_set(error, SD_BUS_ERROR_ACCESS_DENIED, "not for you");
-    if (self.request_ == "Suspend") {
-      sd_bus_message_read(call, "b", &interactive);
-      if (interactive != 0) self.request_ = "asks for a password";
-      return sd_bus_reply_method_return(call, "");
+  bool answers() const {
+    try {
+      return locks().empty();
+    } catch (const std::runtime_error&) {
+      return false;
     }
-    sd_bus_message_read(call, "ssss", &what, nullptr, nullptr, &mode);
-    self.request_ = std::string(what) + "/" + mode;
-    if (::pipe2(ends, O_CLOEXEC) != 0) return -errno;
-    self.lockEnd_ = platform::Descriptor(ends[0]);
-    return sd_bus_reply_method_return(call, "h", platform::Descriptor(ends[1]).get());
   }
 
-  std::optional<ChildProcess> daemon_;
+  std::optional<ChildProcess> daemon_, manager_;
   sd_bus* bus_ = nullptr;
-  std::string request_;
-  platform::Descriptor lockEnd_;  ///< hangs up when the lock's last holder has gone
 };
 
-TEST(Caffeinate, HoldsItsLockUntilItEnds) {
-  SessionManager manager;
-  const std::string system = "sleep:handle-lid-switch", display = system + ":idle";
+TEST(Caffeinate, HoldsItsLockUntilItEndsAndSaysSo) {
+  const SessionManager manager;
   using Row = std::tuple<std::string, std::string, int>;
   for (const auto& [flags, what, signal] :
-       {Row{"-dimsu", display, SIGTERM}, Row{"-ims", system, SIGKILL}}) {
-    ChildProcess tool(keepAwakeTool(), {flags}, ChildOutput::inherited);
-    EXPECT_EQ(manager.serve(), what + "/block");
-    EXPECT_FALSE(manager.lockIsDropped(100));
-    tool.send(signal);
-    EXPECT_TRUE(manager.lockIsDropped(10'000)) << signal;
+       {Row{"-dimsu", "sleep:idle/block", SIGTERM}, Row{"-ims", "sleep/block", SIGKILL}}) {
+    const auto tool = WatchedChild::start(keepAwakeTool(), {flags}, ChildOutput::captured);
+    EXPECT_EQ(tool->awaitWord(10), "ready");
+    EXPECT_EQ(manager.locks(), what) << "the lid is not held shut by it";
+    tool->send(signal);
+    EXPECT_TRUE(manager.comesToHold("")) << signal;
   }
 }
 
 TEST(Caffeinate, EndsWithItsWatchAlsoWhileTheBusIsStuck) {
-  SessionManager manager;
+  const SessionManager manager;
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);  // who has lost its parent is this process's child then
-  const std::string tool = keepAwakeTool().string() + " -ims & echo $!; wait";
+  const std::string tool = keepAwakeTool().string() + " -ims >&2 & echo $!; wait";
   for (const std::string start : {"", "WAKELATCH_PID=$$ "})
     for (const bool isStuck : {false, true}) {
+      if (isStuck) manager.hang();
       ChildProcess watch("/bin/sh", {"-c", start + tool}, ChildOutput::captured);
-      EXPECT_TRUE(isStuck || !manager.serve().empty());
+      EXPECT_TRUE(isStuck || manager.comesToHold("sleep/block"));
       EXPECT_FALSE(watch.awaitExit(0.3));
       watch.send(SIGKILL);
-      EXPECT_TRUE(isStuck || manager.lockIsDropped(3'000)) << start;
       watch.reap();
       const pid_t pid = std::stoi(watch.takeStandardOutput());
       EXPECT_TRUE(eventually([pid] { return ::waitpid(pid, nullptr, WNOHANG) == pid; }, 3));
-      if (isStuck) manager.serve();
+      if (isStuck) manager.goOn();
+      EXPECT_TRUE(manager.comesToHold("")) << start;
     }
   ::prctl(PR_SET_CHILD_SUBREAPER, 0);
 
@@ -133,29 +139,37 @@ TEST(Caffeinate, AWatchThatStaysStoppedIsLost) {
   EXPECT_EQ(lost.wait_for(seconds(5)), std::future_status::ready);
 }
 
-TEST(Caffeinate, SaysWhyItCannotHoldALock) {
-  const auto run = [](const char* flags, SessionManager* manager = nullptr) {
-    ChildProcess tool(keepAwakeTool(), {flags}, ChildOutput::captured);
-    if (manager != nullptr) manager->serve();
-    tool.awaitExit(10);
-    return std::to_string(tool.reap().number) + " " + tool.takeStandardError();
+TEST(Caffeinate, SaysWhatItCannotHoldAndWhy) {
+  const auto run = [](const char* flags) {
+    const auto tool = WatchedChild::start(keepAwakeTool(), {flags}, ChildOutput::captured);
+    const auto word = tool->awaitWord(1);
+    const std::string said = word.value_or(tool->whyNoWord(1));
+    tool->send(SIGKILL);
+    return said;
   };
   ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/bus", 1);
-  const std::string failure = "1 caffeinate: cannot keep this system awake: ";
-  EXPECT_EQ(run("-ims"), failure + "no system bus: No such file or directory\n");
-  EXPECT_EQ(run("-di"), "2 usage: caffeinate -dimsu | -ims\n");
+  EXPECT_EQ(run("-ims"), "no system bus: No such file or directory");
+  EXPECT_EQ(run("-di"), "usage: caffeinate -dimsu | -ims");
   SessionManager manager;
-  manager.refuses = true;
-  EXPECT_EQ(run("-dimsu", &manager), failure + "logind Inhibit: not for you\n");
+  manager.hang();
+  EXPECT_EQ(run("-ims"), "no answer within 1 s");
+  manager.goOn();
+  manager.grantOnlyIf("args[0] == 'idle'");
+  EXPECT_TRUE(run("-dimsu").starts_with("without a session at this computer only sleep for want"));
+  manager.grantOnlyIf("False");
+  EXPECT_EQ(run("-ims"), "this needs a session at this computer (logind Inhibit: not for you)");
 }
 
-TEST(Caffeinate, DoctorBelievesOneThatRanUntilItsSignal) {
+TEST(Caffeinate, DoctorBelievesItsWord) {
   const TemporaryHome home;
   const auto program = home.path() / "bin/wakelatch";
   std::filesystem::create_directories(program.parent_path());
   std::filesystem::copy_file(WAKELATCH_HOST_PROGRAM, program);
-  for (const auto& [body, said] : {std::pair("exec sleep 60", "ok       keep-awake tool"),
-                                   std::pair("exit 15", "PROBLEM  keep-awake tool")}) {
+  const std::string problem = "PROBLEM  keep-awake tool: cannot keep this machine awake: ";
+  for (const auto& [body, said] :
+       {std::pair("echo ready; exec sleep 60", "ok       keep-awake tool: "s),
+        std::pair("echo no bus >&2; exit 15", problem + "no bus\n"),
+        std::pair("exec sleep 60", problem + "no answer within 5 s\n")}) {
     writeScript(home.path() / "libexec/wakelatch/caffeinate", body);
     ChildProcess doctor(program, {"doctor"}, ChildOutput::captured);
     EXPECT_TRUE(doctor.awaitExit(30));
@@ -163,17 +177,66 @@ TEST(Caffeinate, DoctorBelievesOneThatRanUntilItsSignal) {
   }
 }
 
-TEST(LinuxTools, SuspendsThroughTheSessionManager) {
+TEST(LinuxTools, SuspendsUnlessSomebodyElseHoldsItOff) {
   SessionManager manager;
-  const auto suspend = [&manager] {
-    const ShellCommand command{"/usr/bin/pmset", {"sleepnow"}};
-    auto answer = std::async(std::launch::async, [&] { return LinuxTools().run(command); });
-    EXPECT_EQ(manager.serve(), "Suspend");
-    return answer.get();
-  };
-  EXPECT_EQ(suspend(), CommandResult{});
-  manager.refuses = true;
+  const auto suspend = [] { LinuxTools().run({"/usr/bin/pmset", {"sleepnow"}}); };
+  const std::string self = std::to_string(::geteuid());
+  for (const auto& [lock, why] : {
+           std::pair("('sleep', 'Wakelatch', 'w', 'block', " + self + ", 1)", ""),
+           std::pair("('sleep', 'backup', 'w', 'delay', 0, 1)"s, ""),
+           std::pair("('shutdown:idle', 'backup', 'w', 'block', 0, 1)"s, ""),
+           std::pair("('idle:sleep', 'backup', 'w', 'block', 0, 7)"s,
+                     "exit code 1: held off by backup (process 7 of user 0): w"),
+       }) {
+    const std::string code = "ret = [" + lock + "]";
+    manager.replace("ListInhibitors", "", "a(ssssuu)", code.c_str());
+    std::string failure;
+    try {
+      suspend();
+    } catch (const CommandRunnerError& error) {
+      failure = error.what();
+    }
+    EXPECT_EQ(failure, why) << lock;
+  }
+  manager.replace("ListInhibitors", "", "a(ssssuu)", "ret = []");
+  manager.replace("Suspend", "b", "", "if args[0]: raise Exception('asks for a password')");
+  EXPECT_NO_THROW(suspend());
+  manager.replace("Suspend", "b", "", "raise Exception('not now')");
   EXPECT_THROW(suspend(), CommandRunnerError);
+}
+
+TEST(LinuxTools, LidClosedModeIsALockOfTheProcess) {
+  const TemporaryHome home;
+  SessionManager manager;
+  FileLogger logger(home.path() / "log");
+  using State = SleepController::DisableSleepState;
+  {
+    LinuxTools tools;
+    SleepController controller(tools, tools, logger, "/bin/true");
+    EXPECT_EQ(controller.disableSleepState(), State::off);
+    for (int i = 0; i < 2; ++i) {  // the second time its restore goes without a prompt
+      EXPECT_TRUE(controller.engageLidClosedProtection());
+      EXPECT_EQ(manager.locks(), "handle-lid-switch/block");
+      EXPECT_EQ(controller.disableSleepState(), State::on);
+      EXPECT_TRUE(i == 0 ? controller.releaseLidClosedProtection()
+                         : controller.restoreLidClosedWithoutPrompt());
+      EXPECT_EQ(manager.locks(), "");
+    }
+    controller.engageLidClosedProtection();
+  }
+  // As after a crash: the kernel has let go of the lock, the marker is still there.
+  EXPECT_TRUE(manager.comesToHold(""));
+  LinuxTools tools;
+  SleepController next(tools, tools, logger, "/bin/true");
+  EXPECT_TRUE(next.reconcileStuckDisableSleep());
+  EXPECT_FALSE(std::filesystem::exists(SleepController::engagedMarkerURL()));
+  manager.grantOnlyIf("False");
+  EXPECT_FALSE(next.engageLidClosedProtection());
+  manager.hang();
+  EXPECT_EQ(LinuxTools({.logind = {.timeoutSeconds = 0.2}})
+                .run({"/usr/bin/pmset", {"-a", "disablesleep", "0"}}),
+            CommandResult{});
+  manager.goOn();
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 #include "Host/KeepAwake.h"
+#include "Host/WatchText.h"
 
 #include <gtest/gtest.h>
 
 #include <signal.h>
 
+#include <atomic>
 #include <filesystem>
 #include <optional>
 
@@ -22,6 +24,8 @@ struct Fixture : CommandRunning {
   bool refuses = false;  ///< the user refuses every prompt
   bool lies = false;     ///< a prompt ends well and does nothing
   bool isNewest = true;
+  std::atomic<int> ends = 0;  ///< of the tool, by itself
+  std::string sleepRefusal;
   Timestamp now;
   bool sleepDisabled = false;
   FileLogger logger;
@@ -33,15 +37,16 @@ struct Fixture : CommandRunning {
   LidState lid = LidState::closed;
   ThermalState heat = ThermalState::nominal;
 
-  explicit Fixture(const std::string& toolScript = "exec sleep 60") {
+  explicit Fixture(const std::string& toolScript = "exec sleep 60", double readySeconds = 0) {
     const auto tool = home.path() / "caffeinate";
     writeScript(tool, toolScript);
-    controller.emplace(*this, *this, logger, tool.string());
+    controller.emplace(*this, *this, logger, tool.string(),
+                       SleepController::ToolOptions{readySeconds, [this] { ++ends; }});
     const KeepAwake::Hooks hooks{{.promptShown = [](const auto&) {},
                                   .isCancelled = [] { return false; },
                                   .now = [this] { return now; }},
                                  [this] { return isNewest; }};
-    keepAwake.emplace(*controller, notifier, 60, hooks);
+    keepAwake.emplace(*controller, notifier, 60, readySeconds > 0, hooks);
     settings.keepAwakeWithLidClosed = true;
   }
 
@@ -53,6 +58,9 @@ struct Fixture : CommandRunning {
     if (!commands.empty()) commands += ", ";
     commands += last == "sleepnow" ? "sleep" : engages ? "engage" : "restore";
     if (!prompts && last == "0") commands += " directly";
+    if (last == "sleepnow" && !sleepRefusal.empty()) {
+      throw CommandRunnerError::nonZeroExit({1, "", sleepRefusal});
+    }
     if (prompts ? refuses : last == "0") throw CommandRunnerError::nonZeroExit({1, "", "refused"});
     if (prompts && !lies) sleepDisabled = engages;
     return {0, "", ""};
@@ -202,6 +210,68 @@ TEST(KeepAwake, AToolIsBelievedOnceItHasRunForAWhile) {
   fixture.tick(80, working);
   EXPECT_TRUE(fixture.isAwake()) << "no pause for a tool that works";
   EXPECT_EQ(fixture.notices, 2);
+}
+
+TEST(KeepAwake, AToolThatGivesItsWordIsBelievedThenAndNoSooner) {
+  // Says what is in $HOME/word, and fails with what is in $HOME/failure.
+  Fixture fixture(
+      "[ ! -e $HOME/failure ] || { cat $HOME/failure >&2; exit 1; }\n"
+      "[ ! -e $HOME/hangs ] || exec sleep 60\ncat $HOME/word; exec sleep 60",
+      2);
+  fixture.settings.keepAwakeWithLidClosed = false;
+  const auto put = [&](const char* name, const char* text) {
+    writeFile(fixture.home.path() / name, text);
+  };
+  const auto drop = [&](const char* name) { std::filesystem::remove(fixture.home.path() / name); };
+  const auto says = [&] { return describe(fixture.keepAwake->held()); };
+  put("word", "ready\n");
+  put("failure", "no bus\n");
+  fixture.tick(0, working);
+  EXPECT_EQ(says(), "cannot be kept awake: no bus");
+  drop("failure");
+  fixture.tick(2, working);
+  EXPECT_EQ(says(), "kept awake, display too") << "no pause";
+
+  // Another posture: what holds stays until its successor does.
+  const auto first = SleepController::readCaffeinatePIDs();
+  fixture.settings.letDisplaySleep = true;
+  put("hangs", "");
+  fixture.tick(4, working);
+  EXPECT_EQ(says(),
+            "kept awake, display too, but with its display as before: no answer within 2 s");
+  EXPECT_EQ(SleepController::readCaffeinatePIDs(), first);
+  drop("hangs");
+  put("word", "only half\n");
+  fixture.tick(6, working);
+  EXPECT_EQ(says(), "kept awake, display may sleep, but only half");
+  EXPECT_EQ(fixture.ends, 0);
+
+  ::kill(SleepController::readCaffeinatePIDs().at(0), SIGKILL);
+  EXPECT_TRUE(eventually([&] { return fixture.ends == 1; }));
+  put("word", "ready\n");
+  fixture.tick(8, working);
+  EXPECT_EQ(says(), "kept awake, display may sleep");
+  fixture.tick(10, watching);
+  EXPECT_EQ(fixture.ends, 1) << "it was stopped";
+}
+
+TEST(KeepAwake, ARefusedSleepIsAskedForAgainWhileItStands) {
+  Fixture fixture;
+  fixture.settings.keepAwakeWithLidClosed = false;
+  fixture.sleepRefusal = "held off by backup";
+  fixture.tick(0, working);
+  EXPECT_EQ(fixture.tick(2, watching, true), "sleep");
+  EXPECT_EQ(fixture.tick(4, watching) + fixture.tick(61, watching), "");
+  EXPECT_EQ(fixture.tick(62, watching), "sleep");
+  fixture.tick(64, working);
+  EXPECT_EQ(fixture.tick(130, watching), "") << "work has called it off";
+
+  fixture.lid = LidState::open;  // somebody may sit there
+  EXPECT_EQ(fixture.tick(1000, watching, true), "sleep");
+  EXPECT_EQ(fixture.tick(1599, watching), "sleep");
+  EXPECT_EQ(fixture.tick(1660, watching), "");
+  fixture.sleepRefusal = "";
+  EXPECT_EQ(fixture.tick(1800, watching), "");
 }
 
 TEST(KeepAwake, LidClosedModeSwitchedOffWhileEngagedIsRestored) {

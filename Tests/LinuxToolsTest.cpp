@@ -157,11 +157,8 @@ TEST(LinuxTools, TellsTemperature) {
 
 TEST(LinuxTools, AnswersNothingElse) {
   LinuxTools tools;
-  EXPECT_EQ(tools.run({"/usr/bin/pmset", {"-a", "disablesleep", "0"}}), CommandResult{});
-  EXPECT_THAT(tools.run({"/usr/bin/pmset", {"-g"}}).standardOutput,
-              HasSubstr("SleepDisabled\t\t0"));
   EXPECT_THROW(tools.run({"/bin/ps", {"-p", "999999999", "-o", "comm="}}), CommandRunnerError);
-  EXPECT_THROW(tools.run({"/usr/bin/osascript", {"-e", "anything"}}), CommandRunnerError);
+  EXPECT_THROW(tools.run({"/usr/bin/osascript", {"-e", "anything"}}), std::runtime_error);
   EXPECT_THROW(tools.run({"/usr/bin/pmset", {"-g", "therm"}}), std::runtime_error);
 }
 

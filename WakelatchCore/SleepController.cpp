@@ -70,10 +70,16 @@ void removeQuietly(const std::filesystem::path& file) {
 
 SleepController::SleepController(CommandRunning& runner, CommandRunning& adminRunner,
                                  FileLogger& logger, std::string caffeinatePath)
+    : SleepController(runner, adminRunner, logger, std::move(caffeinatePath), ToolOptions()) {}
+
+SleepController::SleepController(CommandRunning& runner, CommandRunning& adminRunner,
+                                 FileLogger& logger, std::string caffeinatePath,
+                                 ToolOptions toolOptions)
     : runner_(runner),
       adminRunner_(adminRunner),
       logger_(logger),
-      caffeinatePath_(std::move(caffeinatePath)) {}
+      caffeinatePath_(std::move(caffeinatePath)),
+      toolOptions_(std::move(toolOptions)) {}
 
 SleepController::~SleepController() {
   stopCaffeinate();
@@ -99,6 +105,21 @@ std::optional<bool> SleepController::appliedLetDisplaySleep() const {
   }
   if (process == nullptr || !process->isRunning()) return std::nullopt;
   return letDisplaySleep;
+}
+
+std::optional<std::string> SleepController::keepAwakeFailure() const {
+  const platform::MutexLock guard(lock_);
+  return keepAwakeFailure_;
+}
+
+std::string SleepController::keepAwakeWord() const {
+  const platform::MutexLock guard(lock_);
+  return keepAwakeWord_;
+}
+
+std::optional<std::string> SleepController::sleepFailure() const {
+  const platform::MutexLock guard(lock_);
+  return sleepFailure_;
 }
 
 // ------------------------------------------------------------------------------------ every tick
@@ -128,24 +149,61 @@ void SleepController::stopKeepAwake() {
 }
 
 void SleepController::signalKeepAwake() const {
-  std::shared_ptr<platform::WatchedChild> process;
+  std::shared_ptr<platform::WatchedChild> current, starting;
   {
     const platform::MutexLock guard(lock_);
-    process = caffeinateProcess_;
+    current = caffeinateProcess_;
+    starting = startingProcess_;
   }
-  if (process != nullptr) process->send(SIGTERM);
+  for (const auto& process : {current, starting}) {
+    if (process != nullptr) process->send(SIGTERM);
+  }
 }
 
 void SleepController::sleepNow() {
   logger_.log("Requesting pmset sleepnow");
+  std::optional<std::string> failure;
   try {
     runner_.run(pmset({"sleepnow"}));
   } catch (const std::exception& error) {
-    logger_.log(std::string("pmset sleepnow failed: ") + error.what());
+    failure = error.what();
+    logger_.log("pmset sleepnow failed: " + *failure);
   }
+  const platform::MutexLock guard(lock_);
+  sleepFailure_ = failure;
 }
 
 // --------------------------------------------------------------------------- keep-awake process
+
+SleepController::Started SleepController::launchCaffeinate(bool letDisplaySleep) {
+  const double readySeconds = toolOptions_.readySeconds;
+  Started started;
+  try {
+    started.process = platform::WatchedChild::start(
+        caffeinatePath_, caffeinateArguments(letDisplaySleep),
+        readySeconds > 0 ? platform::ChildOutput::captured : platform::ChildOutput::inherited);
+  } catch (const std::exception& error) {
+    started.failure = error.what();
+    return started;
+  }
+  if (readySeconds <= 0) return started;
+
+  {
+    const platform::MutexLock guard(lock_);
+    startingProcess_ = started.process;
+  }
+  const std::optional<std::string> word = started.process->awaitWord(readySeconds);
+  if (word) {
+    started.word = *word;
+  } else {
+    started.failure = started.process->whyNoWord(readySeconds);
+    platform::stop(*started.process, stopLadder);
+    started.process = nullptr;
+  }
+  const platform::MutexLock guard(lock_);
+  startingProcess_ = nullptr;
+  return started;
+}
 
 bool SleepController::startCaffeinate(bool letDisplaySleep) {
   std::shared_ptr<platform::WatchedChild> previous;
@@ -158,18 +216,13 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   if (previous != nullptr && !previous->isRunning()) previous = nullptr;
   if (previous != nullptr && previousLetDisplaySleep == letDisplaySleep) return true;
 
-  std::shared_ptr<platform::WatchedChild> started;
-  std::string failure;
-  try {
-    started = platform::WatchedChild::start(caffeinatePath_, caffeinateArguments(letDisplaySleep));
-  } catch (const std::exception& error) {
-    failure = error.what();
-  }
+  const auto [started, word, failure] = launchCaffeinate(letDisplaySleep);
   if (started == nullptr) {
     bool isLogged = false;
     {
       const platform::MutexLock guard(lock_);
       isLogged = std::exchange(caffeinateLaunchFailureLogged_, true);
+      keepAwakeFailure_ = failure;
     }
     if (!isLogged) {
       logger_.log("Failed to start caffeinate: " + failure + " — retrying each tick, logging once");
@@ -181,7 +234,10 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
     caffeinateProcess_ = started;
     caffeinateLetDisplaySleep_ = letDisplaySleep;
     caffeinateLaunchFailureLogged_ = false;
+    keepAwakeFailure_.reset();
+    keepAwakeWord_ = word;
   }
+  started->onExit(toolOptions_.ended);
   std::vector<std::int32_t> ids{started->id()};
   if (previous != nullptr) ids.push_back(previous->id());
   writeCaffeinatePIDs(ids);
@@ -190,6 +246,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   // Only now that the new one runs: there is no gap in which the machine could fall asleep.
   if (previous != nullptr) {
     const std::string id = std::to_string(previous->id());
+    previous->forgetHook();
     if (platform::stop(*previous, stopLadder)) {
       writeCaffeinatePIDs({started->id()});
       logger_.log("Retired previous caffeinate pid " + id + " after a display-posture change");
@@ -207,6 +264,7 @@ void SleepController::stopCaffeinate() {
     const platform::MutexLock guard(lock_);
     process = std::exchange(caffeinateProcess_, nullptr);
   }
+  if (process != nullptr) process->forgetHook();
   if (process != nullptr && process->isRunning()) {
     const std::string id = std::to_string(process->id());
     if (platform::stop(*process, stopLadder)) {

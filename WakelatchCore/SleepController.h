@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,6 +37,18 @@ class SleepController {
     unknown,  ///< no answer
   };
 
+  /// What a host may want of its keep-awake tool beyond the usual.
+  struct ToolOptions {
+    /// How long to wait, at a start, for the tool's word that it holds the machine awake: a line on
+    /// its standard output. A tool that ends or does not say so in time has failed to start, and
+    /// the one that it was to replace runs on; until it has said so the replaced one is not ended.
+    /// 0: the tool counts as soon as it runs, and its output goes where the host's goes.
+    double readySeconds = 0;
+    /// Told, on a thread of its own and once for each, when the keep-awake process has ended
+    /// without having been stopped by the controller. Not any more once that is destroyed.
+    std::function<void()> ended = {};
+  };
+
   /// Runners and logger are used, not owned.
   /// @param runner          runs commands that need no privilege
   /// @param adminRunner     runs the commands that prompt for the administrator's password
@@ -43,6 +56,8 @@ class SleepController {
   /// @param caffeinatePath  the keep-awake tool; has to run until it is terminated
   SleepController(CommandRunning& runner, CommandRunning& adminRunner, FileLogger& logger,
                   std::string caffeinatePath);
+  SleepController(CommandRunning& runner, CommandRunning& adminRunner, FileLogger& logger,
+                  std::string caffeinatePath, ToolOptions toolOptions);
   /// Stops the keep-awake process, removes the pid file, even that of another controller, and
   /// leaves the lid-closed setting as it is.
   ~SleepController();
@@ -55,6 +70,12 @@ class SleepController {
   bool isLidClosedProtectionEngaged() const;
   /// The display posture in effect; absent while no keep-awake process runs.
   std::optional<bool> appliedLetDisplaySleep() const;
+  /// Why the last try to start a keep-awake process failed; absent once one has started.
+  std::optional<std::string> keepAwakeFailure() const;
+  /// What the last keep-awake process that started has said in its word (ToolOptions).
+  std::string keepAwakeWord() const;
+  /// Why the last sleepNow() failed; absent when it did not.
+  std::optional<std::string> sleepFailure() const;
 
   // ------------------------------------------------------------------------------- every tick
 
@@ -83,7 +104,8 @@ class SleepController {
   /// Stops the keep-awake process and leaves the lid-closed setting as it is.
   void stopKeepAwake();
 
-  /// Tells the keep-awake process to end (SIGTERM) and returns at once. From any thread, also while
+  /// Tells the keep-awake process to end (SIGTERM), and one that is being started, and returns at
+  /// once. From any thread, also while
   /// another call is under way, which may be waiting for a prompt or a disk. A stopping call still
   /// has to follow: it makes sure, and removes the pid file.
   void signalKeepAwake() const;
@@ -145,6 +167,11 @@ class SleepController {
   static bool parseSleepDisabled(std::string_view output);
 
  private:
+  struct Started {
+    std::shared_ptr<platform::WatchedChild> process;  ///< none when it failed
+    std::string word, failure;
+  };
+  Started launchCaffeinate(bool letDisplaySleep);
   bool startCaffeinate(bool letDisplaySleep);
   void stopCaffeinate();
   bool disengageDisableSleep();
@@ -162,9 +189,15 @@ class SleepController {
   CommandRunning& adminRunner_;
   FileLogger& logger_;
   std::shared_ptr<platform::WatchedChild> caffeinateProcess_ WAKELATCH_GUARDED_BY(lock_);
+  /// The one whose word is waited for.
+  std::shared_ptr<platform::WatchedChild> startingProcess_ WAKELATCH_GUARDED_BY(lock_);
+  std::optional<std::string> keepAwakeFailure_ WAKELATCH_GUARDED_BY(lock_);
+  std::string keepAwakeWord_ WAKELATCH_GUARDED_BY(lock_);
+  std::optional<std::string> sleepFailure_ WAKELATCH_GUARDED_BY(lock_);
   bool caffeinateLetDisplaySleep_ WAKELATCH_GUARDED_BY(lock_) = false;
   bool caffeinateLaunchFailureLogged_ WAKELATCH_GUARDED_BY(lock_) = false;
   const std::string caffeinatePath_;
+  const ToolOptions toolOptions_;
 };
 
 }  // namespace wakelatch

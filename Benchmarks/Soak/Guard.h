@@ -37,7 +37,7 @@ class Guard {
         sessions_(lookFiles_),
         activity_(processes_, texts_, sessions_),
         controller(tools, tools, FileLogger::shared(), world.tool().string()),
-        keepAwake(controller, notifier_, releaseDelaySeconds,
+        keepAwake(controller, notifier_, releaseDelaySeconds, /*toolGivesWord=*/false,
                   {{.promptShown = [this](const auto& text) { tools_.isPromptAnnounced = !!text; },
                     .isCancelled = [] { return false; },
                     .now = [this] { return world_.now(); }},

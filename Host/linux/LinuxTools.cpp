@@ -1,9 +1,11 @@
 #include "Host/linux/LinuxTools.h"
 
-#include <exception>
+#include <algorithm>
+#include <chrono>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace wakelatch::host {
@@ -20,7 +22,36 @@ CommandResult printed(std::string text) {
 
 }  // namespace
 
-LinuxTools::LinuxTools(LinuxRoots roots) : roots_(std::move(roots)), processes_(roots_.proc) {}
+void LidLock::take(const Logind& logind) {
+  const platform::MutexLock guard(mutex_);
+  if (lock_.get() < 0) lock_ = platform::Descriptor(logind.inhibit("handle-lid-switch"));
+}
+
+void LidLock::release(const Logind& logind) {
+  {
+    const platform::MutexLock guard(mutex_);
+    lock_.close();
+  }
+  constexpr int looks = 20;
+  constexpr std::chrono::milliseconds pause(50);
+  try {
+    for (int i = 0; i < looks && isListed(logind); ++i) std::this_thread::sleep_for(pause);
+  } catch (const std::runtime_error&) {
+    // The kernel has closed it, whether or not the session manager answers.
+  }
+}
+
+bool LidLock::isListed(const Logind& logind) try {
+  const auto all = logind.inhibitors();
+  return std::any_of(all.begin(), all.end(), [](const Inhibitor& lock) {
+    return lock.who == Logind::who && lock.holdsOff("handle-lid-switch");
+  });
+} catch (const NoSessionManager&) {
+  return false;
+}
+
+LinuxTools::LinuxTools(LinuxRoots roots, std::shared_ptr<LidLock> lidLock)
+    : roots_(std::move(roots)), lidLock_(std::move(lidLock)), processes_(roots_.proc) {}
 
 CommandResult LinuxTools::run(const ShellCommand& command) {
   std::string line = command.executable;
@@ -36,18 +67,28 @@ CommandResult LinuxTools::run(const ShellCommand& command) {
   }
   if (is("/usr/bin/pmset -g batt")) return printed(batteryReport(roots_.powerSupply));
   if (is("/usr/sbin/ioreg -r -k AppleClamshellState -d 1")) return printed(lidReport(roots_.lid));
-  if (is("/usr/bin/pmset -g")) return printed("System-wide power settings:\n SleepDisabled\t\t0\n");
-  if (is("/usr/bin/pmset -a disablesleep 0")) return printed("");
-  if (is("/usr/bin/pmset sleepnow")) {
-    try {
-      roots_.logind.suspend();
-    } catch (const std::exception& error) {
-      fail(error.what());
+  try {
+    if (is("/usr/bin/pmset -g")) {
+      const bool isDisabled = LidLock::isListed(roots_.logind);
+      return printed(std::string("System-wide power settings:\n SleepDisabled\t\t") +
+                     (isDisabled ? "1\n" : "0\n"));
     }
-    return printed("");
-  }
-  if (command.executable == "/usr/bin/osascript") {
-    fail("lid-closed mode through an administrator prompt exists on macOS only");
+    if (is("/usr/bin/pmset sleepnow")) {
+      roots_.logind.suspend();
+      return printed("");
+    }
+    const bool isScript = command.executable == "/usr/bin/osascript";
+    if (isScript && line.find("disablesleep 1") != line.npos) {
+      lidLock_->take(roots_.logind);
+      return printed("");
+    }
+    if (is("/usr/bin/pmset -a disablesleep 0") ||
+        (isScript && line.find("disablesleep 0") != line.npos)) {
+      lidLock_->release(roots_.logind);
+      return printed("");
+    }
+  } catch (const std::runtime_error& error) {
+    fail(error.what());
   }
   throw std::runtime_error("no stand-in on this system for: " + line);
 }

@@ -3,9 +3,12 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 
 #include "Host/linux/LinuxToolsProcesses.h"
 #include "Host/linux/Logind.h"
+#include "Platform/Descriptor.h"
+#include "Platform/Mutex.h"
 #include "WakelatchCore/Models.h"
 #include "WakelatchCore/ShellCommand.h"
 
@@ -20,6 +23,24 @@ struct LinuxRoots {
   Logind logind = {};
 };
 
+/// The lock of this process that keeps a closed lid from putting the machine to sleep. May be used
+/// from any thread.
+class LidLock {
+ public:
+  /// Takes it unless it is held. Throws as Logind::inhibit().
+  void take(const Logind& logind);
+  /// Lets go, and waits for up to a second until the session manager has seen it.
+  void release(const Logind& logind);
+
+  /// Whether the session manager lists such a lock, of this process or another one of ours; none
+  /// where there is no session manager. Throws std::runtime_error when it does not answer.
+  static bool isListed(const Logind& logind);
+
+ private:
+  platform::Mutex mutex_;
+  platform::Descriptor lock_ WAKELATCH_GUARDED_BY(mutex_);
+};
+
 /// Answers these command lines and no other:
 ///
 ///     /bin/ps -axo pid=,ppid=,pcpu=,comm=    see ProcessTable
@@ -27,13 +48,16 @@ struct LinuxRoots {
 ///     /bin/ps -p PID -o comm=                status 1 when there is no such process
 ///     /usr/bin/pmset -g batt                 see batteryReport()
 ///     /usr/sbin/ioreg -r -k AppleClamshellState -d 1
-///     /usr/bin/pmset -g                      sleep is never disabled: Linux has no such setting
-///     /usr/bin/pmset -a disablesleep 0       so this has nothing to do
+///     /usr/bin/pmset -g                      sleep is disabled while a lid lock is listed
+///     /usr/bin/osascript -e ... disablesleep 1 ...   takes the lid lock
+///     /usr/bin/osascript -e ... disablesleep 0 ...   lets it go
+///     /usr/bin/pmset -a disablesleep 0       lets it go as well
 ///     /usr/bin/pmset sleepnow                suspends through logind
-///     /usr/bin/osascript ...                 fails: there is no administrator prompt
 class LinuxTools : public CommandRunning {
  public:
-  explicit LinuxTools(LinuxRoots roots = {});
+  /// @param lidLock  shared by all that act for one process; none given: one of its own
+  explicit LinuxTools(LinuxRoots roots = {},
+                      std::shared_ptr<LidLock> lidLock = std::make_shared<LidLock>());
 
   /// Safe from several threads at once; process listings wait for each other, and the first takes
   /// ProcessTable::sampleSeconds. What the kernel does not tell is left out of the answer. Throws
@@ -43,6 +67,7 @@ class LinuxTools : public CommandRunning {
 
  private:
   const LinuxRoots roots_;
+  const std::shared_ptr<LidLock> lidLock_;
   ProcessTable processes_;
 };
 

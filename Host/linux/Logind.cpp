@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -41,7 +42,9 @@ Bus connect(const Logind& logind) {
   checked(sd_bus_set_bus_client(created, true), "no bus");
   const auto microseconds = static_cast<std::uint64_t>(logind.timeoutSeconds * 1e6);
   checked(sd_bus_set_method_call_timeout(created, microseconds), "no bus");
-  checked(sd_bus_start(created), "no system bus");
+  if (const int result = sd_bus_start(created); result < 0) {
+    throw NoSessionManager("no system bus: " + std::generic_category().message(-result));
+  }
   return bus;
 }
 
@@ -53,23 +56,51 @@ Message callManager(const Bus& bus, const char* member, const char* types, Argum
   const int result = sd_bus_call_method(bus.get(), "org.freedesktop.login1",
                                         "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
                                         member, &error, &reply, types, arguments...);
-  const std::string cause = error.message != nullptr ? error.message : "";
+  if (result >= 0) return Message(reply);
+  const bool isMissing = sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
+  std::string cause = std::string("logind ") + member + ": ";
+  cause += error.message != nullptr ? error.message : std::generic_category().message(-result);
   sd_bus_error_free(&error);
-  if (!cause.empty()) throw std::runtime_error(std::string("logind ") + member + ": " + cause);
-  checked(result, member);
-  return Message(reply);
+  if (isMissing) throw NoSessionManager(cause);
+  if (result == -EACCES || result == -EPERM) throw LogindRefusal(cause);
+  throw std::runtime_error(cause);
+}
+
+std::vector<Inhibitor> inhibitorsOn(const Bus& bus) {
+  const Message reply = callManager(bus, "ListInhibitors", "");
+  std::vector<Inhibitor> found;
+  checked(sd_bus_message_enter_container(reply.get(), 'a', "(ssssuu)"), "logind ListInhibitors");
+  const char *what = "", *who = "", *why = "", *mode = "";
+  for (Inhibitor lock; checked(sd_bus_message_read(reply.get(), "(ssssuu)", &what, &who, &why,
+                                                   &mode, &lock.uid, &lock.pid),
+                               "logind ListInhibitors") > 0;) {
+    lock.what = what, lock.who = who, lock.why = why, lock.mode = mode;
+    found.push_back(lock);
+  }
+  return found;
 }
 
 }  // namespace
 
+std::vector<Inhibitor> Logind::inhibitors() const {
+  return inhibitorsOn(connect(*this));
+}
+
 void Logind::suspend() const {
   const Bus bus = connect(*this);
+  for (const Inhibitor& lock : inhibitorsOn(bus)) {
+    // The lock of our own tool, which has just ended, may still be listed.
+    const bool isOurs = lock.who == who && lock.uid == ::geteuid();
+    if (isOurs || !lock.holdsOff("sleep")) continue;
+    throw std::runtime_error("held off by " + lock.who + " (process " + std::to_string(lock.pid) +
+                             " of user " + std::to_string(lock.uid) + "): " + lock.why);
+  }
   callManager(bus, "Suspend", "b", 0);
 }
 
 int Logind::inhibit(const std::string& what) const {
   const Bus bus = connect(*this);
-  const Message reply = callManager(bus, "Inhibit", "ssss", what.c_str(), "Wakelatch",
+  const Message reply = callManager(bus, "Inhibit", "ssss", what.c_str(), who,
                                     "Keeping this computer awake", "block");
   int lock = -1;  // belongs to the reply
   checked(sd_bus_message_read(reply.get(), "h", &lock), "logind Inhibit");

@@ -1,18 +1,42 @@
 // Stand-in for the keep-awake tool: holds a lock of the session manager against sleep until it is
 // ended or its watch is lost. Called with the tool's flag word; its process name is the tool's too,
-// because the clean-up after a crash goes by the name.
+// because the clean-up after a crash goes by the name. Once it holds the lock it says so: one line
+// on standard output, "ready" or what the lock does not cover.
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <string>
 #include <string_view>
 #include <thread>
 
 #include "Host/linux/Logind.h"
 #include "Host/linux/WatchProcess.h"
 
-using wakelatch::host::WatchProcess;
+using wakelatch::host::Logind, wakelatch::host::LogindRefusal, wakelatch::host::WatchProcess;
+
+namespace {
+
+/// Takes the best lock that is to be had and returns the word about it. Whoever has no session at
+/// this computer, over ssh for one, is granted a lock against idling alone.
+const char* takeLock(const char* what) {
+  try {
+    Logind().inhibit(what);
+    return "ready";
+  } catch (const LogindRefusal& refusal) {
+    try {
+      Logind().inhibit("idle");
+    } catch (const LogindRefusal&) {
+      throw std::runtime_error(std::string("this needs a session at this computer (") +
+                               refusal.what() + ")");
+    }
+    return "without a session at this computer only sleep for want of activity is held off, not "
+           "one that is asked for";
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   const std::string_view flags = argc == 2 ? argv[1] : "";
@@ -23,10 +47,12 @@ int main(int argc, char** argv) {
   }
 
   // Ending is left to the signals' default action, which works at any moment, also in the middle of
-  // a call on the bus. A parent may have left them blocked or ignored.
+  // a call on the bus. A parent may have left them blocked or ignored. Nobody who stops listening
+  // costs the lock.
   sigset_t none;
   sigemptyset(&none);
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) std::signal(signal, SIG_DFL);
+  std::signal(SIGPIPE, SIG_IGN);
   sigprocmask(SIG_SETMASK, &none, nullptr);
 
   try {
@@ -36,10 +62,12 @@ int main(int argc, char** argv) {
       watch.awaitLoss({});
       ::_exit(0);
     }).detach();
-    wakelatch::host::Logind().inhibit(displayStaysAwake ? "sleep:handle-lid-switch:idle"
-                                                        : "sleep:handle-lid-switch");
+    // Not against the lid: that is lid-closed mode's own lock. Nor against idling when the display
+    // may sleep, which is what an idle session's does.
+    std::puts(takeLock(displayStaysAwake ? "sleep:idle" : "sleep"));
+    std::fflush(stdout);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "caffeinate: cannot keep this system awake: %s\n", error.what());
+    std::fprintf(stderr, "%s\n", error.what());
     return 1;
   }
   for (;;) ::pause();
