@@ -85,6 +85,30 @@ TEST(LinuxTools, TellsCPUUseSinceThePreviousListing) {
   EXPECT_EQ(listed("Z", 4990, 9), "    7     3   0.0 <defunct>\n");
 }
 
+TEST(LinuxTools, NoticesWhatAProcessBecomes) {
+  const Files proc;
+  LinuxTools tools({.proc = proc.path()});
+  const auto become = [&](const std::string& status, const std::string& commandLine) {
+    writeFile(proc.path() / "7/stat", status);
+    writeFile(proc.path() / "7/cmdline", commandLine);
+  };
+  const auto isListedWithin = [&](int listings, const std::string& program) {
+    const auto isListed = [&] {
+      return tools.run(usage).standardOutput.ends_with(" " + program + "\n");
+    };
+    while (listings > 0 && !isListed()) --listings;
+    return listings > 0;
+  };
+  become(stat("one", "S", 0, 5), "one\0"s);
+  EXPECT_TRUE(isListedWithin(1, "one"));
+  become(stat("two", "S", 0, 5), "two\0"s);
+  EXPECT_TRUE(isListedWithin(1, "two")) << "another name";
+  become(stat("two", "S", 0, 6), "/x/two\0"s);
+  EXPECT_TRUE(isListedWithin(1, "/x/two")) << "another process of the same id and name";
+  become(stat("two", "S", 0, 6), "/y/two\0"s);
+  EXPECT_TRUE(isListedWithin(5, "/y/two")) << "another title, at no measurable cost";
+}
+
 TEST(LinuxTools, ListsRealProcesses) {
   const TemporaryDirectory directory;
   const std::string agent = WAKELATCH_CHILDREN_DIR "/agent", claude = directory.path() / "claude";

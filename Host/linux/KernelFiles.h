@@ -1,27 +1,40 @@
 // Reading what the kernel tells in files of /proc and /sys.
 #pragma once
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
-#include "Platform/Files.h"
+#include "Platform/Descriptor.h"
 
 namespace wakelatch::host {
 
 /// A file's content; nothing when it is not there, when its process or device has gone, or when it
-/// may not be read.
+/// may not be read. For files that the kernel makes up: these have no size, and no owner to trust.
 inline std::optional<std::string> kernelFile(const std::filesystem::path& file) {
-  try {
-    return platform::readFile(file, platform::Owner::anybody);
-  } catch (const std::system_error&) {
-    return std::nullopt;
+  constexpr std::size_t longest = 16U << 20;
+  const platform::Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (opened.get() < 0) return std::nullopt;
+  std::string content;
+  for (std::array<char, 4096> block; content.size() < longest;) {
+    const ssize_t count = ::read(opened.get(), block.data(), block.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    content.append(block.data(), static_cast<std::size_t>(count));
   }
+  return content;
 }
 
 /// The integer that `text` is as a whole; independent of the locale.
@@ -33,14 +46,20 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
+/// Calls `visit` with the name of each entry of a directory; with none when it cannot be read.
+template <class Visit>
+void forEachName(const std::filesystem::path& directory, const Visit& visit) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(directory.c_str()), &::closedir);
+  while (const dirent* entry = listing ? ::readdir(listing.get()) : nullptr) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") visit(name);
+  }
+}
+
 /// The names of a directory's entries, in order; none when it cannot be read.
 inline std::vector<std::string> namesIn(const std::filesystem::path& directory) {
   std::vector<std::string> names;
-  std::error_code error;
-  for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    names.push_back(entry->path().filename().string());
-  }
+  forEachName(directory, [&](std::string_view name) { names.emplace_back(name); });
   std::sort(names.begin(), names.end());
   return names;
 }

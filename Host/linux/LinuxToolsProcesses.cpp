@@ -24,9 +24,9 @@ std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
 
 std::vector<pid_t> processIDs(const fs::path& proc) {
   std::vector<pid_t> ids;
-  for (const std::string& name : namesIn(proc)) {
+  forEachName(proc, [&](std::string_view name) {
     if (const auto id = numberIn<pid_t>(name)) ids.push_back(*id);
-  }
+  });
   std::sort(ids.begin(), ids.end());
   return ids;
 }
@@ -37,12 +37,6 @@ std::string commandLineOf(const fs::path& process) {
   std::string line = kernelFile(process / "cmdline").value_or("");
   line.erase(line.find_last_not_of('\0') + 1);
   return line;
-}
-
-std::string nameOf(const fs::path& process) {
-  std::string name = kernelFile(process / "comm").value_or("");
-  if (name.ends_with('\n')) name.pop_back();
-  return name;
 }
 
 /// Empty for a kernel thread, and for another user's process.
@@ -61,13 +55,11 @@ bool gives(std::string_view text, std::string_view name) {
   return !name.empty() && (begins(text) || begins(platform::baseName(text, '/')));
 }
 
-/// See ProcessTable::programName(). Empty when the process has gone.
-std::string programOf(const fs::path& process) {
-  const std::string name = nameOf(process);
-  std::string executable = executableOf(process);
+/// See ProcessTable::programName().
+std::string programOf(const std::string& name, std::string executable,
+                      const std::string& commandLine) {
   if (gives(executable, name)) return executable;  // started by its own name and not renamed since
 
-  const std::string commandLine = commandLineOf(process);
   const auto arguments = piecesOf(commandLine, '\0');
   const bool titled = !arguments.empty() && gives(arguments[0], name);
 
@@ -118,30 +110,61 @@ std::optional<ProcessTable::Status> ProcessTable::statusOf(const fs::path& proce
   };
   const auto parent = number(4), user = number(14), system = number(15), start = number(22);
   if (!parent || !user || !system || !start) return std::nullopt;
-  return Status{.parent = static_cast<pid_t>(*parent),
+  const std::size_t nameBegin = stat.find('(') + 1;
+  return Status{.name = stat.substr(nameBegin, nameEnd - nameBegin),
+                .parent = static_cast<pid_t>(*parent),
                 .hasExited = fields[0] == "Z",
                 .startTicks = *start,
+                .imageStamp = number(28).value_or(0) ^ number(48).value_or(0),
                 .cpuTicks = *user + *system,
                 .readAt = Clock::now()};
 }
 
-ProcessTable::Sample ProcessTable::takeSample() const {
+ProcessTable::Sample ProcessTable::takeSample(const Sample* previous) {
+  constexpr unsigned rounds = 5;
+  const unsigned round = samples_++ % rounds;
   Sample sample{.begun = Clock::now(), .processes = {}};
   for (const pid_t pid : processIDs(proc_)) {
-    if (const auto status = statusOf(proc_ / std::to_string(pid))) sample.processes[pid] = *status;
+    const fs::path directory = proc_ / std::to_string(pid);
+    auto status = statusOf(directory);
+    if (!status) continue;
+    Process& process =
+        sample.processes.emplace_hint(sample.processes.end(), pid, Process())->second;
+    process.status = std::move(*status);
+    const Status& now = process.status;
+    if (previous != nullptr && static_cast<unsigned>(pid) % rounds != round) {
+      const auto known = previous->processes.find(pid);
+      if (known != previous->processes.end()) {
+        const Status& before = known->second.status;
+        if (before.startTicks == now.startTicks && before.cpuTicks == now.cpuTicks &&
+            before.imageStamp == now.imageStamp && before.hasExited == now.hasExited &&
+            before.name == now.name) {
+          process.program = known->second.program;
+          process.arguments = known->second.arguments;
+          continue;
+        }
+      }
+    }
+    const std::string commandLine = commandLineOf(directory);
+    process.program = now.hasExited
+                          ? "<defunct>"
+                          : oneLine(programOf(now.name, executableOf(directory), commandLine));
+    process.arguments = commandLine.empty() ? now.name : commandLine;
+    std::replace(process.arguments.begin(), process.arguments.end(), '\0', ' ');
+    process.arguments = oneLine(std::move(process.arguments));
   }
   return sample;
 }
 
-double ProcessTable::cpuPercent(pid_t pid, const Status& now, const Sample& previous) {
+double ProcessTable::cpuPercent(const Status& now, const Sample& previous, pid_t pid) {
   static const auto ticksPerSecond = static_cast<double>(::sysconf(_SC_CLK_TCK));
   // One that was not there before had used nothing then.
   std::uint64_t ticksBefore = 0;
   Clock::time_point since = previous.begun;
-  const auto before = previous.processes.find(pid);
-  if (before != previous.processes.end() && before->second.startTicks == now.startTicks) {
-    ticksBefore = std::min(before->second.cpuTicks, now.cpuTicks);
-    since = before->second.readAt;
+  const auto found = previous.processes.find(pid);
+  if (found != previous.processes.end() && found->second.status.startTicks == now.startTicks) {
+    ticksBefore = std::min(found->second.status.cpuTicks, now.cpuTicks);
+    since = found->second.status.readAt;
   }
   return 100 * static_cast<double>(now.cpuTicks - ticksBefore) / ticksPerSecond /
          std::chrono::duration<double>(now.readAt - since).count();
@@ -149,42 +172,44 @@ double ProcessTable::cpuPercent(pid_t pid, const Status& now, const Sample& prev
 
 std::string ProcessTable::usageListing() {
   const platform::MutexLock lock(listing_);
-  if (!previous_) previous_ = takeSample();
-  std::this_thread::sleep_until(previous_->begun + std::chrono::duration<double>(sampleSeconds));
-  Sample current = takeSample();
+  if (!newest_) newest_ = takeSample(nullptr);
+  std::this_thread::sleep_until(newest_->begun + std::chrono::duration<double>(sampleSeconds));
+  Sample current = takeSample(&*newest_);
 
   std::string listing;
-  for (const auto& [pid, status] : current.processes) {
-    const std::string program =
-        status.hasExited ? "<defunct>" : oneLine(programOf(proc_ / std::to_string(pid)));
-    if (program.empty()) continue;
-    listing +=
-        rightAligned(std::to_string(pid)) + " " + rightAligned(std::to_string(status.parent)) +
-        " " + rightAligned(percentText(cpuPercent(pid, status, *previous_))) + " " + program + "\n";
+  for (const auto& [pid, process] : current.processes) {
+    listing += rightAligned(std::to_string(pid)) + " " +
+               rightAligned(std::to_string(process.status.parent)) + " " +
+               rightAligned(percentText(cpuPercent(process.status, *newest_, pid))) + " " +
+               process.program + "\n";
   }
-  previous_ = std::move(current);
+  newest_ = std::move(current);
   return listing;
 }
 
-std::string ProcessTable::argumentListing() const {
+std::string ProcessTable::argumentListing() {
+  const platform::MutexLock lock(listing_);
+  // A sample of its own would not count as the one before the next usage listing.
+  std::optional<Sample> own;
+  const std::chrono::duration<double> sameMoment(sampleSeconds / 2);
+  if (!newest_ || Clock::now() - newest_->begun > sameMoment) {
+    own = takeSample(newest_ ? &*newest_ : nullptr);
+  }
   std::string listing;
-  for (const pid_t pid : processIDs(proc_)) {
-    const fs::path process = proc_ / std::to_string(pid);
-    std::string arguments = commandLineOf(process);
-    std::replace(arguments.begin(), arguments.end(), '\0', ' ');
-    if (arguments.empty()) arguments = nameOf(process);
-    if (arguments.empty()) continue;
-    listing += rightAligned(std::to_string(pid)) + " " + oneLine(std::move(arguments)) + "\n";
+  for (const auto& [pid, process] : (own ? *own : *newest_).processes) {
+    if (process.arguments.empty()) continue;
+    listing += rightAligned(std::to_string(pid)) + " " + process.arguments + "\n";
   }
   return listing;
 }
 
 std::optional<std::string> ProcessTable::programName(std::string_view pid) const {
   if (!numberIn<pid_t>(pid)) return std::nullopt;
-  const auto status = statusOf(proc_ / pid);
+  const fs::path directory = proc_ / pid;
+  const auto status = statusOf(directory);
   if (!status) return std::nullopt;
-  const std::string program = status->hasExited ? "<defunct>" : oneLine(programOf(proc_ / pid));
-  return program.empty() ? std::nullopt : std::optional(program);
+  if (status->hasExited) return "<defunct>";
+  return oneLine(programOf(status->name, executableOf(directory), commandLineOf(directory)));
 }
 
 }  // namespace wakelatch::host

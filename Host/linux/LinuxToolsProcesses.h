@@ -18,6 +18,10 @@ namespace wakelatch::host {
 /// Lists the processes under /proc in the order of their ids, one line each: a line feed in a name
 /// or an argument is written as "\012". Processes that end during a listing are left out. Safe from
 /// several threads at once. Nothing is thrown but for want of memory, nothing logged.
+///
+/// Names and arguments are read again for a process that is new, that has executed another program,
+/// or that has used CPU time; and for a fifth of the others each time, because a process may give
+/// itself another title at any moment.
 class ProcessTable {
  public:
   /// The shortest time over which CPU use is told; the kernel counts it in steps of 0.01 s.
@@ -31,7 +35,8 @@ class ProcessTable {
   std::string usageListing();
 
   /// `pid=,args=`: the arguments separated by single spaces; the name of a process without any.
-  std::string argumentListing() const;
+  /// Right after usageListing() it is of the same moment.
+  std::string argumentListing();
 
   /// The program that a person would name, the first of these that there is:
   ///
@@ -47,25 +52,34 @@ class ProcessTable {
  private:
   using Clock = std::chrono::steady_clock;
 
+  /// What /proc/PID/stat tells.
   struct Status {
+    std::string name;  ///< the kernel's, at most 15 bytes
     pid_t parent = 0;
     bool hasExited = false;        ///< waits for its parent to notice
     std::uint64_t startTicks = 0;  ///< since boot; tells apart processes that had the same id
+    std::uint64_t imageStamp = 0;  ///< where its stack and arguments are: another place when it
+                                   ///< has executed a program; 0 when that is kept from this user
     std::uint64_t cpuTicks = 0;
     Clock::time_point readAt = {};
   };
+  struct Process {
+    Status status;
+    std::string program, arguments;  ///< each in one line; empty when it has gone meanwhile
+  };
   struct Sample {
     Clock::time_point begun = {};
-    std::map<pid_t, Status> processes;
+    std::map<pid_t, Process> processes;
   };
 
   static std::optional<Status> statusOf(const std::filesystem::path& process);
-  static double cpuPercent(pid_t pid, const Status& now, const Sample& previous);
-  Sample takeSample() const;
+  static double cpuPercent(const Status& now, const Sample& previous, pid_t pid);
+  Sample takeSample(const Sample* previous) WAKELATCH_REQUIRES(listing_);
 
   const std::filesystem::path proc_;
-  platform::Mutex listing_;  ///< held for a whole usage listing, its wait included
-  std::optional<Sample> previous_ WAKELATCH_GUARDED_BY(listing_);
+  platform::Mutex listing_;  ///< held for a whole listing, its wait included
+  std::optional<Sample> newest_ WAKELATCH_GUARDED_BY(listing_);
+  unsigned samples_ WAKELATCH_GUARDED_BY(listing_) = 0;  ///< taken so far
 };
 
 }  // namespace wakelatch::host

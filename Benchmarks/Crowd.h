@@ -1,0 +1,51 @@
+// A machine with many processes, and what this one costs.
+#pragma once
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <vector>
+
+extern char** environ;
+
+namespace wakelatch::bench {
+
+/// Processes that do nothing, ended with this object.
+class Crowd {
+ public:
+  explicit Crowd(std::size_t count) {
+    char name[] = "sleep", seconds[] = "600";
+    char* arguments[] = {name, seconds, nullptr};
+    for (std::size_t i = 0; i < count; ++i) {
+      pid_t child = 0;
+      if (::posix_spawn(&child, "/bin/sleep", nullptr, nullptr, arguments, environ) != 0) {
+        std::abort();
+      }
+      children_.push_back(child);
+    }
+  }
+  ~Crowd() {
+    for (const pid_t child : children_) ::kill(child, SIGKILL);
+    for (const pid_t child : children_) ::waitpid(child, nullptr, 0);
+  }
+  Crowd(const Crowd&) = delete;
+  Crowd& operator=(const Crowd&) = delete;
+
+ private:
+  std::vector<pid_t> children_;
+};
+
+/// CPU time so far, of RUSAGE_SELF or RUSAGE_CHILDREN.
+inline double cpuMilliseconds(int who) {
+  rusage usage{};
+  ::getrusage(who, &usage);
+  const auto milliseconds = [](timeval time) {
+    return 1e3 * static_cast<double>(time.tv_sec) + 1e-3 * static_cast<double>(time.tv_usec);
+  };
+  return milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+}
+
+}  // namespace wakelatch::bench
