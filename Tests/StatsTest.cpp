@@ -5,6 +5,7 @@
 #include "Host/StatsCommand.h"
 #include "Host/StatsPage.h"
 #include "Host/SupportDirectory.h"
+#include "Platform/Calendar.h"
 #include "Platform/Files.h"
 #include "Tests/TemporaryDirectory.h"
 
@@ -14,7 +15,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr, testing::Not;
 
-const Timestamp now = *platform::parseIso8601("2025-03-10T12:00:00Z");
+/// Noon of that day in the zone of whoever runs this.
+const Timestamp now = [] {
+  const Timestamp noon = *platform::parseIso8601("2025-03-10T12:00:00Z");
+  return after(noon, -static_cast<double>(platform::localOffset(noon).count()));
+}();
 const std::string oddName = "<b>名前 & \"x\"'\n\033[31m\u0085";
 
 /// Two hours protected and one kept awake today, ten minutes by hand the day before.
