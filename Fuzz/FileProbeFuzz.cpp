@@ -70,7 +70,7 @@ class PlainWalk {
   void visit(const std::string& at, const Strings& components, std::size_t next, int depth) {
     if (depth < 0 || --left_ <= 0) return;
     if (next == components.size()) {
-      const auto time = platform::Directory::working().modificationTime(at.c_str());
+      const auto time = platform::DirectoryEntry{at.c_str()}.modificationTime();
       if (time) matches[at] = *time;
       return;
     }

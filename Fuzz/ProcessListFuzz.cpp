@@ -70,8 +70,8 @@ std::vector<ProcessSnapshot> plainPSOutput(std::string_view text) {
   return rows;
 }
 
-std::map<std::int32_t, std::string_view> plainPSArgs(std::string_view text) {
-  std::map<std::int32_t, std::string_view> arguments;
+std::map<std::int32_t, std::string> plainPSArgs(std::string_view text) {
+  std::map<std::int32_t, std::string> arguments;
   forEachLine(text, [&](std::string_view line) {
     const auto [field, rest] = fuzz::cut(line, ' ');
     const auto pid = plainInt32(std::string(field));

@@ -7,7 +7,7 @@
 
 namespace wakelatch::host {
 
-/// "Library/Application Support/Lumenhold" under the home directory; follows `HOME`.
+/// "Library/Application Support/Lumenhold" under platform::homeDirectory().
 inline std::filesystem::path supportDirectory() {
   return SleepController::pidFileURL().parent_path();
 }

@@ -2,6 +2,7 @@
 // objects alone: what Core Foundation hands over is owned by an Element or bridged.
 #import <AppKit/AppKit.h>
 #import <ApplicationServices/ApplicationServices.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <limits>
@@ -52,6 +53,8 @@ class SystemAccessibility final : public Accessibility {
       std::vector<RunningApplication> running;
       // The list changes only while the main thread's run loop runs.
       for (NSRunningApplication* application in NSWorkspace.sharedWorkspace.runningApplications) {
+        // Its own windows may be read on the main thread alone, and show what it says of others.
+        if (application.processIdentifier == ::getpid()) continue;
         running.push_back({toOptionalUtf8(application.bundleIdentifier),
                            toOptionalUtf8(application.localizedName),
                            application.processIdentifier});
@@ -112,7 +115,7 @@ class SystemAccessibility final : public Accessibility {
 }  // namespace
 
 Accessibility& systemAccessibility() {
-  static SystemAccessibility accessibility;
+  static auto& accessibility = *new SystemAccessibility;  // never destroyed: threads may still read
   return accessibility;
 }
 

@@ -48,7 +48,7 @@ class Accessibility {
 
   /// Whether this system has such an interface at all; where it has none, nobody is ever trusted.
   virtual bool isSupported() const { return true; }
-  /// The running applications, in the system's order.
+  /// The running applications but this process's own, in the system's order.
   virtual std::vector<RunningApplication> runningApplications() = 0;
   /// Whether this process may read other applications' elements.
   virtual bool isTrusted() = 0;

@@ -20,7 +20,7 @@ class NoAccessibility final : public Accessibility {
 }  // namespace
 
 Accessibility& systemAccessibility() {
-  static NoAccessibility accessibility;
+  static auto& accessibility = *new NoAccessibility;  // never destroyed: threads may still ask
   return accessibility;
 }
 

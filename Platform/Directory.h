@@ -1,11 +1,11 @@
-// A directory held open, through which its entries are listed, measured and opened: no path is ever
-// resolved from the top again, so a tree may be deeper than any path can be long. May block on the
-// file system; callable from any thread. Nothing is thrown or logged: what cannot be read is not
+// Listing a directory and measuring its entries. May block on the file system; callable from any
+// thread. Nothing is thrown but for want of memory, and nothing logged: what cannot be read is not
 // there.
 #pragma once
 
+#include <fcntl.h>
+
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -13,43 +13,26 @@
 
 namespace wakelatch::platform {
 
-/// Movable only. Needs the right to search the directory; only listing needs the right to read it.
-class Directory {
- public:
-  /// What an entry itself is; a link is a link wherever it leads. A listing tells it of each entry.
-  enum class EntryKind { unlisted, directory, link, other };
-  using Visit = std::function<void(const char* name, EntryKind kind)>;
+/// What an entry itself is; a link is a link wherever it leads. A listing tells it of each entry,
+/// and of an entry that was not listed it is unknown.
+enum class EntryKind { unlisted, directory, link, other };
 
-  /// A closed one: has no entries.
-  Directory();
-  /// The process's working directory, through which paths of all kinds can be opened.
-  static Directory working();
-  Directory(Directory&&) noexcept;
-  Directory& operator=(Directory&&) noexcept;
-  ~Directory();
+/// An entry of a directory. Owns nothing: one from a listing is valid during the visit.
+struct DirectoryEntry {
+  /// The bytes that the file system knows it by: from a listing its name, else any path.
+  const char* path;
+  EntryKind kind = EntryKind::unlisted;
+  int directory = AT_FDCWD;  ///< the descriptor of the directory that `path` starts from
 
-  bool isOpen() const { return handle_ != nullptr; }
-  void close();
-
-  /// The directory at `path`, which is relative to this one or absolute; links are followed. Closed
-  /// when there is none or it may not be searched.
-  Directory open(const char* path) const;
-
-  /// When the content of the entry at `path` last changed, with the fraction of the second; a link
-  /// at its end is not followed. Nothing when there is no such entry.
-  std::optional<Timestamp> modificationTime(const char* path) const;
-
-  /// Calls `visit` for each entry but "." and "..", hidden ones included, in the file system's
-  /// order. Names are bytes as stored, valid during the call. Once in the life of a directory.
-  void forEachEntry(const Visit& visit);
-
- private:
-  struct Handle;
-  explicit Directory(int fd);
-  int fd() const;
-
-  std::unique_ptr<Handle> handle_;
+  /// When its content last changed, with the fraction of the second; for a link its own. Nothing
+  /// when there is no such entry.
+  std::optional<Timestamp> modificationTime() const;
 };
+
+/// Calls `visit` for each entry of the directory at `path` but "." and "..", hidden ones included,
+/// in the file system's order.
+void forEachEntry(const std::string& path,
+                  const std::function<void(const DirectoryEntry& entry)>& visit);
 
 /// A shell pattern for one name: case counts, and "*" and "?" match a leading "." too.
 class Wildcard {

@@ -1,7 +1,6 @@
 #include "Platform/Files.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
-#include <vector>
 
 #include "Platform/Descriptor.h"
 #include "Platform/FileTime.h"
@@ -71,18 +69,6 @@ bool writeAll(int descriptor, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
   return true;
-}
-
-std::filesystem::path homeDirectory() {
-  if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') return home;
-  std::vector<char> buffer(16384);
-  passwd entry{};
-  passwd* found = nullptr;
-  if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
-      found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/') {
-    return found->pw_dir;
-  }
-  return "/";
 }
 
 std::string readFile(const std::filesystem::path& file, Owner owner) {
@@ -171,7 +157,8 @@ void append(const std::filesystem::path& file, std::string_view bytes, Owner own
   }
   if (output.get() < 0) fail(errno, "cannot open", file);
   const struct stat status = statusOf(output, file);
-  if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) fail(EINVAL, "not a regular file:", file);
+  if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode))
+    fail(EINVAL, "not a regular file:", file);
   if (owner == Owner::userOrRoot && isStranger(status.st_uid)) {
     fail(EPERM, "another user's file:", file);
   }

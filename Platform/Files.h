@@ -14,8 +14,9 @@
 
 namespace wakelatch::platform {
 
-/// The user's home directory: `HOME` when it is an absolute path, else what the user database says,
-/// else "/".
+/// The user's home directory. On macOS what the file manager reports, which is the user database's
+/// or that of `CFFIXED_USER_HOME`; elsewhere `HOME` when it is an absolute path, else what the user
+/// database says, else "/". One source file per system.
 std::filesystem::path homeDirectory();
 
 /// More than any file of ours ever holds; what is put in its place may be of any size.

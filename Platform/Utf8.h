@@ -41,7 +41,7 @@ inline Scalar firstScalar(std::string_view text) {
                                                                      : Scalar{value, length};
 }
 
-/// The last character of a text that is not empty; likewise.
+/// The last character of a text that is not empty; a byte that ends none stands for itself.
 inline Scalar lastScalar(std::string_view text) {
   std::size_t start = text.size() - 1;
   while (start > 0 && text.size() - start < 4 && (text[start] & 0xC0) == 0x80) --start;

@@ -1,7 +1,6 @@
 #include "WakelatchCore/FileActivityProbe.h"
 
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <limits>
@@ -63,26 +62,6 @@ TEST_F(FileActivityProbeTest, ManyWaysToOneDirectoryCostNoMoreThanOne) {
   for (int i = 0; i < 12; ++i) pattern += "**/*/";  // 10^9 ways
   touch(path + "x.jsonl");
   EXPECT_EQ(newest({pattern + "*.jsonl", "**/d/d/*.jsonl"}), start);
-}
-
-TEST_F(FileActivityProbeTest, DeepTreesNeedFewDescriptors) {
-  const fs::path before = fs::current_path();
-  fs::current_path(home);
-  for (int level = 0; level < 200; ++level) {  // a path of 51,000 bytes
-    const std::string name(255, 'd');
-    touchFile("./beside" + std::to_string(level) + "/x.jsonl", start);  // listed before or after
-    fs::create_directory(name);
-    fs::current_path(name);
-  }
-  touchFile("./deepest.jsonl", start);
-  fs::current_path(before);
-  rlimit limit{};
-  ::getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit low{60, limit.rlim_max};
-  ::setrlimit(RLIMIT_NOFILE, &low);
-  EXPECT_EQ(newest({"**/deepest.jsonl"}), start);
-  EXPECT_EQ(FileActivityProbe(home, 999).modificationDates({"**/beside*/*.jsonl"}).size(), 200U);
-  ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 TEST_F(FileActivityProbeTest, DirectoriesThatMayNotBeListedLeadOnByName) {

@@ -5,6 +5,7 @@
 #include "Host/StatsCommand.h"
 #include "Host/StatsPage.h"
 #include "Host/SupportDirectory.h"
+#include "Platform/Calendar.h"
 #include "Platform/Files.h"
 #include "Tests/TemporaryDirectory.h"
 
@@ -14,19 +15,24 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr, testing::Not;
 
-const Timestamp now = *platform::parseIso8601("2025-03-10T12:00:00Z");
+/// Noon of a day in the zone of whoever runs this. Not asked for before `main`: another test sets
+/// the zone, which the C library reads once.
+Timestamp noon() {
+  const Timestamp ofUTC = *platform::parseIso8601("2025-03-10T12:00:00Z");
+  return after(ofUTC, -static_cast<double>(platform::localOffset(ofUTC).count()));
+}
 const std::string oddName = "<b>名前 & \"x\"'\n\033[31m\u0085";
 
 /// Two hours protected and one kept awake today, ten minutes by hand the day before.
 UsageMetrics someMetrics() {
-  UsageMetrics metrics(after(now, -9 * 86400));
-  DayBucket& today = metrics.days[UsageMetrics::dayKey(now)];
+  UsageMetrics metrics(after(noon(), -9 * 86400));
+  DayBucket& today = metrics.days[UsageMetrics::dayKey(noon())];
   today = {7200, 3600, 0, 0, 3, 4, {{"Codex CLI", 1800}, {oddName, 5400}}, {{"Codex CLI", 3}}};
-  metrics.days[UsageMetrics::dayKey(after(now, -86400))].manualSeconds = 600;
+  metrics.days[UsageMetrics::dayKey(after(noon(), -86400))].manualSeconds = 600;
   metrics.longestProtectedRunSeconds = 5000;
   metrics.longestProtectedRunAgent = oddName;
   metrics.longestProtectedRunDate = "2025-03-10";
-  metrics.lastRun = LastRunSummary{"Codex CLI", now, 59.9, 30, 0, false};
+  metrics.lastRun = LastRunSummary{"Codex CLI", noon(), 59.9, 30, 0, false};
   return metrics;
 }
 
@@ -40,7 +46,7 @@ TEST(Stats, DurationsAndDaysAreReadable) {
 }
 
 TEST(Stats, TextShowsTheFiguresAndNothingHarmful) {
-  const std::string text = statsText(makeStatsReport(someMetrics(), now, 3), {40, false});
+  const std::string text = statsText(makeStatsReport(someMetrics(), noon(), 3), {40, false});
   for (const char* part :
        {"Since 2025-03-01, 1 active day\n", "  Protected       2h 00m  ", "3 of 4 (75%)",
         "1h 23m      2025-03-10  <b>名前", "59s         2025-03-10 ", ", ended  Codex CLI\n",
@@ -48,10 +54,10 @@ TEST(Stats, TextShowsTheFiguresAndNothingHarmful) {
         "\n        30m       3  ███        Codex C…\n", "  2025-03-08       0s\n",
         "  2025-03-09      10m  ▒\n", "  2025-03-10   3h 00m  ███████████▓▓▓▓▓\n"})
     EXPECT_THAT(text, HasSubstr(part));
-  const std::string wide = statsText(makeStatsReport(someMetrics(), now, 1), {80, false});
+  const std::string wide = statsText(makeStatsReport(someMetrics(), noon(), 1), {80, false});
   EXPECT_THAT(wide, HasSubstr("<b>名前 & \"x\"'\uFFFD\uFFFD[31m\uFFFD\n"));
   EXPECT_THAT(wide, Not(HasSubstr("\033")));
-  EXPECT_THAT(statsText(makeStatsReport(someMetrics(), now, 1), {80, true}),
+  EXPECT_THAT(statsText(makeStatsReport(someMetrics(), noon(), 1), {80, true}),
               HasSubstr("\033[36m██"));
 }
 
@@ -70,8 +76,8 @@ TEST(Stats, OnlyARunKnownToBeInterruptedIsCutShort) {
               {false, idle, 1, 1, "ended"},
               {false, {}, 1, 0, "ended"}};
   for (const auto& row : rows) {
-    UsageMetrics metrics(now);
-    metrics.lastRun = LastRunSummary{{}, now, 60, 0, 60, row.finished};
+    UsageMetrics metrics(noon());
+    metrics.lastRun = LastRunSummary{{}, noon(), 60, 0, 60, row.finished};
     metrics.lastCloseReason = row.newest;
     metrics.days["2025-03-09"].totalSessions = 5;
     metrics.days["2025-03-10"].totalSessions = row.sessionsThatDay;
@@ -93,7 +99,8 @@ TEST(Stats, CommandReadsAndNeverWrites) {
   platform::createDirectories(supportDirectory());
   platform::writeAtomically(usageFile(), encode(someMetrics()));
   const std::string json = run({2, true, ""}).second;
-  EXPECT_THAT(json, HasSubstr(R"({"installDate":"2025-03-01T12:00:00Z","totalProtectedSeconds":)"));
+  EXPECT_THAT(json, HasSubstr("{\"installDate\":\"" + platform::iso8601(after(noon(), -9 * 86400)) +
+                              "\",\"totalProtectedSeconds\":"));
   EXPECT_THAT(json, HasSubstr(R"("utilization":0.75,"longestProtectedRun":{"seconds":5000,)"));
   EXPECT_EQ(decode<StatsReport>(json, DateCoding::iso8601).days.size(), 2u);
   EXPECT_TRUE(run({14, false, home.path() / "page.html"}).first);
@@ -107,7 +114,7 @@ TEST(Stats, CommandReadsAndNeverWrites) {
 }
 
 TEST(Stats, PageDrawsToScaleEscapesNamesAndLoadsNothing) {
-  const std::string page = statsPage(someMetrics(), now, 14);
+  const std::string page = statsPage(someMetrics(), noon(), 14);
   for (const char* part :
        {R"(y="208.33" height="10.67")", R"(y="80.00" height="139.00")",
         R"(y="10.00" height="69.00")", "<bdi>&lt;b&gt;名前 &amp; &quot;x&quot;&#39;",
@@ -115,11 +122,11 @@ TEST(Stats, PageDrawsToScaleEscapesNamesAndLoadsNothing) {
     EXPECT_THAT(page, HasSubstr(part));
   for (const char* outside : {"http:", "https:", "url(", "@import", "<script", "<b>名前"})
     EXPECT_THAT(page, Not(HasSubstr(outside)));
-  UsageMetrics metrics(now);
-  EXPECT_THAT(statsPage(metrics, now, 14), HasSubstr("Nothing kept awake yet"));
+  UsageMetrics metrics(noon());
+  EXPECT_THAT(statsPage(metrics, noon(), 14), HasSubstr("Nothing kept awake yet"));
   metrics.days["2025-03-10"] = {0, 7200, 0, 600, 0, 1, {}, {}};
   EXPECT_THAT(
-      statsPage(metrics, now, 14),
+      statsPage(metrics, noon(), 14),
       HasSubstr("<h1>2h 10m <small>kept awake</small></h1>\n<p>Since 10 Mar 2025: <b>2h 00m"
                 "</b> an agent at work, lid open; <b>10m</b> unlimited on external power. "));
 }

@@ -43,6 +43,7 @@ class TemporaryHome : public TemporaryDirectory {
   TemporaryHome() {
     if (const char* home = ::getenv("HOME")) before_ = home;
     ::setenv("HOME", path().c_str(), 1);
+    ::setenv("CFFIXED_USER_HOME", path().c_str(), 1);  // macOS goes by this
   }
   ~TemporaryHome() { before_ ? ::setenv("HOME", before_->c_str(), 1) : ::unsetenv("HOME"); }
 

@@ -23,7 +23,7 @@ struct ReadingBudget {
   /// No bound.
   static constexpr double unlimited = std::numeric_limits<double>::infinity();
 
-  double answerSeconds = unlimited;       ///< after one later answer the application is left alone
+  double answerSeconds = unlimited;       ///< an application that answers later once is left alone
   double applicationSeconds = unlimited;  ///< for one application
   double totalSeconds = unlimited;        ///< for all applications of a detectPerApp()
   /// Of one application: parts of a window that hold no text cost as much as others.

@@ -88,9 +88,10 @@ std::optional<ActivitySignal> signalOf(const AgentTurns& turns) {
                         .reason = std::move(reason)};
 }
 
+/// The value of an agent's name in a map whose keys are composed names.
 template <class Map>
-auto lookUp(const Map& map, const std::string& key) {
-  const auto found = map.find(key);
+auto lookUp(const Map& map, const std::string& name) {
+  const auto found = map.find(platform::composed(name));
   return found == map.end() ? std::nullopt : std::optional(found->second);
 }
 
@@ -111,15 +112,16 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
     if (signal.strength == SignalStrength::none) continue;
     processSignals.push_back(signal);
     if (!signal.appName) continue;
+    const std::string name = platform::composed(*signal.appName);
     const AgentTurns* turns = turnsOf(evidence.turns, signal.appName);
-    const bool isLasting = !loaded_.insert(*signal.appName).second;
-    if (agent.cpuPercent < agent.thresholdPercent) loaded_.erase(*signal.appName);
+    const bool isLasting = !loaded_.insert(name).second;
+    if (agent.cpuPercent < agent.thresholdPercent) loaded_.erase(name);
     if (isNoWork(agent, turns, isLasting, now)) {
       processSignals.back().strength = SignalStrength::presence;
       processSignals.back().reason = *signal.appName + " is running";
     }
-    processLastSeenAt_[*signal.appName] = now;
-    if (signal.sessionCount) processCounts[*signal.appName] = *signal.sessionCount;
+    processLastSeenAt_[name] = now;
+    if (signal.sessionCount) processCounts[name] = *signal.sessionCount;
   }
 
   const AgentResolver resolver = profiles_.watched(settings);
@@ -128,8 +130,11 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
   evidence.session = siftSessions(
       sessionDetector_.inspect(settings, now, SessionActivityDetector::defaultFreshnessWindow),
       resolver, evidence.turns, now);
-  const auto sessionCounts = sessionDetector_.sessionCountsPerApp(
-      settings, now, SessionActivityDetector::defaultSessionCountWindow);
+  std::map<std::string, std::int64_t> sessionCounts;
+  for (const auto& [name, count] : sessionDetector_.sessionCountsPerApp(
+           settings, now, SessionActivityDetector::defaultSessionCountWindow)) {
+    sessionCounts[platform::composed(name)] = count;
+  }
 
   SignalsByName merged;
   for (const AgentTurns& turns : evidence.turns) {
@@ -139,12 +144,12 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
   merge(merged, evidence.accessibility.kept);
   merge(merged, evidence.session.kept);
   for (auto& [name, signal] : merged) {
-    const std::optional<std::int64_t> processes = lookUp(processCounts, *signal.appName);
+    const std::optional<std::int64_t> processes = lookUp(processCounts, name);
     signal.processPresent = processes.has_value();
     signal.sessionCount = processes;
     // Session files, where an agent has them, tell more than processes: none changed means that no
     // session is known to be at work.
-    if (const auto files = lookUp(sessionCounts, *signal.appName)) {
+    if (const auto files = lookUp(sessionCounts, name)) {
       signal.sessionCount = *files > 0 ? std::optional<std::int64_t>(*files) : std::nullopt;
     }
     evidence.merged.push_back(std::move(signal));

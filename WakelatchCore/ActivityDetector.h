@@ -23,7 +23,7 @@ namespace wakelatch {
 
 /// Asks the detectors and weighs their answers. Remembers between ticks when each agent's
 /// process was last seen. No lock: calls on one instance must not overlap. Blocks for as long as
-/// the detectors do; throws and logs what they do.
+/// the detectors do, logs what they log and lets through what they throw.
 class ActivityDetector {
  public:
   /// How long (seconds) after its process was last seen an agent is still believed to be the one
@@ -83,7 +83,8 @@ class ActivityDetector {
   static bool shouldEmitTerminalAccessibilitySignal(const AgentProfile& profile,
                                                     std::optional<Timestamp> processLastSeenAt,
                                                     Timestamp now, double window);
-  /// The same for session files and whether other applications write them too.
+  /// Whether session files count for the agent: always, unless other applications write them too;
+  /// then only while the process was seen at most `window` seconds ago.
   static bool shouldEmitSessionSignal(const AgentProfile& profile,
                                       std::optional<Timestamp> processLastSeenAt, Timestamp now,
                                       double window);
@@ -100,8 +101,9 @@ class ActivityDetector {
   SessionActivityDetector& sessionDetector_;
   TurnDetector* const turnDetector_;
   const AgentProfiles profiles_;
-  std::map<std::string, Timestamp> processLastSeenAt_;  // only grows: an entry per name ever seen
-  std::set<std::string> loaded_;                        // agents with load in the tick before
+  // By composed names. The first only grows: it has an entry for each name ever seen.
+  std::map<std::string, Timestamp> processLastSeenAt_;
+  std::set<std::string> loaded_;  ///< agents with load in the tick before
 };
 
 }  // namespace wakelatch

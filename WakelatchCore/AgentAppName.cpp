@@ -18,7 +18,7 @@ bool contains(std::string_view text, std::string_view needle) {
 }
 
 /// `text` without the occurrences of `needle`, in one pass: one that a removal forms stays.
-std::string removing(std::string_view needle, std::string_view text) {
+std::string without(std::string_view text, std::string_view needle) {
   std::string result;
   std::size_t start = 0;
   for (auto found = text.find(needle); found != text.npos; found = text.find(needle, start)) {
@@ -36,7 +36,7 @@ std::string trimmedCopy(std::string_view text) {
 }  // namespace
 
 std::string AgentAppName::normalized(std::string_view name) {
-  return trimmedCopy(removing(".app", removing(" desktop", platform::lowercased(name))));
+  return trimmedCopy(without(without(platform::lowercased(name), " desktop"), ".app"));
 }
 
 std::string AgentAppName::canonical(std::string_view name) {
@@ -57,7 +57,7 @@ std::string AgentAppName::canonical(std::string_view name) {
   if (contains(l, "firefox")) return "Firefox";
   if (contains(l, "iterm")) return "iTerm2";
   if (contains(l, "terminal")) return "Terminal";
-  return trimmedCopy(removing(" Helper", removing(" Helper (Renderer)", name)));
+  return trimmedCopy(without(without(name, " Helper (Renderer)"), " Helper"));
 }
 
 bool AgentAppName::matches(std::string_view name, std::string_view target) {
@@ -95,7 +95,7 @@ bool AgentAppName::requiresMultiWordPhrases(std::string_view name) {
 std::string AgentAppName::cleanedReason(std::string_view reason) {
   if (platform::containsIgnoringCase(reason, "CPU")) return "CPU activity";
   if (platform::containsIgnoringCase(reason, "Accessibility")) return "UI text signal";
-  return trimmedCopy(removing("is ", removing("Target app ", reason)));
+  return trimmedCopy(without(without(reason, "Target app "), "is "));
 }
 
 }  // namespace wakelatch

@@ -19,7 +19,7 @@ std::string canonical(std::string_view name);
 /// Whether a seen name and a configured target denote the same application: one normalised form
 /// contains the other. An empty target matches nothing.
 bool matches(std::string_view name, std::string_view target);
-/// The same for two names that are normalised already.
+/// What matches() answers, for two names that are normalised already.
 bool matchesNormalized(std::string_view name, std::string_view target);
 
 /// Whether the name is that of a helper or updater that never counts as agent work.

@@ -7,7 +7,6 @@
 #include "Platform/Mutex.h"
 #include "Platform/Split.h"
 #include "Platform/Text.h"
-#include "Platform/Utf8.h"
 #include "WakelatchCore/AgentCommandLine.h"
 
 namespace wakelatch {
@@ -237,30 +236,6 @@ AgentResolver AgentProfiles::watched(const GuardSettings& settings) const {
 
 namespace {
 
-constexpr char asciiUpper(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
-}
-
-bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view lowerPrefix) {
-  return text.size() >= lowerPrefix.size() &&
-         std::equal(lowerPrefix.begin(), lowerPrefix.end(), text.begin(),
-                    [](char lower, char c) { return platform::asciiLowercased(c) == lower; });
-}
-
-/// An empty needle is contained nowhere. Fast for needles that do not begin with a letter.
-bool containsIgnoringAsciiCase(std::string_view text, std::string_view lowerNeedle) {
-  if (lowerNeedle.empty()) return false;
-  const char first = lowerNeedle.front(), capital = asciiUpper(first);
-  const char both[] = {first, capital};
-  const auto find = [&](std::size_t from) {
-    return first == capital ? text.find(first, from) : text.find_first_of(both, from, 2);
-  };
-  for (std::size_t at = find(0); at != text.npos; at = find(at + 1)) {
-    if (startsWithIgnoringAsciiCase(text.substr(at), lowerNeedle)) return true;
-  }
-  return false;
-}
-
 void reportUnmatchedHostBundle(const AgentResolver::UnmatchedHostBundleHandler& installed,
                                const std::string& bundle, std::string_view binary) {
   struct Reported {
@@ -291,20 +266,16 @@ class Names {
 
   /// The first profile with this name, regardless of case.
   const AgentProfile* profileNamed(std::string_view name) const {
-    std::string lower;  // ASCII needs no copy: comparing ignores its case
-    if (!platform::isAllAscii(name)) name = lower = platform::lowercased(name);
-    return firstWith([name](const std::string& known, const AgentProfile&) {
-      return known.size() == name.size() && startsWithIgnoringAsciiCase(name, known);
-    });
+    const std::string lower = platform::lowercased(name);
+    return firstWith([&lower](const Row& row) { return row.name == lower; });
   }
   /// The first profile with a name that the text contains, regardless of case, and for which
-  /// `isMeant(profile)`.
+  /// `isMeant(profile)`. An empty name is contained nowhere.
   template <class IsMeant>
   const AgentProfile* profileWithNameIn(std::string_view text, IsMeant isMeant) const {
-    std::string lower;
-    if (!platform::isAllAscii(text)) text = lower = platform::lowercased(text);
-    return firstWith([&](const std::string& known, const AgentProfile& profile) {
-      return containsIgnoringAsciiCase(text, known) && isMeant(profile);
+    const std::string lower = platform::lowercased(text);
+    return firstWith([&](const Row& row) {
+      return !row.name.empty() && lower.find(row.name) != lower.npos && isMeant(*row.profile);
     });
   }
 
@@ -315,9 +286,7 @@ class Names {
   };
   template <class Matches>
   const AgentProfile* firstWith(Matches matches) const {
-    const auto found = std::find_if(rows_.begin(), rows_.end(), [&](const Row& row) {
-      return matches(row.name, *row.profile);
-    });
+    const auto found = std::find_if(rows_.begin(), rows_.end(), matches);
     return found == rows_.end() ? nullptr : found->profile;
   }
 

@@ -146,8 +146,9 @@ class AgentResolver {
   /// The agent whose own application has this identifier, regardless of case; null when there is
   /// none. The profile belongs to the resolver.
   const AgentProfile* profileForBundleID(std::string_view bundleID) const;
-  /// The agent that a process runs, null and owned likewise. One started from inside an application
-  /// bundle that no profile names resolves to nothing and is reported to the handler.
+  /// The agent that a process runs; null when it runs none. The profile belongs to the resolver. An
+  /// agent started from inside an application bundle that no profile names resolves to nothing and
+  /// is reported to the handler.
   /// @param path       of the executable
   /// @param arguments  the process's whole argument string
   const AgentProfile* profileForCommand(std::string_view path, std::string_view arguments) const;

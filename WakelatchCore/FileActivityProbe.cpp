@@ -12,11 +12,11 @@
 namespace wakelatch {
 namespace {
 
-using platform::Directory;
+using platform::DirectoryEntry, platform::EntryKind;
 
-void appendComponent(std::string& path, std::string_view name) {
-  if (!path.empty() && path.back() != '/') path += '/';
-  path += name;
+std::string joined(const std::string& directory, const char* name) {
+  const bool needsSlash = !directory.empty() && directory.back() != '/';
+  return directory + (needsSlash ? "/" : "") + name;
 }
 
 struct Component {
@@ -26,8 +26,7 @@ struct Component {
   platform::Wildcard wildcard{text};
 };
 
-/// Places in a PatternList's components, ascending. An entry's are where the patterns stand once
-/// their way has led there.
+/// Indices of components in a PatternList, ascending: what several patterns look for next.
 using Positions = std::vector<std::size_t>;
 
 /// Several patterns, one after another, each closed by an `end`.
@@ -78,156 +77,109 @@ class PatternList {
 };
 
 /// One pass over the entries that any of the patterns can reach. All patterns go together: each
-/// entry carries the positions that they reach it with.
+/// entry carries the positions that they reach it with, so no directory is listed twice.
 class Walk {
  public:
   /// Receives each match once: the path of its directory, its name, its time.
-  using Found = std::function<void(std::string_view, std::string_view, Timestamp)>;
+  using Found = std::function<void(const std::string&, const char*, Timestamp)>;
 
   Walk(const PatternList& patterns, std::int64_t maxDepth, const Found& found)
       : patterns_(patterns), maxDepth_(maxDepth), found_(found) {}
 
   void run(std::string home) {
-    if (maxDepth_ < 0) return;
+    if (maxDepth_ < 0 || home.empty()) return;
     while (home.size() > 1 && home.back() == '/') home.pop_back();
-    levels_.push_back({Directory::working()});
-    reach(home.c_str(), Directory::EntryKind::unlisted, patterns_.starts());
-    while (!levels_.empty()) {
-      if (levels_.back().pending.empty()) {
-        leave();
-      } else {
-        enterNext();
-      }
+    const Place above{"", -1, {}};
+    reach(above, home.c_str(), {home.c_str()}, patterns_.starts());
+    while (!pending_.empty()) {
+      const Place next = std::move(pending_.back());
+      pending_.pop_back();
+      enter(next);
     }
   }
 
  private:
-  /// More than the usual bound on depth, far less than the usual bound on descriptors.
-  static constexpr std::size_t maxOpenDirectories = 32;
-
-  /// A directory to be entered, with the positions that lead on from it.
-  struct Pending {
-    std::string name;
-    Positions positions;
+  /// A directory to be looked into.
+  struct Place {
+    std::string path;
+    std::int64_t depth;   ///< levels below home, which is at 0
+    Positions positions;  ///< where the patterns stand whose ways have led there
   };
 
-  /// A directory on the way down. The first is the one that `home` is opened from, so the entries
-  /// of level n are n levels below `home`, which is the entry of level 0.
-  struct Level {
-    Directory directory;
-    std::string name = {};
-    std::size_t pathLength = 0;  ///< of `path_`, up to this directory
-    std::vector<Pending> pending = {};
-  };
-
-  void enterNext() {
-    Pending next = std::move(levels_.back().pending.back());
-    levels_.back().pending.pop_back();
-    reopen();
-    Directory directory = levels_.back().directory.open(next.name.c_str());
-    if (!directory.isOpen()) return;
-    appendComponent(path_, next.name);
-    levels_.push_back({std::move(directory), std::move(next.name), path_.size()});
-    closeAncestorOf(levels_.size() - 1);
-    visitEntries(next.positions);
-  }
-
-  void leave() {
-    levels_.pop_back();
-    path_.resize(levels_.empty() ? 0 : levels_.back().pathLength);
-  }
-
-  void closeAncestorOf(std::size_t level) {
-    if (level > maxOpenDirectories) levels_[level - maxOpenDirectories].directory.close();
-  }
-
-  /// Opens the last level's directory again if it was closed for the sake of those below it. Where
-  /// that fails, what is pending there stays unopened too.
-  void reopen() {
-    std::size_t level = levels_.size() - 1;
-    while (!levels_[level].directory.isOpen()) --level;
-    while (++level < levels_.size()) {
-      levels_[level].directory = levels_[level - 1].directory.open(levels_[level].name.c_str());
-      if (!levels_[level].directory.isOpen()) return;
-      closeAncestorOf(level);
-    }
-  }
-
-  /// Lists the last level's directory if a pattern asks for that, and goes to what they name there.
-  void visitEntries(const Positions& positions) {
-    std::map<std::string_view, Directory::EntryKind> named;
+  /// Lists a directory if a pattern asks for that, and goes to what the patterns name there.
+  void enter(const Place& place) {
+    std::map<std::string_view, EntryKind> named;
     bool lists = false;
-    for (const std::size_t position : positions) {
+    for (const std::size_t position : place.positions) {
       const Component& component = patterns_[position];
       if (component.kind == Component::Kind::name) {
-        named.try_emplace(component.text, Directory::EntryKind::unlisted);
+        named.try_emplace(component.text, EntryKind::unlisted);
       } else if (component.kind != Component::Kind::end) {
         lists = true;
       }
     }
     if (lists) {
-      levels_.back().directory.forEachEntry([&](const char* name, Directory::EntryKind kind) {
-        if (const auto entry = named.find(name); entry != named.end()) {
-          entry->second = kind;  // gone to below, for all patterns at once
+      platform::forEachEntry(place.path, [&](const DirectoryEntry& entry) {
+        if (const auto same = named.find(entry.path); same != named.end()) {
+          same->second = entry.kind;  // gone to below, for all patterns at once
         } else {
-          reach(name, kind, advanced(positions, name, kind));
+          reach(place, entry.path, entry, advanced(place.positions, entry.path, entry.kind));
         }
       });
     }
-    for (const auto& [name, kind] : named) {
-      reach(name.data(), kind, advanced(positions, name.data(), kind));
+    for (const auto& [text, kind] : named) {
+      const char* name = text.data();  // the whole of a component's text
+      const std::string path = joined(place.path, name);
+      reach(place, name, {path.c_str(), kind}, advanced(place.positions, name, kind));
     }
   }
 
   /// From the positions of a directory those of one entry. Only its name leads to an entry that
   /// was not listed.
-  const Positions& advanced(const Positions& positions, const char* name,
-                            Directory::EntryKind kind) {
-    advanced_.clear();
+  Positions advanced(const Positions& positions, const char* name, EntryKind kind) const {
+    Positions next;
     for (const std::size_t position : positions) {
       const Component& component = patterns_[position];
       switch (component.kind) {
         case Component::Kind::name:
-          if (component.text == name) patterns_.add(advanced_, position + 1);
+          if (component.text == name) patterns_.add(next, position + 1);
           break;
         case Component::Kind::wildcard:
-          if (kind != Directory::EntryKind::unlisted && component.wildcard.matches(name)) {
-            patterns_.add(advanced_, position + 1);
+          if (kind != EntryKind::unlisted && component.wildcard.matches(name)) {
+            patterns_.add(next, position + 1);
           }
           break;
         case Component::Kind::anyLevels:
-          if (kind == Directory::EntryKind::directory) patterns_.add(advanced_, position);
+          if (kind == EntryKind::directory) patterns_.add(next, position);
           break;
         case Component::Kind::end:
           break;
       }
     }
-    return advanced_;
+    return next;
   }
 
-  /// Reports an entry of the last level if a pattern ends there, and plans to enter it if one leads
-  /// on from there.
-  void reach(const char* name, Directory::EntryKind kind, const Positions& positions) {
+  /// Reports an entry of `directory` if a pattern ends there, and plans to enter it if one leads
+  /// on.
+  void reach(const Place& directory, const char* name, const DirectoryEntry& entry,
+             const Positions& positions) {
     const auto ends = std::count_if(positions.begin(), positions.end(), [this](std::size_t at) {
       return patterns_[at].kind == Component::Kind::end;
     });
-    Level& level = levels_.back();
     if (ends > 0) {
-      if (const auto time = level.directory.modificationTime(name)) found_(path_, name, *time);
+      if (const auto time = entry.modificationTime()) found_(directory.path, name, *time);
     }
     const bool leadsOn = static_cast<std::size_t>(ends) < positions.size();
-    const auto depth = static_cast<std::int64_t>(levels_.size() - 1);
-    if (leadsOn && kind != Directory::EntryKind::other && depth < maxDepth_) {
-      level.pending.push_back({name, positions});
+    const std::int64_t depth = directory.depth + 1;
+    if (leadsOn && entry.kind != EntryKind::other && depth < maxDepth_) {
+      pending_.push_back({joined(directory.path, name), depth, positions});
     }
   }
 
   const PatternList& patterns_;
   const std::int64_t maxDepth_;
   const Found& found_;
-  std::vector<Level> levels_;
-  std::string path_;  ///< of the last level's directory
-  Positions advanced_;
+  std::vector<Place> pending_;
 };
 
 }  // namespace
@@ -238,11 +190,10 @@ FileActivityProbe::FileActivityProbe(std::filesystem::path home, std::int64_t ma
 std::optional<Timestamp> FileActivityProbe::newestModification(
     const std::vector<std::string>& patterns) const {
   std::optional<Timestamp> newest;
-  const Walk::Found found = [&newest](std::string_view, std::string_view, Timestamp time) {
-    if (!newest || time > *newest) newest = time;
-  };
   const PatternList list(patterns);
-  Walk(list, maxDepth_, found).run(home_.string());
+  Walk(list, maxDepth_, [&newest](const std::string&, const char*, Timestamp time) {
+    newest = newest ? std::max(*newest, time) : time;
+  }).run(home_.string());
   return newest;
 }
 
@@ -256,19 +207,13 @@ std::vector<Timestamp> FileActivityProbe::modificationDates(
 ModificationsByPath FileActivityProbe::sessionModifications(
     const std::vector<std::string>& patterns) const {
   std::vector<std::pair<std::string, Timestamp>> matches;
-  const Walk::Found found = [&matches](std::string_view directory, std::string_view name,
-                                       Timestamp time) {
-    std::string path;
-    path.reserve(directory.size() + 1 + name.size());
-    path = directory;
-    appendComponent(path, name);
-    matches.emplace_back(std::move(path), time);
-  };
   const PatternList list(patterns);
-  Walk(list, maxDepth_, found).run(home_.string());
+  Walk(list, maxDepth_, [&matches](const std::string& directory, const char* name, Timestamp time) {
+    matches.emplace_back(joined(directory, name), time);
+  }).run(home_.string());
   // Built at once: a table that grows would be scattered over memory again and again.
-  return ModificationsByPath(std::make_move_iterator(matches.begin()),
-                             std::make_move_iterator(matches.end()), matches.size());
+  return {std::make_move_iterator(matches.begin()), std::make_move_iterator(matches.end()),
+          matches.size()};
 }
 
 }  // namespace wakelatch

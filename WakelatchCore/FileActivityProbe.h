@@ -32,7 +32,7 @@ class FileActivityProbing {
     return {};
   }
 
-  /// The same with the entries' paths.
+  /// The time of each entry that one of the patterns matches, by the entry's path.
   virtual ModificationsByPath sessionModifications(
       const std::vector<std::string>& /*patterns*/) const {
     return {};
@@ -48,16 +48,17 @@ class FileActivityProbing {
 /// the way are followed. Directories match as files do, and a link is matched itself, not what it
 /// leads to. What cannot be read is not there.
 ///
-/// A call lists each directory once at most, however many patterns lead there, and holds few
-/// descriptors and no stack, however deep the tree is.
+/// A call lists each directory once at most, however many patterns lead there. It holds one file
+/// descriptor at a time; entries whose paths are longer than the system takes are not there.
 class FileActivityProbe : public FileActivityProbing {
  public:
   /// @param home      the directory that patterns start from
-  /// @param maxDepth  how many levels below `home` are looked at; negative: none, nor `home` itself
+  /// @param maxDepth  how many levels below `home` are looked at; 0: `home` alone, negative:
+  /// nothing
   FileActivityProbe(std::filesystem::path home, std::int64_t maxDepth);
 
   ///@{
-  /// As given to the constructor.
+  /// What the constructor was given.
   const std::filesystem::path& home() const { return home_; }
   std::int64_t maxDepth() const { return maxDepth_; }
   ///@}
@@ -69,8 +70,8 @@ class FileActivityProbe : public FileActivityProbing {
   ModificationsByPath sessionModifications(const std::vector<std::string>& patterns) const override;
 
  private:
-  const std::filesystem::path home_;
-  const std::int64_t maxDepth_;
+  std::filesystem::path home_;
+  std::int64_t maxDepth_;
 };
 
 }  // namespace wakelatch

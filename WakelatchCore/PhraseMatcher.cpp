@@ -1,13 +1,25 @@
 #include "WakelatchCore/PhraseMatcher.h"
 
 #include <algorithm>
-#include <bit>
+#include <cstdint>
+#include <cstring>
 
 namespace wakelatch {
 namespace {
 
 /// Text is folded and searched in pieces that stay in the processor's nearest cache.
 constexpr std::size_t pieceSize = 8192;
+
+/// Needles are looked for only where their first bytes, so many, may stand.
+constexpr std::size_t startSize = 4;
+constexpr std::size_t startHashes = 1 << 16;
+
+std::size_t hashOfStart(const char* text) {
+  std::uint32_t start = 0;
+  static_assert(sizeof start == startSize);
+  std::memcpy(&start, text, startSize);
+  return start * 0x9E3779B1U >> 16;  // the upper bits depend on all
+}
 
 /// Takes a piece off the front of `text`, cut where folding allows: before an ASCII character.
 std::string_view takePiece(std::string_view& text) {
@@ -28,7 +40,7 @@ PhraseIndex indexOf(const std::vector<std::string>& active, const std::vector<st
 // ----------------------------------------------------------------------------------------- index
 
 PhraseIndex::PhraseIndex(std::span<const Lists> matchers, platform::Casing casing)
-    : casing_(casing) {
+    : casing_(casing), mayStart_(startHashes) {
   for (const Lists& lists : matchers) {
     matchers_.emplace_back();
     addCandidates(lists.activePhrases, PhraseMatchKind::active);
@@ -36,9 +48,8 @@ PhraseIndex::PhraseIndex(std::span<const Lists> matchers, platform::Casing casin
   }
   std::sort(needles_.begin(), needles_.end());
   needles_.erase(std::unique(needles_.begin(), needles_.end()), needles_.end());
-  for (std::size_t group = 0; group < platform::PrefixFilter::groups; ++group) {
-    for (std::size_t n = firstOfGroup(group); n < firstOfGroup(group + 1); ++n)
-      filter_.add(needles_[n], group);
+  for (const std::string& needle : needles_) {
+    if (needle.size() >= startSize) mayStart_[hashOfStart(needle.data())] = true;
   }
 }
 
@@ -48,6 +59,7 @@ void PhraseIndex::addCandidates(std::span<const std::string> phrases,
     if (platform::trimmed(phrase).empty()) continue;
     std::string needle;
     platform::appendFolded(phrase, needle, casing_);
+    if (needle.empty()) continue;
     longest_ = std::max(longest_, needle.size());
     needles_.push_back(needle);
     matchers_.back().push_back({std::move(needle), result(phrase)});
@@ -76,14 +88,15 @@ std::vector<PhraseMatchKind> PhraseIndex::match(std::string_view text) const {
 }
 
 void PhraseIndex::search(std::string_view text, Found& found) const {
-  std::vector<platform::PrefixFilter::Candidate> places;
-  filter_.search(text, places);
-  for (auto [position, groups] : places) {
-    for (; groups != 0; groups &= groups - 1) {
-      const auto group = static_cast<std::size_t>(std::countr_zero(groups));
-      for (std::size_t n = firstOfGroup(group); n < firstOfGroup(group + 1); ++n) {
-        if (text.substr(position).starts_with(needles_[n])) found.insert(needles_[n]);
-      }
+  for (const std::string& needle : needles_) {
+    if (needle.size() < startSize && text.find(needle) != text.npos) found.insert(needle);
+  }
+  for (std::size_t at = 0; at + startSize <= text.size(); ++at) {
+    if (!mayStart_[hashOfStart(text.data() + at)]) continue;
+    const std::string_view rest = text.substr(at);
+    auto needle = std::lower_bound(needles_.begin(), needles_.end(), rest.substr(0, 1));
+    for (; needle != needles_.end() && needle->front() == rest.front(); ++needle) {
+      if (rest.starts_with(*needle)) found.insert(*needle);
     }
   }
 }

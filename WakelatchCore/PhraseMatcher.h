@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/PrefixFilter.h"
 #include "Platform/Text.h"
 
 #pragma GCC visibility push(default)
@@ -66,16 +65,11 @@ class PhraseIndex {
                      PhraseMatchKind (*result)(std::string phrase));
   void search(std::string_view text, Found& found) const;
 
-  /// Where a group of the filter begins in needles_; the last ends where the next would begin.
-  std::size_t firstOfGroup(std::size_t group) const {
-    return group * needles_.size() / platform::PrefixFilter::groups;
-  }
-
   platform::Casing casing_;
   std::vector<std::vector<Candidate>> matchers_;  ///< the candidates of each, best first
   std::vector<std::string> needles_;              ///< those of all matchers, sorted and distinct
   std::size_t longest_ = 0;                       ///< bytes of the longest needle
-  platform::PrefixFilter filter_;                 ///< for needles_
+  std::vector<bool> mayStart_;                    ///< by the hash of a needle's first bytes
 };
 
 /// One agent's phrases.

@@ -43,7 +43,7 @@ class ProcessTree {
 
   std::size_t size() const { return rows_.size(); }
   Node nodeOfRow(std::size_t row) const { return nodes_[row]; }
-  double cpuPercent(Node node) const { return rows_[node].cpuPercent; }
+  const ProcessSnapshot& process(Node node) const { return rows_[node]; }
 
   /// The process that started this one, or noNode. The system's own, pid 1 and less, started none.
   Node parent(Node node) const { return rows_[node].parentPID > 1 ? parents_[node] : noNode; }
@@ -166,6 +166,19 @@ class TargetNames {
   std::vector<std::string> normalized_;
 };
 
+/// ProcessDetector::parsePSArgs() without copies of the arguments, which may be megabytes.
+std::unordered_map<std::int32_t, std::string_view> argumentViews(std::string_view output) {
+  std::unordered_map<std::int32_t, std::string_view> arguments;
+  for (const std::string_view line : platform::Split(output, '\n')) {
+    const std::string_view trimmed = platform::trimmedSpaces(line);
+    const std::size_t space = trimmed.find(' ');
+    if (space == trimmed.npos) continue;
+    const auto pid = platform::parseInt32(trimmed.substr(0, space));
+    if (pid) arguments.insert_or_assign(*pid, platform::trimmedSpaces(trimmed.substr(space)));
+  }
+  return arguments;
+}
+
 bool isTool(const ProcessSnapshot& process, const AgentProfile& profile) {
   return std::any_of(
       profile.toolMarkers.begin(), profile.toolMarkers.end(), [&](const std::string& marker) {
@@ -175,12 +188,11 @@ bool isTool(const ProcessSnapshot& process, const AgentProfile& profile) {
 
 /// Whether the system took the process over from one that ended: directly, or, as on some Linux
 /// desktops, by a manager of the user's own.
-bool isOrphan(const ProcessSnapshot& process, const ProcessTree& tree, Node node,
-              const std::vector<ProcessSnapshot>& processes) {
-  if (process.parentPID <= 1) return true;
+bool isOrphan(const ProcessTree& tree, Node node) {
+  if (tree.process(node).parentPID <= 1) return true;
   const Node parent = tree.parent(node);
-  return parent != noNode && processes[parent].parentPID <= 1 &&
-         platform::baseName(processes[parent].command, '/') == "systemd";
+  return parent != noNode && tree.process(parent).parentPID <= 1 &&
+         platform::baseName(tree.process(parent).command, '/') == "systemd";
 }
 
 std::vector<Group> groupByAgent(const std::vector<ProcessSnapshot>& processes,
@@ -199,7 +211,7 @@ std::vector<Group> groupByAgent(const std::vector<ProcessSnapshot>& processes,
     const Node node = tree.nodeOfRow(row);
     if (const auto* profile = resolver.profileForCommand(process.command, process.arguments)) {
       const AgentCommandLine command(process.command, process.arguments);
-      const bool isLeft = isOrphan(process, tree, node, processes);
+      const bool isLeft = isOrphan(tree, node);
       if (isLeft && command.hasOneOf(profile->helperArguments)) continue;
       Group& group = groupOf(profile->displayName, profile->trustsCPUSignal);
       group.profile = profile;
@@ -271,27 +283,28 @@ std::vector<AgentProcesses> ProcessDetector::inspect(const std::vector<ProcessSn
     agent.isOneShot = group.isOneShot;
     std::vector<Node> all = group.roots;
     all.insert(all.end(), group.workers.begin(), group.workers.end());
-    subtrees.forEach(all, [&](Node node) { agent.cpuPercent += tree.cpuPercent(node); });
+    subtrees.forEach(all, [&](Node node) { agent.cpuPercent += tree.process(node).cpuPercent; });
     const auto addSession = [&](Node root, bool isWorker) {
       if (group.profile == nullptr || group.profile->turnRecords.empty()) return;
       AgentSession& session = agent.sessions.emplace_back();
-      session.pid = processes[root].pid;
+      session.pid = tree.process(root).pid;
       session.isWorker = isWorker;
       subtrees.forEach({root}, [&](Node node) {
-        session.processes.push_back(processes[node].pid);
+        session.processes.push_back(tree.process(node).pid);
         const bool isRoot = std::binary_search(group.roots.begin(), group.roots.end(), node);
-        session.runsTool = session.runsTool || (!isRoot && isTool(processes[node], *group.profile));
+        session.runsTool =
+            session.runsTool || (!isRoot && isTool(tree.process(node), *group.profile));
       });
     };
     std::int64_t sessionCount = 0;
     for (const Node root : group.roots) {
-      agent.ownCPUPercent += tree.cpuPercent(root);
+      agent.ownCPUPercent += tree.process(root).cpuPercent;
       if (ancestors.has(root)) continue;
       ++sessionCount;
       addSession(root, false);
     }
     for (const Node worker : group.workers) {
-      agent.ownCPUPercent += tree.cpuPercent(worker);
+      agent.ownCPUPercent += tree.process(worker).cpuPercent;
       addSession(worker, true);
     }
     if (group.roots.empty()) {
@@ -329,7 +342,7 @@ std::vector<ProcessSnapshot> ProcessDetector::liveSnapshot() {
   }
   try {
     const CommandResult listing = runner_.run({"/bin/ps", {"-axo", "pid=,args="}});
-    const auto arguments = parsePSArgs(listing.standardOutput);
+    const auto arguments = argumentViews(listing.standardOutput);
     for (ProcessSnapshot& process : processes) {
       const auto found = arguments.find(process.pid);
       if (found != arguments.end()) process.arguments = found->second;
@@ -360,17 +373,10 @@ std::vector<ProcessSnapshot> ProcessDetector::parsePSOutput(std::string_view out
   return processes;
 }
 
-std::unordered_map<std::int32_t, std::string_view> ProcessDetector::parsePSArgs(
+std::unordered_map<std::int32_t, std::string> ProcessDetector::parsePSArgs(
     std::string_view output) {
-  std::unordered_map<std::int32_t, std::string_view> arguments;
-  for (const std::string_view line : platform::Split(output, '\n')) {
-    const std::string_view trimmed = platform::trimmedSpaces(line);
-    const std::size_t space = trimmed.find(' ');
-    if (space == trimmed.npos) continue;
-    const auto pid = platform::parseInt32(trimmed.substr(0, space));
-    if (pid) arguments.insert_or_assign(*pid, platform::trimmedSpaces(trimmed.substr(space)));
-  }
-  return arguments;
+  const auto arguments = argumentViews(output);
+  return {arguments.begin(), arguments.end()};
 }
 
 }  // namespace wakelatch

@@ -54,8 +54,9 @@ struct AgentProcesses {
 };
 
 /// Finds agents in the process table: those of the catalogue unless a host has others. Keeps
-/// nothing between calls, which may come from any thread that the runner allows. Throws nothing but
-/// what AgentResolver::onUnmatchedHostBundle does.
+/// nothing between calls, which may come from any thread that the runner allows. What the host's
+/// AgentResolver::onUnmatchedHostBundle throws comes out of every call that detects; nothing else
+/// is thrown.
 class ProcessDetector {
  public:
   /// A time limit that holds for both listings even on a busy machine, in seconds; for the host.
@@ -76,14 +77,15 @@ class ProcessDetector {
   /// @param power     absent: the battery profile's threshold
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
                                            const std::optional<PowerSnapshot>& power);
-  /// The same signals with what led to them.
+  /// The signals of detectPerApp() with what led to them.
   std::vector<AgentProcesses> inspect(const GuardSettings& settings,
                                       const std::optional<PowerSnapshot>& power);
-  /// The strongest of these signals, the first among equals; ActivitySignal::none() without any.
+  /// The strongest signal of detectPerApp(), the first among equals; ActivitySignal::none() without
+  /// any.
   ActivitySignal detect(const GuardSettings& settings, const std::optional<PowerSnapshot>& power);
 
   ///@{
-  /// The same for processes already listed; runs nothing.
+  /// What the members of these names answer for processes already listed; runs nothing.
   static std::vector<ActivitySignal> detectPerApp(const std::vector<ProcessSnapshot>& processes,
                                                   const GuardSettings& settings,
                                                   const std::optional<PowerSnapshot>& power,
@@ -100,9 +102,9 @@ class ProcessDetector {
 
   /// Lines of `ps -o pid=,ppid=,pcpu=,comm=`; those that do not parse are skipped.
   static std::vector<ProcessSnapshot> parsePSOutput(std::string_view output);
-  /// Lines of `ps -o pid=,args=`: pid to argument string, as views into `output`. The last line of
-  /// a pid counts; lines that do not parse are skipped.
-  static std::unordered_map<std::int32_t, std::string_view> parsePSArgs(std::string_view output);
+  /// Lines of `ps -o pid=,args=`: pid to argument string. The last line of a pid counts; lines that
+  /// do not parse are skipped.
+  static std::unordered_map<std::int32_t, std::string> parsePSArgs(std::string_view output);
 
  private:
   std::vector<ProcessSnapshot> liveSnapshot();

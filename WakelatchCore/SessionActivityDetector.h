@@ -41,7 +41,7 @@ class SessionActivityDetector {
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings, Timestamp now,
                                            double freshnessWindow) const;
 
-  /// The same signals with what led to them.
+  /// The signals of detectPerApp() with what led to them.
   std::vector<SessionActivity> inspect(const GuardSettings& settings, Timestamp now,
                                        double freshnessWindow) const;
 

@@ -40,10 +40,11 @@ struct AgentTurns {
 /// must not overlap. Throws and logs nothing.
 class TurnDetector {
  public:
-  /// For how long (seconds of ticks) a turn is believed that shows no other sign of life: nothing
-  /// written, no load at the threshold, no process started since.
+  /// A turn is believed for so many seconds of ticks without another sign of life, which is a
+  /// write to its record, a load at the threshold or a process that the agent has started.
   static constexpr double longestSilence = 7200;
-  /// In which an agent gets ready, busily, and starts the processes that it keeps, in seconds.
+  /// For so many seconds after its start an agent may be busy without a turn: it gets ready, and
+  /// starts the processes that it keeps.
   static constexpr double startUpSeconds = 30;
 
   /// @param reading   used, not owned

@@ -27,13 +27,13 @@ struct TurnRecord {
   friend bool operator==(const TurnRecord&, const TurnRecord&) = default;
 };
 
-/// Leaves one record of each session: the first, with the time of the last, and if it tells of work
-/// then waiting if any other tells that.
+/// Leaves one record of each session: the first one, with the time of the one written last. Where
+/// that one tells of work and another one of waiting, the session waits.
 void mergeSessions(std::vector<TurnRecord>& records);
 
 /// Answers what agents have written down, and what the system knows of their processes.
-/// Implementations never throw but for want of memory, and may block on the file system. Calls must
-/// not overlap.
+/// Implementations throw nothing but for want of memory, and may block on the file system. Calls
+/// must not overlap.
 class TurnReading {
  public:
   virtual ~TurnReading() = default;

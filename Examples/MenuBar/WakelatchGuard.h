@@ -26,7 +26,8 @@ NS_ASSUME_NONNULL_BEGIN
 /// The settings as JSON; an error names the key that is wrong, and the settings stay.
 - (BOOL)setSettings:(NSData *)json error:(NSError **)error;
 /// Ticks no more and restores normal sleep, which may prompt; then calls `completion` on the main
-/// queue. `restored` is NO when the lid-closed setting may still be engaged. The last call of all.
+/// queue. `restored` is NO when the lid-closed setting may still be engaged. What is called later
+/// has no effect; another stop: has the answer of the first.
 - (void)stop:(void (^)(BOOL restored))completion;
 @end
 

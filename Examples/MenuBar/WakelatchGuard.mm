@@ -1,5 +1,6 @@
 #import "WakelatchGuard.h"
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -117,7 +118,9 @@ struct Machinery {
   dispatch_queue_t _queue;
   dispatch_source_t _timer;
   id<NSObject> _activity;
-  std::unique_ptr<Machinery> _machinery;
+  // Both are used on the queue alone.
+  std::unique_ptr<Machinery> _machinery;  // null once the guard has been stopped
+  BOOL _restored;                         // by the stop
 }
 
 - (instancetype)init {
@@ -140,23 +143,45 @@ struct Machinery {
   _activity = [NSProcessInfo.processInfo
       beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
                         reason:@"Watching agents"];
-  dispatch_async(_queue, ^{
-    self->_machinery->keepAwake.endOrphans();
-    self->_machinery->keepAwake.startUp();
-  });
+  [self enqueue:^(Machinery &machinery) {
+    machinery.keepAwake.endOrphans();
+    machinery.keepAwake.startUp();
+  }];
   _timer = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, _queue);
   // Ticks that come due while one is under way, or waits for a password, are one tick.
   dispatch_source_set_timer(_timer, DISPATCH_TIME_NOW, uint64_t(tickSeconds * NSEC_PER_SEC),
                             NSEC_PER_SEC / 10);
   dispatch_source_set_event_handler(_timer, ^{
-    [self tick];
+    [self run:^(Machinery &machinery) {
+      [self tick:machinery];
+    }];
   });
   dispatch_resume(_timer);
 }
 
-- (void)tick {
-  const core::GuardDecision decision = _machinery->tick();
-  const BOOL keepsAwake = _machinery->controller.appliedLetDisplaySleep().has_value();
+/// Has `use` run on the queue.
+- (void)enqueue:(void (^)(Machinery &machinery))use {
+  dispatch_async(_queue, ^{
+    [self run:use];
+  });
+}
+
+/// Runs `use`, on the queue, unless the guard has been stopped. With a pool of its own, because a
+/// queue empties its pool when it likes; exceptions end here, because dispatch cannot carry them.
+- (void)run:(void (^)(Machinery &machinery))use {
+  @autoreleasepool {
+    if (!_machinery) return;
+    try {
+      use(*_machinery);
+    } catch (const std::exception &failure) {
+      NSLog(@"Wakelatch: %@", toNSString(failure.what()));  // the next tick tries again
+    }
+  }
+}
+
+- (void)tick:(Machinery &)machinery {
+  const core::GuardDecision decision = machinery.tick();
+  const BOOL keepsAwake = machinery.controller.appliedLetDisplaySleep().has_value();
   WakelatchStatus *status = [[WakelatchStatus alloc] initWithDecision:decision
                                                            keepsAwake:keepsAwake];
   dispatch_async(dispatch_get_main_queue(), ^{
@@ -165,11 +190,13 @@ struct Machinery {
 }
 
 - (BOOL)setMode:(NSString *)rawValue {
-  const auto mode = core::fromRawValue<core::AppMode>(std::string_view(rawValue.UTF8String));
+  const char *bytes = rawValue.UTF8String;  // null for what is no valid Unicode
+  if (bytes == nullptr) return NO;
+  const auto mode = core::fromRawValue<core::AppMode>(std::string_view(bytes));
   if (!mode) return NO;
-  dispatch_async(_queue, ^{
-    self->_machinery->mode = *mode;
-  });
+  [self enqueue:^(Machinery &machinery) {
+    machinery.mode = *mode;
+  }];
   return YES;
 }
 
@@ -177,11 +204,11 @@ struct Machinery {
   try {
     const auto settings =
         core::decode<core::GuardSettings>({static_cast<const char *>(json.bytes), json.length});
-    dispatch_async(_queue, ^{
-      self->_machinery->settings = settings;
-    });
+    [self enqueue:^(Machinery &machinery) {
+      machinery.settings = settings;
+    }];
     return YES;
-  } catch (const core::DecodingError &wrong) {  // must not reach Objective-C or Swift
+  } catch (const std::exception &wrong) {  // must not reach Objective-C or Swift
     if (error != nullptr) {
       *error = [NSError errorWithDomain:@"Wakelatch"
                                    code:1
@@ -194,14 +221,16 @@ struct Machinery {
 - (void)stop:(void (^)(BOOL restored))completion {
   if (_timer != nil) dispatch_source_cancel(_timer);
   dispatch_async(_queue, ^{
-    core::host::KeepAwake &keepAwake = self->_machinery->keepAwake;
-    bool restored = true;
-    if (self->_machinery->settings.restoreNormalSleepOnQuit) {
-      restored = keepAwake.restore();
-    } else {
-      keepAwake.leaveEngaged();
-    }
+    [self run:^(Machinery &machinery) {
+      if (machinery.settings.restoreNormalSleepOnQuit) {
+        self->_restored = machinery.keepAwake.restore();
+      } else {
+        machinery.keepAwake.leaveEngaged();
+        self->_restored = YES;
+      }
+    }];
     self->_machinery.reset();  // here: its end waits for the keep-awake process
+    const BOOL restored = self->_restored;
     dispatch_async(dispatch_get_main_queue(), ^{
       completion(restored);
     });
