@@ -1,23 +1,9 @@
-# The two commands of the README, and what developers need besides.
-ARGS ?= watch
+# What developers need besides ./run and ./test.
 PREFIX ?= /usr/local
 TICKS ?= 200000
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
-.PHONY: run test valgrind fuzz format check-format tidy bench accuracy soak docs install
-
-run:
-	@cmake/bootstrap run
-	@mkdir -p build
-	@{ cmake --preset release && cmake --build --preset release; } >build/run.log 2>&1 \
-	  || { cat build/run.log; exit 1; }
-	@exec build/release/Host/wakelatch $(ARGS)
-
-test:
-	@cmake/bootstrap test
-	cmake --preset dev
-	cmake --build --preset dev
-	ctest --preset dev
+.PHONY: valgrind fuzz format check-format tidy bench accuracy soak docs install
 
 format:
 	@cmake/bootstrap ci
@@ -29,16 +15,14 @@ check-format:
 
 bench:
 	@cmake/bootstrap bench
-	cmake --preset bench
-	cmake --build --preset bench
+	@cmake/build bench
 	@for program in build/bench/benchmarks/*Benchmark; do \
 	  echo "== $$(basename $$program)"; $$program || exit 1; done
 
 # Replays Traces/ and compares with its limits; WRITE=1 makes today's figures the limits.
 accuracy:
 	@cmake/bootstrap bench
-	cmake --preset bench
-	cmake --build --preset bench --target accuracy
+	@cmake/build bench --target accuracy
 	build/bench/benchmarks/accuracy Traces $(if $(WRITE),--write) $(if $(HTML),--html $(HTML))
 
 docs:
@@ -61,29 +45,25 @@ else
 # and has no exit notices, and what a child does it does not see.
 valgrind:
 	@cmake/bootstrap ci
-	cmake --preset dev
-	cmake --build --preset dev --target wakelatch_tests
+	@cmake/build dev --target wakelatch_tests
 	valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite --error-exitcode=9 \
 	  build/dev/Tests/wakelatch_tests --gtest_brief=1 \
 	  --gtest_filter='-Host.*:CrashMatrix.*:Caffeinate.*:Fault*:Schema*:CommandRunner.*:ChildProcess.*:SleepController.*:KeepAwake.*'
 
 tidy:
 	@cmake/bootstrap ci
-	cmake --preset tidy
-	cmake --build --preset tidy
+	@cmake/build tidy
 
 # Without glibc's caches of freed memory, which count as in use, the heap's figures are exact.
 soak:
 	@cmake/bootstrap bench
-	cmake --preset bench
-	cmake --build --preset bench --target soak
+	@cmake/build bench --target soak
 	GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/bench/benchmarks/soak $(TICKS)
 
 # Each target for SECONDS, two at a time.
 fuzz: SECONDS ?= 60
 fuzz:
 	@cmake/bootstrap ci
-	cmake --preset fuzz
-	cmake --build --preset fuzz
+	@cmake/build asan --target fuzz
 	@Fuzz/run $(SECONDS) $(SEED)
 endif
