@@ -21,9 +21,9 @@ bench:
 
 # Replays Traces/ and compares with its limits; WRITE=1 makes today's figures the limits.
 accuracy:
-	@cmake/bootstrap bench
-	@cmake/build bench --target accuracy
-	build/bench/benchmarks/accuracy Traces $(if $(WRITE),--write) $(if $(HTML),--html $(HTML))
+	@cmake/bootstrap test
+	@cmake/build dev --target accuracy
+	build/dev/benchmarks/accuracy Traces $(if $(WRITE),--write) $(if $(HTML),--html $(HTML))
 
 docs:
 	@cmake/bootstrap docs
@@ -56,9 +56,9 @@ tidy:
 
 # Without glibc's caches of freed memory, which count as in use, the heap's figures are exact.
 soak:
-	@cmake/bootstrap bench
-	@cmake/build bench --target soak
-	GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/bench/benchmarks/soak $(TICKS)
+	@cmake/bootstrap test
+	@cmake/build dev --target soak
+	GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/dev/benchmarks/soak $(TICKS)
 
 # Each target for SECONDS, two at a time.
 fuzz: SECONDS ?= 60
