@@ -50,9 +50,12 @@ valgrind:
 	  build/dev/Tests/wakelatch_tests --gtest_brief=1 \
 	  --gtest_filter='-Host.*:CrashMatrix.*:Caffeinate.*:Fault*:Schema*:CommandRunner.*:ChildProcess.*:SleepController.*:KeepAwake.*'
 
+# Reads the commands of the build with clang and its library, and that build's precompiled header.
+# CHECKS adds to or takes from .clang-tidy's.
 tidy:
 	@cmake/bootstrap ci
-	@cmake/build tidy
+	@cmake/build clang-libcxx
+	run-clang-tidy -quiet $(if $(CHECKS),-checks='$(CHECKS)') -p build/clang-libcxx "$$PWD/(Platform|WakelatchCore|Host|Tests|Examples)/"
 
 # Without glibc's caches of freed memory, which count as in use, the heap's figures are exact.
 soak:
