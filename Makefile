@@ -1,23 +1,9 @@
-# The two commands of the README, and what developers need besides.
-ARGS ?= watch
+# What developers need besides ./run and ./test.
 PREFIX ?= /usr/local
 TICKS ?= 200000
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
-.PHONY: run test valgrind fuzz format check-format tidy bench accuracy soak docs install
-
-run:
-	@cmake/bootstrap run
-	@mkdir -p build
-	@{ cmake --preset release && cmake --build --preset release; } >build/run.log 2>&1 \
-	  || { cat build/run.log; exit 1; }
-	@exec build/release/Host/wakelatch $(ARGS)
-
-test:
-	@cmake/bootstrap test
-	cmake --preset dev
-	cmake --build --preset dev
-	ctest --preset dev
+.PHONY: valgrind fuzz format check-format tidy bench accuracy soak docs install
 
 format:
 	@cmake/bootstrap ci
@@ -29,17 +15,15 @@ check-format:
 
 bench:
 	@cmake/bootstrap bench
-	cmake --preset bench
-	cmake --build --preset bench
+	@cmake/build bench
 	@for program in build/bench/benchmarks/*Benchmark; do \
 	  echo "== $$(basename $$program)"; $$program || exit 1; done
 
 # Replays Traces/ and compares with its limits; WRITE=1 makes today's figures the limits.
 accuracy:
-	@cmake/bootstrap bench
-	cmake --preset bench
-	cmake --build --preset bench --target accuracy
-	build/bench/benchmarks/accuracy Traces $(if $(WRITE),--write) $(if $(HTML),--html $(HTML))
+	@cmake/bootstrap test
+	@cmake/build dev --target accuracy
+	build/dev/benchmarks/accuracy Traces $(if $(WRITE),--write) $(if $(HTML),--html $(HTML))
 
 docs:
 	@cmake/bootstrap docs
@@ -61,29 +45,28 @@ else
 # and has no exit notices, and what a child does it does not see.
 valgrind:
 	@cmake/bootstrap ci
-	cmake --preset dev
-	cmake --build --preset dev --target wakelatch_tests
+	@cmake/build dev --target wakelatch_tests
 	valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite --error-exitcode=9 \
 	  build/dev/Tests/wakelatch_tests --gtest_brief=1 \
 	  --gtest_filter='-Host.*:CrashMatrix.*:Caffeinate.*:Fault*:Schema*:CommandRunner.*:ChildProcess.*:SleepController.*:KeepAwake.*'
 
+# Reads the commands of the build with clang and its library, and that build's precompiled header.
+# CHECKS adds to or takes from .clang-tidy's.
 tidy:
 	@cmake/bootstrap ci
-	cmake --preset tidy
-	cmake --build --preset tidy
+	@cmake/build clang-libcxx
+	run-clang-tidy -quiet $(if $(CHECKS),-checks='$(CHECKS)') -p build/clang-libcxx "$$PWD/(Platform|WakelatchCore|Host|Tests|Examples)/"
 
 # Without glibc's caches of freed memory, which count as in use, the heap's figures are exact.
 soak:
-	@cmake/bootstrap bench
-	cmake --preset bench
-	cmake --build --preset bench --target soak
-	GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/bench/benchmarks/soak $(TICKS)
+	@cmake/bootstrap test
+	@cmake/build dev --target soak
+	GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/dev/benchmarks/soak $(TICKS)
 
 # Each target for SECONDS, two at a time.
 fuzz: SECONDS ?= 60
 fuzz:
 	@cmake/bootstrap ci
-	cmake --preset fuzz
-	cmake --build --preset fuzz
+	@cmake/build asan --target fuzz
 	@Fuzz/run $(SECONDS) $(SEED)
 endif

@@ -104,7 +104,7 @@ TEST(CommandRunnerDeathTest, WorksWithAnyDescriptorsAndSignalsOfTheHost) {
     if (::pipe(input) != 0 || ::write(input[1], "hello", 5) != 5) ::_exit(2);
     ::dup2(input[0], STDIN_FILENO);
     for (const int end : input) ::close(end);
-    ::dup(STDIN_FILENO);  // not close-on-exec
+    if (::dup(STDIN_FILENO) < 0) ::_exit(2);  // not close-on-exec
     sigset_t all;
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
