@@ -4,7 +4,8 @@ PREFIX ?= /usr/local
 TICKS ?= 200000
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
-.PHONY: run test valgrind fuzz format check-format tidy bench accuracy soak docs install
+.PHONY: run test valgrind fuzz format check-format tidy bench accuracy soak docs install \
+  package
 
 run:
 	@cmake/bootstrap run
@@ -51,6 +52,12 @@ install:
 	cmake --preset release -DCMAKE_INSTALL_PREFIX:PATH="$(PREFIX)"
 	cmake --build --preset release
 	cmake --install build/release
+
+# build/package/*.deb, the same to the last byte for a commit and a compiler.
+package:
+	@cmake/bootstrap package
+	cmake --preset package
+	SOURCE_DATE_EPOCH=$$(git log -1 --format=%ct) cmake --build --preset package
 
 ifeq ($(shell uname),Darwin)
 valgrind tidy soak fuzz:
