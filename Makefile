@@ -57,7 +57,7 @@ install:
 package:
 	@cmake/bootstrap package
 	cmake --preset package
-	SOURCE_DATE_EPOCH=$$(git log -1 --format=%ct) cmake --build --preset package
+	umask 022; SOURCE_DATE_EPOCH=$$(git log -1 --format=%ct) cmake --build --preset package
 
 ifeq ($(shell uname),Darwin)
 valgrind tidy soak fuzz:

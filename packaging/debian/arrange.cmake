@@ -1,6 +1,5 @@
 # Run by CPack when everything is installed and nothing packed yet: what Debian wants elsewhere or
 # otherwise than `cmake --install` leaves it. A file that is no longer there fails the package.
-set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)  # SOURCE_DATE_EPOCH, where it is set
 
 function(compress file)
@@ -34,3 +33,7 @@ execute_process(COMMAND ${strip} ${share}/../bin/wakelatch ${share}/../libexec/w
                 COMMAND_ERROR_IS_FATAL ANY)
 file(GLOB_RECURSE archive ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/dev/usr/lib/*.a)
 execute_process(COMMAND ${strip} --strip-debug ${archive} COMMAND_ERROR_IS_FATAL ANY)
+
+# Whatever the umask was when the sources were checked out and built.
+execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_INSTALL_DIRECTORY}
+                COMMAND_ERROR_IS_FATAL ANY)
