@@ -53,16 +53,10 @@ install:
 	cmake --build --preset release
 	cmake --install build/release
 
-# build/package/*.deb, the same to the last byte for a commit and a compiler.
-package:
-	@cmake/bootstrap package
-	cmake --preset package
-	umask 022; SOURCE_DATE_EPOCH=$$(git log -1 --format=%ct) cmake --build --preset package
-
 ifeq ($(shell uname),Darwin)
-valgrind tidy soak fuzz:
+valgrind tidy soak fuzz package:
 	@echo "make $@ does nothing on macOS: Xcode has neither clang-tidy nor libFuzzer, and there is no"; \
-	echo "valgrind and no /proc. Run it on Debian."
+	echo "valgrind, no dpkg and no /proc. Run it on Debian."
 else
 # All tests but those about other processes: valgrind's stand-in for starting a child cannot fail
 # and has no exit notices, and what a child does it does not see.
@@ -93,4 +87,10 @@ fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	@Fuzz/run $(SECONDS) $(SEED)
+
+# build/package/*.deb, the same to the last byte for a commit and a compiler.
+package:
+	@cmake/bootstrap package
+	cmake --preset package
+	umask 022; SOURCE_DATE_EPOCH=$$(git log -1 --format=%ct) cmake --build --preset package
 endif
