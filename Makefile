@@ -3,7 +3,7 @@ PREFIX ?= /usr/local
 TICKS ?= 200000
 SOURCES = $(shell git ls-files '*.cpp' '*.h' '*.mm')
 
-.PHONY: valgrind fuzz format check-format tidy bench accuracy soak docs install
+.PHONY: valgrind fuzz format check-format tidy bench accuracy soak docs install package
 
 format:
 	@cmake/bootstrap ci
@@ -37,9 +37,9 @@ install:
 	cmake --install build/release
 
 ifeq ($(shell uname),Darwin)
-valgrind tidy soak fuzz:
+valgrind tidy soak fuzz package:
 	@echo "make $@ does nothing on macOS: Xcode has neither clang-tidy nor libFuzzer, and there is no"; \
-	echo "valgrind and no /proc. Run it on Debian."
+	echo "valgrind, no dpkg and no /proc. Run it on Debian."
 else
 # All tests but those about other processes: valgrind's stand-in for starting a child cannot fail
 # and has no exit notices, and what a child does it does not see.
@@ -69,4 +69,10 @@ fuzz:
 	@cmake/bootstrap ci
 	@cmake/build asan --target fuzz
 	@Fuzz/run $(SECONDS) $(SEED)
+
+# build/package/*.deb, the same to the last byte for a commit and a compiler.
+package:
+	@cmake/bootstrap package
+	cmake --preset package
+	umask 022; SOURCE_DATE_EPOCH=$$(git log -1 --format=%ct) cmake --build --preset package
 endif

@@ -75,6 +75,7 @@ void addRecording(CLI::App& command, WatchOptions& watch, const std::string& nam
 std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* const* argv) {
   CLI::App app("Keeps this machine awake while AI coding agents work.", "wakelatch");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "wakelatch " WAKELATCH_VERSION, "Say which version this is");
   std::string toolDirectory;
   app.add_option("--tools", toolDirectory,
                  "Directory with programs to run in place of the system's tools of the same name")

@@ -41,7 +41,7 @@ _wakelatch() {
     esac
   done
   case $command in
-    '') options='status explain watch record replay agents stats restore doctor --tools' ;;
+    '') options='status explain watch record replay agents stats restore doctor --tools --version' ;;
     status | explain) options='--json --mode --agent' ;;
     watch)
       options='--mode --interval --ticks --json --dry-run --release-delay --caffeinate --agent

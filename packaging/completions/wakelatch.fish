@@ -2,6 +2,7 @@
 complete -c wakelatch -f
 complete -c wakelatch -s h -l help -d 'Say how to use it'
 
+complete -c wakelatch -n __fish_use_subcommand -l version -d 'Say which version this is'
 complete -c wakelatch -n __fish_use_subcommand -l tools -x -a '(__fish_complete_directories)' -d 'Run the programs of a directory in place of the system\'s'
 complete -c wakelatch -n __fish_use_subcommand -a status -d 'What is seen and decided now'
 complete -c wakelatch -n __fish_use_subcommand -a explain -d 'Why that is decided, rule by rule'
