@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <exception>
 #include <system_error>
 #include <utility>
 
 #include "Platform/Files.h"
+#include "Platform/Numbers.h"
 #include "Platform/Split.h"
 #include "Platform/Text.h"
 #include "Platform/WatchedChild.h"
@@ -51,16 +51,6 @@ std::size_t lineBreakLength(std::string_view text) {
   return 0;
 }
 
-/// The number that `text` is as a whole, with or without a sign.
-std::optional<std::int32_t> wholeNumber(std::string_view text) {
-  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-  std::int32_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [parsedTo, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || parsedTo != end) return std::nullopt;
-  return value;
-}
-
 void removeQuietly(const std::filesystem::path& file) {
   std::error_code ignored;
   std::filesystem::remove(file, ignored);
@@ -90,15 +80,14 @@ bool SleepController::isLidClosedProtectionEngaged() const {
 }
 
 std::optional<bool> SleepController::appliedLetDisplaySleep() const {
-  std::shared_ptr<platform::WatchedChild> process;
-  bool letDisplaySleep = false;
-  {
-    const platform::MutexLock guard(lock_);
-    process = caffeinateProcess_;
-    letDisplaySleep = caffeinateLetDisplaySleep_;
-  }
-  if (process == nullptr || !process->isRunning()) return std::nullopt;
-  return letDisplaySleep;
+  const KeepAwake current = keepAwake();
+  if (current.process == nullptr || !current.process->isRunning()) return std::nullopt;
+  return current.letDisplaySleep;
+}
+
+SleepController::KeepAwake SleepController::keepAwake() const {
+  const platform::MutexLock guard(lock_);
+  return keepAwake_;
 }
 
 // ------------------------------------------------------------------------------------ every tick
@@ -128,11 +117,7 @@ void SleepController::stopKeepAwake() {
 }
 
 void SleepController::signalKeepAwake() const {
-  std::shared_ptr<platform::WatchedChild> process;
-  {
-    const platform::MutexLock guard(lock_);
-    process = caffeinateProcess_;
-  }
+  const auto process = keepAwake().process;
   if (process != nullptr) process->send(SIGTERM);
 }
 
@@ -148,38 +133,28 @@ void SleepController::sleepNow() {
 // --------------------------------------------------------------------------- keep-awake process
 
 bool SleepController::startCaffeinate(bool letDisplaySleep) {
-  std::shared_ptr<platform::WatchedChild> previous;
-  bool previousLetDisplaySleep = false;
-  {
-    const platform::MutexLock guard(lock_);
-    previous = caffeinateProcess_;
-    previousLetDisplaySleep = caffeinateLetDisplaySleep_;
-  }
-  if (previous != nullptr && !previous->isRunning()) previous = nullptr;
-  if (previous != nullptr && previousLetDisplaySleep == letDisplaySleep) return true;
+  const auto [current, currentLetDisplaySleep] = keepAwake();
+  const auto previous = current != nullptr && current->isRunning() ? current : nullptr;
+  if (previous != nullptr && currentLetDisplaySleep == letDisplaySleep) return true;
 
   std::shared_ptr<platform::WatchedChild> started;
-  std::string failure;
   try {
     started = platform::WatchedChild::start(caffeinatePath_, caffeinateArguments(letDisplaySleep));
   } catch (const std::exception& error) {
-    failure = error.what();
-  }
-  if (started == nullptr) {
     bool isLogged = false;
     {
       const platform::MutexLock guard(lock_);
       isLogged = std::exchange(caffeinateLaunchFailureLogged_, true);
     }
     if (!isLogged) {
-      logger_.log("Failed to start caffeinate: " + failure + " — retrying each tick, logging once");
+      logger_.log(std::string("Failed to start caffeinate: ") + error.what() +
+                  " — retrying each tick, logging once");
     }
     return previous != nullptr;  // it keeps the machine awake in its old posture
   }
   {
     const platform::MutexLock guard(lock_);
-    caffeinateProcess_ = started;
-    caffeinateLetDisplaySleep_ = letDisplaySleep;
+    keepAwake_ = {started, letDisplaySleep};
     caffeinateLaunchFailureLogged_ = false;
   }
   std::vector<std::int32_t> ids{started->id()};
@@ -205,7 +180,7 @@ void SleepController::stopCaffeinate() {
   std::shared_ptr<platform::WatchedChild> process;
   {
     const platform::MutexLock guard(lock_);
-    process = std::exchange(caffeinateProcess_, nullptr);
+    process = std::exchange(keepAwake_, {}).process;
   }
   if (process != nullptr && process->isRunning()) {
     const std::string id = std::to_string(process->id());
@@ -217,7 +192,7 @@ void SleepController::stopCaffeinate() {
                   "blocking");
     }
   }
-  removeCaffeinatePID();
+  removeQuietly(pidFileURL());
 }
 
 void SleepController::reconcileOrphanedCaffeinate() {
@@ -234,7 +209,7 @@ void SleepController::reconcileOrphanedCaffeinate() {
     ::kill(id, SIGTERM);
     logger_.log("Killed orphaned caffeinate pid " + idText + " left by a previous run");
   }
-  removeCaffeinatePID();
+  removeQuietly(pidFileURL());
 }
 
 std::vector<std::string> SleepController::caffeinateArguments(bool letDisplaySleep) {
@@ -259,10 +234,6 @@ void SleepController::writeCaffeinatePIDs(const std::vector<std::int32_t>& ids) 
   }
 }
 
-void SleepController::removeCaffeinatePID() {
-  removeQuietly(pidFileURL());
-}
-
 std::vector<std::int32_t> SleepController::readCaffeinatePIDs() try {
   const std::string text = platform::readFile(pidFileURL());
   if (!platform::isValidUtf8(text)) return {};
@@ -280,7 +251,7 @@ std::vector<std::int32_t> SleepController::parseCaffeinatePIDs(std::string_view 
       continue;
     }
     const std::string_view line = platform::trimmedSpaces(text.substr(start, at - start));
-    if (const auto id = wholeNumber(line)) ids.push_back(*id);
+    if (const auto id = platform::parseInt32(line)) ids.push_back(*id);
     at += breakLength;
     start = at;
   }
@@ -337,14 +308,8 @@ bool SleepController::restoreDirectly() {
 }
 
 bool SleepController::noteRestore(bool isRestored) {
-  {
-    const platform::MutexLock guard(lock_);
-    disableSleepEngaged_ = !isRestored;
-  }
-  if (isRestored) {
-    removeEngagedMarker();
-  } else {
-    writeEngagedMarker();
+  noteEngaged(!isRestored);
+  if (!isRestored) {
     logger_.log(
         "WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it "
         "tracked for retry (REVIEW #18)");
@@ -362,14 +327,7 @@ SleepController::DisableSleepState SleepController::disableSleepState(CommandRun
 
 SleepController::DisableSleepState SleepController::reconcileLidClosedProtection() {
   const DisableSleepState state = disableSleepState();
-  if (state == DisableSleepState::on) adoptDisableSleepEngaged();
-  if (state == DisableSleepState::off) {
-    {
-      const platform::MutexLock guard(lock_);
-      disableSleepEngaged_ = false;
-    }
-    removeEngagedMarker();
-  }
+  if (state != DisableSleepState::unknown) noteEngaged(state == DisableSleepState::on);
   return state;
 }
 
@@ -390,11 +348,19 @@ bool SleepController::parseSleepDisabled(std::string_view output) {
 }
 
 void SleepController::adoptDisableSleepEngaged() {
+  noteEngaged(true);
+}
+
+void SleepController::noteEngaged(bool isEngaged) {
   {
     const platform::MutexLock guard(lock_);
-    disableSleepEngaged_ = true;
+    disableSleepEngaged_ = isEngaged;
   }
-  writeEngagedMarker();
+  if (isEngaged) {
+    writeEngagedMarker();
+  } else {
+    removeQuietly(engagedMarkerURL());
+  }
 }
 
 bool SleepController::reconcileStuckDisableSleep() {
@@ -402,7 +368,7 @@ bool SleepController::reconcileStuckDisableSleep() {
   if (!std::filesystem::exists(engagedMarkerURL(), ignored)) return true;
   if (disableSleepState() == DisableSleepState::off) {
     logger_.log("Stale disablesleep marker found (system reports sleep enabled) — removing it");
-    removeEngagedMarker();
+    removeQuietly(engagedMarkerURL());
     return true;
   }
   logger_.log(
@@ -430,10 +396,6 @@ void SleepController::writeEngagedMarker() {
   } catch (const std::exception& error) {
     logger_.log(std::string("Failed to write disablesleep marker: ") + error.what());
   }
-}
-
-void SleepController::removeEngagedMarker() {
-  removeQuietly(engagedMarkerURL());
 }
 
 }  // namespace wakelatch

@@ -145,15 +145,21 @@ class SleepController {
   static bool parseSleepDisabled(std::string_view output);
 
  private:
+  /// A keep-awake process and the posture that it was started with; no process: none is wanted.
+  struct KeepAwake {
+    std::shared_ptr<platform::WatchedChild> process;
+    bool letDisplaySleep = false;
+  };
+
+  KeepAwake keepAwake() const;
   bool startCaffeinate(bool letDisplaySleep);
   void stopCaffeinate();
   bool disengageDisableSleep();
   bool restoreDirectly();
   bool noteRestore(bool isRestored);
+  void noteEngaged(bool isEngaged);
   void writeCaffeinatePIDs(const std::vector<std::int32_t>& ids);
-  void removeCaffeinatePID();
   void writeEngagedMarker();
-  void removeEngagedMarker();
 
   mutable platform::Mutex lock_;  // never held across a launch, a command, a signal or a wait
   bool isSleepPreventionEnabled_ WAKELATCH_GUARDED_BY(lock_) = false;
@@ -161,8 +167,7 @@ class SleepController {
   CommandRunning& runner_;
   CommandRunning& adminRunner_;
   FileLogger& logger_;
-  std::shared_ptr<platform::WatchedChild> caffeinateProcess_ WAKELATCH_GUARDED_BY(lock_);
-  bool caffeinateLetDisplaySleep_ WAKELATCH_GUARDED_BY(lock_) = false;
+  KeepAwake keepAwake_ WAKELATCH_GUARDED_BY(lock_);
   bool caffeinateLaunchFailureLogged_ WAKELATCH_GUARDED_BY(lock_) = false;
   const std::string caffeinatePath_;
 };
