@@ -73,12 +73,10 @@ TEST(Json, ReadsWhatIsMeantAndWritesInOrder) {
   EXPECT_EQ(decode<double>("18446744073709551616"), 0x1p64);
 }
 
-TEST(Json, NumericDatesKeepEveryBit) {  // as a fuzz target shows for any
-  EXPECT_EQ(encode(after({}, 0.1)), "-978307199.9");
+TEST(Json, DatesAreNumbersOrIso8601CutToTheSecond) {
+  EXPECT_EQ(encode(after({}, 978307200.25)), "0.25");
   EXPECT_EQ(decode<Timestamp>("-9.783072e8"), Timestamp{});
-}
-
-TEST(Json, DatesInIso8601AreCutToTheSecond) {
+  EXPECT_EQ(encode(after({}, 0.1), DateCoding::secondsSince1970), "0.1");
   constexpr auto iso = DateCoding::iso8601;
   const std::string text = R"("1969-12-31T23:59:58Z")";
   EXPECT_EQ(encode(after({}, -1.1), iso), text);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "Platform/Calendar.h"
 
@@ -222,8 +223,8 @@ TEST(UsageJson, WritesFieldsInOrderAndReadsThemBack) {
   const std::string text = encode(store.metrics);
   EXPECT_EQ(decode<UsageMetrics>(text), store.metrics);
   std::string keys;
-  JsonDocument(text).root().forEachMember(
-      [&](const std::string& key, const JsonValue&) { keys += key + ' '; });
+  const auto object = nlohmann::ordered_json::parse(text);
+  for (const auto& member : object.items()) keys += member.key() + ' ';
   EXPECT_EQ(keys,
             "days installDate longestProtectedRunSeconds longestProtectedRunAgent "
             "longestProtectedRunDate sessionStartedAt sessionQualified sessionAgentID "
