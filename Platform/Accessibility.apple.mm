@@ -112,7 +112,7 @@ class SystemAccessibility final : public Accessibility {
 }  // namespace
 
 Accessibility& systemAccessibility() {
-  static SystemAccessibility accessibility;
+  static auto& accessibility = *new SystemAccessibility;  // a thread may use it during exit
   return accessibility;
 }
 

@@ -20,7 +20,7 @@ class NoAccessibility final : public Accessibility {
 }  // namespace
 
 Accessibility& systemAccessibility() {
-  static NoAccessibility accessibility;
+  static auto& accessibility = *new NoAccessibility;  // a thread may use it during exit
   return accessibility;
 }
 

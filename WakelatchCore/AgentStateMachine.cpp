@@ -53,7 +53,7 @@ GuardDecision AgentStateMachine::evaluate(AppMode mode, const GuardSettings& set
                                              .reason = "Battery is at or below cutoff"});
   }
 
-  // 4. The profile of the rules below.
+  // 4. The rules below use the profile of the power source.
   const GuardPowerProfile& profile = settings.profile(power);
 
   // 5. Heat.

@@ -18,7 +18,7 @@ struct EnumCase {
   std::string_view displayName = {};  ///< for the user; empty for what is never shown
 };
 
-/// The cases of `E` in their documented order; specialised beside each enumeration.
+/// The cases of `E` in the order in which it declares them; specialised beside each enumeration.
 template <class E>
 inline constexpr std::array<EnumCase<E>, 0> enumCases{};
 

@@ -200,7 +200,7 @@ struct GuardSettings {
   bool letDisplaySleep = false;               ///< for the host
 
   ///@{
-  /// What the field is when the settings file has none; the apps are an empty list.
+  /// The lists that hold when the settings file has none; that of the apps is empty.
   static const std::vector<std::string>& defaultTargetApps();
   static const std::vector<std::string>& defaultActivePhrases();
   static const std::vector<std::string>& defaultIdlePhrases();

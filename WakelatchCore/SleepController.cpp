@@ -341,7 +341,7 @@ bool SleepController::parseSleepDisabled(std::string_view output) {
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
     line = line.substr(0, line.find_last_not_of(blanks) + 1);
     if (line.substr(0, line.find_first_of(blanks)) == "SleepDisabled") {
-      return line.substr(line.find_last_of(blanks) + 1) == "1";  // of one word: all of it
+      return line.substr(line.find_last_of(blanks) + 1) == "1";  // the last word
     }
   }
   return false;

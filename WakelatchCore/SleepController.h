@@ -58,7 +58,7 @@ class SleepController {
 
   // ------------------------------------------------------------------------------- every tick
 
-  /// Enables or restores, see the two below.
+  /// What a tick wants: enableSleepPrevention() when enabled, else restoreNormalSleep().
   bool setSleepPrevention(bool enabled, bool allowLidClosed, bool letDisplaySleep);
 
   /// Starts the keep-awake process unless it runs. In another display posture it is replaced, the
@@ -70,15 +70,14 @@ class SleepController {
   /// setting stayed engaged.
   bool restoreNormalSleep();
 
-  /// Restores an engaged lid-closed setting and lets the keep-awake process run on. Returns as
-  /// restoreNormalSleep().
+  /// Restores an engaged lid-closed setting and lets the keep-awake process run on. Returns whether
+  /// no setting stayed engaged.
   bool releaseLidClosedProtection();
 
   /// Puts the machine to sleep at once.
   void sleepNow();
 
-  // --------------------------------------------------------- when nobody can be asked or waited
-  // for
+  // --------------------------------------------------- when nobody can answer a prompt, or wait
 
   /// Stops the keep-awake process and leaves the lid-closed setting as it is.
   void stopKeepAwake();
@@ -107,12 +106,13 @@ class SleepController {
   /// Prompts unless engaged already. False when declined; the next call prompts again.
   bool engageLidClosedProtection();
 
-  /// Asks `pmset -g`, whoever set it; a failing, empty or blank answer is `unknown`. The second one
-  /// asks with a runner of the caller, from any thread that may use that.
+  /// What `pmset -g` says about the setting, whoever set it; a failing, empty or blank answer is
+  /// `unknown`.
   DisableSleepState disableSleepState() { return disableSleepState(runner_); }
-  /// @param runner  asked in place of the controller's own
+  /// What `pmset -g` says, asked from any thread that may use the runner.
+  /// @param runner  runs the command in place of the controller's own
   static DisableSleepState disableSleepState(CommandRunning& runner);
-  /// The same; no answer counts as off.
+  /// Whether `pmset -g` says that sleep is disabled; no answer counts as no.
   bool isSystemSleepDisabled();
 
   /// Asks the system and goes by its answer, without a prompt: a setting that is on counts as
@@ -129,10 +129,10 @@ class SleepController {
   // ------------------------------------------------------------------------- files and formats
 
   /// "caffeinate.pid" in the library's directory under the home directory: the current process's id
-  /// and, while one is being replaced, that one's, a line each. Read `HOME` on every call, as does
-  /// the next.
+  /// and, while one is being replaced, that one's, a line each. Every call reads `HOME`.
   static std::filesystem::path pidFileURL();
-  /// "disablesleep.engaged" beside it, empty: the setting was engaged and is not known restored.
+  /// "disablesleep.engaged" beside the pid file, an empty file: the setting was engaged and is not
+  /// known to be restored. Every call reads `HOME`.
   static std::filesystem::path engagedMarkerURL();
 
   /// The one word of flags that the keep-awake tool is started with.

@@ -76,13 +76,10 @@ inline constexpr auto json::fields<DayBucket> = std::tuple{
 /// The last session that kept the machine awake.
 struct LastRunSummary {
   std::optional<std::string> agentDisplayName = {};  ///< the session's agent id
-  Timestamp endedAt = {};    ///< an interrupted one: at the last tick before the gap
-  double workedSeconds = 0;  ///< from its start to its last active signal, never negative
-  ///@{
-  /// As in DayBucket, of this session.
-  double protectedSeconds = 0;
-  double keptAwakeSeconds = 0;
-  ///@}
+  Timestamp endedAt = {};         ///< an interrupted one: at the last tick before the gap
+  double workedSeconds = 0;       ///< from its start to its last active signal, never negative
+  double protectedSeconds = 0;    ///< kept awake for its agent, lid closed
+  double keptAwakeSeconds = 0;    ///< kept awake for its agent, lid open or unknown
   bool finishedNormally = false;  ///< it closed because the agent went idle
 
   friend bool operator==(const LastRunSummary&, const LastRunSummary&) = default;
@@ -115,7 +112,8 @@ struct UsageMetrics {
   std::optional<SessionCloseReason> lastCloseReason =
       {};  ///< of the last session, whatever it kept awake
   ///@{
-  /// As in DayBucket, of the open session, or for the next one to open.
+  /// Kept awake for an agent with the lid closed, and with it open or unknown, since the last
+  /// session closed: time before a session opens counts for that session.
   double sessionProtectedSeconds = 0;
   double sessionKeptAwakeSeconds = 0;
   ///@}
