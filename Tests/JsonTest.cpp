@@ -32,7 +32,7 @@ TEST(Json, ErrorsNameTheKeyAndWhatIsWrong) {
       {signal, R"({"strength":3,"reason":null})", "reason: must not be null"},
       {signal, R"({"appName":1,"strength":3})", "reason: missing"},
       {power, R"({"isOnACPower":1})", "isOnACPower: expected true or false"},
-      {settings, R"({"warningPercent":-1e19})",
+      {settings, R"({"warningPercent":-9223372036854775808.0})",
        "warningPercent: expected an integer of at most 64 bits"},
       {settings, R"({"batteryProfile":{}})", "batteryProfile.batteryCutoffPercent: missing"},
       {settings, R"({"cpuThresholdPercent":false})", "cpuThresholdPercent: expected a number"},
