@@ -53,6 +53,11 @@ void checkFields(std::uint64_t bits) {
   require(!read || *read == instantOf(static_cast<double>(time)), "the calendar is the system's");
 }
 
+/// Whether an instant may lose bits as a distance from 2001.
+bool isRounded(double seconds, DateCoding coding) {
+  return coding == DateCoding::secondsSince2001 && !(seconds >= 489153600 && seconds <= 0x1p53);
+}
+
 void check(double seconds) {
   constexpr double firstYear = -62167219200, lastYear = 253402300800;
   const Timestamp instant = instantOf(seconds);
@@ -75,7 +80,8 @@ void check(double seconds) {
     try {
       const std::string json = encode(instant, coding);
       require(std::isfinite(seconds), "what is not finite is not written");
-      require(decode<Timestamp>(json, coding) == instant, "numbers keep every bit");
+      require(decode<Timestamp>(json, coding) == instant || isRounded(seconds, coding),
+              "numbers keep every bit");
     } catch (const std::domain_error&) {
       require(!std::isfinite(seconds), "what is finite is written");
     }
@@ -88,6 +94,7 @@ void checkNumber(std::string_view text) {
     try {
       const auto instant = decode<Timestamp>(text, coding);
       const std::string json = encode(instant, coding);
+      if (isRounded(instant.time_since_epoch().count(), coding)) continue;
       require(decode<Timestamp>(json, coding) == instant, "an instant that was read is written");
       require(encode(decode<Timestamp>(json, coding), coding) == json, "and written alike");
     } catch (const DecodingError&) {

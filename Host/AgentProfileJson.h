@@ -9,45 +9,46 @@
 
 namespace wakelatch {
 template <>
-inline constexpr auto jsonFields<TurnRecordFormat::Rule> = std::tuple{
-    defaulted("state", &TurnRecordFormat::Rule::state),
-    defaulted("when", &TurnRecordFormat::Rule::when),
+inline constexpr auto json::fields<TurnRecordFormat::Rule> = std::tuple{
+    json::optional("state", &TurnRecordFormat::Rule::state),
+    json::optional("when", &TurnRecordFormat::Rule::when),
 };
 template <>
-inline constexpr auto jsonFields<TurnRecordFormat> = std::tuple{
-    defaulted("globs", &TurnRecordFormat::globs),
-    defaulted("form", &TurnRecordFormat::form),
-    defaulted("rules", &TurnRecordFormat::rules),
-    defaulted("isNamedByDirectory", &TurnRecordFormat::isNamedByDirectory),
-    optional("processIDField", &TurnRecordFormat::processIDField),
-    optional("timeField", &TurnRecordFormat::timeField),
-    optional("query", &TurnRecordFormat::query),
+inline constexpr auto json::fields<TurnRecordFormat> = std::tuple{
+    json::optional("globs", &TurnRecordFormat::globs),
+    json::optional("form", &TurnRecordFormat::form),
+    json::optional("rules", &TurnRecordFormat::rules),
+    json::optional("isNamedByDirectory", &TurnRecordFormat::isNamedByDirectory),
+    json::optional("processIDField", &TurnRecordFormat::processIDField),
+    json::optional("timeField", &TurnRecordFormat::timeField),
+    json::optional("query", &TurnRecordFormat::query),
 };
 template <>
-inline constexpr auto jsonFields<AgentProfile> = std::tuple{
-    required("id", &AgentProfile::id),
-    defaulted("displayName", &AgentProfile::displayName),
-    defaulted("kind", &AgentProfile::kind),
-    defaulted("bundleIDs", &AgentProfile::bundleIDs),
-    optional("iconBundleID", &AgentProfile::iconBundleID),
-    defaulted("appBundleNames", &AgentProfile::appBundleNames),
-    defaulted("cliProcessNames", &AgentProfile::cliProcessNames),
-    defaulted("cliPathMarkers", &AgentProfile::cliPathMarkers),
-    defaulted("trustsCPUSignal", &AgentProfile::trustsCPUSignal),
-    defaulted("scanTerminalText", &AgentProfile::scanTerminalText),
-    defaulted("requireMultiWordPhrases", &AgentProfile::requireMultiWordPhrases),
-    defaulted("activePhrases", &AgentProfile::activePhrases),
-    defaulted("idlePhrases", &AgentProfile::idlePhrases),
-    defaulted("sessionActivityGlobs", &AgentProfile::sessionActivityGlobs),
-    defaulted("sessionGlobsSharedWithOtherApps", &AgentProfile::sessionGlobsSharedWithOtherApps),
-    defaulted("sessionCountGlobs", &AgentProfile::sessionCountGlobs),
-    defaulted("recognisesProgramsOnly", &AgentProfile::recognisesProgramsOnly),
-    defaulted("oneShotArguments", &AgentProfile::oneShotArguments),
-    defaulted("serverArguments", &AgentProfile::serverArguments),
-    defaulted("helperArguments", &AgentProfile::helperArguments),
-    defaulted("workerArguments", &AgentProfile::workerArguments),
-    defaulted("turnRecords", &AgentProfile::turnRecords),
-    defaulted("toolMarkers", &AgentProfile::toolMarkers),
-    defaulted("isConnectedOnlyInTurns", &AgentProfile::isConnectedOnlyInTurns),
+inline constexpr auto json::fields<AgentProfile> = std::tuple{
+    json::required("id", &AgentProfile::id),
+    json::optional("displayName", &AgentProfile::displayName),
+    json::optional("kind", &AgentProfile::kind),
+    json::optional("bundleIDs", &AgentProfile::bundleIDs),
+    json::optional("iconBundleID", &AgentProfile::iconBundleID),
+    json::optional("appBundleNames", &AgentProfile::appBundleNames),
+    json::optional("cliProcessNames", &AgentProfile::cliProcessNames),
+    json::optional("cliPathMarkers", &AgentProfile::cliPathMarkers),
+    json::optional("trustsCPUSignal", &AgentProfile::trustsCPUSignal),
+    json::optional("scanTerminalText", &AgentProfile::scanTerminalText),
+    json::optional("requireMultiWordPhrases", &AgentProfile::requireMultiWordPhrases),
+    json::optional("activePhrases", &AgentProfile::activePhrases),
+    json::optional("idlePhrases", &AgentProfile::idlePhrases),
+    json::optional("sessionActivityGlobs", &AgentProfile::sessionActivityGlobs),
+    json::optional("sessionGlobsSharedWithOtherApps",
+                   &AgentProfile::sessionGlobsSharedWithOtherApps),
+    json::optional("sessionCountGlobs", &AgentProfile::sessionCountGlobs),
+    json::optional("recognisesProgramsOnly", &AgentProfile::recognisesProgramsOnly),
+    json::optional("oneShotArguments", &AgentProfile::oneShotArguments),
+    json::optional("serverArguments", &AgentProfile::serverArguments),
+    json::optional("helperArguments", &AgentProfile::helperArguments),
+    json::optional("workerArguments", &AgentProfile::workerArguments),
+    json::optional("turnRecords", &AgentProfile::turnRecords),
+    json::optional("toolMarkers", &AgentProfile::toolMarkers),
+    json::optional("isConnectedOnlyInTurns", &AgentProfile::isConnectedOnlyInTurns),
 };
 }  // namespace wakelatch

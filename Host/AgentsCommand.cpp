@@ -28,12 +28,12 @@ struct AgentsReport {
 }  // namespace host
 
 template <>
-inline constexpr auto jsonFields<host::AgentsReport> = std::tuple{
-    required("agents", &host::AgentsReport::agents),
-    required("sources", &host::AgentsReport::sources),
-    required("targetApps", &host::AgentsReport::targetApps),
-    required("uiTextOnly", &host::AgentsReport::uiTextOnly),
-    required("note", &host::AgentsReport::note),
+inline constexpr auto json::fields<host::AgentsReport> = std::tuple{
+    json::required("agents", &host::AgentsReport::agents),
+    json::required("sources", &host::AgentsReport::sources),
+    json::required("targetApps", &host::AgentsReport::targetApps),
+    json::required("uiTextOnly", &host::AgentsReport::uiTextOnly),
+    json::required("note", &host::AgentsReport::note),
 };
 
 namespace host {

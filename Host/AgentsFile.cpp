@@ -16,80 +16,77 @@ namespace {
 
 template <class T>
 inline constexpr bool isListOfRecords = false;
-template <JsonRecord Record>
+template <json::Record Record>
 inline constexpr bool isListOfRecords<std::vector<Record>> = true;
 
 /// Fails at a key that the record's table, or that of a record inside it, does not have: a mistyped
 /// one would go unnoticed.
-template <JsonRecord Record>
-void expectNoOtherFields(const JsonValue& object) {
-  object.forEachMember([](const std::string& key, const JsonValue& value) {
+template <json::Record Record>
+void expectNoOtherFields(const json::Value& object) {
+  for (const auto& member : object.members()) {
+    const json::Value& value = member.second;
     bool isKnown = false;
-    const auto compare = [&]<class Member>(const JsonField<Record, Member>& field) {
-      if (field.key != key) return;
+    const auto compare = [&]<class Member>(const json::Field<Record, Member>& field) {
+      if (field.key != member.first) return;
       isKnown = true;
       if constexpr (isListOfRecords<Member>) {
-        if (value.kind() == JsonNode::Kind::null) return;
-        value.forEachElement([](const JsonValue& element) {
+        if (value.isNull()) return;
+        for (const json::Value& element : value.elements()) {
           expectNoOtherFields<typename Member::value_type>(element);
-        });
+        }
       }
     };
-    std::apply([&](const auto&... field) { (compare(field), ...); }, jsonFields<Record>);
+    std::apply([&](const auto&... field) { (compare(field), ...); }, json::fields<Record>);
     if (!isKnown) value.fail("no such field");
-  });
+  }
 }
 
 /// The member's text, nothing when there is none. Fails when it is empty.
-std::optional<std::string> nonEmptyText(const JsonValue& object, std::string_view key) {
-  std::optional<std::string> text;
-  object.withMember(key, [&](const JsonValue& value) {
-    text = value.text();
-    if (text->empty()) value.fail("must not be empty");
-  });
-  return text;
+std::optional<std::string> nonEmptyText(const json::Value& object, std::string_view key) {
+  const auto value = object.member(key);
+  if (!value) return std::nullopt;
+  if (value->string().empty()) value->fail("must not be empty");
+  return value->string();
 }
 
 /// Fails at a glob that every file of the user's might match: it would be walked for in each tick.
-void expectBounded(const JsonValue& object, std::string_view key) {
-  object.withMember(key, [](const JsonValue& globs) {
-    globs.forEachElement([](const JsonValue& glob) {
-      const std::string& text = glob.text();
-      const std::size_t start = text.find_first_not_of("~/");
-      const std::string first =
-          start == text.npos ? "" : text.substr(start, text.find('/', start) - start);
-      if (first.empty() || first.find('*') != first.npos) {
-        glob.fail("must begin with the name of a directory or file below the home directory");
-      }
-    });
-  });
+void expectBounded(const json::Value& object, std::string_view key) {
+  const auto globs = object.member(key);
+  if (!globs) return;
+  for (const json::Value& glob : globs->elements()) {
+    const std::string& text = glob.string();
+    const std::size_t start = text.find_first_not_of("~/");
+    const std::string first =
+        start == text.npos ? "" : text.substr(start, text.find('/', start) - start);
+    if (first.empty() || first.find('*') != first.npos) {
+      glob.fail("must begin with the name of a directory or file below the home directory");
+    }
+  }
 }
 
 /// Lays files over the built-in agents, one after the other. Throws DecodingError.
 class Overlay {
  public:
   void add(const std::filesystem::path& file, const std::string& text) {
-    const JsonDocument document(text);
-    const JsonValue root = document.root();
-    root.forEachMember([](const std::string& key, const JsonValue& value) {
+    const json::Value root(text);
+    for (const auto& [key, value] : root.members()) {
       if (key != "agents" && key != "$schema") value.fail("no such field");
-    });
+    }
+    const auto entries = root.member("agents");
+    if (!entries) root.failMissing("agents");
     std::set<std::string> ids;
-    const bool hasAgents = root.withMember("agents", [&](const JsonValue& entries) {
-      entries.forEachElement([&](const JsonValue& entry) {
-        const std::string id = addEntry(file, entry);
-        if (!ids.insert(id).second) entry.fail("there are two entries for \"" + id + "\"");
-      });
-      // Not before all are there: two agents may swap their names.
-      entries.forEachElement([&](const JsonValue& entry) { expectOwnName(entry); });
-    });
-    if (!hasAgents) root.failMissing("agents");
+    for (const json::Value& entry : entries->elements()) {
+      const std::string id = addEntry(file, entry);
+      if (!ids.insert(id).second) entry.fail("there are two entries for \"" + id + "\"");
+    }
+    // Not before all are there: two agents may swap their names.
+    for (const json::Value& entry : entries->elements()) expectOwnName(entry);
   }
 
   Agents result() && { return {AgentProfiles(std::move(profiles_)), std::move(sources_)}; }
 
  private:
-  std::string addEntry(const std::filesystem::path& file, const JsonValue& entry) {
+  std::string addEntry(const std::filesystem::path& file, const json::Value& entry) {
     expectNoOtherFields<AgentProfile>(entry);
     const auto id = nonEmptyText(entry, "id");
     if (!id) entry.failMissing("id");
@@ -100,48 +97,47 @@ class Overlay {
     if (isNew) {
       if (!hasName) entry.failMissing("displayName");
       AgentProfile::Kind kind = AgentProfile().kind;
-      entry.withMember("kind", [&](const JsonValue& value) { readJson(value, kind); });
+      if (const auto value = entry.member("kind")) read(*value, kind);
       profile = profiles_.insert(profile, AgentCatalog::ofKind(kind));
     }
     for (const char* globs : {"sessionActivityGlobs", "sessionCountGlobs"}) {
       expectBounded(entry, globs);
     }
-    entry.withMember("turnRecords", [](const JsonValue& formats) {
-      formats.forEachElement([](const JsonValue& format) { expectBounded(format, "globs"); });
-    });
+    if (const auto formats = entry.member("turnRecords")) {
+      for (const json::Value& format : formats->elements()) expectBounded(format, "globs");
+    }
     readFields(entry, *profile);
     expectOwnRecords(entry, *profile);
-    entry.forEachMember([&](const std::string& key, const JsonValue& value) {
-      const bool isSet = value.kind() != JsonNode::Kind::null && (isNew || key != "id");
-      if (isSet) sources_[*id][key] = file.string();
-    });
+    for (const auto& [key, value] : entry.members()) {
+      if (!value.isNull() && (isNew || key != "id")) sources_[*id][key] = file.string();
+    }
     return *id;
   }
 
   /// A record is known by its files.
-  void expectOwnRecords(const JsonValue& entry, const AgentProfile& profile) const {
+  void expectOwnRecords(const json::Value& entry, const AgentProfile& profile) const {
     std::map<std::vector<std::string>, std::string> readers;
     for (const AgentProfile& each : profiles_) {
       for (const TurnRecordFormat& format : each.turnRecords) {
         const auto inserted = readers.emplace(format.globs, each.id);
         const std::string& reader = inserted.first->second;
         if (inserted.second || (reader != profile.id && each.id != profile.id)) continue;
-        entry.withMember("turnRecords", [&](const JsonValue& formats) {
-          formats.fail("the same files are read for \"" + reader + "\" already");
-        });
+        if (const auto formats = entry.member("turnRecords")) {
+          formats->fail("the same files are read for \"" + reader + "\" already");
+        }
       }
     }
   }
 
   /// Signals and statistics go by display names.
-  void expectOwnName(const JsonValue& entry) const {
-    entry.withMember("displayName", [&](const JsonValue& name) {
-      for (const AgentProfile& other : profiles_) {
-        if (other.displayName == name.text() && other.id != nonEmptyText(entry, "id")) {
-          name.fail("\"" + other.id + "\" has this name too");
-        }
+  void expectOwnName(const json::Value& entry) const {
+    const auto name = entry.member("displayName");
+    if (!name) return;
+    for (const AgentProfile& other : profiles_) {
+      if (other.displayName == name->string() && other.id != nonEmptyText(entry, "id")) {
+        name->fail("\"" + other.id + "\" has this name too");
       }
-    });
+    }
   }
 
   std::vector<AgentProfile> profiles_ = AgentCatalog::builtin();

@@ -51,16 +51,16 @@ struct DoctorReport {
 }  // namespace host
 
 template <>
-inline constexpr auto jsonFields<host::Finding> = std::tuple{
-    required("check", &host::Finding::check),
-    required("ok", &host::Finding::ok),
-    required("finding", &host::Finding::finding),
-    optional("remedy", &host::Finding::remedy),
+inline constexpr auto json::fields<host::Finding> = std::tuple{
+    json::required("check", &host::Finding::check),
+    json::required("ok", &host::Finding::ok),
+    json::required("finding", &host::Finding::finding),
+    json::optional("remedy", &host::Finding::remedy),
 };
 template <>
-inline constexpr auto jsonFields<host::DoctorReport> = std::tuple{
-    required("ok", &host::DoctorReport::ok),
-    required("findings", &host::DoctorReport::findings),
+inline constexpr auto json::fields<host::DoctorReport> = std::tuple{
+    json::required("ok", &host::DoctorReport::ok),
+    json::required("findings", &host::DoctorReport::findings),
 };
 
 namespace host {

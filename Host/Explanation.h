@@ -33,16 +33,16 @@ std::string explanationText(const Explanation& explanation);
 
 namespace wakelatch {
 template <>
-inline constexpr auto jsonFields<host::RuleExplanation> = std::tuple{
-    required("number", &host::RuleExplanation::number),
-    required("rule", &host::RuleExplanation::rule),
-    required("inputs", &host::RuleExplanation::inputs),
-    required("outcome", &host::RuleExplanation::outcome),
+inline constexpr auto json::fields<host::RuleExplanation> = std::tuple{
+    json::required("number", &host::RuleExplanation::number),
+    json::required("rule", &host::RuleExplanation::rule),
+    json::required("inputs", &host::RuleExplanation::inputs),
+    json::required("outcome", &host::RuleExplanation::outcome),
 };
 template <>
-inline constexpr auto jsonFields<host::Explanation> = std::tuple{
-    required("status", &host::Explanation::status),
-    required("rules", &host::Explanation::rules),
-    required("next", &host::Explanation::next),
+inline constexpr auto json::fields<host::Explanation> = std::tuple{
+    json::required("status", &host::Explanation::status),
+    json::required("rules", &host::Explanation::rules),
+    json::required("next", &host::Explanation::next),
 };
 }  // namespace wakelatch

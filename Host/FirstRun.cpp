@@ -21,8 +21,8 @@ struct Defaults {
 }  // namespace host
 
 template <>
-inline constexpr auto jsonFields<host::Defaults> = std::tuple{
-    defaulted(Onboarding::completedDefaultsKey, &host::Defaults::hasCompletedOnboarding),
+inline constexpr auto json::fields<host::Defaults> = std::tuple{
+    json::optional(Onboarding::completedDefaultsKey, &host::Defaults::hasCompletedOnboarding),
 };
 
 namespace host {

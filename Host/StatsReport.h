@@ -87,37 +87,38 @@ std::string_view endingText(const UsageMetrics& metrics);
 namespace wakelatch {
 
 template <>
-inline constexpr auto jsonFields<host::LongestRun> = std::tuple{
-    required("seconds", &host::LongestRun::seconds),
-    optional("agentID", &host::LongestRun::agentID),
-    optional("dayKey", &host::LongestRun::dayKey),
+inline constexpr auto json::fields<host::LongestRun> = std::tuple{
+    json::required("seconds", &host::LongestRun::seconds),
+    json::optional("agentID", &host::LongestRun::agentID),
+    json::optional("dayKey", &host::LongestRun::dayKey),
 };
 template <>
-inline constexpr auto jsonFields<host::AgentFigures> = std::tuple{
-    required("agentID", &host::AgentFigures::agentID),
-    required("protectedSeconds", &host::AgentFigures::protectedSeconds),
-    required("sessionsSaved", &host::AgentFigures::sessionsSaved),
+inline constexpr auto json::fields<host::AgentFigures> = std::tuple{
+    json::required("agentID", &host::AgentFigures::agentID),
+    json::required("protectedSeconds", &host::AgentFigures::protectedSeconds),
+    json::required("sessionsSaved", &host::AgentFigures::sessionsSaved),
 };
 template <>
-inline constexpr auto jsonFields<UsageMetrics::RecentDay> = std::tuple{
-    required("dayKey", &UsageMetrics::RecentDay::dayKey),
-    required("bucket", &UsageMetrics::RecentDay::bucket),
+inline constexpr auto json::fields<UsageMetrics::RecentDay> = std::tuple{
+    json::required("dayKey", &UsageMetrics::RecentDay::dayKey),
+    json::required("bucket", &UsageMetrics::RecentDay::bucket),
 };
 template <>
-inline constexpr auto jsonFields<host::StatsReport> = std::tuple{
-    required("installDate", &host::StatsReport::installDate),
-    required("totalProtectedSeconds", &host::StatsReport::totalProtectedSeconds),
-    required("totalKeptAwakeSeconds", &host::StatsReport::totalKeptAwakeSeconds),
-    required("totalManualSeconds", &host::StatsReport::totalManualSeconds),
-    required("totalPluggedInUnlimitedSeconds", &host::StatsReport::totalPluggedInUnlimitedSeconds),
-    required("totalSessionsSaved", &host::StatsReport::totalSessionsSaved),
-    required("totalWorkSessions", &host::StatsReport::totalWorkSessions),
-    required("activeDays", &host::StatsReport::activeDays),
-    optional("utilization", &host::StatsReport::utilization),
-    optional("longestProtectedRun", &host::StatsReport::longestProtectedRun),
-    optional("lastRun", &host::StatsReport::lastRun),
-    required("agents", &host::StatsReport::agents),
-    required("days", &host::StatsReport::days),
+inline constexpr auto json::fields<host::StatsReport> = std::tuple{
+    json::required("installDate", &host::StatsReport::installDate),
+    json::required("totalProtectedSeconds", &host::StatsReport::totalProtectedSeconds),
+    json::required("totalKeptAwakeSeconds", &host::StatsReport::totalKeptAwakeSeconds),
+    json::required("totalManualSeconds", &host::StatsReport::totalManualSeconds),
+    json::required("totalPluggedInUnlimitedSeconds",
+                   &host::StatsReport::totalPluggedInUnlimitedSeconds),
+    json::required("totalSessionsSaved", &host::StatsReport::totalSessionsSaved),
+    json::required("totalWorkSessions", &host::StatsReport::totalWorkSessions),
+    json::required("activeDays", &host::StatsReport::activeDays),
+    json::optional("utilization", &host::StatsReport::utilization),
+    json::optional("longestProtectedRun", &host::StatsReport::longestProtectedRun),
+    json::optional("lastRun", &host::StatsReport::lastRun),
+    json::required("agents", &host::StatsReport::agents),
+    json::required("days", &host::StatsReport::days),
 };
 
 }  // namespace wakelatch

@@ -116,64 +116,65 @@ std::string statusLine(const StatusReport& report);
 
 namespace wakelatch {
 template <>
-inline constexpr auto jsonFields<GuardDecision> = std::tuple{
-    required("status", &GuardDecision::status),
-    required("shouldPreventSleep", &GuardDecision::shouldPreventSleep),
-    required("shouldSleepNow", &GuardDecision::shouldSleepNow),
-    optional("detectedAppName", &GuardDecision::detectedAppName),
-    required("reason", &GuardDecision::reason),
-    required("isBatteryWarning", &GuardDecision::isBatteryWarning),
+inline constexpr auto json::fields<GuardDecision> = std::tuple{
+    json::required("status", &GuardDecision::status),
+    json::required("shouldPreventSleep", &GuardDecision::shouldPreventSleep),
+    json::required("shouldSleepNow", &GuardDecision::shouldSleepNow),
+    json::optional("detectedAppName", &GuardDecision::detectedAppName),
+    json::required("reason", &GuardDecision::reason),
+    json::required("isBatteryWarning", &GuardDecision::isBatteryWarning),
 };
 template <>
-inline constexpr auto jsonFields<host::ProcessEvidence> = std::tuple{
-    required("cpuPercent", &host::ProcessEvidence::cpuPercent),
-    required("thresholdPercent", &host::ProcessEvidence::thresholdPercent),
-    required("trustsCPU", &host::ProcessEvidence::trustsCPU),
-    optional("sessionCount", &host::ProcessEvidence::sessionCount),
+inline constexpr auto json::fields<host::ProcessEvidence> = std::tuple{
+    json::required("cpuPercent", &host::ProcessEvidence::cpuPercent),
+    json::required("thresholdPercent", &host::ProcessEvidence::thresholdPercent),
+    json::required("trustsCPU", &host::ProcessEvidence::trustsCPU),
+    json::optional("sessionCount", &host::ProcessEvidence::sessionCount),
 };
 template <>
-inline constexpr auto jsonFields<host::UITextEvidence> = std::tuple{
-    required("strength", &host::UITextEvidence::strength),
-    optional("matchedText", &host::UITextEvidence::matchedText),
-    required("isBelieved", &host::UITextEvidence::isBelieved),
+inline constexpr auto json::fields<host::UITextEvidence> = std::tuple{
+    json::required("strength", &host::UITextEvidence::strength),
+    json::optional("matchedText", &host::UITextEvidence::matchedText),
+    json::required("isBelieved", &host::UITextEvidence::isBelieved),
 };
 template <>
-inline constexpr auto jsonFields<host::SessionFileEvidence> = std::tuple{
-    required("ageSeconds", &host::SessionFileEvidence::ageSeconds),
-    required("isBelieved", &host::SessionFileEvidence::isBelieved),
+inline constexpr auto json::fields<host::SessionFileEvidence> = std::tuple{
+    json::required("ageSeconds", &host::SessionFileEvidence::ageSeconds),
+    json::required("isBelieved", &host::SessionFileEvidence::isBelieved),
 };
 template <>
-inline constexpr auto jsonFields<host::AgentSignal> = std::tuple_cat(
-    jsonFields<ActivitySignal>, std::tuple{optional("agentID", &host::AgentSignal::agentID)});
+inline constexpr auto json::fields<host::AgentSignal> =
+    std::tuple_cat(json::fields<ActivitySignal>,
+                   std::tuple{json::optional("agentID", &host::AgentSignal::agentID)});
 template <>
-inline constexpr auto jsonFields<host::TurnEvidence> = std::tuple{
-    required("state", &host::TurnEvidence::state),
-    required("ageSeconds", &host::TurnEvidence::ageSeconds),
-    required("tellsOfEverySession", &host::TurnEvidence::tellsOfEverySession),
+inline constexpr auto json::fields<host::TurnEvidence> = std::tuple{
+    json::required("state", &host::TurnEvidence::state),
+    json::required("ageSeconds", &host::TurnEvidence::ageSeconds),
+    json::required("tellsOfEverySession", &host::TurnEvidence::tellsOfEverySession),
 };
 template <>
-inline constexpr auto jsonFields<host::AgentEvidence> = std::tuple{
-    required("agent", &host::AgentEvidence::agent),
-    optional("id", &host::AgentEvidence::id),
-    required("seen", &host::AgentEvidence::seen),
-    required("notBelieved", &host::AgentEvidence::notBelieved),
-    optional("process", &host::AgentEvidence::process),
-    optional("uiText", &host::AgentEvidence::uiText),
-    optional("sessionFile", &host::AgentEvidence::sessionFile),
-    optional("turn", &host::AgentEvidence::turn),
+inline constexpr auto json::fields<host::AgentEvidence> = std::tuple{
+    json::required("agent", &host::AgentEvidence::agent),
+    json::optional("id", &host::AgentEvidence::id),
+    json::required("seen", &host::AgentEvidence::seen),
+    json::required("notBelieved", &host::AgentEvidence::notBelieved),
+    json::optional("process", &host::AgentEvidence::process),
+    json::optional("uiText", &host::AgentEvidence::uiText),
+    json::optional("sessionFile", &host::AgentEvidence::sessionFile),
+    json::optional("turn", &host::AgentEvidence::turn),
 };
 template <>
-inline constexpr auto jsonFields<host::StatusReport> = std::tuple{
-    optional("at", &host::StatusReport::at),
-    required("mode", &host::StatusReport::mode),
-    required("power", &host::StatusReport::power),
-    required("signals", &host::StatusReport::signals),
-    required("lidState", &host::StatusReport::lidState),
-    required("thermalState", &host::StatusReport::thermalState),
-    required("decision", &host::StatusReport::decision),
-    required("evidence", &host::StatusReport::evidence),
-    optional("uiTextNotice", &host::StatusReport::uiTextNotice),
-    required("isWatchRunning", &host::StatusReport::isWatchRunning),
-    optional("watch", &host::StatusReport::watch),
+inline constexpr auto json::fields<host::StatusReport> = std::tuple{
+    json::optional("at", &host::StatusReport::at),
+    json::required("mode", &host::StatusReport::mode),
+    json::required("power", &host::StatusReport::power),
+    json::required("signals", &host::StatusReport::signals),
+    json::required("lidState", &host::StatusReport::lidState),
+    json::required("thermalState", &host::StatusReport::thermalState),
+    json::required("decision", &host::StatusReport::decision),
+    json::required("evidence", &host::StatusReport::evidence),
+    json::optional("uiTextNotice", &host::StatusReport::uiTextNotice),
+    json::required("isWatchRunning", &host::StatusReport::isWatchRunning),
+    json::optional("watch", &host::StatusReport::watch),
 };
 }  // namespace wakelatch

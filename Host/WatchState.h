@@ -62,27 +62,27 @@ void writeWatchState(const WatchState& state);
 
 namespace wakelatch {
 template <>
-inline constexpr auto jsonFields<host::Held> = std::tuple{
-    required("isToolWanted", &host::Held::isToolWanted),
-    optional("letDisplaySleep", &host::Held::letDisplaySleep),
-    required("isToolProven", &host::Held::isToolProven),
-    required("isLidClosedEngaged", &host::Held::isLidClosedEngaged),
-    required("isRestoreOpen", &host::Held::isRestoreOpen),
-    optional("since", &host::Held::since),
-    optional("releaseDueAt", &host::Held::releaseDueAt),
-    optional("prompt", &host::Held::prompt),
-    optional("toolProblem", &host::Held::toolProblem),
+inline constexpr auto json::fields<host::Held> = std::tuple{
+    json::required("isToolWanted", &host::Held::isToolWanted),
+    json::optional("letDisplaySleep", &host::Held::letDisplaySleep),
+    json::required("isToolProven", &host::Held::isToolProven),
+    json::required("isLidClosedEngaged", &host::Held::isLidClosedEngaged),
+    json::required("isRestoreOpen", &host::Held::isRestoreOpen),
+    json::optional("since", &host::Held::since),
+    json::optional("releaseDueAt", &host::Held::releaseDueAt),
+    json::optional("prompt", &host::Held::prompt),
+    json::optional("toolProblem", &host::Held::toolProblem),
 };
 template <>
-inline constexpr auto jsonFields<host::WatchState> = std::tuple{
-    required("pid", &host::WatchState::pid),
-    required("at", &host::WatchState::at),
-    required("intervalSeconds", &host::WatchState::intervalSeconds),
-    required("isStopped", &host::WatchState::isStopped),
-    required("mode", &host::WatchState::mode),
-    required("held", &host::WatchState::held),
-    optional("lastActiveSignalAt", &host::WatchState::lastActiveSignalAt),
-    required("hasSeenWork", &host::WatchState::hasSeenWork),
-    required("completionSleepIssued", &host::WatchState::completionSleepIssued),
+inline constexpr auto json::fields<host::WatchState> = std::tuple{
+    json::required("pid", &host::WatchState::pid),
+    json::required("at", &host::WatchState::at),
+    json::required("intervalSeconds", &host::WatchState::intervalSeconds),
+    json::required("isStopped", &host::WatchState::isStopped),
+    json::required("mode", &host::WatchState::mode),
+    json::required("held", &host::WatchState::held),
+    json::optional("lastActiveSignalAt", &host::WatchState::lastActiveSignalAt),
+    json::required("hasSeenWork", &host::WatchState::hasSeenWork),
+    json::required("completionSleepIssued", &host::WatchState::completionSleepIssued),
 };
 }  // namespace wakelatch

@@ -115,7 +115,7 @@ class SystemAccessibility final : public Accessibility {
 }  // namespace
 
 Accessibility& systemAccessibility() {
-  static auto& accessibility = *new SystemAccessibility;  // never destroyed: threads may still read
+  static auto& accessibility = *new SystemAccessibility;  // a thread may use it during exit
   return accessibility;
 }
 

@@ -20,7 +20,7 @@ class NoAccessibility final : public Accessibility {
 }  // namespace
 
 Accessibility& systemAccessibility() {
-  static auto& accessibility = *new NoAccessibility;  // never destroyed: threads may still ask
+  static auto& accessibility = *new NoAccessibility;  // a thread may use it during exit
   return accessibility;
 }
 

@@ -8,39 +8,23 @@
 
 #include <charconv>
 #include <cmath>
-#include <limits>
 #include <string>
 
 namespace wakelatch::platform {
-namespace {
-
-/// Takes the sign off the field; whether it was a minus.
-bool takeSign(std::string_view& field) {
-  const bool isNegative = field.starts_with('-');
-  if (isNegative || field.starts_with('+')) field.remove_prefix(1);
-  return isNegative;
-}
-
-constexpr std::string_view digits = "0123456789";
-
-}  // namespace
 
 std::optional<std::int32_t> parseInt32(std::string_view field) {
-  const bool isNegative = takeSign(field);
-  if (field.empty() || digits.find(field.front()) == digits.npos) return std::nullopt;
-  std::int64_t value = 0;
-  const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), value);
-  if (error != std::errc() || end != field.data() + field.size()) return std::nullopt;
-  if (isNegative) value = -value;
-  using Limits = std::numeric_limits<std::int32_t>;
-  if (value < Limits::min() || value > Limits::max()) return std::nullopt;
-  return static_cast<std::int32_t>(value);
+  // from_chars() takes a minus, but no plus.
+  if (field.starts_with('+') && !field.starts_with("+-")) field.remove_prefix(1);
+  const char* const end = field.data() + field.size();
+  std::int32_t value = 0;
+  const auto [parsedTo, error] = std::from_chars(field.data(), end, value);
+  return error == std::errc() && parsedTo == end ? std::optional(value) : std::nullopt;
 }
 
 std::optional<double> parseDecimal(std::string_view field) {
-  std::string_view number = field;
-  takeSign(number);
-  if (number.find_first_of(digits) == number.npos) return std::nullopt;
+  const std::string_view number =
+      field.substr(field.starts_with('+') || field.starts_with('-') ? 1 : 0);
+  if (number.find_first_of("0123456789") == number.npos) return std::nullopt;
   if (number.find_first_not_of("0123456789.") != number.npos) return std::nullopt;
   if (number.find('.') != number.rfind('.')) return std::nullopt;
   // Not the process's locale, whose decimal sign may be a comma.

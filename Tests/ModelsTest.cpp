@@ -1,29 +1,72 @@
 #include "WakelatchCore/Models.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
+#include "Platform/Files.h"
 #include "WakelatchCore/AgentCatalog.h"
 
 namespace wakelatch {
 
-using testing::HasSubstr, testing::StartsWith;
 using Strings = std::vector<std::string>;
 
-TEST(Settings, FlatLayoutFillsTheProfilesThatAreMissing) {
+TEST(Models, NamesAndRawValues) {
+  const auto names = []<class E>(E) {
+    std::string text;
+    for (const E value : allCases<E>())
+      text.append(rawValue(value)).append("=").append(displayName(value)) += ' ';
+    return text;
+  };
+  EXPECT_EQ(names(AppMode()),
+            "off=Off manualKeepAwake=Manual Keep Awake watchAgentUI=Watch Agent UI "
+            "sleepAfterCurrentWork=Sleep After Current Work "
+            "pluggedInUnlimited=Plugged-In Unlimited Mode ");
+  EXPECT_EQ(names(GuardStatus()),
+            "off=Off watching=Watching keepingAwake=Keeping Awake idleGrace=Idle Grace "
+            "batterySafety=Battery Safety thermalSafety=Thermal Safety "
+            "pluggedInUnlimited=Plugged In Unlimited ");
+  EXPECT_EQ(names(LidState()), "open=Open closed=Closed unknown=Unknown ");
+  EXPECT_EQ(fromRawValue<AppMode>("Off"), std::nullopt);
+  EXPECT_EQ((PowerSnapshot{true, -1, ""}).displayName(), "-1%, AC Power");
+  EXPECT_EQ(PowerSnapshot().displayName(), "Battery unknown, Battery");
+}
+
+TEST(Settings, DefaultsAreThoseOfTheSchema) {
+  using nlohmann::json;
+  const json schema =
+      json::parse(platform::readFile(WAKELATCH_SOURCE_DIR "/Schemas/settings.schema.json"));
+  json expected;
+  for (const auto& [key, property] : schema["properties"].items()) {
+    if (!property.contains("default")) continue;
+    const json& value = property["default"];
+    if (!property.contains("deprecated")) {
+      expected[key] = value;
+    } else if (key == "allowUnlimitedWhilePluggedIn") {
+      expected["pluggedInProfile"]["allowUnlimitedKeepAwake"] = value;
+    } else {
+      expected["batteryProfile"][key] = expected["pluggedInProfile"][key] = value;
+    }
+  }
+  expected["batteryProfile"]["allowUnlimitedKeepAwake"] = false;
+  EXPECT_EQ(json::parse(encode(GuardSettings())), expected);
+  EXPECT_EQ(GuardSettings().batteryProfile, GuardPowerProfile());
   EXPECT_EQ(decode<GuardSettings>("{}"), GuardSettings());
+}
+
+TEST(Settings, FlatLayoutFillsTheProfilesThatAreMissing) {
   const auto flat = decode<GuardSettings>(
       R"({"batteryCutoffPercent":10,"allowUnlimitedWhilePluggedIn":false,"idlePhrases":[]})");
-  EXPECT_EQ(flat.batteryProfile, (GuardPowerProfile{10, 30, 90, 8, false, true, true}));
+  EXPECT_EQ(flat.batteryProfile, (GuardPowerProfile{.batteryCutoffPercent = 10}));
   EXPECT_EQ(flat.pluggedInProfile, flat.batteryProfile);
   const auto mixed = decode<GuardSettings>(
       R"({"warningPercent":40,"pluggedInProfile":null,"batteryProfile":{"batteryCutoffPercent":1,
           "warningPercent":2,"idleGracePeriodSeconds":3,"cpuThresholdPercent":4.5,
           "allowUnlimitedKeepAwake":true,"sleepAfterCompletion":false,"sleepOnlyIfLidClosed":false}})");
   EXPECT_EQ(mixed.batteryProfile, (GuardPowerProfile{1, 2, 3, 4.5, true, false, false}));
-  EXPECT_EQ(mixed.pluggedInProfile, (GuardPowerProfile{20, 40, 90, 8, true, true, true}));
-
+  EXPECT_EQ(mixed.pluggedInProfile,
+            (GuardPowerProfile{.warningPercent = 40, .allowUnlimitedKeepAwake = true}));
   EXPECT_EQ(decode<GuardSettings>(encode(mixed)), mixed);
-  EXPECT_EQ(encode(flat).find("allowUnlimitedWhilePluggedIn"), std::string::npos);
 }
 
 TEST(Settings, OldTargetNamesAreDropped) {
@@ -56,14 +99,14 @@ TEST(FirstRun, TermsComeBeforeOnboardingAndTheHeadlineNamesWhatWasDetected) {
   EXPECT_TRUE(Onboarding::needsOnboarding(false, false));
   EXPECT_FALSE(Onboarding::needsOnboarding(false, true) ||
                Onboarding::needsOnboarding(true, false));
-  using Row = std::tuple<SignalStrength, const char*, const char*>;
-  for (const auto& [strength, name, text] :
-       {Row{SignalStrength::presence, "Cursor", "Watching — Cursor detected"},
-        Row{SignalStrength::weak, "Cursor", "Watching — Cursor is working"},
-        Row{SignalStrength::strong, "", "No agents detected yet"},
-        Row{SignalStrength::none, "Cursor", "No agents detected yet"}})
-    EXPECT_EQ(Onboarding::detectionHeadline(strength, name),
-              (Onboarding::Headline{text, text[0] == 'W'}));
+  const auto headline = [](SignalStrength strength, const char* name) {
+    const auto [text, isDetected] = Onboarding::detectionHeadline(strength, name);
+    return isDetected ? text : "no: " + text;
+  };
+  EXPECT_EQ(headline(SignalStrength::presence, "Cursor"), "Watching — Cursor detected");
+  EXPECT_EQ(headline(SignalStrength::weak, "Cursor"), "Watching — Cursor is working");
+  EXPECT_EQ(headline(SignalStrength::strong, ""), "no: No agents detected yet");
+  EXPECT_EQ(headline(SignalStrength::none, "Cursor"), "no: No agents detected yet");
 }
 
 TEST(Notices, NameTheAgentsThatOnlyTheirTextShows) {
@@ -73,18 +116,22 @@ TEST(Notices, NameTheAgentsThatOnlyTheirTextShows) {
   cpu.trustsCPUSignal = true;
   files.sessionActivityGlobs = {"*"};
   using AccessibilityNotice::onboardingNote, AccessibilityNotice::panelWarning;
-  EXPECT_THAT(onboardingNote({cpu, files}), StartsWith("Optional: "));
-  EXPECT_THAT(onboardingNote({cpu, text[0]}), StartsWith("Needed for A: "));
-  EXPECT_THAT(
-      onboardingNote({text[0], text[1]}),
-      HasSubstr(
-          "Required for your agents: without it, Lumenhold cannot tell when A and B are working"));
+  EXPECT_EQ(onboardingNote({cpu, files}), "Optional: your watched agents are detected without it.");
+  EXPECT_EQ(onboardingNote({cpu, text[0]}),
+            "Needed for A: without it, their work cannot be seen. Your other agents are still "
+            "detected without it.");
+  EXPECT_EQ(onboardingNote({text[0], text[1]}),
+            "Required for your agents: without it, Lumenhold cannot tell when A and B are working, "
+            "so it will not keep your Mac awake.");
   EXPECT_EQ(panelWarning(text, true), std::nullopt);
   EXPECT_EQ(panelWarning({cpu}, false), std::nullopt);
-  EXPECT_THAT(*panelWarning({text[0], cpu}, false),
-              HasSubstr(" A is working, so it will not keep your Mac awake for it."));
-  EXPECT_THAT(*panelWarning({text[0], text[1], text[2]}, false), HasSubstr(" A, B and C are "));
-  EXPECT_THAT(*panelWarning(text, false), HasSubstr(" A, B and 3 more are "));
+  const auto warning = [](const std::string& names, const std::string& them) {
+    return "Accessibility access is off — Lumenhold cannot tell when " + names +
+           " working, so it will not keep your Mac awake for " + them + ".";
+  };
+  EXPECT_EQ(panelWarning({text[0], cpu}, false), warning("A is", "it"));
+  EXPECT_EQ(panelWarning({text[0], text[1], text[2]}, false), warning("A, B and C are", "them"));
+  EXPECT_EQ(panelWarning(text, false), warning("A, B and 3 more are", "them"));
 }
 
 }  // namespace wakelatch

@@ -41,8 +41,8 @@ class AgentStateMachine {
   AgentStateMachine(const AgentStateMachine&) = delete;
   AgentStateMachine& operator=(const AgentStateMachine&) = delete;
 
-  /// To be stored, or handed to another instance.
-  const Memory& memory() const { return memory_; }
+  /// A copy to be stored, to be shown, or to be handed to another instance.
+  Memory memory() const { return memory_; }
 
   /// Forgets all work seen.
   void reset();
@@ -51,10 +51,6 @@ class AgentStateMachine {
   /// Work ended at `time`: the grace period (seconds) counts as over since one second before, so
   /// the next evaluation without an active signal goes straight to the completion sleep.
   void markFinished(Timestamp time, double gracePeriod);
-
-  /// For the host, before evaluate(): work seen later than `now` counts as seen now. After the
-  /// clock was set back its grace period would otherwise last until the clock has caught up.
-  void forgetFuture(Timestamp now);
 
   /// The first rule that applies decides, in the order of GuardRule.
   /// @param signal             the strongest of the tick
@@ -66,6 +62,11 @@ class AgentStateMachine {
 
   /// The rule that gave the last decision; `watching` before the first one.
   GuardRule lastRule() const { return lastRule_; }
+
+  /// A correction that evaluate() does not make by itself: work seen later than `now` counts as
+  /// seen now. A host whose clock may be set back calls it before each evaluate(); otherwise the
+  /// grace period would last until the clock has caught up.
+  void forgetFuture(Timestamp now);
 
  private:
   Memory memory_;

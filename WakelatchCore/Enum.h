@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <optional>
 #include <string_view>
@@ -17,7 +18,7 @@ struct EnumCase {
   std::string_view displayName = {};  ///< for the user; empty for what is never shown
 };
 
-/// The cases of `E` in their documented order; specialised beside each enumeration.
+/// The cases of `E` in the order in which it declares them; specialised beside each enumeration.
 template <class E>
 inline constexpr std::array<EnumCase<E>, 0> enumCases{};
 
@@ -25,13 +26,15 @@ inline constexpr std::array<EnumCase<E>, 0> enumCases{};
 template <class E>
 concept TabledEnum = (enumCases<E>.size() > 0);
 
-/// The row of a case.
+/// The row of a case. A value cast from a number that names no case is a mistake of the caller:
+/// it ends a build with assertions, and passes for the first case in others.
 template <TabledEnum E>
 constexpr const auto& enumCase(E value) {
   for (const auto& row : enumCases<E>) {
     if (row.value == value) return row;
   }
-  return enumCases<E>.front();  // only for a value cast from a number that names no case
+  assert(false && "the value names no case");
+  return enumCases<E>.front();
 }
 
 /// The raw value: what JSON holds.

@@ -1,12 +1,15 @@
-// JSON forms of the library's records. Each record lists its fields once, in encoding order, as
-// `jsonFields<Record>`; encode(), decode() and their errors come from that table. Reading is
-// strict: a value is never turned into another kind, an unknown key is ignored.
+// JSON forms of the library's records. Each record lists its fields once, in the order in which
+// they are written, as `json::fields<Record>`; encode(), decode() and their errors come from that
+// table. Reading is strict: a value is never turned into another kind, an unknown key is ignored.
 //
 // Pure functions, callable from any thread.
 #pragma once
 
+#include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -39,366 +42,240 @@ class DecodingError : public std::runtime_error {
   std::string problem_;
 };
 
-/// How instants are written. The numeric forms keep every bit.
+/// How instants are written.
 enum class DateCoding {
-  secondsSince2001,  ///< seconds since 2001-01-01T00:00:00Z, the platform's own default
-  secondsSince1970,  ///< seconds since 1970-01-01T00:00:00Z
+  secondsSince2001,  ///< seconds since 2001-01-01T00:00:00Z, the platform's own default; an instant
+                     ///< before mid-1985 may lose its last bits
+  secondsSince1970,  ///< seconds since 1970-01-01T00:00:00Z, to the last bit
   iso8601,           ///< "2025-03-01T14:05:09Z": whole seconds only
 };
 
+/// What a record needs to have a JSON form.
+namespace json {
+
 // ---------------------------------------------------------------------------------- field tables
 
-/// How a field is written, and what becomes of it when the JSON object lacks it.
-enum class Presence {
-  required,   ///< always written; missing or null is an error
-  defaulted,  ///< always written; missing or null leaves the record's initial value
-  optional,   ///< an std::optional: written when present; missing or null means absent
-};
-
-/// One row of a record's table, made by required(), defaulted() or optional().
+/// One row of a record's table, made by required() or optional().
 template <class Record, class Member>
-struct JsonField {
+struct Field {
   std::string_view key;    ///< in the JSON object
   Member Record::*member;  ///< where the value lives in the record
-  Presence presence;       ///< std::optional members are Presence::optional and no others
+  bool isRequired;         ///< missing or null is an error
 };
 
-///@{
-/// The rows of a table, one function for each Presence.
+/// A field without which an object is no such record.
 template <class Record, class Member>
-constexpr JsonField<Record, Member> required(std::string_view key, Member Record::*member) {
-  return {key, member, Presence::required};
+constexpr Field<Record, Member> required(std::string_view key, Member Record::*member) {
+  return {key, member, true};
 }
+/// A field that may be missing or null, which leaves the record's initial value. An empty
+/// std::optional is not written, everything else is.
 template <class Record, class Member>
-constexpr JsonField<Record, Member> defaulted(std::string_view key, Member Record::*member) {
-  return {key, member, Presence::defaulted};
+constexpr Field<Record, Member> optional(std::string_view key, Member Record::*member) {
+  return {key, member, false};
 }
-template <class Record, class Member>
-constexpr JsonField<Record, std::optional<Member>> optional(std::string_view key,
-                                                            std::optional<Member> Record::*member) {
-  return {key, member, Presence::optional};
-}
-///@}
 
-/// The fields of a record, a std::tuple of JsonField; specialised beside each record.
+/// The fields of a record, a std::tuple of Field; specialised beside each record.
 template <class Record>
-inline constexpr auto jsonFields = nullptr;
+inline constexpr auto fields = nullptr;
 
 /// A type that has a table of fields.
 template <class T>
-concept JsonRecord = !std::is_same_v<decltype(jsonFields<T>), const std::nullptr_t>;
+concept Record = !std::is_same_v<decltype(fields<T>), const std::nullptr_t>;
 
 // --------------------------------------------------------------------------------------- writing
 
-/// Appends JSON text to a string, without blanks. The caller keeps objects and lists balanced.
-class JsonWriter {
- public:
-  /// @param out  appended to, and used as long as the writer is
-  JsonWriter(std::string& out, DateCoding dates) : out_(out), dates_(dates) {}
+/// A JSON text as it grows, without blanks.
+struct Writer {
+  DateCoding dates;  ///< how instants are written
+  std::string text;  ///< what is written so far
 
-  ///@{
-  /// A value: of a list, of a key just written, or the whole text. Commas come by themselves.
-  void write(bool value);
-  void write(std::int64_t value);
-  void write(double value);            ///< throws std::domain_error unless finite
-  void write(std::string_view value);  ///< bytes that are no UTF-8 become U+FFFD
-  void write(const char* value) { write(std::string_view(value)); }  // a pointer is no bool
-  void write(Timestamp value);  ///< throws std::domain_error when the coding has no form
-  ///@}
-  /// The name of an object's member; its value follows.
-  void key(std::string_view key);
-  ///@{
-  /// Brackets around members or elements.
-  void beginObject() { open('{'); }
-  void endObject() { close('}'); }
-  void beginList() { open('['); }
-  void endList() { close(']'); }
-  ///@}
-
- private:
-  void literal(std::string_view text);
-  void open(char bracket);
-  void close(char bracket);
-  void separate();
-
-  std::string& out_;
-  DateCoding dates_;
-  bool needsComma_ = false;
+  /// Appends a value or an opening bracket, after the comma that it may need.
+  void add(std::string_view token);
 };
+
+///@{
+/// Appends a value. There is one write() for each type that has a JSON form.
+void write(Writer& out, std::same_as<bool> auto value) {  // no pointer is taken for one
+  out.add(value ? "true" : "false");
+}
+void write(Writer& out, std::int64_t value);
+void write(Writer& out, double value);            ///< throws std::domain_error unless finite
+void write(Writer& out, std::string_view value);  ///< bytes that are no UTF-8 become U+FFFD
+void write(Writer& out, Timestamp value);  ///< throws std::domain_error when the coding has no form
+template <TabledEnum E>
+void write(Writer& out, E value) {
+  write(out, rawValue(value));
+}
+template <class T>
+void write(Writer& out, const std::vector<T>& values) {
+  out.add("[");
+  for (const T& value : values) write(out, value);
+  out.text += ']';
+}
+///@}
+
+/// Appends a member of an object; an empty std::optional is left out.
+template <class T>
+void writeMember(Writer& out, std::string_view key, const T& value) {
+  write(out, key);
+  out.text += ':';
+  write(out, value);
+}
+/// @cond
+template <class T>
+void writeMember(Writer& out, std::string_view key, const std::optional<T>& value) {
+  if (value) writeMember(out, key, *value);
+}
+/// @endcond
+
+///@{
+/// Appends an object: the entries of a map in the order of their keys, the fields of a record in
+/// the order of its table.
+template <class T>
+void write(Writer& out, const std::map<std::string, T>& values) {
+  out.add("{");
+  for (const auto& [key, value] : values) writeMember(out, key, value);
+  out.text += '}';
+}
+template <Record R>
+void write(Writer& out, const R& record) {
+  out.add("{");
+  std::apply(
+      [&](const auto&... field) { (writeMember(out, field.key, record.*field.member), ...); },
+      fields<R>);
+  out.text += '}';
+}
+///@}
 
 // --------------------------------------------------------------------------------------- reading
 
-/// One value of a parsed text. The values of a text stand in one sequence: directly after a list or
-/// an object comes what it holds, so that no depth of nesting costs stack.
-struct JsonNode {
-  /// An integer is a number without fraction and exponent that fits 64 bits.
-  enum class Kind : char { null, boolean, integer, number, text, list, object };
-
-  ///@{
-  /// Which of the values counts, and the values.
-  Kind kind = Kind::null;
-  bool boolean = false;
-  std::int64_t integer = 0;
-  double number = 0;  ///< of an integer too
-  std::string text;   ///< a text, or the digits of a number that a date may need to the last
-  ///@}
-  std::string key;         ///< the name of an object's member
-  std::size_t extent = 1;  ///< how many nodes it takes up: itself and all that it holds
-};
-
-/// A value inside a parsed text, knowing the way to it for error messages. It refers to the
-/// document and to the values around it, and is used while they live.
-class JsonValue {
+/// One value of a parsed text, which knows the way to it for error messages. Values share the
+/// parsed text and keep it alive. The operations for one kind of value throw DecodingError for
+/// another kind.
+class Value {
  public:
-  /// The value at the root; JsonDocument::root() makes it.
-  JsonValue(const JsonNode& node, DateCoding dates) : node_(node), dates_(dates) {}
+  /// The value that a whole text describes. Throws DecodingError when the text is no JSON.
+  explicit Value(std::string_view text, DateCoding dates = DateCoding::secondsSince2001);
 
-  /// What the value is.
-  JsonNode::Kind kind() const { return node_.kind; }
   ///@{
-  /// The value as this kind; throws DecodingError when it is of another.
+  /// Of which kind the value is.
+  bool isNull() const;
+  bool isBoolean() const;
+  bool isInteger() const;  ///< a number without fraction and exponent, within 64 bits
+  bool isString() const;
+  bool isArray() const;
+  bool isObject() const;
+  ///@}
+
+  ///@{
+  /// The value of this kind.
   bool boolean() const;
   std::int64_t integer() const;  ///< 20 or 20.0; within 64 bits
   double number() const;
-  const std::string& text() const;
+  const std::string& string() const;  ///< lives as long as the value
   Timestamp timestamp() const;
+  std::vector<Value> elements() const;           ///< of an array
+  std::map<std::string, Value> members() const;  ///< of an object; the last one of a repeated name
   ///@}
 
-  /// Calls `use(value)` with the member's value; false when there is none or it is null. Of members
-  /// that share a name the last one counts.
-  template <class Use>
-  bool withMember(std::string_view key, Use&& use) const {
-    const JsonNode* found = find(key);
-    if (found == nullptr || found->kind == JsonNode::Kind::null) return false;
-    use(JsonValue(*found, *this));
-    return true;
-  }
-  ///@{
-  /// Calls `use(key, value)` for every member, or `use(value)` for every element, in order.
-  template <class Use>
-  void forEachMember(Use&& use) const {
-    expectObject();
-    for (const JsonNode* child = begin(); child != end(); child += child->extent) {
-      use(child->key, JsonValue(*child, *this));
-    }
-  }
-  template <class Use>
-  void forEachElement(Use&& use) const {
-    expectList();
-    std::size_t index = 0;
-    for (const JsonNode* child = begin(); child != end(); child += child->extent) {
-      use(JsonValue(*child, *this, index++));
-    }
-  }
-  ///@}
+  /// The member of an object; nothing when it is missing or null.
+  std::optional<Value> member(std::string_view key) const;
 
-  ///@{
-  /// Throws DecodingError for a value of another kind.
-  void expectObject() const;
-  void expectList() const;
-  ///@}
   /// Throws DecodingError with the way to this value.
   [[noreturn]] void fail(std::string problem) const;
   /// Fails naming `key` inside this object, which is missing or null.
   [[noreturn]] void failMissing(std::string_view key) const;
 
  private:
-  JsonValue(const JsonNode& node, const JsonValue& parent, std::size_t index = 0)
-      : node_(node), dates_(parent.dates_), parent_(&parent), index_(index) {}
+  Value(const Value& parent, const void* node, std::string path);
+  std::string pathOf(std::string_view key) const;
 
-  const JsonNode* begin() const { return &node_ + 1; }
-  const JsonNode* end() const { return &node_ + node_.extent; }
-  const JsonNode* find(std::string_view key) const;
-  std::string path() const;
-
-  const JsonNode& node_;
-  DateCoding dates_;
-  const JsonValue* parent_ = nullptr;
-  std::size_t index_ = 0;  ///< inside a list
-};
-
-/// A parsed text that decode() reads from.
-class JsonDocument {
- public:
-  /// Keeps nothing of `text`. Throws DecodingError when it is no JSON.
-  explicit JsonDocument(std::string_view text, DateCoding dates = DateCoding::secondsSince2001);
-  JsonDocument(const JsonDocument&) = delete;
-  JsonDocument& operator=(const JsonDocument&) = delete;
-  /// Refers to the document.
-  JsonValue root() const { return JsonValue(nodes_.front(), dates_); }
-
- private:
-  std::vector<JsonNode> nodes_;
+  std::shared_ptr<const void> node_;  ///< of the parser, which hosts need not know
+  std::string path_;
   DateCoding dates_;
 };
-
-// ------------------------------------------------------------------------ the form of each type
-
-/// How a type is written and read: two static functions, of which `read` throws DecodingError.
-/// There is one for bool, std::int64_t, double, std::string, Timestamp, enumerations and records
-/// with a table, and lists and maps of these.
-template <class T>
-struct JsonForm;
 
 ///@{
-/// One value through its form. A record that reads more than its table says specialises readJson().
-template <class T>
-void writeJson(JsonWriter& out, const T& value) {
-  JsonForm<T>::write(out, value);
+/// Reads a value over what `value` holds. There is one read() for each type that has a JSON form;
+/// each throws DecodingError. A record that reads more than its table says has one of its own.
+inline void read(const Value& in, bool& value) {
+  value = in.boolean();
+}
+inline void read(const Value& in, std::int64_t& value) {
+  value = in.integer();
+}
+inline void read(const Value& in, double& value) {
+  value = in.number();
+}
+inline void read(const Value& in, std::string& value) {
+  value = in.string();
+}
+inline void read(const Value& in, Timestamp& value) {
+  value = in.timestamp();
 }
 template <class T>
-void readJson(const JsonValue& in, T& value) {
-  JsonForm<T>::read(in, value);
+void read(const Value& in, std::optional<T>& value) {
+  read(in, value.emplace());
+}
+template <TabledEnum E>
+void read(const Value& in, E& value) {
+  decltype(rawValue(value)) raw;
+  std::string shown;
+  if constexpr (std::integral<decltype(raw)>) {
+    raw = in.integer();
+    shown = std::to_string(raw);
+  } else {
+    raw = in.string();
+    shown = '"' + in.string() + '"';
+  }
+  const std::optional<E> found = fromRawValue<E>(raw);
+  if (!found) in.fail("no such case: " + shown);
+  value = *found;
+}
+template <class T>
+void read(const Value& in, std::vector<T>& values) {
+  values.clear();
+  for (const Value& element : in.elements()) read(element, values.emplace_back());
+}
+template <class T>
+void read(const Value& in, std::map<std::string, T>& values) {
+  values.clear();
+  for (const auto& [key, value] : in.members()) read(value, values[key]);
 }
 ///@}
 
-/// @cond
-
-template <>
-struct JsonForm<bool> {
-  static void write(JsonWriter& out, bool value) { out.write(value); }
-  static void read(const JsonValue& in, bool& value) { value = in.boolean(); }
-};
-template <>
-struct JsonForm<std::int64_t> {
-  static void write(JsonWriter& out, std::int64_t value) { out.write(value); }
-  static void read(const JsonValue& in, std::int64_t& value) { value = in.integer(); }
-};
-template <>
-struct JsonForm<double> {
-  static void write(JsonWriter& out, double value) { out.write(value); }
-  static void read(const JsonValue& in, double& value) { value = in.number(); }
-};
-template <>
-struct JsonForm<std::string> {
-  static void write(JsonWriter& out, const std::string& value) {
-    out.write(std::string_view(value));
-  }
-  static void read(const JsonValue& in, std::string& value) { value = in.text(); }
-};
-template <>
-struct JsonForm<Timestamp> {
-  static void write(JsonWriter& out, Timestamp value) { out.write(value); }
-  static void read(const JsonValue& in, Timestamp& value) { value = in.timestamp(); }
-};
-template <TabledEnum E>
-struct JsonForm<E> {
-  static constexpr bool isText =
-      std::is_same_v<decltype(rawValue(std::declval<E>())), std::string_view>;
-
-  static void write(JsonWriter& out, E value) {
-    if constexpr (isText) {
-      out.write(rawValue(value));
-    } else {
-      out.write(std::int64_t{rawValue(value)});
-    }
-  }
-  static void read(const JsonValue& in, E& value) {
-    std::optional<E> found;
-    if constexpr (isText) {
-      found = fromRawValue<E>(in.text());
-    } else {
-      found = fromRawValue<E>(in.integer());
-    }
-    if (!found) {
-      if constexpr (isText) {
-        in.fail("no such case: \"" + in.text() + "\"");
-      } else {
-        in.fail("no such case: " + std::to_string(in.integer()));
-      }
-    }
-    value = *found;
-  }
-};
-template <class T>
-struct JsonForm<std::vector<T>> {
-  static void write(JsonWriter& out, const std::vector<T>& values) {
-    out.beginList();
-    for (const T& value : values) writeJson(out, value);
-    out.endList();
-  }
-  static void read(const JsonValue& in, std::vector<T>& values) {
-    values.clear();
-    in.forEachElement([&](const JsonValue& element) { readJson(element, values.emplace_back()); });
-  }
-};
-template <class T>
-struct JsonForm<std::map<std::string, T>> {
-  static void write(JsonWriter& out, const std::map<std::string, T>& values) {
-    out.beginObject();
-    for (const auto& [key, value] : values) {
-      out.key(key);
-      writeJson(out, value);
-    }
-    out.endObject();
-  }
-  static void read(const JsonValue& in, std::map<std::string, T>& values) {
-    values.clear();
-    in.forEachMember([&](const std::string& key, const JsonValue& value) {
-      readJson(value, values.try_emplace(values.end(), key)->second);
-    });
-  }
-};
-
-template <class T>
-inline constexpr bool isOptional = false;
-template <class T>
-inline constexpr bool isOptional<std::optional<T>> = true;
-
-/// @endcond
-
-/// Reads one field of an object into `record`, as its presence says.
-template <class Record, class Member>
-void readField(const JsonValue& object, const JsonField<Record, Member>& field, Record& record) {
-  Member& member = record.*field.member;
-  const bool found = object.withMember(field.key, [&](const JsonValue& value) {
-    if constexpr (isOptional<Member>) {
-      readJson(value, member.emplace());
-    } else {
-      readJson(value, member);
-    }
-  });
-  if (!found && field.presence == Presence::required) object.failMissing(field.key);
-}
-
 /// Reads the fields of an object over the values `record` has: the required ones first, then the
 /// others, each in table order; the first that fails ends it.
-template <JsonRecord Record>
-void readFields(const JsonValue& object, Record& record) {
-  object.expectObject();
+/// @param table  in place of the record's own
+template <class R, class Table = decltype(fields<R>)>
+void readFields(const Value& object, R& record, const Table& table = fields<R>) {
+  const auto readField = [&](const auto& field, bool isRequired) {
+    if (field.isRequired != isRequired) return;
+    const std::optional<Value> value = object.member(field.key);
+    if (value) {
+      read(*value, record.*field.member);
+    } else if (isRequired) {
+      object.failMissing(field.key);
+    }
+  };
   std::apply(
       [&](const auto&... field) {
-        ((field.presence == Presence::required ? readField(object, field, record) : void()), ...);
-        ((field.presence != Presence::required ? readField(object, field, record) : void()), ...);
+        (readField(field, true), ...);
+        (readField(field, false), ...);
       },
-      jsonFields<Record>);
+      table);
 }
 
 /// @cond
-template <JsonRecord Record>
-struct JsonForm<Record> {
-  static void write(JsonWriter& out, const Record& record) {
-    out.beginObject();
-    const auto writeField = [&](const auto& field) {
-      const auto& member = record.*field.member;
-      if constexpr (isOptional<std::remove_cvref_t<decltype(member)>>) {
-        if (!member) return;
-        out.key(field.key);
-        writeJson(out, *member);
-      } else {
-        out.key(field.key);
-        writeJson(out, member);
-      }
-    };
-    std::apply([&](const auto&... field) { (writeField(field), ...); }, jsonFields<Record>);
-    out.endObject();
-  }
-  static void read(const JsonValue& in, Record& record) {
-    record = Record{};
-    readFields(in, record);
-  }
-};
+template <Record R>
+void read(const Value& in, R& record) {
+  record = R{};
+  readFields(in, record);
+}
 /// @endcond
+
+}  // namespace json
 
 // ---------------------------------------------------------------------------------- entry points
 
@@ -406,18 +283,16 @@ struct JsonForm<Record> {
 /// not finite, or that lies outside the years 0000 to 9999 and is to be written in ISO 8601.
 template <class T>
 std::string encode(const T& value, DateCoding dates = DateCoding::secondsSince2001) {
-  std::string text;
-  JsonWriter out(text, dates);
-  writeJson(out, value);
-  return text;
+  json::Writer out{dates, {}};
+  write(out, value);
+  return std::move(out.text);
 }
 
 /// The value that a JSON text describes. Throws DecodingError; no part of a value is ever returned.
 template <class T>
 T decode(std::string_view text, DateCoding dates = DateCoding::secondsSince2001) {
-  const JsonDocument document(text, dates);
   T value{};
-  readJson(document.root(), value);
+  read(json::Value(text, dates), value);
   return value;
 }
 

@@ -30,65 +30,39 @@ std::string PowerSnapshot::displayName() const {
 
 namespace {
 
-/// The values of the older layout, which held one set for both power sources.
-struct FlatSettings {
-  std::int64_t batteryCutoffPercent = 20;
-  std::int64_t warningPercent = 30;
-  double idleGracePeriodSeconds = 90;
-  double cpuThresholdPercent = 8;
-  bool allowUnlimitedWhilePluggedIn = true;
-  bool sleepAfterCompletion = true;
-  bool sleepOnlyIfLidClosed = true;
-
-  GuardPowerProfile profile(bool allowUnlimitedKeepAwake) const {
-    return {batteryCutoffPercent, warningPercent,          idleGracePeriodSeconds,
-            cpuThresholdPercent,  allowUnlimitedKeepAwake, sleepAfterCompletion,
-            sleepOnlyIfLidClosed};
-  }
-  GuardPowerProfile batteryProfile() const { return profile(false); }
-  GuardPowerProfile pluggedInProfile() const { return profile(allowUnlimitedWhilePluggedIn); }
+/// The older layout, which held one set of values for both power sources. All but the unlimited
+/// keep-awake, which is the plugged-in profile's, are for both profiles.
+constexpr std::tuple flatFields{
+    json::optional("batteryCutoffPercent", &GuardPowerProfile::batteryCutoffPercent),
+    json::optional("warningPercent", &GuardPowerProfile::warningPercent),
+    json::optional("idleGracePeriodSeconds", &GuardPowerProfile::idleGracePeriodSeconds),
+    json::optional("cpuThresholdPercent", &GuardPowerProfile::cpuThresholdPercent),
+    json::optional("allowUnlimitedWhilePluggedIn", &GuardPowerProfile::allowUnlimitedKeepAwake),
+    json::optional("sleepAfterCompletion", &GuardPowerProfile::sleepAfterCompletion),
+    json::optional("sleepOnlyIfLidClosed", &GuardPowerProfile::sleepOnlyIfLidClosed),
 };
 
+GuardPowerProfile withoutUnlimited(GuardPowerProfile profile) {
+  profile.allowUnlimitedKeepAwake = false;
+  return profile;
+}
+
 /// Names that older versions wrote into the target list themselves; the catalog covers them now.
-constexpr std::array<std::string_view, 18> legacyManagedNames = {"claude",
-                                                                 "claude desktop",
-                                                                 "codex",
-                                                                 "codex desktop",
-                                                                 "chatgpt",
-                                                                 "cursor",
-                                                                 "visual studio code",
-                                                                 "code",
-                                                                 "windsurf",
-                                                                 "zed",
-                                                                 "google chrome",
-                                                                 "arc",
-                                                                 "safari",
-                                                                 "firefox",
-                                                                 "comet",
-                                                                 "terminal",
-                                                                 "iterm2",
-                                                                 "iterm"};
+constexpr auto legacyManagedNames = std::to_array<std::string_view>(
+    {"claude", "claude desktop", "codex", "codex desktop", "chatgpt", "cursor",
+     "visual studio code", "code", "windsurf", "zed", "google chrome", "arc", "safari", "firefox",
+     "comet", "terminal", "iterm2", "iterm"});
 
 }  // namespace
 
-template <>
-inline constexpr auto jsonFields<FlatSettings> = std::tuple{
-    defaulted("batteryCutoffPercent", &FlatSettings::batteryCutoffPercent),
-    defaulted("warningPercent", &FlatSettings::warningPercent),
-    defaulted("idleGracePeriodSeconds", &FlatSettings::idleGracePeriodSeconds),
-    defaulted("cpuThresholdPercent", &FlatSettings::cpuThresholdPercent),
-    defaulted("allowUnlimitedWhilePluggedIn", &FlatSettings::allowUnlimitedWhilePluggedIn),
-    defaulted("sleepAfterCompletion", &FlatSettings::sleepAfterCompletion),
-    defaulted("sleepOnlyIfLidClosed", &FlatSettings::sleepOnlyIfLidClosed),
-};
-
+// The lists are never destroyed: a thread may use them while the process exits.
 const std::vector<std::string>& GuardSettings::defaultTargetApps() {
-  static const std::vector<std::string> apps;
+  static const auto& apps = *new std::vector<std::string>;
   return apps;
 }
 
 const std::vector<std::string>& GuardSettings::defaultActivePhrases() {
-  static const std::vector<std::string> phrases = {
+  static const auto& phrases = *new std::vector<std::string>{
       "Stop generating",        "Generating",       "Thinking",
       "Waiting for permission", "Codex is working", "Claude is working",
       "Working on it",          "Running task",     "Applying changes"};
@@ -96,19 +70,12 @@ const std::vector<std::string>& GuardSettings::defaultActivePhrases() {
 }
 
 const std::vector<std::string>& GuardSettings::defaultIdlePhrases() {
-  static const std::vector<std::string> phrases = {"Send", "Ask",      "New chat",
-                                                   "Done", "Finished", "Completed"};
+  static const auto& phrases =
+      *new std::vector<std::string>{"Send", "Ask", "New chat", "Done", "Finished", "Completed"};
   return phrases;
 }
 
-GuardSettings::GuardSettings()
-    : batteryProfile(FlatSettings{}.batteryProfile()),
-      pluggedInProfile(FlatSettings{}.pluggedInProfile()),
-      targetApps(defaultTargetApps()),
-      activePhrases(defaultActivePhrases()),
-      idlePhrases(defaultIdlePhrases()) {}
-
-// The parameters bear the names of the fields they set, as the documented constructor does.
+// The parameters bear the names of the fields they set.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wshadow"
 GuardSettings::GuardSettings(std::optional<GuardPowerProfile> batteryProfile,
@@ -133,12 +100,12 @@ GuardSettings::GuardSettings(std::optional<GuardPowerProfile> batteryProfile,
       enableBrowsers(enableBrowsers),
       keepAwakeWithLidClosed(keepAwakeWithLidClosed),
       letDisplaySleep(letDisplaySleep) {
-  const FlatSettings flat{batteryCutoffPercent,         warningPercent,
-                          idleGracePeriodSeconds,       cpuThresholdPercent,
-                          allowUnlimitedWhilePluggedIn, sleepAfterCompletion,
-                          sleepOnlyIfLidClosed};
-  this->batteryProfile = batteryProfile.value_or(flat.batteryProfile());
-  this->pluggedInProfile = pluggedInProfile.value_or(flat.pluggedInProfile());
+  const GuardPowerProfile flat{batteryCutoffPercent,         warningPercent,
+                               idleGracePeriodSeconds,       cpuThresholdPercent,
+                               allowUnlimitedWhilePluggedIn, sleepAfterCompletion,
+                               sleepOnlyIfLidClosed};
+  this->batteryProfile = batteryProfile.value_or(withoutUnlimited(flat));
+  this->pluggedInProfile = pluggedInProfile.value_or(flat);
 }
 #pragma GCC diagnostic pop
 
@@ -153,37 +120,12 @@ std::vector<std::string> GuardSettings::migrateLegacyTargets(std::vector<std::st
   return targets;
 }
 
-template <>
-void readJson(const JsonValue& in, GuardSettings& settings) {
-  FlatSettings flat;
-  readFields(in, flat);
+void read(const json::Value& in, GuardSettings& settings) {
   settings = GuardSettings();
-  settings.batteryProfile = flat.batteryProfile();
-  settings.pluggedInProfile = flat.pluggedInProfile();
+  readFields(in, settings.pluggedInProfile, flatFields);
+  settings.batteryProfile = withoutUnlimited(settings.pluggedInProfile);
   readFields(in, settings);
   settings.targetApps = GuardSettings::migrateLegacyTargets(std::move(settings.targetApps));
-}
-
-void GuardSettings::setBatteryCutoffPercent(std::int64_t percent) {
-  batteryProfile.batteryCutoffPercent = percent;
-}
-void GuardSettings::setWarningPercent(std::int64_t percent) {
-  batteryProfile.warningPercent = percent;
-}
-void GuardSettings::setIdleGracePeriodSeconds(double seconds) {
-  batteryProfile.idleGracePeriodSeconds = pluggedInProfile.idleGracePeriodSeconds = seconds;
-}
-void GuardSettings::setCpuThresholdPercent(double percent) {
-  batteryProfile.cpuThresholdPercent = pluggedInProfile.cpuThresholdPercent = percent;
-}
-void GuardSettings::setAllowUnlimitedWhilePluggedIn(bool allow) {
-  pluggedInProfile.allowUnlimitedKeepAwake = allow;
-}
-void GuardSettings::setSleepAfterCompletion(bool sleep) {
-  batteryProfile.sleepAfterCompletion = pluggedInProfile.sleepAfterCompletion = sleep;
-}
-void GuardSettings::setSleepOnlyIfLidClosed(bool only) {
-  batteryProfile.sleepOnlyIfLidClosed = pluggedInProfile.sleepOnlyIfLidClosed = only;
 }
 
 // ------------------------------------------------------------------------- first run and notices

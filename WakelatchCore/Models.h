@@ -34,10 +34,12 @@ inline constexpr auto enumCases<AppMode> = std::to_array<EnumCase<AppMode>>({
     {AppMode::sleepAfterCurrentWork, "sleepAfterCurrentWork", "Sleep After Current Work"},
     {AppMode::pluggedInUnlimited, "pluggedInUnlimited", "Plugged-In Unlimited Mode"},
 });
+#ifndef __OBJC__  // where `id` is the type of any object; rawValue() gives the same
 /// A mode's identity: its raw value.
 constexpr std::string_view id(AppMode mode) {
   return rawValue(mode);
 }
+#endif
 
 /// What a decision reports that the guard is doing.
 enum class GuardStatus {
@@ -115,13 +117,13 @@ struct ActivitySignal {
   static const ActivitySignal& none();
 };
 template <>
-inline constexpr auto jsonFields<ActivitySignal> = std::tuple{
-    required("strength", &ActivitySignal::strength),
-    optional("appName", &ActivitySignal::appName),
-    required("reason", &ActivitySignal::reason),
-    optional("matchedText", &ActivitySignal::matchedText),
-    optional("sessionCount", &ActivitySignal::sessionCount),
-    optional("processPresent", &ActivitySignal::processPresent),
+inline constexpr auto json::fields<ActivitySignal> = std::tuple{
+    json::required("strength", &ActivitySignal::strength),
+    json::optional("appName", &ActivitySignal::appName),
+    json::required("reason", &ActivitySignal::reason),
+    json::optional("matchedText", &ActivitySignal::matchedText),
+    json::optional("sessionCount", &ActivitySignal::sessionCount),
+    json::optional("processPresent", &ActivitySignal::processPresent),
 };
 /// The strongest of `signals`, the first among equals; ActivitySignal::none() when there are none.
 ActivitySignal strongest(const std::vector<ActivitySignal>& signals);
@@ -138,10 +140,10 @@ struct PowerSnapshot {
   friend bool operator==(const PowerSnapshot&, const PowerSnapshot&) = default;
 };
 template <>
-inline constexpr auto jsonFields<PowerSnapshot> = std::tuple{
-    required("isOnACPower", &PowerSnapshot::isOnACPower),
-    optional("batteryPercent", &PowerSnapshot::batteryPercent),
-    required("rawDescription", &PowerSnapshot::rawDescription),
+inline constexpr auto json::fields<PowerSnapshot> = std::tuple{
+    json::required("isOnACPower", &PowerSnapshot::isOnACPower),
+    json::optional("batteryPercent", &PowerSnapshot::batteryPercent),
+    json::required("rawDescription", &PowerSnapshot::rawDescription),
 };
 
 /// The result of one evaluation.
@@ -156,54 +158,56 @@ struct GuardDecision {
   friend bool operator==(const GuardDecision&, const GuardDecision&) = default;
 };
 
-/// The thresholds and switches that exist once for battery and once for external power.
+/// The thresholds and switches that exist once for battery and once for external power. What it
+/// holds from the start is the battery profile of default settings.
 struct GuardPowerProfile {
-  std::int64_t batteryCutoffPercent = 0;  ///< at or below: keep-awake is released
-  std::int64_t warningPercent = 0;        ///< at or below, above the cutoff: warn
-  double idleGracePeriodSeconds = 0;      ///< how long keep-awake outlasts the last active signal
-  double cpuThresholdPercent = 0;         ///< percent of one core, as the process list reports it
+  std::int64_t batteryCutoffPercent = 20;  ///< at or below: keep-awake is released
+  std::int64_t warningPercent = 30;        ///< at or below, above the cutoff: warn
+  double idleGracePeriodSeconds = 90;      ///< how long keep-awake outlasts the last active signal
+  double cpuThresholdPercent = 8;          ///< percent of one core, as the process list reports it
   bool allowUnlimitedKeepAwake =
-      false;                          ///< whether AppMode::pluggedInUnlimited acts; plugged in only
-  bool sleepAfterCompletion = false;  ///< sleep after finished work although the lid is not closed
-  bool sleepOnlyIfLidClosed = false;  ///< not then, nor in AppMode::sleepAfterCurrentWork
+      false;  ///< whether AppMode::pluggedInUnlimited acts; read from the plugged-in profile alone
+  bool sleepAfterCompletion = true;  ///< sleep after finished work although the lid is not closed
+  bool sleepOnlyIfLidClosed = true;  ///< not then, nor in AppMode::sleepAfterCurrentWork
 
   friend bool operator==(const GuardPowerProfile&, const GuardPowerProfile&) = default;
 };
 template <>
-inline constexpr auto jsonFields<GuardPowerProfile> = std::tuple{
-    required("batteryCutoffPercent", &GuardPowerProfile::batteryCutoffPercent),
-    required("warningPercent", &GuardPowerProfile::warningPercent),
-    required("idleGracePeriodSeconds", &GuardPowerProfile::idleGracePeriodSeconds),
-    required("cpuThresholdPercent", &GuardPowerProfile::cpuThresholdPercent),
-    required("allowUnlimitedKeepAwake", &GuardPowerProfile::allowUnlimitedKeepAwake),
-    required("sleepAfterCompletion", &GuardPowerProfile::sleepAfterCompletion),
-    required("sleepOnlyIfLidClosed", &GuardPowerProfile::sleepOnlyIfLidClosed),
+inline constexpr auto json::fields<GuardPowerProfile> = std::tuple{
+    json::required("batteryCutoffPercent", &GuardPowerProfile::batteryCutoffPercent),
+    json::required("warningPercent", &GuardPowerProfile::warningPercent),
+    json::required("idleGracePeriodSeconds", &GuardPowerProfile::idleGracePeriodSeconds),
+    json::required("cpuThresholdPercent", &GuardPowerProfile::cpuThresholdPercent),
+    json::required("allowUnlimitedKeepAwake", &GuardPowerProfile::allowUnlimitedKeepAwake),
+    json::required("sleepAfterCompletion", &GuardPowerProfile::sleepAfterCompletion),
+    json::required("sleepOnlyIfLidClosed", &GuardPowerProfile::sleepOnlyIfLidClosed),
 };
 
 /// Every user setting that the library consults, and four that it keeps for its host.
 struct GuardSettings {
-  GuardPowerProfile batteryProfile;           ///< on battery; the battery levels count here alone
-  GuardPowerProfile pluggedInProfile;         ///< on external power
-  std::vector<std::string> targetApps;        ///< extra application names to watch
-  std::vector<std::string> activePhrases;     ///< texts that mark a target's window as working
-  std::vector<std::string> idlePhrases;       ///< texts that mark it as idle
-  bool accessibilityDetectionEnabled = true;  ///< whether UI text is read
-  bool launchAtLoginEnabled = false;          ///< for the host
-  bool restoreNormalSleepOnQuit = true;       ///< for the host
+  GuardPowerProfile batteryProfile;  ///< on battery; the battery levels count here alone
+  GuardPowerProfile pluggedInProfile{.allowUnlimitedKeepAwake = true};  ///< on external power
+  std::vector<std::string> targetApps;  ///< extra application names to watch
+  std::vector<std::string> activePhrases =
+      defaultActivePhrases();  ///< texts that mark a target's window as working
+  std::vector<std::string> idlePhrases = defaultIdlePhrases();  ///< texts that mark it as idle
+  bool accessibilityDetectionEnabled = true;                    ///< whether UI text is read
+  bool launchAtLoginEnabled = false;                            ///< for the host
+  bool restoreNormalSleepOnQuit = true;                         ///< for the host
   std::vector<std::string> disabledAgentIDs;  ///< catalog agents not watched, by AgentProfile::id
   bool enableBrowsers = false;                ///< watch the catalog's browsers
   bool keepAwakeWithLidClosed = false;        ///< for the host
   bool letDisplaySleep = false;               ///< for the host
 
   ///@{
-  /// What the field is when the settings file has none; the apps are an empty list.
+  /// The lists that hold when the settings file has none; that of the apps is empty.
   static const std::vector<std::string>& defaultTargetApps();
   static const std::vector<std::string>& defaultActivePhrases();
   static const std::vector<std::string>& defaultIdlePhrases();
   ///@}
 
   /// The settings that an empty JSON object decodes to.
-  GuardSettings();
+  GuardSettings() = default;
 
   /// Every value given. An absent profile is built from the flat values, the battery one without
   /// unlimited keep-awake, the plugged-in one with it as `allowUnlimitedWhilePluggedIn` says.
@@ -237,35 +241,46 @@ struct GuardSettings {
   bool allowUnlimitedWhilePluggedIn() const { return pluggedInProfile.allowUnlimitedKeepAwake; }
   bool sleepAfterCompletion() const { return batteryProfile.sleepAfterCompletion; }
   bool sleepOnlyIfLidClosed() const { return batteryProfile.sleepOnlyIfLidClosed; }
-  void setBatteryCutoffPercent(std::int64_t percent);
-  void setWarningPercent(std::int64_t percent);
-  void setIdleGracePeriodSeconds(double seconds);
-  void setCpuThresholdPercent(double percent);
-  void setAllowUnlimitedWhilePluggedIn(bool allow);
-  void setSleepAfterCompletion(bool sleep);
-  void setSleepOnlyIfLidClosed(bool only);
+  void setBatteryCutoffPercent(std::int64_t percent) {
+    batteryProfile.batteryCutoffPercent = percent;
+  }
+  void setWarningPercent(std::int64_t percent) { batteryProfile.warningPercent = percent; }
+  void setIdleGracePeriodSeconds(double seconds) {
+    batteryProfile.idleGracePeriodSeconds = pluggedInProfile.idleGracePeriodSeconds = seconds;
+  }
+  void setCpuThresholdPercent(double percent) {
+    batteryProfile.cpuThresholdPercent = pluggedInProfile.cpuThresholdPercent = percent;
+  }
+  void setAllowUnlimitedWhilePluggedIn(bool allow) {
+    pluggedInProfile.allowUnlimitedKeepAwake = allow;
+  }
+  void setSleepAfterCompletion(bool sleep) {
+    batteryProfile.sleepAfterCompletion = pluggedInProfile.sleepAfterCompletion = sleep;
+  }
+  void setSleepOnlyIfLidClosed(bool only) {
+    batteryProfile.sleepOnlyIfLidClosed = pluggedInProfile.sleepOnlyIfLidClosed = only;
+  }
   ///@}
 
   friend bool operator==(const GuardSettings&, const GuardSettings&) = default;
 };
 template <>
-inline constexpr auto jsonFields<GuardSettings> = std::tuple{
-    defaulted("batteryProfile", &GuardSettings::batteryProfile),
-    defaulted("pluggedInProfile", &GuardSettings::pluggedInProfile),
-    defaulted("targetApps", &GuardSettings::targetApps),
-    defaulted("activePhrases", &GuardSettings::activePhrases),
-    defaulted("idlePhrases", &GuardSettings::idlePhrases),
-    defaulted("accessibilityDetectionEnabled", &GuardSettings::accessibilityDetectionEnabled),
-    defaulted("launchAtLoginEnabled", &GuardSettings::launchAtLoginEnabled),
-    defaulted("restoreNormalSleepOnQuit", &GuardSettings::restoreNormalSleepOnQuit),
-    defaulted("disabledAgentIDs", &GuardSettings::disabledAgentIDs),
-    defaulted("enableBrowsers", &GuardSettings::enableBrowsers),
-    defaulted("keepAwakeWithLidClosed", &GuardSettings::keepAwakeWithLidClosed),
-    defaulted("letDisplaySleep", &GuardSettings::letDisplaySleep),
+inline constexpr auto json::fields<GuardSettings> = std::tuple{
+    json::optional("batteryProfile", &GuardSettings::batteryProfile),
+    json::optional("pluggedInProfile", &GuardSettings::pluggedInProfile),
+    json::optional("targetApps", &GuardSettings::targetApps),
+    json::optional("activePhrases", &GuardSettings::activePhrases),
+    json::optional("idlePhrases", &GuardSettings::idlePhrases),
+    json::optional("accessibilityDetectionEnabled", &GuardSettings::accessibilityDetectionEnabled),
+    json::optional("launchAtLoginEnabled", &GuardSettings::launchAtLoginEnabled),
+    json::optional("restoreNormalSleepOnQuit", &GuardSettings::restoreNormalSleepOnQuit),
+    json::optional("disabledAgentIDs", &GuardSettings::disabledAgentIDs),
+    json::optional("enableBrowsers", &GuardSettings::enableBrowsers),
+    json::optional("keepAwakeWithLidClosed", &GuardSettings::keepAwakeWithLidClosed),
+    json::optional("letDisplaySleep", &GuardSettings::letDisplaySleep),
 };
 /// Reads the older flat layout too; it is never written.
-template <>
-void readJson(const JsonValue& in, GuardSettings& settings);
+void read(const json::Value& in, GuardSettings& settings);
 
 /// Which version of the terms the user must have accepted, and where the host keeps that.
 namespace Legal {

@@ -29,7 +29,8 @@ class PowerMonitor {
   CommandRunning& runner_;
 };
 
-/// Reads the lid's position from `ioreg`. Threads as for PowerMonitor.
+/// Reads the lid's position from `ioreg`. Keeps nothing between calls; any thread that may use the
+/// runner may call it.
 class LidStateDetector {
  public:
   /// @param runner  used, not owned

@@ -28,9 +28,9 @@ struct CommandResult {
 
   std::int32_t exitCode = 0;   ///< the exit status; for a child ended by a signal, its number
   std::string standardOutput;  ///< empty when it was not valid UTF-8
-  std::string standardError;   ///< likewise
+  std::string standardError;   ///< empty when it was not valid UTF-8
 
-  /// False for an unknown exit code too.
+  /// Whether the program is known to have exited with 0.
   bool succeeded() const { return exitCode == 0; }
 
   friend bool operator==(const CommandResult&, const CommandResult&) = default;
@@ -46,7 +46,7 @@ class CommandRunnerError : public std::runtime_error {
                                         std::optional<std::int32_t> signal = std::nullopt) {
     return CommandRunnerError(std::move(result), signal);
   }
-  /// With its output, whole.
+  /// The result of the run, with all that it printed.
   const CommandResult& result() const { return result_; }
   /// The signal that ended the program: tells SIGTERM from an exit with 15. Absent for a program
   /// that exited, and when the runner does not know.
@@ -92,7 +92,8 @@ class ProcessCommandRunner : public CommandRunning {
 /// prompt that nobody answers, a tool that hangs.
 class CancellableCommandRunner : public CommandRunning {
  public:
-  /// @param timeoutSeconds  as ProcessCommandRunner's
+  /// @param timeoutSeconds  how long a child may run before it is sent SIGTERM, 0.2 seconds later
+  ///                        SIGINT and 2 seconds later SIGKILL. 0 or less: at once.
   explicit CancellableCommandRunner(double timeoutSeconds);
 
   /// Safe from several threads at once. A run that is cancelled ends as one whose time is over, at
@@ -105,7 +106,7 @@ class CancellableCommandRunner : public CommandRunning {
   void cancel() { cancelled_ = true; }
   /// Runs may begin again. From any thread.
   void allow() { cancelled_ = false; }
-  /// Between the two. From any thread.
+  /// Whether no run may begin. From any thread.
   bool isCancelled() const { return cancelled_; }
 
  private:

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <exception>
 #include <system_error>
 #include <utility>
 
 #include "Platform/Files.h"
+#include "Platform/Numbers.h"
 #include "Platform/Split.h"
 #include "Platform/Text.h"
 #include "Platform/WatchedChild.h"
@@ -51,16 +51,6 @@ std::size_t lineBreakLength(std::string_view text) {
   return 0;
 }
 
-/// The number that `text` is as a whole, with or without a sign.
-std::optional<std::int32_t> wholeNumber(std::string_view text) {
-  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-  std::int32_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [parsedTo, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || parsedTo != end) return std::nullopt;
-  return value;
-}
-
 void removeQuietly(const std::filesystem::path& file) {
   std::error_code ignored;
   std::filesystem::remove(file, ignored);
@@ -96,15 +86,14 @@ bool SleepController::isLidClosedProtectionEngaged() const {
 }
 
 std::optional<bool> SleepController::appliedLetDisplaySleep() const {
-  std::shared_ptr<platform::WatchedChild> process;
-  bool letDisplaySleep = false;
-  {
-    const platform::MutexLock guard(lock_);
-    process = caffeinateProcess_;
-    letDisplaySleep = caffeinateLetDisplaySleep_;
-  }
-  if (process == nullptr || !process->isRunning()) return std::nullopt;
-  return letDisplaySleep;
+  const KeepAwake current = keepAwake();
+  if (current.process == nullptr || !current.process->isRunning()) return std::nullopt;
+  return current.letDisplaySleep;
+}
+
+SleepController::KeepAwake SleepController::keepAwake() const {
+  const platform::MutexLock guard(lock_);
+  return keepAwake_;
 }
 
 std::optional<std::string> SleepController::keepAwakeFailure() const {
@@ -152,7 +141,7 @@ void SleepController::signalKeepAwake() const {
   std::shared_ptr<platform::WatchedChild> current, starting;
   {
     const platform::MutexLock guard(lock_);
-    current = caffeinateProcess_;
+    current = keepAwake_.process;
     starting = startingProcess_;
   }
   for (const auto& process : {current, starting}) {
@@ -206,15 +195,9 @@ SleepController::Started SleepController::launchCaffeinate(bool letDisplaySleep)
 }
 
 bool SleepController::startCaffeinate(bool letDisplaySleep) {
-  std::shared_ptr<platform::WatchedChild> previous;
-  bool previousLetDisplaySleep = false;
-  {
-    const platform::MutexLock guard(lock_);
-    previous = caffeinateProcess_;
-    previousLetDisplaySleep = caffeinateLetDisplaySleep_;
-  }
-  if (previous != nullptr && !previous->isRunning()) previous = nullptr;
-  if (previous != nullptr && previousLetDisplaySleep == letDisplaySleep) return true;
+  const auto [current, currentLetDisplaySleep] = keepAwake();
+  const auto previous = current != nullptr && current->isRunning() ? current : nullptr;
+  if (previous != nullptr && currentLetDisplaySleep == letDisplaySleep) return true;
 
   const auto [started, word, failure] = launchCaffeinate(letDisplaySleep);
   if (started == nullptr) {
@@ -231,8 +214,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   }
   {
     const platform::MutexLock guard(lock_);
-    caffeinateProcess_ = started;
-    caffeinateLetDisplaySleep_ = letDisplaySleep;
+    keepAwake_ = {started, letDisplaySleep};
     caffeinateLaunchFailureLogged_ = false;
     keepAwakeFailure_.reset();
     keepAwakeWord_ = word;
@@ -262,7 +244,7 @@ void SleepController::stopCaffeinate() {
   std::shared_ptr<platform::WatchedChild> process;
   {
     const platform::MutexLock guard(lock_);
-    process = std::exchange(caffeinateProcess_, nullptr);
+    process = std::exchange(keepAwake_, {}).process;
   }
   if (process != nullptr) process->forgetHook();
   if (process != nullptr && process->isRunning()) {
@@ -275,7 +257,7 @@ void SleepController::stopCaffeinate() {
                   "blocking");
     }
   }
-  removeCaffeinatePID();
+  removeQuietly(pidFileURL());
 }
 
 void SleepController::reconcileOrphanedCaffeinate() {
@@ -292,7 +274,7 @@ void SleepController::reconcileOrphanedCaffeinate() {
     ::kill(id, SIGTERM);
     logger_.log("Killed orphaned caffeinate pid " + idText + " left by a previous run");
   }
-  removeCaffeinatePID();
+  removeQuietly(pidFileURL());
 }
 
 std::vector<std::string> SleepController::caffeinateArguments(bool letDisplaySleep) {
@@ -317,10 +299,6 @@ void SleepController::writeCaffeinatePIDs(const std::vector<std::int32_t>& ids) 
   }
 }
 
-void SleepController::removeCaffeinatePID() {
-  removeQuietly(pidFileURL());
-}
-
 std::vector<std::int32_t> SleepController::readCaffeinatePIDs() try {
   const std::string text = platform::readFile(pidFileURL());
   if (!platform::isValidUtf8(text)) return {};
@@ -338,7 +316,7 @@ std::vector<std::int32_t> SleepController::parseCaffeinatePIDs(std::string_view 
       continue;
     }
     const std::string_view line = platform::trimmedSpaces(text.substr(start, at - start));
-    if (const auto id = wholeNumber(line)) ids.push_back(*id);
+    if (const auto id = platform::parseInt32(line)) ids.push_back(*id);
     at += breakLength;
     start = at;
   }
@@ -395,14 +373,8 @@ bool SleepController::restoreDirectly() {
 }
 
 bool SleepController::noteRestore(bool isRestored) {
-  {
-    const platform::MutexLock guard(lock_);
-    disableSleepEngaged_ = !isRestored;
-  }
-  if (isRestored) {
-    removeEngagedMarker();
-  } else {
-    writeEngagedMarker();
+  noteEngaged(!isRestored);
+  if (!isRestored) {
     logger_.log(
         "WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it "
         "tracked for retry (REVIEW #18)");
@@ -420,14 +392,7 @@ SleepController::DisableSleepState SleepController::disableSleepState(CommandRun
 
 SleepController::DisableSleepState SleepController::reconcileLidClosedProtection() {
   const DisableSleepState state = disableSleepState();
-  if (state == DisableSleepState::on) adoptDisableSleepEngaged();
-  if (state == DisableSleepState::off) {
-    {
-      const platform::MutexLock guard(lock_);
-      disableSleepEngaged_ = false;
-    }
-    removeEngagedMarker();
-  }
+  if (state != DisableSleepState::unknown) noteEngaged(state == DisableSleepState::on);
   return state;
 }
 
@@ -441,18 +406,26 @@ bool SleepController::parseSleepDisabled(std::string_view output) {
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
     line = line.substr(0, line.find_last_not_of(blanks) + 1);
     if (line.substr(0, line.find_first_of(blanks)) == "SleepDisabled") {
-      return line.substr(line.find_last_of(blanks) + 1) == "1";  // of one word: all of it
+      return line.substr(line.find_last_of(blanks) + 1) == "1";  // the last word
     }
   }
   return false;
 }
 
 void SleepController::adoptDisableSleepEngaged() {
+  noteEngaged(true);
+}
+
+void SleepController::noteEngaged(bool isEngaged) {
   {
     const platform::MutexLock guard(lock_);
-    disableSleepEngaged_ = true;
+    disableSleepEngaged_ = isEngaged;
   }
-  writeEngagedMarker();
+  if (isEngaged) {
+    writeEngagedMarker();
+  } else {
+    removeQuietly(engagedMarkerURL());
+  }
 }
 
 bool SleepController::reconcileStuckDisableSleep() {
@@ -460,7 +433,7 @@ bool SleepController::reconcileStuckDisableSleep() {
   if (!std::filesystem::exists(engagedMarkerURL(), ignored)) return true;
   if (disableSleepState() == DisableSleepState::off) {
     logger_.log("Stale disablesleep marker found (system reports sleep enabled) — removing it");
-    removeEngagedMarker();
+    removeQuietly(engagedMarkerURL());
     return true;
   }
   logger_.log(
@@ -488,10 +461,6 @@ void SleepController::writeEngagedMarker() {
   } catch (const std::exception& error) {
     logger_.log(std::string("Failed to write disablesleep marker: ") + error.what());
   }
-}
-
-void SleepController::removeEngagedMarker() {
-  removeQuietly(engagedMarkerURL());
 }
 
 }  // namespace wakelatch

@@ -79,7 +79,7 @@ class SleepController {
 
   // ------------------------------------------------------------------------------- every tick
 
-  /// Enables or restores, see the two below.
+  /// What a tick wants: enableSleepPrevention() when enabled, else restoreNormalSleep().
   bool setSleepPrevention(bool enabled, bool allowLidClosed, bool letDisplaySleep);
 
   /// Starts the keep-awake process unless it runs. In another display posture it is replaced, the
@@ -91,15 +91,14 @@ class SleepController {
   /// setting stayed engaged.
   bool restoreNormalSleep();
 
-  /// Restores an engaged lid-closed setting and lets the keep-awake process run on. Returns as
-  /// restoreNormalSleep().
+  /// Restores an engaged lid-closed setting and lets the keep-awake process run on. Returns whether
+  /// no setting stayed engaged.
   bool releaseLidClosedProtection();
 
   /// Puts the machine to sleep at once.
   void sleepNow();
 
-  // --------------------------------------------------------- when nobody can be asked or waited
-  // for
+  // --------------------------------------------------- when nobody can answer a prompt, or wait
 
   /// Stops the keep-awake process and leaves the lid-closed setting as it is.
   void stopKeepAwake();
@@ -129,12 +128,13 @@ class SleepController {
   /// Prompts unless engaged already. False when declined; the next call prompts again.
   bool engageLidClosedProtection();
 
-  /// Asks `pmset -g`, whoever set it; a failing, empty or blank answer is `unknown`. The second one
-  /// asks with a runner of the caller, from any thread that may use that.
+  /// What `pmset -g` says about the setting, whoever set it; a failing, empty or blank answer is
+  /// `unknown`.
   DisableSleepState disableSleepState() { return disableSleepState(runner_); }
-  /// @param runner  asked in place of the controller's own
+  /// What `pmset -g` says, asked from any thread that may use the runner.
+  /// @param runner  runs the command in place of the controller's own
   static DisableSleepState disableSleepState(CommandRunning& runner);
-  /// The same; no answer counts as off.
+  /// Whether `pmset -g` says that sleep is disabled; no answer counts as no.
   bool isSystemSleepDisabled();
 
   /// Asks the system and goes by its answer, without a prompt: a setting that is on counts as
@@ -151,10 +151,10 @@ class SleepController {
   // ------------------------------------------------------------------------- files and formats
 
   /// "caffeinate.pid" in the library's directory under the home directory: the current process's id
-  /// and, while one is being replaced, that one's, a line each. Read `HOME` on every call, as does
-  /// the next.
+  /// and, while one is being replaced, that one's, a line each. Every call reads `HOME`.
   static std::filesystem::path pidFileURL();
-  /// "disablesleep.engaged" beside it, empty: the setting was engaged and is not known restored.
+  /// "disablesleep.engaged" beside the pid file, an empty file: the setting was engaged and is not
+  /// known to be restored. Every call reads `HOME`.
   static std::filesystem::path engagedMarkerURL();
 
   /// The one word of flags that the keep-awake tool is started with.
@@ -167,20 +167,27 @@ class SleepController {
   static bool parseSleepDisabled(std::string_view output);
 
  private:
+  /// A keep-awake process and the posture that it was started with; no process: none is wanted.
+  struct KeepAwake {
+    std::shared_ptr<platform::WatchedChild> process;
+    bool letDisplaySleep = false;
+  };
+
   struct Started {
     std::shared_ptr<platform::WatchedChild> process;  ///< none when it failed
     std::string word, failure;
   };
+
+  KeepAwake keepAwake() const;
   Started launchCaffeinate(bool letDisplaySleep);
   bool startCaffeinate(bool letDisplaySleep);
   void stopCaffeinate();
   bool disengageDisableSleep();
   bool restoreDirectly();
   bool noteRestore(bool isRestored);
+  void noteEngaged(bool isEngaged);
   void writeCaffeinatePIDs(const std::vector<std::int32_t>& ids);
-  void removeCaffeinatePID();
   void writeEngagedMarker();
-  void removeEngagedMarker();
 
   mutable platform::Mutex lock_;  // never held across a launch, a command, a signal or a wait
   bool isSleepPreventionEnabled_ WAKELATCH_GUARDED_BY(lock_) = false;
@@ -188,13 +195,12 @@ class SleepController {
   CommandRunning& runner_;
   CommandRunning& adminRunner_;
   FileLogger& logger_;
-  std::shared_ptr<platform::WatchedChild> caffeinateProcess_ WAKELATCH_GUARDED_BY(lock_);
+  KeepAwake keepAwake_ WAKELATCH_GUARDED_BY(lock_);
   /// The one whose word is waited for.
   std::shared_ptr<platform::WatchedChild> startingProcess_ WAKELATCH_GUARDED_BY(lock_);
   std::optional<std::string> keepAwakeFailure_ WAKELATCH_GUARDED_BY(lock_);
   std::string keepAwakeWord_ WAKELATCH_GUARDED_BY(lock_);
   std::optional<std::string> sleepFailure_ WAKELATCH_GUARDED_BY(lock_);
-  bool caffeinateLetDisplaySleep_ WAKELATCH_GUARDED_BY(lock_) = false;
   bool caffeinateLaunchFailureLogged_ WAKELATCH_GUARDED_BY(lock_) = false;
   const std::string caffeinatePath_;
   const ToolOptions toolOptions_;

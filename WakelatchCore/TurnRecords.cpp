@@ -34,30 +34,28 @@ bool isWanted(std::string_view value, const std::vector<std::string>& wanted) {
 /// Calls `use(text)` for the values that the field leads to; "{}" for what is no text, integer or
 /// truth.
 template <class Use>
-void forEachValue(const JsonValue& value, std::string_view field, const Use& use, int depth = 0) {
-  using Kind = JsonNode::Kind;
+void forEachValue(const json::Value& value, std::string_view field, const Use& use, int depth = 0) {
   if (depth > maxDepth) return;
-  if (value.kind() == Kind::list) {
-    value.forEachElement(
-        [&](const JsonValue& element) { forEachValue(element, field, use, depth + 1); });
+  if (value.isArray()) {
+    for (const json::Value& element : value.elements())
+      forEachValue(element, field, use, depth + 1);
   } else if (!field.empty()) {
-    if (value.kind() != Kind::object) return;
+    if (!value.isObject()) return;
     const std::string_view key = field.substr(0, field.find('.'));
     const std::string_view rest = field.substr(std::min(key.size() + 1, field.size()));
-    value.withMember(key,
-                     [&](const JsonValue& member) { forEachValue(member, rest, use, depth + 1); });
-  } else if (value.kind() == Kind::text) {
-    use(value.text());
-  } else if (value.kind() == Kind::integer) {
+    if (const auto member = value.member(key)) forEachValue(*member, rest, use, depth + 1);
+  } else if (value.isString()) {
+    use(value.string());
+  } else if (value.isInteger()) {
     use(std::to_string(value.integer()));
-  } else if (value.kind() == Kind::boolean) {
+  } else if (value.isBoolean()) {
     use(value.boolean() ? "true" : "false");
   } else {
     use("{}");
   }
 }
 
-const Rule* ruleFor(const JsonValue& line, const std::vector<Rule>& rules) {
+const Rule* ruleFor(const json::Value& line, const std::vector<Rule>& rules) {
   const auto found = std::find_if(rules.begin(), rules.end(), [&](const Rule& rule) {
     return std::all_of(rule.when.begin(), rule.when.end(), [&](const auto& condition) {
       bool holds = false;
@@ -88,7 +86,7 @@ bool mayTell(std::string_view line, const std::vector<Rule>& rules) {
 }
 
 /// What a line, an object or a member tells of a session.
-std::optional<TurnRecord> told(const TurnRecordFormat& format, const JsonValue& value,
+std::optional<TurnRecord> told(const TurnRecordFormat& format, const json::Value& value,
                                const std::string& session) {
   const Rule* rule = ruleFor(value, format.rules);
   if (rule == nullptr) return std::nullopt;
@@ -108,16 +106,15 @@ std::optional<TurnRecord> told(const TurnRecordFormat& format, const JsonValue& 
 
 /// Adds what a text tells. False when it is no JSON: torn, perhaps.
 bool tell(const TurnRecordFormat& format, std::string_view text, std::vector<TurnRecord>& records) {
-  const auto add = [&](const JsonValue& value, const std::string& session) {
+  const auto add = [&](const json::Value& value, const std::string& session) {
     if (auto record = told(format, value, session)) records.push_back(std::move(*record));
   };
   try {
-    const JsonDocument document(text);
+    const json::Value root(text);
     if (format.form == TurnRecordFormat::Form::members) {
-      document.root().forEachMember(
-          [&](const std::string& name, const JsonValue& member) { add(member, name); });
+      for (const auto& [session, member] : root.members()) add(member, session);
     } else {
-      add(document.root(), "");
+      add(root, "");
     }
     return true;
   } catch (const DecodingError&) {

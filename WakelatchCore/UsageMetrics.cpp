@@ -19,17 +19,6 @@ std::string keyOf(std::chrono::local_days day) {
   return key;
 }
 
-std::chrono::local_days dayOf(Timestamp instant) {
-  return platform::localDay(instant);
-}
-
-/// The bucket under `key`, made when there is none. Almost always it is the last one, whatever the
-/// length of the history.
-DayBucket& bucketOf(std::map<std::string, DayBucket>& days, const std::string& key) {
-  if (!days.empty() && days.rbegin()->first == key) return days.rbegin()->second;
-  return days[key];
-}
-
 /// From the start of the open session to its last active signal; 0 when none is open.
 double workedSeconds(const UsageMetrics& session) {
   if (!session.sessionStartedAt) return 0;
@@ -76,7 +65,7 @@ std::map<std::string, Value> totalByAgent(const UsageMetrics& metrics,
 }  // namespace
 
 std::string UsageMetrics::dayKey(Timestamp instant) {
-  return keyOf(dayOf(instant));
+  return keyOf(platform::localDay(instant));
 }
 
 // ------------------------------------------------------------------------------------ accounting
@@ -105,7 +94,7 @@ UsageMetrics UsageMetrics::recording(UsageMetrics metrics, bool effectiveKeepAwa
   // The time goes to the day and to the reason for being awake, before any session opens: what is
   // booked while none is open belongs to the next one.
   const std::string key = dayKey(now);
-  DayBucket& bucket = bucketOf(metrics.days, key);
+  DayBucket& bucket = metrics.days[key];
   const bool isProtected = effectiveKeepAwake && triggerRung == KeepAwakeTrigger::activeSignal &&
                            lidState == LidState::closed;
   if (isProtected) {
@@ -160,7 +149,7 @@ UsageMetrics UsageMetrics::recording(UsageMetrics metrics, bool effectiveKeepAwa
 
 void UsageMetrics::closeSession(Timestamp now, SessionCloseReason reason) {
   if (!sessionStartedAt) return;
-  DayBucket& bucket = bucketOf(days, dayKey(now));
+  DayBucket& bucket = days[dayKey(now)];
   ++bucket.totalSessions;
   if (sessionQualified) {
     ++bucket.sessionsSaved;
@@ -249,7 +238,7 @@ std::map<std::string, std::int64_t> UsageMetrics::sessionsByAgent() const {
 
 std::vector<UsageMetrics::RecentDay> UsageMetrics::recentDays(std::int64_t count,
                                                               Timestamp endingAt) const {
-  const std::chrono::local_days last = dayOf(endingAt);
+  const std::chrono::local_days last = platform::localDay(endingAt);
   const std::int64_t formable = (last - platform::firstDay).count() + 1;
   std::vector<RecentDay> recent;
   for (std::int64_t left = std::min(count, formable); left > 0; --left) {

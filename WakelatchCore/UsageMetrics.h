@@ -62,39 +62,36 @@ struct DayBucket {
   friend bool operator==(const DayBucket&, const DayBucket&) = default;
 };
 template <>
-inline constexpr auto jsonFields<DayBucket> = std::tuple{
-    required("protectedSeconds", &DayBucket::protectedSeconds),
-    required("keptAwakeSeconds", &DayBucket::keptAwakeSeconds),
-    required("manualSeconds", &DayBucket::manualSeconds),
-    required("pluggedInUnlimitedSeconds", &DayBucket::pluggedInUnlimitedSeconds),
-    required("sessionsSaved", &DayBucket::sessionsSaved),
-    required("totalSessions", &DayBucket::totalSessions),
-    required("protectedSecondsByAgent", &DayBucket::protectedSecondsByAgent),
-    required("sessionsByAgent", &DayBucket::sessionsByAgent),
+inline constexpr auto json::fields<DayBucket> = std::tuple{
+    json::required("protectedSeconds", &DayBucket::protectedSeconds),
+    json::required("keptAwakeSeconds", &DayBucket::keptAwakeSeconds),
+    json::required("manualSeconds", &DayBucket::manualSeconds),
+    json::required("pluggedInUnlimitedSeconds", &DayBucket::pluggedInUnlimitedSeconds),
+    json::required("sessionsSaved", &DayBucket::sessionsSaved),
+    json::required("totalSessions", &DayBucket::totalSessions),
+    json::required("protectedSecondsByAgent", &DayBucket::protectedSecondsByAgent),
+    json::required("sessionsByAgent", &DayBucket::sessionsByAgent),
 };
 
 /// The last session that kept the machine awake.
 struct LastRunSummary {
   std::optional<std::string> agentDisplayName = {};  ///< the session's agent id
-  Timestamp endedAt = {};    ///< an interrupted one: at the last tick before the gap
-  double workedSeconds = 0;  ///< from its start to its last active signal, never negative
-  ///@{
-  /// As in DayBucket, of this session.
-  double protectedSeconds = 0;
-  double keptAwakeSeconds = 0;
-  ///@}
+  Timestamp endedAt = {};         ///< an interrupted one: at the last tick before the gap
+  double workedSeconds = 0;       ///< from its start to its last active signal, never negative
+  double protectedSeconds = 0;    ///< kept awake for its agent, lid closed
+  double keptAwakeSeconds = 0;    ///< kept awake for its agent, lid open or unknown
   bool finishedNormally = false;  ///< it closed because the agent went idle
 
   friend bool operator==(const LastRunSummary&, const LastRunSummary&) = default;
 };
 template <>
-inline constexpr auto jsonFields<LastRunSummary> = std::tuple{
-    optional("agentDisplayName", &LastRunSummary::agentDisplayName),
-    required("endedAt", &LastRunSummary::endedAt),
-    required("workedSeconds", &LastRunSummary::workedSeconds),
-    required("protectedSeconds", &LastRunSummary::protectedSeconds),
-    required("keptAwakeSeconds", &LastRunSummary::keptAwakeSeconds),
-    required("finishedNormally", &LastRunSummary::finishedNormally),
+inline constexpr auto json::fields<LastRunSummary> = std::tuple{
+    json::optional("agentDisplayName", &LastRunSummary::agentDisplayName),
+    json::required("endedAt", &LastRunSummary::endedAt),
+    json::required("workedSeconds", &LastRunSummary::workedSeconds),
+    json::required("protectedSeconds", &LastRunSummary::protectedSeconds),
+    json::required("keptAwakeSeconds", &LastRunSummary::keptAwakeSeconds),
+    json::required("finishedNormally", &LastRunSummary::finishedNormally),
 };
 
 /// The whole store. Read its fields freely; only recording() changes them.
@@ -115,7 +112,8 @@ struct UsageMetrics {
   std::optional<SessionCloseReason> lastCloseReason =
       {};  ///< of the last session, whatever it kept awake
   ///@{
-  /// As in DayBucket, of the open session, or for the next one to open.
+  /// Kept awake for an agent with the lid closed, and with it open or unknown, since the last
+  /// session closed: time before a session opens counts for that session.
   double sessionProtectedSeconds = 0;
   double sessionKeptAwakeSeconds = 0;
   ///@}
@@ -184,23 +182,23 @@ struct UsageMetrics {
   void closeSession(Timestamp now, SessionCloseReason reason);
 };
 template <>
-inline constexpr auto jsonFields<UsageMetrics> = std::tuple{
-    defaulted("days", &UsageMetrics::days),
-    required("installDate", &UsageMetrics::installDate),
-    defaulted("longestProtectedRunSeconds", &UsageMetrics::longestProtectedRunSeconds),
-    optional("longestProtectedRunAgent", &UsageMetrics::longestProtectedRunAgent),
-    optional("longestProtectedRunDate", &UsageMetrics::longestProtectedRunDate),
-    optional("sessionStartedAt", &UsageMetrics::sessionStartedAt),
-    defaulted("sessionQualified", &UsageMetrics::sessionQualified),
-    optional("sessionAgentID", &UsageMetrics::sessionAgentID),
-    defaulted("sessionRunSeconds", &UsageMetrics::sessionRunSeconds),
-    optional("lastTickAt", &UsageMetrics::lastTickAt),
-    optional("lastActiveSignalAt", &UsageMetrics::lastActiveSignalAt),
-    defaulted("wakeGapTicksDropped", &UsageMetrics::wakeGapTicksDropped),
-    optional("lastRun", &UsageMetrics::lastRun),
-    optional("lastCloseReason", &UsageMetrics::lastCloseReason),
-    defaulted("sessionProtectedSeconds", &UsageMetrics::sessionProtectedSeconds),
-    defaulted("sessionKeptAwakeSeconds", &UsageMetrics::sessionKeptAwakeSeconds),
+inline constexpr auto json::fields<UsageMetrics> = std::tuple{
+    json::optional("days", &UsageMetrics::days),
+    json::required("installDate", &UsageMetrics::installDate),
+    json::optional("longestProtectedRunSeconds", &UsageMetrics::longestProtectedRunSeconds),
+    json::optional("longestProtectedRunAgent", &UsageMetrics::longestProtectedRunAgent),
+    json::optional("longestProtectedRunDate", &UsageMetrics::longestProtectedRunDate),
+    json::optional("sessionStartedAt", &UsageMetrics::sessionStartedAt),
+    json::optional("sessionQualified", &UsageMetrics::sessionQualified),
+    json::optional("sessionAgentID", &UsageMetrics::sessionAgentID),
+    json::optional("sessionRunSeconds", &UsageMetrics::sessionRunSeconds),
+    json::optional("lastTickAt", &UsageMetrics::lastTickAt),
+    json::optional("lastActiveSignalAt", &UsageMetrics::lastActiveSignalAt),
+    json::optional("wakeGapTicksDropped", &UsageMetrics::wakeGapTicksDropped),
+    json::optional("lastRun", &UsageMetrics::lastRun),
+    json::optional("lastCloseReason", &UsageMetrics::lastCloseReason),
+    json::optional("sessionProtectedSeconds", &UsageMetrics::sessionProtectedSeconds),
+    json::optional("sessionKeptAwakeSeconds", &UsageMetrics::sessionKeptAwakeSeconds),
 };
 
 }  // namespace wakelatch

@@ -8,8 +8,7 @@
 #include "Host/KeepAwake.h"
 #include "WakelatchCore/WakelatchCore.h"
 
-// No "using namespace wakelatch": its id() and Objective-C's id would be ambiguous.
-namespace core = wakelatch;
+using namespace wakelatch;
 
 namespace {
 
@@ -18,33 +17,33 @@ constexpr int sessionFileDepth = 12;
 
 /// Starts every tool in one language: with decimal commas the process listing cannot be read, and
 /// in "C" letters beyond ASCII are printed as escapes.
-class PlainLanguageRunner final : public core::CommandRunning {
+class PlainLanguageRunner final : public CommandRunning {
  public:
   explicit PlainLanguageRunner(double timeoutSeconds) : runner_(timeoutSeconds) {}
 
-  core::CommandResult run(const core::ShellCommand &command) override {
-    core::ShellCommand plain{"/usr/bin/env", {"LC_ALL=en_US.UTF-8", command.executable}};
+  CommandResult run(const ShellCommand &command) override {
+    ShellCommand plain{"/usr/bin/env", {"LC_ALL=en_US.UTF-8", command.executable}};
     plain.arguments.insert(plain.arguments.end(), command.arguments.begin(),
                            command.arguments.end());
     return runner_.run(plain);
   }
 
  private:
-  core::ProcessCommandRunner runner_;
+  ProcessCommandRunner runner_;
 };
 
-core::ThermalState thermalState() {
+ThermalState thermalState() {
   switch (NSProcessInfo.processInfo.thermalState) {
     case NSProcessInfoThermalStateNominal:
-      return core::ThermalState::nominal;
+      return ThermalState::nominal;
     case NSProcessInfoThermalStateFair:
-      return core::ThermalState::fair;
+      return ThermalState::fair;
     case NSProcessInfoThermalStateSerious:
-      return core::ThermalState::serious;
+      return ThermalState::serious;
     case NSProcessInfoThermalStateCritical:
-      return core::ThermalState::critical;
+      return ThermalState::critical;
   }
-  return core::ThermalState::nominal;
+  return ThermalState::nominal;
 }
 
 NSString *toNSString(std::string_view text) {
@@ -57,43 +56,41 @@ NSString *toNSString(std::string_view text) {
 /// What the host of the library owns for its whole life. Used from the guard's queue alone.
 struct Machinery {
   PlainLanguageRunner runner{toolSeconds}, adminRunner{promptSeconds};
-  core::PowerMonitor power{runner};
-  core::LidStateDetector lid{runner};
-  core::ProcessDetector processes{runner};
-  core::AccessibilityDetector accessibility{core::platform::systemAccessibility(),
-                                            core::ReadingBudget::within(tickSeconds / 2)};
-  core::FileActivityProbe files{NSHomeDirectory().fileSystemRepresentation, sessionFileDepth};
-  core::SessionActivityDetector sessions{files};
-  core::ActivityDetector activity{processes, accessibility, sessions};
-  core::AgentStateMachine machine;
-  core::SleepController controller{runner, adminRunner, core::FileLogger::shared(),
-                                   "/usr/bin/caffeinate"};
-  core::host::Notifier notifier;
+  PowerMonitor power{runner};
+  LidStateDetector lid{runner};
+  ProcessDetector processes{runner};
+  AccessibilityDetector accessibility{platform::systemAccessibility(),
+                                      ReadingBudget::within(tickSeconds / 2)};
+  FileActivityProbe files{NSHomeDirectory().fileSystemRepresentation, sessionFileDepth};
+  SessionActivityDetector sessions{files};
+  ActivityDetector activity{processes, accessibility, sessions};
+  AgentStateMachine machine;
+  SleepController controller{runner, adminRunner, FileLogger::shared(), "/usr/bin/caffeinate"};
+  host::Notifier notifier;
   // One thread decides and acts, so nothing newer is wanted while it acts.
-  core::host::KeepAwake keepAwake{
+  host::KeepAwake keepAwake{
       controller,
       notifier,
       releaseDelaySeconds,
       {{.promptShown = [](const auto &) {}, .isCancelled = [] { return false; }},
        [] { return true; }}};
-  core::AppMode mode = core::AppMode::watchAgentUI;
-  core::GuardSettings settings;
+  AppMode mode = AppMode::watchAgentUI;
+  GuardSettings settings;
 
-  explicit Machinery(core::host::Notifier::Sink sink) : notifier(std::move(sink)) {}
+  explicit Machinery(host::Notifier::Sink sink) : notifier(std::move(sink)) {}
 
-  core::GuardDecision tick() {
-    const core::Timestamp now = core::platform::now();
-    const core::PowerSnapshot reading = power.snapshot();
-    const core::LidState lidState = lid.lidState();
-    const core::ThermalState heat = thermalState();
-    const core::ActivitySignal signal = activity.detect(settings, reading, now);
+  GuardDecision tick() {
+    const Timestamp now = platform::now();
+    const PowerSnapshot reading = power.snapshot();
+    const LidState lidState = lid.lidState();
+    const ThermalState heat = thermalState();
+    const ActivitySignal signal = activity.detect(settings, reading, now);
     machine.forgetFuture(now);
-    const core::GuardDecision decision =
+    const GuardDecision decision =
         machine.evaluate(mode, settings, reading, lidState, signal,
                          controller.isSleepPreventionEnabled(), heat, now);
     // Later by now: the tools take their time.
-    keepAwake.apply(
-        core::host::makeWish(decision, settings, reading, lidState, heat, core::platform::now()));
+    keepAwake.apply(host::makeWish(decision, settings, reading, lidState, heat, platform::now()));
     return decision;
   }
 };
@@ -102,9 +99,9 @@ struct Machinery {
 
 @implementation WakelatchStatus
 
-- (instancetype)initWithDecision:(const core::GuardDecision &)decision keepsAwake:(BOOL)keepsAwake {
+- (instancetype)initWithDecision:(const GuardDecision &)decision keepsAwake:(BOOL)keepsAwake {
   if ((self = [super init])) {
-    _title = toNSString(core::displayName(decision.status));
+    _title = toNSString(displayName(decision.status));
     _reason = toNSString(decision.reason);
     _keepsAwake = keepsAwake;
     _isBatteryWarning = decision.isBatteryWarning;
@@ -180,7 +177,7 @@ struct Machinery {
 }
 
 - (void)tick:(Machinery &)machinery {
-  const core::GuardDecision decision = machinery.tick();
+  const GuardDecision decision = machinery.tick();
   const BOOL keepsAwake = machinery.controller.appliedLetDisplaySleep().has_value();
   WakelatchStatus *status = [[WakelatchStatus alloc] initWithDecision:decision
                                                            keepsAwake:keepsAwake];
@@ -192,7 +189,7 @@ struct Machinery {
 - (BOOL)setMode:(NSString *)rawValue {
   const char *bytes = rawValue.UTF8String;  // null for what is no valid Unicode
   if (bytes == nullptr) return NO;
-  const auto mode = core::fromRawValue<core::AppMode>(std::string_view(bytes));
+  const auto mode = fromRawValue<AppMode>(std::string_view(bytes));
   if (!mode) return NO;
   [self enqueue:^(Machinery &machinery) {
     machinery.mode = *mode;
@@ -203,7 +200,7 @@ struct Machinery {
 - (BOOL)setSettings:(NSData *)json error:(NSError **)error {
   try {
     const auto settings =
-        core::decode<core::GuardSettings>({static_cast<const char *>(json.bytes), json.length});
+        decode<GuardSettings>({static_cast<const char *>(json.bytes), json.length});
     [self enqueue:^(Machinery &machinery) {
       machinery.settings = settings;
     }];

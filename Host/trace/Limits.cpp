@@ -11,7 +11,8 @@ namespace {
 /// Calls `use(key, member)` for every figure.
 template <class Use>
 void forEachFigure(Use&& use) {
-  std::apply([&](const auto&... field) { (use(field.key, field.member), ...); }, jsonFields<Limit>);
+  std::apply([&](const auto&... field) { (use(field.key, field.member), ...); },
+             json::fields<Limit>);
 }
 
 }  // namespace

@@ -59,15 +59,15 @@ std::string describe(const Difference& difference);
 
 namespace wakelatch {
 template <>
-inline constexpr auto jsonFields<host::Limit> = std::tuple{
-    required("workSeconds", &host::Limit::workSeconds),
-    required("notHeldSeconds", &host::Limit::notHeldSeconds),
-    required("longestNotHeldSeconds", &host::Limit::longestNotHeldSeconds),
-    required("sleepsAskedInWork", &host::Limit::sleepsAskedInWork),
-    required("beyondGraceSeconds", &host::Limit::beyondGraceSeconds),
-    required("idleHeldSeconds", &host::Limit::idleHeldSeconds),
-    required("medianDetectionSeconds", &host::Limit::medianDetectionSeconds),
-    required("worstDetectionSeconds", &host::Limit::worstDetectionSeconds),
-    required("otherNameSeconds", &host::Limit::otherNameSeconds),
+inline constexpr auto json::fields<host::Limit> = std::tuple{
+    json::required("workSeconds", &host::Limit::workSeconds),
+    json::required("notHeldSeconds", &host::Limit::notHeldSeconds),
+    json::required("longestNotHeldSeconds", &host::Limit::longestNotHeldSeconds),
+    json::required("sleepsAskedInWork", &host::Limit::sleepsAskedInWork),
+    json::required("beyondGraceSeconds", &host::Limit::beyondGraceSeconds),
+    json::required("idleHeldSeconds", &host::Limit::idleHeldSeconds),
+    json::required("medianDetectionSeconds", &host::Limit::medianDetectionSeconds),
+    json::required("worstDetectionSeconds", &host::Limit::worstDetectionSeconds),
+    json::required("otherNameSeconds", &host::Limit::otherNameSeconds),
 };
 }  // namespace wakelatch

@@ -124,22 +124,22 @@ inline constexpr auto enumCases<host::EvidenceKind> = std::to_array<EnumCase<hos
     {host::EvidenceKind::oneShot, "oneShot", "one-shot runs"},
 });
 template <>
-inline constexpr auto jsonFields<host::Figures> = std::tuple{
-    required("workSeconds", &host::Figures::workSeconds),
-    required("notHeldSeconds", &host::Figures::notHeldSeconds),
-    required("longestNotHeldSeconds", &host::Figures::longestNotHeldSeconds),
-    required("sleepsAskedInWork", &host::Figures::sleepsAskedInWork),
-    required("beyondGraceSeconds", &host::Figures::beyondGraceSeconds),
-    required("beyondGraceByEvidence", &host::Figures::beyondGraceByEvidence),
-    required("idleHeldSeconds", &host::Figures::idleHeldSeconds),
-    required("detectionSeconds", &host::Figures::detectionSeconds),
-    required("otherNameSeconds", &host::Figures::otherNameSeconds),
+inline constexpr auto json::fields<host::Figures> = std::tuple{
+    json::required("workSeconds", &host::Figures::workSeconds),
+    json::required("notHeldSeconds", &host::Figures::notHeldSeconds),
+    json::required("longestNotHeldSeconds", &host::Figures::longestNotHeldSeconds),
+    json::required("sleepsAskedInWork", &host::Figures::sleepsAskedInWork),
+    json::required("beyondGraceSeconds", &host::Figures::beyondGraceSeconds),
+    json::required("beyondGraceByEvidence", &host::Figures::beyondGraceByEvidence),
+    json::required("idleHeldSeconds", &host::Figures::idleHeldSeconds),
+    json::required("detectionSeconds", &host::Figures::detectionSeconds),
+    json::required("otherNameSeconds", &host::Figures::otherNameSeconds),
 };
 template <>
-inline constexpr auto jsonFields<host::Score> = std::tuple{
-    required("all", &host::Score::all),
-    required("agents", &host::Score::agents),
-    required("whileProcess", &host::Score::whileProcess),
-    required("whileLoad", &host::Score::whileLoad),
+inline constexpr auto json::fields<host::Score> = std::tuple{
+    json::required("all", &host::Score::all),
+    json::required("agents", &host::Score::agents),
+    json::required("whileProcess", &host::Score::whileProcess),
+    json::required("whileLoad", &host::Score::whileLoad),
 };
 }  // namespace wakelatch

@@ -102,58 +102,58 @@ std::string traceKey(const std::vector<std::string>& globs);
 
 namespace wakelatch {
 template <>
-inline constexpr auto jsonFields<host::TraceHeader> = std::tuple{
-    required("traceFormat", &host::TraceHeader::traceFormat),
-    required("program", &host::TraceHeader::program),
-    required("system", &host::TraceHeader::system),
-    required("startedAt", &host::TraceHeader::startedAt),
-    required("intervalSeconds", &host::TraceHeader::intervalSeconds),
-    required("mode", &host::TraceHeader::mode),
-    optional("pid", &host::TraceHeader::pid),
-    required("settings", &host::TraceHeader::settings),
-    required("catalogue", &host::TraceHeader::catalogue),
-    required("leftOut", &host::TraceHeader::leftOut),
+inline constexpr auto json::fields<host::TraceHeader> = std::tuple{
+    json::required("traceFormat", &host::TraceHeader::traceFormat),
+    json::required("program", &host::TraceHeader::program),
+    json::required("system", &host::TraceHeader::system),
+    json::required("startedAt", &host::TraceHeader::startedAt),
+    json::required("intervalSeconds", &host::TraceHeader::intervalSeconds),
+    json::required("mode", &host::TraceHeader::mode),
+    json::optional("pid", &host::TraceHeader::pid),
+    json::required("settings", &host::TraceHeader::settings),
+    json::required("catalogue", &host::TraceHeader::catalogue),
+    json::required("leftOut", &host::TraceHeader::leftOut),
 };
 template <>
-inline constexpr auto jsonFields<host::TraceProcess> = std::tuple{
-    required("parent", &host::TraceProcess::parent),
-    required("command", &host::TraceProcess::command),
-    optional("arguments", &host::TraceProcess::arguments),
+inline constexpr auto json::fields<host::TraceProcess> = std::tuple{
+    json::required("parent", &host::TraceProcess::parent),
+    json::required("command", &host::TraceProcess::command),
+    json::optional("arguments", &host::TraceProcess::arguments),
 };
 template <>
-inline constexpr auto jsonFields<host::TraceApplication> = std::tuple{
-    optional("bundleID", &host::TraceApplication::bundleID),
-    optional("name", &host::TraceApplication::name),
-    required("phrases", &host::TraceApplication::phrases),
+inline constexpr auto json::fields<host::TraceApplication> = std::tuple{
+    json::optional("bundleID", &host::TraceApplication::bundleID),
+    json::optional("name", &host::TraceApplication::name),
+    json::required("phrases", &host::TraceApplication::phrases),
 };
 template <>
-inline constexpr auto jsonFields<host::TraceScreen> = std::tuple{
-    required("isTrusted", &host::TraceScreen::isTrusted),
-    required("applications", &host::TraceScreen::applications),
+inline constexpr auto json::fields<host::TraceScreen> = std::tuple{
+    json::required("isTrusted", &host::TraceScreen::isTrusted),
+    json::required("applications", &host::TraceScreen::applications),
 };
 template <>
-inline constexpr auto jsonFields<host::TraceTurn> = std::tuple{
-    required("state", &host::TraceTurn::state),
-    required("at", &host::TraceTurn::at),
-    optional("pid", &host::TraceTurn::pid),
+inline constexpr auto json::fields<host::TraceTurn> = std::tuple{
+    json::required("state", &host::TraceTurn::state),
+    json::required("at", &host::TraceTurn::at),
+    json::optional("pid", &host::TraceTurn::pid),
 };
 template <>
-inline constexpr auto jsonFields<host::TraceTick> = std::tuple{
-    required("ms", &host::TraceTick::ms),
-    optional("settings", &host::TraceTick::settings),
-    optional("held", &host::TraceTick::held),
-    optional("battery", &host::TraceTick::battery),
-    optional("lid", &host::TraceTick::lid),
-    optional("heat", &host::TraceTick::heat),
-    optional("processes", &host::TraceTick::processes),
-    optional("gone", &host::TraceTick::gone),
-    optional("cpu", &host::TraceTick::cpu),
-    optional("order", &host::TraceTick::order),
-    optional("newest", &host::TraceTick::newest),
-    optional("sessions", &host::TraceTick::sessions),
-    optional("turns", &host::TraceTick::turns),
-    optional("started", &host::TraceTick::started),
-    optional("connected", &host::TraceTick::connected),
-    optional("screen", &host::TraceTick::screen),
+inline constexpr auto json::fields<host::TraceTick> = std::tuple{
+    json::required("ms", &host::TraceTick::ms),
+    json::optional("settings", &host::TraceTick::settings),
+    json::optional("held", &host::TraceTick::held),
+    json::optional("battery", &host::TraceTick::battery),
+    json::optional("lid", &host::TraceTick::lid),
+    json::optional("heat", &host::TraceTick::heat),
+    json::optional("processes", &host::TraceTick::processes),
+    json::optional("gone", &host::TraceTick::gone),
+    json::optional("cpu", &host::TraceTick::cpu),
+    json::optional("order", &host::TraceTick::order),
+    json::optional("newest", &host::TraceTick::newest),
+    json::optional("sessions", &host::TraceTick::sessions),
+    json::optional("turns", &host::TraceTick::turns),
+    json::optional("started", &host::TraceTick::started),
+    json::optional("connected", &host::TraceTick::connected),
+    json::optional("screen", &host::TraceTick::screen),
 };
 }  // namespace wakelatch

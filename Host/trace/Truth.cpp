@@ -17,6 +17,12 @@ struct Instant {
   Timestamp at;
 };
 
+void read(const json::Value& in, Instant& value) {
+  const auto at = platform::parseIso8601Fraction(in.string());
+  if (!at) in.fail("expected a time such as \"2025-03-01T14:05:09.123Z\"");
+  value.at = *at;
+}
+
 struct Line {
   Instant from, to;
   std::string agent;
@@ -28,19 +34,11 @@ struct Line {
 
 namespace wakelatch {
 template <>
-struct JsonForm<host::Instant> {
-  static void read(const JsonValue& in, host::Instant& value) {
-    const auto at = platform::parseIso8601Fraction(in.text());
-    if (!at) in.fail("expected a time such as \"2025-03-01T14:05:09.123Z\"");
-    value.at = *at;
-  }
-};
-template <>
-inline constexpr auto jsonFields<host::Line> = std::tuple{
-    required("from", &host::Line::from),
-    required("to", &host::Line::to),
-    required("agent", &host::Line::agent),
-    required("state", &host::Line::state),
+inline constexpr auto json::fields<host::Line> = std::tuple{
+    json::required("from", &host::Line::from),
+    json::required("to", &host::Line::to),
+    json::required("agent", &host::Line::agent),
+    json::required("state", &host::Line::state),
 };
 }  // namespace wakelatch
 
