@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "Host/StatsReport.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -104,7 +104,7 @@ std::string page(std::string_view title, std::string_view ownStyle, const std::s
                  const std::string& content, std::string_view maker, Timestamp now) {
   return std::string(beforeTitle) + escaped(title) + std::string(style) + std::string(ownStyle) +
          std::string(afterStyle) + header + "</header>\n" + content + "<footer>Made " +
-         localTimeText(now) + " by " + escaped(maker) +
+         localDateAndTime(now) + " by " + escaped(maker) +
          ". This page loads nothing and runs no script.</footer>\n</main>\n</body>\n</html>\n";
 }
 

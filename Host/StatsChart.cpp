@@ -5,6 +5,7 @@
 
 #include "Host/Page.h"
 #include "Host/StatsReport.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {

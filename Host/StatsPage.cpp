@@ -7,6 +7,8 @@
 #include "Host/Page.h"
 #include "Host/StatsChart.h"
 #include "Host/StatsReport.h"
+#include "Host/Terminal.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -23,10 +25,6 @@ constexpr std::string_view ownStyle =
 .agents svg { display: block; width: 100%; height: 10px; margin-top: .375rem; }
 @media (max-width: 40rem) { .agents td, .agents th + th { padding-left: .75rem; } }
 )html";
-
-std::string daysText(std::size_t days) {
-  return std::to_string(days) + (days == 1 ? " day" : " days");
-}
 
 std::string headerOf(const StatsReport& report) {
   const std::string since = dayText(UsageMetrics::dayKey(report.installDate), true);
@@ -62,8 +60,7 @@ std::string highlightsOf(const StatsReport& report) {
   std::string share = "no session has ended yet";
   if (report.utilization) {
     share = std::to_string(std::lround(*report.utilization * 100)) + "% of all that ended, on " +
-            std::to_string(report.activeDays) +
-            (report.activeDays == 1 ? " active day" : " active days");
+            counted(report.activeDays, "active day");
   }
   std::string html = tile(
       "Sessions saved",
@@ -77,7 +74,7 @@ std::string highlightsOf(const StatsReport& report) {
   if (const auto& run = report.lastRun) {
     html += tile("Last run", durationText(run->workedSeconds),
                  (run->agentDisplayName ? name(*run->agentDisplayName) : "unknown agent") + ", " +
-                     std::string(report.lastRunEnding) + " " + localTimeText(run->endedAt));
+                     std::string(report.lastRunEnding) + " " + localDateAndTime(run->endedAt));
   }
   return "<dl>\n" + html + "</dl>\n";
 }
@@ -91,8 +88,9 @@ std::string daysSectionOf(const StatsReport& report) {
               std::to_string(k) + "\"></i>" + std::string(awakeKinds[k].name) + " <b>" +
               durationText(sum) + "</b></li>\n";
   }
-  return "<section>\n<h2>Last " + daysText(report.days.size()) + "</h2>\n<ul class=\"legend\">\n" +
-         legend + "</ul>\n" + dayChart(report.days) + "</section>\n";
+  return "<section>\n<h2>Last " + counted(std::ssize(report.days), "day") +
+         "</h2>\n<ul class=\"legend\">\n" + legend + "</ul>\n" + dayChart(report.days) +
+         "</section>\n";
 }
 
 std::string agentsSectionOf(const StatsReport& report) {

@@ -79,26 +79,21 @@ struct StatusReport {
 
 StatusReport makeStatusReport(const OneTick& tick);
 
-/// What a watch reports of its ticks.
-class TickReports {
+/// The lines that tell the ticks of a watch to who has no screen for them: programs get one for
+/// each tick, people one for each other decision.
+class TickLines {
  public:
-  /// @param tellsOnce  why UI text is not read is told when that changes, not in each report
-  explicit TickReports(bool tellsOnce) : tellsOnce_(tellsOnce) {}
-  StatusReport of(const OneTick& tick);
+  explicit TickLines(bool isJSON) : isJSON_(isJSON) {}
+
+  /// The line of the next tick without line break; nothing when there is nothing to tell. In JSON,
+  /// why UI text is not read is told when that changes, not in each line.
+  /// @param at  of the tick
+  std::optional<std::string> next(StatusReport report, Timestamp at);
 
  private:
-  const bool tellsOnce_;
-  std::optional<std::string> told_;
-};
-
-/// Which decisions are worth a line of their own.
-class DecisionChanges {
- public:
-  /// Whether the next decision is another one than the last.
-  bool isNext(const GuardDecision& decision);
-
- private:
-  std::optional<GuardDecision> last_;
+  const bool isJSON_;
+  std::optional<std::string> uiTextNotice_;  ///< of the last tick
+  std::optional<GuardDecision> decision_;    ///< as told last
 };
 
 /// The strength of the agent's merged signal; none when nothing of its evidence is believed.

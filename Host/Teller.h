@@ -23,7 +23,7 @@ class Teller {
   struct Tick {
     Timestamp at;
     StatusReport report;  ///< with the watch's state
-    std::optional<Timestamp> graceEndsAt;
+    std::optional<Timestamp> graceEndsAt = {};
     double keptSecondsToday = 0;
   };
 
@@ -64,7 +64,7 @@ class Teller {
   Saver* saver_ WAKELATCH_GUARDED_BY(mutex_) = nullptr;
   std::function<Held()> held_ WAKELATCH_GUARDED_BY(mutex_);  ///< asked last: it may change any time
   std::optional<Tick> last_ WAKELATCH_GUARDED_BY(mutex_);
-  DecisionChanges changes_ WAKELATCH_GUARDED_BY(mutex_);
+  TickLines lines_ WAKELATCH_GUARDED_BY(mutex_);
   std::deque<std::string> notices_ WAKELATCH_GUARDED_BY(mutex_);  ///< the screen's, with their time
 };
 

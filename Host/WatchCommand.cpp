@@ -25,6 +25,7 @@
 #include "Host/Saver.h"
 #include "Host/SettingsFile.h"
 #include "Host/Signals.h"
+#include "Host/StatsReport.h"
 #include "Host/StatusReport.h"
 #include "Host/SupportDirectory.h"
 #include "Host/Teller.h"
@@ -105,14 +106,6 @@ struct Effects {
   }
 };
 
-double keptSecondsOn(const std::string& day, const UsageMetrics& metrics) {
-  const auto found = metrics.days.find(day);
-  if (found == metrics.days.end()) return 0;
-  const DayBucket& bucket = found->second;
-  return bucket.protectedSeconds + bucket.keptAwakeSeconds + bucket.manualSeconds +
-         bucket.pluggedInUnlimitedSeconds;
-}
-
 /// The running watch: what lives from its start to its end.
 class Watch {
  public:
@@ -129,7 +122,6 @@ class Watch {
         recorder_(makeRecorder()),
         observer_(recorder_ ? recorder_->sources() : machine_.sources(), agents_.current().profiles,
                   options.intervalSeconds / 2),
-        reports_(options.json),
         teller_(options.output(), [this] { pause_.endWatch(); }) {
     if (!recorder_) return;
     trace_.emplace(std::move(traceFile), [this](const std::string& why) { onTraceEnd(why); });
@@ -260,8 +252,7 @@ class Watch {
   }
 
   void tell(const OneTick& tick) {
-    Teller::Tick told{
-        .at = tick.seen.at, .report = reports_.of(tick), .graceEndsAt = {}, .keptSecondsToday = 0};
+    Teller::Tick told{.at = tick.seen.at, .report = makeStatusReport(tick)};
     const auto lastActive = stateMachine_.memory().lastActiveSignalAt;
     if (tick.decision.status == GuardStatus::idleGrace && lastActive) {
       told.graceEndsAt =
@@ -269,7 +260,7 @@ class Watch {
     }
     if (effects_) {
       told.keptSecondsToday =
-          keptSecondsOn(UsageMetrics::dayKey(told.at), effects_->usage.metrics());
+          awakeSeconds(effects_->usage.metrics(), UsageMetrics::dayKey(told.at));
     }
     teller_.tick(std::move(told));
   }
@@ -389,7 +380,6 @@ class Watch {
   AgentStateMachine stateMachine_;
   Signals signals_;  // from here on a stop has something to undo
   Pause pause_;
-  TickReports reports_;
   Teller teller_;
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
   std::optional<TraceFile> trace_;
@@ -404,7 +394,7 @@ class Watch {
 
 }  // namespace
 
-ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
+ExitStatus runCommand(const WatchOptions& options, Tools& tools) {
   std::optional<InstanceLock> lock;
   if (!options.dryRun) {
     try {

@@ -1,16 +1,13 @@
 #include "Host/WatchScreen.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <string_view>
 #include <utility>
 
-#include "Host/StatsReport.h"
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 #include "Host/WatchText.h"
-#include "Platform/Calendar.h"
 
 namespace wakelatch::host {
 namespace {
@@ -62,28 +59,10 @@ const char* colorOf(ThermalState state) {
   return state == ThermalState::critical ? bad : state == ThermalState::serious ? doubtful : plain;
 }
 
-/// "4:12", "1:00:05"; nothing is left of what is over.
-std::string countdown(double seconds) {
-  const auto left = static_cast<long long>(std::ceil(sane(seconds)));
-  char text[48];
-  if (left < 3600) {
-    std::snprintf(text, sizeof text, "%lld:%02lld", left / 60, left % 60);
-  } else {
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", left / 3600, left / 60 % 60, left % 60);
-  }
-  return text;
-}
-
-std::string padded(std::string_view text, int width) {
-  std::string result(text);
-  result.append(static_cast<std::size_t>(std::max(width - columnsOf(text), 0)), ' ');
-  return result;
-}
-
 /// Gathers the rows from top to bottom, then lays them out.
 class Screen {
  public:
-  Screen(const ScreenInput& input, const ScreenStyle& style) : input_(input), style_(style) {}
+  Screen(const ScreenInput& input, const TerminalStyle& style) : input_(input), style_(style) {}
 
   std::vector<std::string> lines() {
     state();
@@ -140,8 +119,8 @@ class Screen {
 
   void ends(const char* what, Timestamp time) {
     addTitled(Importance::countdown, 0, "Until",
-              {{std::string(what) + " in " + countdown(secondsBetween(input_.now, time)) + ", at " +
-                localTime(time)}});
+              {{std::string(what) + " in " + countdownText(secondsBetween(input_.now, time)) +
+                ", at " + localTime(time)}});
   }
 
   void agents() {
@@ -216,7 +195,7 @@ class Screen {
     for (const Span& span : spans) {
       const std::string whole = printable(span.text);
       const std::string_view text = firstColumns(whole, columnsLeft);
-      const bool isColored = style_.color && *span.color != '\0' && !text.empty();
+      const bool isColored = style_.hasColor && *span.color != '\0' && !text.empty();
       if (isColored) line += span.color;
       line += text;
       if (isColored) line += "\033[0m";
@@ -230,19 +209,14 @@ class Screen {
   static constexpr int stateWidth = 14;
 
   const ScreenInput& input_;
-  const ScreenStyle& style_;
+  const TerminalStyle& style_;
   std::vector<Row> rows_;
 };
 
 }  // namespace
 
-std::vector<std::string> watchScreen(const ScreenInput& input, const ScreenStyle& style) {
+std::vector<std::string> watchScreen(const ScreenInput& input, const TerminalStyle& style) {
   return Screen(input, style).lines();
-}
-
-std::string localTime(Timestamp time) {
-  const std::string text = platform::iso8601(time + platform::localOffset(time));
-  return text == "-" ? "--:--:--" : text.substr(text.find('T') + 1, 8);
 }
 
 }  // namespace wakelatch::host

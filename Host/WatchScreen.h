@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Host/StatusReport.h"
+#include "Host/Terminal.h"
 #include "Platform/Clock.h"
 
 namespace wakelatch::host {
@@ -19,18 +20,9 @@ struct ScreenInput {
   const std::deque<std::string>& notices;  ///< newest last, each begins with its local time
 };
 
-struct ScreenStyle {
-  int columns = 80;
-  int rows = 24;
-  bool color = false;  ///< ANSI colours on the words that name a state
-};
-
 /// Lines without line breaks, at most `rows` - 1, each at most `columns` wide, for drawing(). Where
 /// rows are few, evidence goes first, then notices, the oldest first; the state, what is held and
 /// an open prompt stay, on one line if it must be. Pure but for the local time zone.
-std::vector<std::string> watchScreen(const ScreenInput& input, const ScreenStyle& style);
-
-/// "14:05:09", the local time; "--:--:--" for what no calendar can hold.
-std::string localTime(Timestamp time);
+std::vector<std::string> watchScreen(const ScreenInput& input, const TerminalStyle& style);
 
 }  // namespace wakelatch::host

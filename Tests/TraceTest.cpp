@@ -6,7 +6,7 @@
 #include "Host/AgentsFile.h"
 #include "Host/StatusReport.h"
 #include "Host/SupportDirectory.h"
-#include "Host/WatchScreen.h"
+#include "Host/TimeText.h"
 #include "Host/trace/Moment.h"
 #include "Host/trace/Recorder.h"
 #include "Host/trace/Replay.h"
@@ -141,10 +141,6 @@ class RandomMachine : public CommandRunning, public FileActivityProbing, public 
   ScriptedAccessibility screen_;
 };
 
-std::string reportOf(TickReports& reports, const OneTick& tick) {
-  return encode(reports.of(tick), DateCoding::iso8601);
-}
-
 TEST(Trace, AReplayDecidesWhatWasDecided) {
   for (const bool keepsAll : {false, true}) {
     const TemporaryHome home;
@@ -156,7 +152,7 @@ TEST(Trace, AReplayDecidesWhatWasDecided) {
                       {.pid = 4711, .profiles = profiles, .keepsAllProcesses = keepsAll});
     Observer observer(recorder.sources(), profiles);
     AgentStateMachine stateMachine;
-    TickReports reports(true);
+    TickLines lines(/*isJSON=*/true);
     GuardSettings settings;
     Held held;
     const std::int64_t start = platform::millisecondsSince1970(platform::now());
@@ -174,14 +170,14 @@ TEST(Trace, AReplayDecidesWhatWasDecided) {
       tick.isWatchRunning = true;
       tick.watch = stateAfter(tick, stateMachine.memory(), held, 4711, 2);
       trace << recorder.tick(tick.seen, settings, held) << '\n';
-      recorded.push_back(reportOf(reports, tick));
+      recorded.push_back(*lines.next(makeStatusReport(tick), {}));
     }
     trace << R"({"ms":20)" << std::flush;  // cut short
     Replay replay(file, {.settings = {}, .profiles = profiles});
-    TickReports again(true);
+    TickLines again(/*isJSON=*/true);
     std::size_t ticks = 0;
     while (const auto tick = replay.next()) {
-      ASSERT_EQ(reportOf(again, *tick), recorded.at(ticks)) << "tick " << ticks;
+      ASSERT_EQ(again.next(makeStatusReport(*tick), {}), recorded.at(ticks)) << "tick " << ticks;
       ++ticks;
     }
     EXPECT_EQ(ticks, recorded.size());

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {

@@ -80,7 +80,7 @@ class RecordedMachine {
 class Replay {
  public:
   struct Options {
-    std::optional<GuardSettings> settings;  ///< absent: the trace's own
+    std::optional<GuardSettings> settings = {};  ///< absent: the trace's own
     double cpuFactor = 1;
     std::string agent = {};  ///< see onlyAgent()
     AgentProfiles profiles = {};

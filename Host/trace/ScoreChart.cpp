@@ -5,8 +5,7 @@
 #include <map>
 
 #include "Host/Page.h"
-#include "Host/StatsReport.h"
-#include "Host/WatchScreen.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {

@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "Host/Page.h"
-#include "Host/StatsReport.h"
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -114,7 +114,7 @@ std::string traceSectionOf(const ScoredTrace& trace) {
   }
   html += "</ul>\n";
   if (!trace.samples.empty()) {
-    html += "<p class=\"note\">From " + localTimeText(trace.samples.front().at) + ", " +
+    html += "<p class=\"note\">From " + localDateAndTime(trace.samples.front().at) + ", " +
             std::to_string(trace.samples.size()) + " decisions</p>\n";
   }
   return html + stripChart(trace) + "</section>\n";

@@ -1,11 +1,11 @@
 #include "Host/trace/Trace.h"
 
+#include "Host/Terminal.h"
+
 namespace wakelatch::host {
 
 std::string traceKey(const std::vector<std::string>& globs) {
-  std::string key;
-  for (const std::string& glob : globs) key.append(key.empty() ? "" : " ").append(glob);
-  return key;
+  return joined(globs, " ");
 }
 
 }  // namespace wakelatch::host
