@@ -8,10 +8,12 @@
 // Pure functions, callable from any thread.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -110,6 +112,29 @@ Score score(const std::vector<Sample>& samples, const std::vector<TruthInterval>
 
 /// Rounded to the tenth of a second to which figures are shown and compared.
 double tenths(double seconds);
+
+/// A figure as it is shown and compared.
+struct Measure {
+  std::string_view key;          ///< in files
+  std::string_view title;        ///< for people
+  double (*of)(const Figures&);  ///< its value
+  bool isCount = false;          ///< otherwise it is in seconds
+};
+/// All of them, in the order in which they are shown.
+inline constexpr std::array<Measure, 9> measures{{
+    {"workSeconds", "Work", [](const Figures& f) { return f.workSeconds; }},
+    {"notHeldSeconds", "Not held", [](const Figures& f) { return f.notHeldSeconds; }},
+    {"longestNotHeldSeconds", "Longest", [](const Figures& f) { return f.longestNotHeldSeconds; }},
+    {.key = "sleepsAskedInWork",
+     .title = "Sleeps",
+     .of = [](const Figures& f) { return static_cast<double>(f.sleepsAskedInWork); },
+     .isCount = true},
+    {"medianDetectionSeconds", "Seen after", [](const Figures& f) { return f.medianDetection(); }},
+    {"worstDetectionSeconds", "At worst", [](const Figures& f) { return f.worstDetection(); }},
+    {"beyondGraceSeconds", "Beyond grace", [](const Figures& f) { return f.beyondGraceSeconds; }},
+    {"idleHeldSeconds", "Idle held", [](const Figures& f) { return f.idleHeldSeconds; }},
+    {"otherNameSeconds", "Misnamed", [](const Figures& f) { return f.otherNameSeconds; }},
+}};
 
 }  // namespace wakelatch::host
 
