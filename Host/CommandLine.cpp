@@ -31,15 +31,12 @@ auto seconds(bool (*areValid)(double), const std::string& wanted) {
   };
 }
 
-void addInterval(CLI::App& command, WatchOptions& watch) {
+void addTicking(CLI::App& command, WatchOptions& watch) {
   command
       .add_option("--interval", watch.intervalSeconds,
                   "Seconds between ticks, more than 0 and at most 8 (default 2)")
       ->check(seconds([](double value) { return value > 0 && value <= 8; },
                       "more than 0 and at most 8"));
-}
-
-void addTicks(CLI::App& command, WatchOptions& watch) {
   command.add_option("--ticks", watch.ticks, "Leave after this many ticks")
       ->check(CLI::Range(1, 1000000000));
 }
@@ -112,8 +109,7 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
   CLI::App& watchCommand =
       add("watch", "Watch the agents and keep the machine awake, until a signal", watch);
   addMode(watchCommand, watch.mode, "What to do (default watchAgentUI)");
-  addInterval(watchCommand, watch);
-  addTicks(watchCommand, watch);
+  addTicking(watchCommand, watch);
   watchCommand.add_flag("--json", watch.json, "Print one JSON object a tick");
   watchCommand.add_flag("--dry-run", watch.dryRun, "Decide and print, but start nothing");
   watchCommand
@@ -134,8 +130,7 @@ std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* con
       record);
   addRecording(recordCommand, record, "file");
   addMode(recordCommand, record.mode, "Decide in this mode (default watchAgentUI)");
-  addInterval(recordCommand, record);
-  addTicks(recordCommand, record);
+  addTicking(recordCommand, record);
   addAgent(recordCommand, record.agent);
 
   ReplayOptions replay;

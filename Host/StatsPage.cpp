@@ -27,7 +27,7 @@ constexpr std::string_view ownStyle =
 )html";
 
 std::string headerOf(const StatsReport& report) {
-  const std::string since = dayText(UsageMetrics::dayKey(report.installDate), true);
+  const std::string since = dayAndYearText(UsageMetrics::dayKey(report.installDate));
   std::string html;
   if (report.totalProtectedSeconds > 0) {
     html += "<h1>" + durationText(report.totalProtectedSeconds) +
@@ -68,7 +68,7 @@ std::string highlightsOf(const StatsReport& report) {
       share);
   if (const auto& run = report.longestProtectedRun) {
     std::string note = run->agentID ? name(*run->agentID) : "unknown agent";
-    if (run->dayKey) note += ", " + escaped(dayText(*run->dayKey, true));
+    if (run->dayKey) note += ", " + escaped(dayAndYearText(*run->dayKey));
     html += tile("Longest protected run", durationText(run->seconds), note);
   }
   if (const auto& run = report.lastRun) {
@@ -115,24 +115,21 @@ std::string agentsSectionOf(const StatsReport& report) {
 }
 
 std::string tableSectionOf(const StatsReport& report) {
-  std::string html =
-      "<section>\n<h2 id=\"table\">Day by day</h2>\n"
-      "<div class=\"figures\" role=\"region\" aria-labelledby=\"table\" tabindex=\"0\">\n"
-      "<table aria-labelledby=\"table\">\n<thead><tr><th scope=\"col\">Day</th>";
-  for (const AwakeKind& kind : awakeKinds) {
-    html += "<th scope=\"col\">" + std::string(kind.name) + "</th>";
-  }
-  html += "<th scope=\"col\">Sessions saved</th></tr></thead>\n<tbody>\n";
+  std::vector<std::string_view> titles{"Day"};
+  for (const AwakeKind& kind : awakeKinds) titles.push_back(kind.name);
+  titles.emplace_back("Sessions saved");
+  std::vector<std::vector<std::string>> rows;
   for (auto day = report.days.rbegin(); day != report.days.rend(); ++day) {
-    html += "<tr><th scope=\"row\">" + dayText(day->dayKey, report.days.size() > 300) + "</th>";
+    std::vector<std::string> row{report.days.size() > 300 ? dayAndYearText(day->dayKey)
+                                                          : dayText(day->dayKey)};
     for (const AwakeKind& kind : awakeKinds) {
-      const double seconds = day->bucket.*kind.seconds;
-      html += (seconds > 0 ? "<td>" : "<td class=\"zero\">") + durationText(seconds) + "</td>";
+      row.push_back(durationText(day->bucket.*kind.seconds));
     }
-    html += "<td>" + std::to_string(day->bucket.sessionsSaved) + " of " +
-            std::to_string(day->bucket.totalSessions) + "</td></tr>\n";
+    row.push_back(std::to_string(day->bucket.sessionsSaved) + " of " +
+                  std::to_string(day->bucket.totalSessions));
+    rows.push_back(std::move(row));
   }
-  return html + "</tbody>\n</table>\n</div>\n</section>\n";
+  return tableSection("Day by day", titles, rows);
 }
 
 }  // namespace

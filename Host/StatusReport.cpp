@@ -99,8 +99,9 @@ std::vector<AgentEvidence> evidencePerAgent(const Observation& seen) {
   addAll("session files: ", seen.evidence.session,
          [&](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {
            const KnownAgent* known = knownAgent(seen, signal);
-           if (known == nullptr || !known->sessionFileAge) return;
-           entry.sessionFile = {.ageSeconds = *known->sessionFileAge, .isBelieved = isBelieved};
+           if (known == nullptr || !known->newestSessionFile) return;
+           const double age = std::max(0.0, secondsBetween(*known->newestSessionFile, seen.at));
+           entry.sessionFile = {.ageSeconds = age, .isBelieved = isBelieved};
          });
 
   std::vector<AgentEvidence> result;

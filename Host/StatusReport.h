@@ -43,8 +43,8 @@ struct TurnEvidence {
   bool tellsOfEverySession = false;  ///< otherwise the rest of the evidence counts beside it
 };
 
-/// Where one agent's evidence came from, and what was seen but not believed; of each kind that
-/// there is the figures too.
+/// What speaks for the work of one agent: sentences for people, and figures for each kind of
+/// evidence that there is.
 struct AgentEvidence {
   std::string agent;              ///< display name
   std::optional<std::string> id;  ///< in the catalogue; the user's own targets have none
@@ -79,15 +79,15 @@ struct StatusReport {
 
 StatusReport makeStatusReport(const OneTick& tick);
 
-/// The lines that tell the ticks of a watch to who has no screen for them: programs get one for
-/// each tick, people one for each other decision.
+/// Makes the lines that a watch prints where it draws no screen: in JSON one for each tick, as text
+/// one when the decision has changed.
 class TickLines {
  public:
   explicit TickLines(bool isJSON) : isJSON_(isJSON) {}
 
-  /// The line of the next tick without line break; nothing when there is nothing to tell. In JSON,
-  /// why UI text is not read is told when that changes, not in each line.
-  /// @param at  of the tick
+  /// The line of the next tick without line break, nothing when it has none. In JSON, why UI text
+  /// is not read stands in the first line and where that has changed.
+  /// @param at  when the tick's look began
   std::optional<std::string> next(StatusReport report, Timestamp at);
 
  private:

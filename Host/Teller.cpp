@@ -6,7 +6,6 @@
 
 #include "Host/Terminal.h"
 #include "Host/TimeText.h"
-#include "Host/WatchScreen.h"
 
 namespace wakelatch::host {
 
@@ -22,7 +21,7 @@ void Teller::tellStateOf(Saver& saver, std::function<Held()> held) {
   held_ = std::move(held);
 }
 
-void Teller::tick(Tick tick) {
+void Teller::tick(WatchTick tick) {
   const platform::MutexLock lock(mutex_);
   last_ = std::move(tick);
   if (output_ != TickOutput::none && !isScreen_) {
@@ -69,12 +68,7 @@ void Teller::endScreen() {
 
 void Teller::draw() {
   if (!isScreen_ || !last_) return;
-  printer_.screen(watchScreen({.report = last_->report,
-                               .now = platform::now(),
-                               .graceEndsAt = last_->graceEndsAt,
-                               .keptSecondsToday = last_->keptSecondsToday,
-                               .notices = notices_},
-                              terminalStyle(STDOUT_FILENO)));
+  printer_.screen(watchScreen(*last_, platform::now(), notices_, terminalStyle(STDOUT_FILENO)));
 }
 
 void Teller::tellState() {

@@ -6,9 +6,13 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #include "Platform/Calendar.h"
+#include "Platform/Numbers.h"
+#include "Platform/Split.h"
 
 namespace wakelatch::host {
 namespace {
@@ -65,7 +69,29 @@ std::string localDateAndTime(Timestamp time) {
   return text;
 }
 
-std::string dayText(const std::string& dayKey, bool withYear) {
+Timestamp momentAfter(Timestamp start, const std::string& text) {
+  constexpr double restOfSecond = 0.999;  // ticks are told in whole seconds
+  if (const auto instant = platform::parseIso8601(text)) return after(*instant, restOfSecond);
+  if (const auto instant = platform::parseIso8601Fraction(text)) return *instant;
+  std::vector<std::int32_t> parts;
+  for (const std::string_view piece : platform::Split(text, ':')) {
+    const auto number = platform::parseInt32(piece);
+    parts.push_back(number && *number >= 0 && *number < (parts.empty() ? 24 : 60) ? *number : -1);
+  }
+  if (parts.size() == 2) parts.push_back(59);
+  if (parts.size() != 3 || parts[0] < 0 || parts[1] < 0 || parts[2] < 0) {
+    throw std::runtime_error("\"" + text +
+                             "\" is no time: 03:12, 03:12:30 or 2026-11-23T03:12:30Z is wanted");
+  }
+  constexpr double day = 24 * 60 * 60;
+  const auto offset = platform::localOffset(start);
+  const double shown =
+      std::fmod(start.time_since_epoch().count() + static_cast<double>(offset.count()) + day, day);
+  const double wanted = 3600.0 * parts[0] + 60.0 * parts[1] + parts[2] + restOfSecond;
+  return after(start, std::fmod(wanted - shown + day, day));
+}
+
+std::string dayText(const std::string& dayKey) {
   static constexpr std::array<std::string_view, 12> months{
       "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   unsigned month = 0, day = 0;
@@ -76,9 +102,12 @@ std::string dayText(const std::string& dayKey, bool withYear) {
   if (dayKey.size() != 10 || !read(5, month) || !read(8, day) || month < 1 || month > 12) {
     return dayKey;
   }
-  std::string text = std::to_string(day) + " " + std::string(months[month - 1]);
-  if (withYear) text += " " + dayKey.substr(0, 4);
-  return text;
+  return std::to_string(day) + " " + std::string(months[month - 1]);
+}
+
+std::string dayAndYearText(const std::string& dayKey) {
+  const std::string text = dayText(dayKey);
+  return text == dayKey ? text : text + " " + dayKey.substr(0, 4);
 }
 
 }  // namespace wakelatch::host

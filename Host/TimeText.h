@@ -1,4 +1,5 @@
-// Durations and instants in words for people. Pure functions, but for the local time zone.
+// Durations and instants as people read and write them. Pure functions, but for the local time
+// zone.
 #pragma once
 
 #include <string>
@@ -22,7 +23,16 @@ std::string countdownText(double seconds);
 std::string localTime(Timestamp time);
 /// "2025-03-01 14:05" in local time; "-" for an instant that no calendar can hold.
 std::string localDateAndTime(Timestamp time);
-/// "14 Mar" or "14 Mar 2025" for a day key; any other text as it is.
-std::string dayText(const std::string& dayKey, bool withYear);
+///@{
+/// "14 Mar", and "14 Mar 2025", for a day key; any other text as it is.
+std::string dayText(const std::string& dayKey);
+std::string dayAndYearText(const std::string& dayKey);
+///@}
+
+/// The first moment from `start` on that `text` names: "03:12" or "03:12:30" on local clocks, or an
+/// instant such as "2026-11-23T03:12:30Z" or "…30.250Z", whenever that is. What is given to the
+/// minute or the second means its last millisecond. Throws std::runtime_error saying what is
+/// wanted.
+Timestamp momentAfter(Timestamp start, const std::string& text);
 
 }  // namespace wakelatch::host

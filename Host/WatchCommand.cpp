@@ -1,5 +1,8 @@
 // `watch`: the deciding side. Looks, decides and counts once an interval, whatever the acting side
-// (Actor) and the telling side (Teller) are busy with.
+// (Actor) and the telling side (Teller) are busy with. Reads settings and catalogue anew in each
+// tick; writes the lock, the state file, the statistics, the log and, if asked to, a recording.
+// Leaves with 0 after a stop, 1 after a failure or beside another watch, 3 when the lid-closed
+// setting may still be engaged, and 128 + the signal's number after a second stop.
 #include <signal.h>
 #include <unistd.h>
 
@@ -88,11 +91,8 @@ struct Effects {
   Actor actor;
 
   Effects(const WatchOptions& options, const GuardSettings& settings, Tools& tools,
-          Notifier& notifier, const Observer& observer, Teller& teller, std::function<void()> left)
-      : usage(FileLogger::shared(), std::move(opened.metrics),
-              [&observer](const std::string& agent, Timestamp at) {
-                return observer.sessionFileAge(agent, at);
-              }),
+          Notifier& notifier, Teller& teller, std::function<void()> left)
+      : usage(FileLogger::shared(), std::move(opened.metrics)),
         saver(store, notifier),
         actor(
             {.caffeinatePath =
@@ -140,7 +140,7 @@ class Watch {
                          }});
     try {
       if (!options_.dryRun) {
-        effects_.emplace(options_, settings_.current(), tools_, notifier_, observer_, teller_,
+        effects_.emplace(options_, settings_.current(), tools_, notifier_, teller_,
                          [this] { onLeft(); });
         acting_ = &*effects_;
       }
@@ -244,6 +244,7 @@ class Watch {
                                 .lidState = seen.lidState,
                                 .strongest = seen.strongest,
                                 .signals = seen.evidence.merged,
+                                .agents = seen.agents,
                                 .decision = tick.decision,
                                 .preventsSleep = held.isToolRunning() && held.isToolProven,
                                 .now = seen.at})) {
@@ -252,7 +253,7 @@ class Watch {
   }
 
   void tell(const OneTick& tick) {
-    Teller::Tick told{.at = tick.seen.at, .report = makeStatusReport(tick)};
+    WatchTick told{.at = tick.seen.at, .report = makeStatusReport(tick)};
     const auto lastActive = stateMachine_.memory().lastActiveSignalAt;
     if (tick.decision.status == GuardStatus::idleGrace && lastActive) {
       told.graceEndsAt =

@@ -70,6 +70,7 @@ class Guard {
                       .lidState = lid,
                       .strongest = signal,
                       .signals = signals,
+                      .agents = {},
                       .decision = decision,
                       .preventsSleep = countsTime,
                       .now = now})) {

@@ -93,7 +93,6 @@ void Recorder::follow(const GuardSettings& settings) {
   add(settings.activePhrases);
   add(settings.idlePhrases);
   std::vector<PhraseIndex::Lists> lists;
-  lists.reserve(phrases_.size());
   for (const std::string& phrase : phrases_) lists.push_back({{&phrase, 1}, {}});
   phraseIndex_.emplace(lists);
 }

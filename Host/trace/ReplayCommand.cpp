@@ -1,4 +1,7 @@
-// `replay`: what a recording's decisions were, or would have been, and what they were worth.
+// `replay`: what a recording's decisions were, or would have been, and what they were worth. Reads
+// recordings, truth and settings files, and the catalogue of agents; prints ticks, an explanation
+// or a score, as text or JSON, and writes a page if asked to. Leaves with 1 when a file cannot be
+// read or is none of these.
 #include <chrono>
 #include <iostream>
 #include <optional>
@@ -12,7 +15,6 @@
 #include "Host/StatusReport.h"
 #include "Host/TimeText.h"
 #include "Host/UserFile.h"
-#include "Host/trace/Moment.h"
 #include "Host/trace/Replay.h"
 #include "Host/trace/ScoreReport.h"
 #include "Host/trace/Scoring.h"

@@ -73,24 +73,16 @@ std::string headerOf(const Figures& all) {
 }
 
 std::string tableSectionOf(const Score& score) {
-  std::string html =
-      "<section>\n<h2 id=\"table\">Figures</h2>\n"
-      "<div class=\"figures\" role=\"region\" aria-labelledby=\"table\" tabindex=\"0\">\n"
-      "<table aria-labelledby=\"table\">\n<thead><tr><th scope=\"col\">Agent</th>";
-  for (const Measure& measure : measures) {
-    html += "<th scope=\"col\">" + std::string(measure.title) + "</th>";
-  }
-  html += "</tr></thead>\n<tbody>\n";
+  std::vector<std::string_view> titles{"Agent"};
+  for (const Measure& measure : measures) titles.push_back(measure.title);
+  std::vector<std::vector<std::string>> rows;
   for (const Row& row : rowsOf(score)) {
-    html += "<tr><th scope=\"row\">" + name(row.label) + "</th>";
-    for (const Measure& measure : measures) {
-      const std::string text = shown(measure, *row.figures);
-      html += (text == "0" ? "<td class=\"zero\">" : "<td>") + text + "</td>";
-    }
-    html += "</tr>\n";
+    rows.push_back({name(row.label)});
+    for (const Measure& measure : measures) rows.back().push_back(shown(measure, *row.figures));
   }
-  return html + "</tbody>\n</table>\n</div>\n<p class=\"note\">" + std::string(legend) + "<br>" +
-         evidenceText(score.all) + "</p>\n</section>\n";
+  return tableSection(
+      "Figures", titles, rows,
+      "<p class=\"note\">" + std::string(legend) + "<br>" + evidenceText(score.all) + "</p>\n");
 }
 
 std::string traceSectionOf(const ScoredTrace& trace) {

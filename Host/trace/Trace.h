@@ -37,7 +37,7 @@ struct TraceHeader {
   std::vector<std::string> leftOut;  ///< what the trace does not hold, in sentences
 };
 
-/// A process as `ps` told it. Its load is told apart, because it changes most.
+/// A process as `ps` told it. Its load stands in TraceTick::cpu, because it changes most.
 struct TraceProcess {
   std::int64_t parent = 0;
   std::string command;
