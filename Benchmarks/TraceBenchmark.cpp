@@ -36,13 +36,13 @@ double cpuMilliseconds() {
 double tickCost(Observer& observer, Recorder* recorder) {
   constexpr int ticks = 4;
   AgentStateMachine machine;
-  TickReports reports(true);
+  TickLines lines(/*isJSON=*/true);
   std::size_t written = 0;
   const double before = cpuMilliseconds();
   for (int i = 0; i < ticks; ++i) {
     const OneTick tick =
         decide(machine, AppMode::watchAgentUI, {}, false, observer.look({}, platform::now()));
-    written += encode(reports.of(tick), DateCoding::iso8601).size();
+    written += lines.next(makeStatusReport(tick), tick.seen.at)->size();
     if (recorder != nullptr) written += recorder->tick(tick.seen, {}, {}).size();
   }
   return written > 0 ? (cpuMilliseconds() - before) / ticks : 0;

@@ -1,3 +1,6 @@
+// `agents`: what is known of the watched agents, from which file, and by which signs each is seen
+// working; printed as text or as one JSON object. Reads settings and catalogue and writes nothing.
+// Leaves with 1 when one of these files cannot be read.
 #include <iostream>
 #include <map>
 #include <string>
@@ -38,12 +41,6 @@ inline constexpr auto json::fields<host::AgentsReport> = std::tuple{
 
 namespace host {
 namespace {
-
-std::string joined(const std::vector<std::string>& texts) {
-  std::string result;
-  for (const std::string& text : texts) result += (result.empty() ? "" : ", ") + text;
-  return result;
-}
 
 void printList(const char* title, const std::vector<std::string>& texts) {
   if (!texts.empty()) std::cout << "    " << title << printable(joined(texts)) << '\n';
@@ -87,7 +84,7 @@ void printAgent(const AgentProfile& agent, const std::map<std::string, std::stri
 
 }  // namespace
 
-ExitStatus runAgents(const AgentsOptions& options) {
+ExitStatus runCommand(const AgentsOptions& options, Tools& /*tools*/) {
   const GuardSettings settings = loadSettings(settingsFile());
   const Agents known = loadAgents(agentsFiles());
   const std::vector<AgentProfile> watched = known.profiles.watched(settings).profiles();

@@ -28,7 +28,7 @@ std::filesystem::path installedAgentsFile();
 /// "displayName"; what that leaves out follows from its "kind" as it does for the built-in ones.
 /// New agents are tried after the others. A file that does not exist is left out. Throws
 /// std::runtime_error naming the file, the place in it and what is wrong: a value of the wrong
-/// kind, a field that there is not, no id, or a display name that another agent has.
+/// kind, an unknown field, no id, or a display name that another agent has.
 Agents loadAgents(const std::vector<std::filesystem::path>& files);
 
 /// The installed file and the user's own, in that order.

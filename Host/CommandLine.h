@@ -25,11 +25,8 @@ struct StatusOptions {
   std::string agent;            ///< the only one that is looked for; empty: all
 };
 
-struct ExplainOptions {
-  bool json = false;
-  std::optional<AppMode> mode;
-  std::string agent;
-};
+/// Explains the tick that `status` shows.
+struct ExplainOptions : StatusOptions {};
 
 /// What a watch prints of its ticks.
 enum class TickOutput { people, json, none };

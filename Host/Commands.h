@@ -7,12 +7,17 @@
 
 namespace wakelatch::host {
 
-ExitStatus runStatus(const StatusOptions& options, Tools& tools);
-ExitStatus runExplain(const ExplainOptions& options, Tools& tools);
-ExitStatus runReplay(const ReplayOptions& options);
-ExitStatus runWatch(const WatchOptions& options, Tools& tools);
-ExitStatus runAgents(const AgentsOptions& options);
-ExitStatus runRestore(const RestoreOptions& options, Tools& tools);
-ExitStatus runDoctor(const DoctorOptions& options, Tools& tools);
+///@{
+/// Runs a command to its end and returns the status to leave with. The first comment of its file
+/// says what it reads and writes.
+ExitStatus runCommand(const StatusOptions& options, Tools& tools);
+ExitStatus runCommand(const ExplainOptions& options, Tools& tools);
+ExitStatus runCommand(const WatchOptions& options, Tools& tools);
+ExitStatus runCommand(const ReplayOptions& options, Tools& tools);
+ExitStatus runCommand(const AgentsOptions& options, Tools& tools);
+ExitStatus runCommand(const StatsOptions& options, Tools& tools);
+ExitStatus runCommand(const RestoreOptions& options, Tools& tools);
+ExitStatus runCommand(const DoctorOptions& options, Tools& tools);
+///@}
 
 }  // namespace wakelatch::host

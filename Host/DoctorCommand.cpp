@@ -272,7 +272,7 @@ Finding checkUIText(const std::optional<GuardSettings>& settings, const AgentPro
 
 }  // namespace
 
-ExitStatus runDoctor(const DoctorOptions& options, Tools& tools) {
+ExitStatus runCommand(const DoctorOptions& options, Tools& tools) {
   CommandRunning& runner = tools.runner();
   const auto holder = runningWatch();
   std::optional<GuardSettings> settings;

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -13,18 +13,17 @@ std::string yesNo(bool value) {
   return value ? "yes" : "no";
 }
 
+/// Rounded up to whole seconds.
 std::string seconds(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.0f s", std::ceil(value));
-  return text;
-}
-
-std::string level(const PowerSnapshot& power) {
-  return power.batteryPercent ? std::to_string(*power.batteryPercent) + " %" : "unknown";
+  return secondsText(std::ceil(value));
 }
 
 std::string percent(std::int64_t value) {
   return std::to_string(value) + " %";
+}
+
+std::string level(const PowerSnapshot& power) {
+  return power.batteryPercent ? percent(*power.batteryPercent) : "unknown";
 }
 
 std::string sinceWork(const AgentStateMachine::Memory& memory, Timestamp now) {

@@ -26,7 +26,7 @@ struct Explanation {
 
 /// Explains the decision of one tick.
 Explanation explain(const OneTick& tick);
-/// The same for people.
+/// An explanation as text for people.
 std::string explanationText(const Explanation& explanation);
 
 }  // namespace wakelatch::host

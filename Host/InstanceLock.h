@@ -12,8 +12,9 @@
 
 namespace wakelatch::host {
 
-/// There is no lock file and none can be made, or its file system has no locks: no reason not to
-/// watch. Any other failure to lock says that the place cannot be trusted, or is another watch's.
+/// There is no lock file and none can be made, or its file system has no locks. A watch goes on
+/// without a lock then; after any other failure it must not, since the file may be another watch's
+/// or somebody else's.
 struct NoPlaceForLock : std::system_error {
   explicit NoPlaceForLock(const std::system_error& cause) : system_error(cause) {}
 };
@@ -25,8 +26,8 @@ class InstanceLock {
  public:
   /// Takes the lock or says who holds it. Throws NoPlaceForLock, or std::system_error whose text
   /// names the file and what to do about it.
-  /// @param file  made when missing; what is not a file of that name alone is refused, as is one
-  ///              that cannot be opened and a directory that another user owns
+  /// @param file  made when missing; refused are anything but a regular file, a file with other
+  ///              names (hard links), one that cannot be opened, and a directory of another user
   explicit InstanceLock(std::filesystem::path file);
   ~InstanceLock() = default;
   InstanceLock(const InstanceLock&) = delete;
@@ -38,8 +39,8 @@ class InstanceLock {
 
   /// To be called on every tick: once the lock file was removed or replaced, with its directory
   /// perhaps, the lock keeps nobody out, so it is taken anew. Returns what to tell the user; empty
-  /// when nothing has happened, or nothing new. Two system calls as long as all is well. Throws
-  /// std::runtime_error when another watch has taken the lock: the caller's is to end.
+  /// when nothing has happened, or nothing new. Costs two system calls as long as all is well.
+  /// Throws std::runtime_error when another watch has taken the lock: then the caller has to end.
   std::string keep();
 
   /// Whether the locked file still bears its name; a directory that cannot be looked into counts as

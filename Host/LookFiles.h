@@ -34,7 +34,8 @@ class LookFiles : public FileActivityProbing {
   mutable platform::Mutex mutex_;
   mutable std::map<Patterns, std::optional<Timestamp>> newest_ WAKELATCH_GUARDED_BY(mutex_);
   mutable std::map<Patterns, ModificationsByPath> sessions_ WAKELATCH_GUARDED_BY(mutex_);
-  /// Asked for in some look: there one walk answers both questions.
+  /// Patterns whose session files were asked for in some look. Their newest file is found in that
+  /// list, so that the directories are walked once for both questions.
   mutable std::set<Patterns> listed_ WAKELATCH_GUARDED_BY(mutex_);
 };
 

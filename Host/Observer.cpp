@@ -1,6 +1,5 @@
 #include "Host/Observer.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "Host/UITextNotice.h"
@@ -34,31 +33,17 @@ Observation Observer::look(const GuardSettings& settings, Timestamp now) {
   seen.power = power_.snapshot();
   seen.lidState = lid_.lidState();
   seen.evidence = detectors_->activity.gather(settings, seen.power, now);
-  seen.strongest = ActivitySignal::none();
-  for (const ActivitySignal& signal : seen.evidence.merged) {
-    if (signal.strength > seen.strongest.strength) seen.strongest = signal;
-  }
+  seen.strongest = strongest(seen.evidence.merged);
   const AgentResolver resolver = profiles_.watched(settings);
   for (const AgentProfile& profile : resolver.profiles()) {
     KnownAgent& agent =
         seen.agents.try_emplace(profile.displayName, KnownAgent{profile.id}).first->second;
-    if (profile.sessionActivityGlobs.empty()) continue;
-    const auto newest = sources_.files.newestModification(profile.sessionActivityGlobs);
-    if (newest) agent.sessionFileAge = std::max(0.0, secondsBetween(*newest, now));
+    if (!profile.sessionActivityGlobs.empty()) {
+      agent.newestSessionFile = sources_.files.newestModification(profile.sessionActivityGlobs);
+    }
   }
   seen.uiTextNotice = uiTextNotice(detectors_->accessibility, settings, profiles_);
   return seen;
-}
-
-std::optional<std::int64_t> Observer::sessionFileAge(const std::string& agentName,
-                                                     Timestamp at) const {
-  for (const AgentProfile& profile : profiles_.all()) {
-    if (profile.displayName != agentName || profile.sessionActivityGlobs.empty()) continue;
-    const auto newest = sources_.files.newestModification(profile.sessionActivityGlobs);
-    if (!newest) return std::nullopt;
-    return static_cast<std::int64_t>(std::max(0.0, secondsBetween(*newest, at)));
-  }
-  return std::nullopt;
 }
 
 }  // namespace wakelatch::host

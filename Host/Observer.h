@@ -20,8 +20,8 @@ namespace wakelatch::host {
 
 /// What a look knows of an agent of the catalogue beside its signals.
 struct KnownAgent {
-  std::string id;                             ///< AgentProfile::id
-  std::optional<double> sessionFileAge = {};  ///< of the newest, in seconds, when it has any
+  std::string id;                                   ///< AgentProfile::id
+  std::optional<Timestamp> newestSessionFile = {};  ///< when that changed last, if it has any
 };
 
 struct Observation {
@@ -36,8 +36,8 @@ struct Observation {
   std::optional<std::string> uiTextNotice;  ///< why UI text is not among the evidence
 };
 
-/// Owns the detectors, that of turn records among them. Used from the main thread; a look blocks as
-/// long as the tools and file walks take.
+/// Owns the detectors. Used from the main thread; a look blocks as long as tools and file walks
+/// take.
 class Observer {
  public:
   /// @param sources  owned by the caller
@@ -49,12 +49,8 @@ class Observer {
 
   Observation look(const GuardSettings& settings, Timestamp now);
 
-  /// The age in whole seconds, at `at`, of the newest session file of an agent as the last look saw
-  /// it; nothing when it has none.
-  std::optional<std::int64_t> sessionFileAge(const std::string& agentName, Timestamp at) const;
-
  private:
-  /// All that know which agents there are.
+  /// Made anew whenever other agents are looked for.
   struct Detectors {
     ProcessDetector processes;
     AccessibilityDetector accessibility;

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "Host/StatsReport.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -104,8 +104,37 @@ std::string page(std::string_view title, std::string_view ownStyle, const std::s
                  const std::string& content, std::string_view maker, Timestamp now) {
   return std::string(beforeTitle) + escaped(title) + std::string(style) + std::string(ownStyle) +
          std::string(afterStyle) + header + "</header>\n" + content + "<footer>Made " +
-         localTimeText(now) + " by " + escaped(maker) +
+         localDateAndTime(now) + " by " + escaped(maker) +
          ". This page loads nothing and runs no script.</footer>\n</main>\n</body>\n</html>\n";
+}
+
+std::string tableSection(std::string_view heading, const std::vector<std::string_view>& titles,
+                         const std::vector<std::vector<std::string>>& rows,
+                         const std::string& note) {
+  std::string html = "<section>\n<h2 id=\"table\">" + escaped(heading) +
+                     "</h2>\n<div class=\"figures\" role=\"region\" aria-labelledby=\"table\" "
+                     "tabindex=\"0\">\n<table aria-labelledby=\"table\">\n<thead><tr>";
+  for (const std::string_view title : titles)
+    html += "<th scope=\"col\">" + escaped(title) + "</th>";
+  html += "</tr></thead>\n<tbody>\n";
+  for (const auto& row : rows) {
+    html += "<tr><th scope=\"row\">" + row.at(0) + "</th>";
+    for (std::size_t i = 1; i < row.size(); ++i) {
+      const bool isZero = row[i] == "0" || row[i] == "0s";
+      html += (isZero ? "<td class=\"zero\">" : "<td>") + row[i] + "</td>";
+    }
+    html += "</tr>\n";
+  }
+  return html + "</tbody>\n</table>\n</div>\n" + note + "</section>\n";
+}
+
+double axisStep(double length, int most) {
+  constexpr double day = 86400;
+  for (const double step : {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 10800,
+                            14400, 21600, 43200}) {
+    if (step * most >= length) return step;
+  }
+  return std::ceil(length / most / day) * day;
 }
 
 std::string escaped(std::string_view text) {

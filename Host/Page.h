@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Platform/Clock.h"
 
@@ -18,6 +19,19 @@ namespace wakelatch::host {
 /// @param maker     the command that made the page: text
 std::string page(std::string_view title, std::string_view ownStyle, const std::string& header,
                  const std::string& content, std::string_view maker, Timestamp now);
+
+/// HTML of a section with a table that can be scrolled sideways where the screen is narrow. One to
+/// a page.
+/// @param titles  of the columns, as text
+/// @param rows    cells as HTML, the first a name; "0" and "0s" are shown in a softer colour
+/// @param note    HTML below the table
+std::string tableSection(std::string_view heading, const std::vector<std::string_view>& titles,
+                         const std::vector<std::vector<std::string>>& rows,
+                         const std::string& note = {});
+
+/// A round number of seconds between the labels of a time axis, so that at most `most` steps fit
+/// into `length` seconds.
+double axisStep(double length, int most);
 
 /// Text as HTML, in an element or in a quoted attribute.
 std::string escaped(std::string_view text);

@@ -21,9 +21,14 @@ namespace {
 /// A pipe that poll() calls writable takes this much without waiting.
 constexpr std::size_t chunk = PIPE_BUF;
 
-std::string dropped(std::int64_t count, const char* one, const char* many) {
-  return std::to_string(count) + ' ' + (count == 1 ? one : many) +
-         " dropped, because nobody read them";
+std::string notice(const std::string& text) {
+  return "wakelatch: " + printable(text) + '\n';
+}
+
+/// Tells that texts of one kind were dropped.
+std::string droppedNotice(std::int64_t count, const char* kind) {
+  return notice(counted(count, kind) + (count == 1 ? " was" : " were") +
+                " dropped, because nobody read them");
 }
 
 }  // namespace
@@ -43,53 +48,40 @@ Printer::~Printer() {
   {
     const platform::MutexLock lock(mutex_);
     isEnding_ = true;
+    changed();
   }
-  wake();
   thread_.join();
 }
 
+void Printer::Queue::push(std::string text) {
+  texts.push_back(std::move(text));
+  if (texts.size() <= capacity) return;
+  texts.pop_front();
+  ++droppedCount;
+}
+
 void Printer::line(std::string text) {
-  {
-    const platform::MutexLock lock(mutex_);
-    lines_.push_back(std::move(text));
-    if (lines_.size() > room) {
-      lines_.pop_front();
-      ++droppedLines_;
-    }
-    isIdle_ = false;
-  }
-  wake();
+  const platform::MutexLock lock(mutex_);
+  lines_.push(std::move(text) + '\n');
+  changed();
 }
 
 void Printer::notice(const std::string& text) {
-  {
-    const platform::MutexLock lock(mutex_);
-    notices_.push_back("wakelatch: " + printable(text) + '\n');
-    if (notices_.size() > room) {
-      notices_.pop_front();
-      ++droppedNotices_;
-    }
-    isIdle_ = false;
-  }
-  wake();
+  const platform::MutexLock lock(mutex_);
+  notices_.push(host::notice(text));
+  changed();
 }
 
 void Printer::screen(std::vector<std::string> lines) {
-  {
-    const platform::MutexLock lock(mutex_);
-    screen_ = std::move(lines);
-    isIdle_ = false;
-  }
-  wake();
+  const platform::MutexLock lock(mutex_);
+  screen_ = std::move(lines);
+  changed();
 }
 
 void Printer::redraw() {
-  {
-    const platform::MutexLock lock(mutex_);
-    fromTheTop_ = true;
-    isIdle_ = false;
-  }
-  wake();
+  const platform::MutexLock lock(mutex_);
+  fromTheTop_ = true;
+  changed();
 }
 
 bool Printer::finish(double seconds) {
@@ -101,7 +93,9 @@ bool Printer::finish(double seconds) {
   return true;
 }
 
-void Printer::wake() {
+/// Wakes the thread; never blocks, since a full pipe wakes it too.
+void Printer::changed() {
+  isIdle_ = false;
   [[maybe_unused]] const ssize_t written = ::write(wakeUp_.writeEnd.get(), "", 1);
 }
 
@@ -113,14 +107,14 @@ bool Printer::refill() {
     out_.written = 0;
     out_.text.clear();
     if (isClosed_) {
-      lines_.clear();
+      lines_.texts.clear();
       screen_.reset();
-    } else if (!lines_.empty()) {
-      if (const auto count = std::exchange(droppedLines_, 0); count > 0) {
-        notices_.push_front("wakelatch: " + dropped(count, "line was", "lines were") + '\n');
+    } else if (!lines_.texts.empty()) {
+      if (const auto count = std::exchange(lines_.droppedCount, 0); count > 0) {
+        notices_.texts.push_front(droppedNotice(count, "line"));
       }
-      out_.text = std::move(lines_.front()) + '\n';
-      lines_.pop_front();
+      out_.text = std::move(lines_.texts.front());
+      lines_.texts.pop_front();
     } else if ((screen_ && *screen_ != drawn_) || (fromTheTop_ && !drawn_.empty())) {
       std::vector<std::string> lines = screen_ ? std::move(*screen_) : drawn_;
       out_.text = drawing(drawn_.size(), lines, fromTheTop_);
@@ -129,16 +123,16 @@ bool Printer::refill() {
     } else {
       screen_.reset();
     }
-    fromTheTop_ = fromTheTop_ && !lines_.empty();
+    fromTheTop_ = fromTheTop_ && !lines_.texts.empty();
   }
   if (!err_.isPending()) {
     err_.written = 0;
     err_.text.clear();
-    if (const auto count = std::exchange(droppedNotices_, 0); count > 0) {
-      err_.text = "wakelatch: " + dropped(count, "notice was", "notices were") + '\n';
-    } else if (!notices_.empty()) {
-      err_.text = std::move(notices_.front());
-      notices_.pop_front();
+    if (const auto count = std::exchange(notices_.droppedCount, 0); count > 0) {
+      err_.text = droppedNotice(count, "notice");
+    } else if (!notices_.texts.empty()) {
+      err_.text = std::move(notices_.texts.front());
+      notices_.texts.pop_front();
     }
   }
   if (!out_.isPending() && !err_.isPending()) {

@@ -16,14 +16,14 @@
 
 namespace wakelatch::host {
 
-/// What is given to it is written in order. What waits for too long is dropped, the oldest first,
-/// so that the last line shown is never older than the last one dropped; how much is told once
-/// reading goes on. All but the destructor may be called from any thread, and none of that blocks
-/// unless it says so.
+/// What is given to it is written in order. Of more than `capacity` lines that wait, the oldest are
+/// dropped, so that the last line shown is never older than the last one dropped; how many were is
+/// told once somebody reads again. All but the destructor may be called from any thread, and none
+/// of that blocks unless it says so.
 class Printer {
  public:
-  /// Lines and notices that may wait to be written, of each kind.
-  static constexpr std::size_t room = 8;
+  /// How many lines, and how many notices, may wait to be written.
+  static constexpr std::size_t capacity = 8;
 
   /// @param closed  told on the printer's thread, once, that nobody will read standard output again
   explicit Printer(std::function<void()> closed);
@@ -55,26 +55,30 @@ class Printer {
     bool isPending() const { return written < text.size(); }
   };
 
+  /// What waits for a stream.
+  struct Queue {
+    std::deque<std::string> texts;
+    std::int64_t droppedCount = 0;
+    void push(std::string text);
+  };
+
+  void changed() WAKELATCH_REQUIRES(mutex_);
   void run();
   bool refill();
   void write(Stream& stream, short events);
   void noteFailure(Stream& stream, int error);
-  void wake();
 
   const std::function<void()> closed_;
   platform::Pipe wakeUp_;
 
-  // Of the thread alone.
+  // Used by the thread alone.
   Stream out_, err_;
   std::vector<std::string> drawn_;  ///< what the screen shows
   bool failureTold_ = false;
 
   platform::Mutex mutex_;
   platform::Condition written_;
-  std::deque<std::string> lines_ WAKELATCH_GUARDED_BY(mutex_);
-  std::deque<std::string> notices_ WAKELATCH_GUARDED_BY(mutex_);
-  std::int64_t droppedLines_ WAKELATCH_GUARDED_BY(mutex_) = 0;
-  std::int64_t droppedNotices_ WAKELATCH_GUARDED_BY(mutex_) = 0;
+  Queue lines_ WAKELATCH_GUARDED_BY(mutex_), notices_ WAKELATCH_GUARDED_BY(mutex_);
   std::optional<std::vector<std::string>> screen_ WAKELATCH_GUARDED_BY(mutex_);  ///< to be drawn
   bool fromTheTop_ WAKELATCH_GUARDED_BY(mutex_) = false;
   bool isIdle_ WAKELATCH_GUARDED_BY(mutex_) = true;

@@ -42,7 +42,7 @@ void endOrphans(SleepController& controller) {
 
 }  // namespace
 
-ExitStatus runRestore(const RestoreOptions& options, Tools& tools) {
+ExitStatus runCommand(const RestoreOptions& options, Tools& tools) {
   std::optional<InstanceLock> lock;
   try {
     lock.emplace(lockFile());

@@ -2,47 +2,47 @@
 #pragma once
 
 #include <optional>
-#include <thread>
+#include <utility>
 
 #include "Host/Notices.h"
 #include "Host/UsageStore.h"
 #include "Host/WatchState.h"
-#include "Platform/Clock.h"
-#include "Platform/Mutex.h"
+#include "Host/Worker.h"
 
 namespace wakelatch::host {
 
-/// Saves the newest state and the newest statistics; older ones that wait are dropped. All but the
-/// destructor may be called from any thread, and none of that blocks unless it says so.
+/// Saves the newest state and the newest statistics; older ones that wait are dropped. May be used
+/// from any thread, but for the destructor, and never blocks unless it says so.
 class Saver {
  public:
   /// @param store, notifier  owned by the caller; from now on used by the thread alone
-  Saver(UsageStore& store, Notifier& notifier);
-  /// Waits for a write that is under way: call finish() before, and end the process where that
-  /// fails.
-  ~Saver();
-  Saver(const Saver&) = delete;
-  Saver& operator=(const Saver&) = delete;
+  Saver(UsageStore& store, Notifier& notifier)
+      : store_(store),
+        notifier_(notifier),
+        worker_("saver", [this](const Newest& newest) { save(newest); }) {}
 
-  void state(const WatchState& state);
-  void usage(UsageMetrics metrics);
+  void state(const WatchState& state) {
+    worker_.give([&](Newest& newest) { newest.state = state; });
+  }
+  void usage(UsageMetrics metrics) {
+    worker_.give([&](Newest& newest) { newest.usage = std::move(metrics); });
+  }
 
   /// Blocks until everything given so far is saved or has failed, at most `seconds`. Returns
   /// whether it is.
-  bool finish(double seconds);
+  bool finish(double seconds) { return worker_.finish(seconds); }
 
  private:
-  void run();
+  struct Newest {
+    std::optional<WatchState> state;
+    std::optional<UsageMetrics> usage;
+    bool empty() const { return !state && !usage; }
+  };
+  void save(const Newest& newest);
 
   UsageStore& store_;
   Notifier& notifier_;
-  platform::Mutex mutex_;
-  platform::Condition wake_, saved_;
-  std::optional<WatchState> state_ WAKELATCH_GUARDED_BY(mutex_);
-  std::optional<UsageMetrics> usage_ WAKELATCH_GUARDED_BY(mutex_);
-  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = false;
-  bool isEnding_ WAKELATCH_GUARDED_BY(mutex_) = false;
-  std::thread thread_;
+  Worker<Newest> worker_;
 };
 
 }  // namespace wakelatch::host

@@ -9,19 +9,14 @@
 
 namespace wakelatch::host {
 
-GuardSettings loadSettings(const std::filesystem::path& file) {
-  std::optional<std::string> text;
-  try {
-    text = readIfThere(file);
-  } catch (const std::system_error& error) {
-    throw std::runtime_error(std::string("settings: ") + error.what());
-  }
-  try {
-    return text ? decode<GuardSettings>(*text) : GuardSettings();
-  } catch (const DecodingError& error) {
-    throw std::runtime_error("settings: " + file.string() + ": " + error.what() +
-                             " (correct it, or move the file away to use the defaults)");
-  }
+GuardSettings loadSettings(const std::filesystem::path& file) try {
+  const auto text = readIfThere(file);
+  return text ? decode<GuardSettings>(*text) : GuardSettings();
+} catch (const std::system_error& error) {
+  throw std::runtime_error(std::string("settings: ") + error.what());
+} catch (const DecodingError& error) {
+  throw std::runtime_error("settings: " + file.string() + ": " + error.what() +
+                           " (correct it, or move the file away to use the defaults)");
 }
 
 GuardSettings onlyAgent(GuardSettings settings, const std::string& id,

@@ -13,9 +13,8 @@ namespace wakelatch::host {
 /// std::runtime_error naming the file, the key and what is wrong with it.
 GuardSettings loadSettings(const std::filesystem::path& file);
 
-/// The same for somebody who wants to see one agent alone: no other is looked for, nor the user's
-/// own targets.
-/// @param id        of one of the profiles; empty: the settings as they are
+/// The settings with which one agent alone is looked for, and none of the user's own targets.
+/// @param id        the agent's AgentProfile::id; empty: `settings` is returned unchanged
 /// @param profiles  all that are known
 GuardSettings onlyAgent(GuardSettings settings, const std::string& id,
                         const AgentProfiles& profiles = {});

@@ -14,8 +14,8 @@ namespace wakelatch::host {
 /// Takes over SIGINT, SIGTERM, SIGHUP (stop), SIGTSTP and SIGWINCH for the rest of the process.
 /// What the process was started to ignore (`nohup`) stays ignored. So is SIGPIPE, because a reader
 /// that went away must not end the process before it has restored sleep, and SIGTTOU, so that a
-/// watch in the background is not stopped for what it prints. One in a process, made early, from
-/// the main thread.
+/// watch in the background is not stopped for what it prints. A process has one of these, made
+/// early and from the main thread.
 class Signals {
  public:
   /// All called on the thread of listen(), one after another; a signal that comes meanwhile waits.

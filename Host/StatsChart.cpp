@@ -5,6 +5,7 @@
 
 #include "Host/Page.h"
 #include "Host/StatsReport.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -12,22 +13,16 @@ namespace {
 constexpr double top = 10, bottom = 220, labelLine = 242;  // pixels
 constexpr double gap = 1;                                  // pixels between the kinds of a day
 constexpr double widestBar = 6;                            // percent
-
-/// Distance in seconds between grid lines, so that at most five reach up to `longest`.
-double gridStep(double longest) {
-  for (const double minutes : {1, 2, 5, 10, 15, 30, 60, 120, 180, 240, 360}) {
-    if (minutes * 60 * 5 >= longest) return minutes * 60;
-  }
-  return std::ceil(longest / 5 / 3600) * 3600;
-}
+constexpr int mostGridLines = 5;                           // above the one at 0
 
 class Chart {
  public:
   explicit Chart(const std::vector<UsageMetrics::RecentDay>& days)
       : days_(days), slot_(100.0 / static_cast<double>(days.size())), dense_(days.size() > 60) {
-    double longest = 60;
+    constexpr double minute = 60;
+    double longest = minute;
     for (const auto& day : days) longest = std::max(longest, awakeSeconds(day.bucket));
-    step_ = gridStep(longest);
+    step_ = std::max(axisStep(longest, mostGridLines), minute);
     gridLines_ = static_cast<int>(std::ceil(longest / step_));
     pixelsPerSecond_ = (bottom - top) / (gridLines_ * step_);
   }
@@ -66,7 +61,7 @@ class Chart {
     const double start = slot_ * static_cast<double>(day);
     const double width = std::min(dense_ ? slot_ : slot_ * 0.7, widestBar);
     const double x = start + (slot_ - width) / 2;
-    std::string bars, tooltip = dayText(days_[day].dayKey, true);
+    std::string bars, tooltip = dayAndYearText(days_[day].dayKey);
     double sum = 0;
     for (std::size_t kind = 0; kind < awakeKinds.size(); ++kind) {
       const double seconds = sane(days_[day].bucket.*awakeKinds[kind].seconds);
@@ -93,7 +88,7 @@ class Chart {
       html += back / every % 3 == 0 ? "<text" : "<text class=\"minor\"";
       html += attribute("x", percent(middle)) + attribute("y", decimal(labelLine)) +
               attribute("text-anchor", dense_ ? "end" : "middle") + ">" +
-              dayText(days_[day].dayKey, withYear) + "</text>\n";
+              (withYear ? dayAndYearText : dayText)(days_[day].dayKey) + "</text>\n";
     }
     return html;
   }

@@ -8,8 +8,8 @@
 
 namespace wakelatch::host {
 
-/// An SVG element with a stacked bar a day, for days oldest first. Across it is laid out in
-/// percent, so it fits any screen while texts keep their size; up and down it is in pixels. Colours
+/// An SVG element with a stacked bar a day, for days oldest first. Widths are
+/// percentages, so that it fits any screen while texts keep their size; heights are pixels. Colours
 /// come from the page's classes "kind0" to "kind3"; labels of class "minor" may be left out where
 /// space is short.
 std::string dayChart(const std::vector<UsageMetrics::RecentDay>& days);

@@ -7,6 +7,8 @@
 #include "Host/Page.h"
 #include "Host/StatsChart.h"
 #include "Host/StatsReport.h"
+#include "Host/Terminal.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -24,12 +26,8 @@ constexpr std::string_view ownStyle =
 @media (max-width: 40rem) { .agents td, .agents th + th { padding-left: .75rem; } }
 )html";
 
-std::string daysText(std::size_t days) {
-  return std::to_string(days) + (days == 1 ? " day" : " days");
-}
-
 std::string headerOf(const StatsReport& report) {
-  const std::string since = dayText(UsageMetrics::dayKey(report.installDate), true);
+  const std::string since = dayAndYearText(UsageMetrics::dayKey(report.installDate));
   std::string html;
   if (report.totalProtectedSeconds > 0) {
     html += "<h1>" + durationText(report.totalProtectedSeconds) +
@@ -62,8 +60,7 @@ std::string highlightsOf(const StatsReport& report) {
   std::string share = "no session has ended yet";
   if (report.utilization) {
     share = std::to_string(std::lround(*report.utilization * 100)) + "% of all that ended, on " +
-            std::to_string(report.activeDays) +
-            (report.activeDays == 1 ? " active day" : " active days");
+            counted(report.activeDays, "active day");
   }
   std::string html = tile(
       "Sessions saved",
@@ -71,13 +68,13 @@ std::string highlightsOf(const StatsReport& report) {
       share);
   if (const auto& run = report.longestProtectedRun) {
     std::string note = run->agentID ? name(*run->agentID) : "unknown agent";
-    if (run->dayKey) note += ", " + escaped(dayText(*run->dayKey, true));
+    if (run->dayKey) note += ", " + escaped(dayAndYearText(*run->dayKey));
     html += tile("Longest protected run", durationText(run->seconds), note);
   }
   if (const auto& run = report.lastRun) {
     html += tile("Last run", durationText(run->workedSeconds),
                  (run->agentDisplayName ? name(*run->agentDisplayName) : "unknown agent") + ", " +
-                     std::string(report.lastRunEnding) + " " + localTimeText(run->endedAt));
+                     std::string(report.lastRunEnding) + " " + localDateAndTime(run->endedAt));
   }
   return "<dl>\n" + html + "</dl>\n";
 }
@@ -91,8 +88,9 @@ std::string daysSectionOf(const StatsReport& report) {
               std::to_string(k) + "\"></i>" + std::string(awakeKinds[k].name) + " <b>" +
               durationText(sum) + "</b></li>\n";
   }
-  return "<section>\n<h2>Last " + daysText(report.days.size()) + "</h2>\n<ul class=\"legend\">\n" +
-         legend + "</ul>\n" + dayChart(report.days) + "</section>\n";
+  return "<section>\n<h2>Last " + counted(std::ssize(report.days), "day") +
+         "</h2>\n<ul class=\"legend\">\n" + legend + "</ul>\n" + dayChart(report.days) +
+         "</section>\n";
 }
 
 std::string agentsSectionOf(const StatsReport& report) {
@@ -117,24 +115,21 @@ std::string agentsSectionOf(const StatsReport& report) {
 }
 
 std::string tableSectionOf(const StatsReport& report) {
-  std::string html =
-      "<section>\n<h2 id=\"table\">Day by day</h2>\n"
-      "<div class=\"figures\" role=\"region\" aria-labelledby=\"table\" tabindex=\"0\">\n"
-      "<table aria-labelledby=\"table\">\n<thead><tr><th scope=\"col\">Day</th>";
-  for (const AwakeKind& kind : awakeKinds) {
-    html += "<th scope=\"col\">" + std::string(kind.name) + "</th>";
-  }
-  html += "<th scope=\"col\">Sessions saved</th></tr></thead>\n<tbody>\n";
+  std::vector<std::string_view> titles{"Day"};
+  for (const AwakeKind& kind : awakeKinds) titles.push_back(kind.name);
+  titles.emplace_back("Sessions saved");
+  std::vector<std::vector<std::string>> rows;
   for (auto day = report.days.rbegin(); day != report.days.rend(); ++day) {
-    html += "<tr><th scope=\"row\">" + dayText(day->dayKey, report.days.size() > 300) + "</th>";
+    std::vector<std::string> row{report.days.size() > 300 ? dayAndYearText(day->dayKey)
+                                                          : dayText(day->dayKey)};
     for (const AwakeKind& kind : awakeKinds) {
-      const double seconds = day->bucket.*kind.seconds;
-      html += (seconds > 0 ? "<td>" : "<td class=\"zero\">") + durationText(seconds) + "</td>";
+      row.push_back(durationText(day->bucket.*kind.seconds));
     }
-    html += "<td>" + std::to_string(day->bucket.sessionsSaved) + " of " +
-            std::to_string(day->bucket.totalSessions) + "</td></tr>\n";
+    row.push_back(std::to_string(day->bucket.sessionsSaved) + " of " +
+                  std::to_string(day->bucket.totalSessions));
+    rows.push_back(std::move(row));
   }
-  return html + "</tbody>\n</table>\n</div>\n</section>\n";
+  return tableSection("Day by day", titles, rows);
 }
 
 }  // namespace

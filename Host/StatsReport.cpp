@@ -1,19 +1,13 @@
 #include "Host/StatsReport.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <map>
 
-#include "Platform/Calendar.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
-
-/// "05"
-std::string twoDigits(std::int64_t value) {
-  return (value < 10 ? "0" : "") + std::to_string(value);
-}
 
 std::vector<AgentFigures> agentsOf(const UsageMetrics& metrics) {
   std::map<std::string, AgentFigures> byID;
@@ -57,53 +51,21 @@ StatsReport makeStatsReport(const UsageMetrics& metrics, Timestamp now, int days
   return report;
 }
 
-double sane(double seconds) {
-  constexpr double longest = 10000 * 365.25 * 86400;
-  return seconds > 0 ? std::min(seconds, longest) : 0;  // 0 also when not a number
-}
-
 double awakeSeconds(const DayBucket& bucket) {
   double sum = 0;
   for (const AwakeKind& kind : awakeKinds) sum += sane(bucket.*kind.seconds);
   return sum;
 }
 
+double awakeSeconds(const UsageMetrics& metrics, const std::string& dayKey) {
+  const auto day = metrics.days.find(dayKey);
+  return day == metrics.days.end() ? 0 : awakeSeconds(day->second);
+}
+
 double awakeSeconds(const StatsReport& report) {
   double sum = 0;
   for (const AwakeKind& kind : awakeKinds) sum += sane(report.*kind.total);
   return sum;
-}
-
-std::string durationText(double seconds) {
-  const auto whole = static_cast<std::int64_t>(sane(seconds));
-  if (whole < 60) return std::to_string(whole) + "s";
-  const std::int64_t minutes = whole / 60;
-  if (minutes < 60) return std::to_string(minutes) + "m";
-  return std::to_string(minutes / 60) + "h " + twoDigits(minutes % 60) + "m";
-}
-
-std::string localTimeText(Timestamp time) {
-  std::string text = platform::iso8601(time + platform::localOffset(time));
-  if (text == "-") return text;
-  text.resize(text.size() - std::string_view(":09Z").size());
-  std::replace(text.begin(), text.end(), 'T', ' ');
-  return text;
-}
-
-std::string dayText(const std::string& dayKey, bool withYear) {
-  static constexpr std::array<std::string_view, 12> months{
-      "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  unsigned month = 0, day = 0;
-  const auto read = [&](std::size_t start, unsigned& value) {
-    const char* end = dayKey.data() + start + 2;
-    return std::from_chars(dayKey.data() + start, end, value).ptr == end;
-  };
-  if (dayKey.size() != 10 || !read(5, month) || !read(8, day) || month < 1 || month > 12) {
-    return dayKey;
-  }
-  std::string text = std::to_string(day) + " " + std::string(months[month - 1]);
-  if (withYear) text += " " + dayKey.substr(0, 4);
-  return text;
 }
 
 std::string savedText(const StatsReport& report) {

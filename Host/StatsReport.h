@@ -63,19 +63,13 @@ inline constexpr std::array<AwakeKind, 4> awakeKinds{{
      "Plugged in", "unlimited on external power"},
 }};
 
-/// `seconds`, for drawing and adding up: what no clock can have counted becomes 0 or 10,000 years.
-double sane(double seconds);
 /// All kinds of a day together, in sane seconds.
 double awakeSeconds(const DayBucket& bucket);
+/// All kinds of one day of the statistics together, in sane seconds; 0 for a day without any.
+double awakeSeconds(const UsageMetrics& metrics, const std::string& dayKey);
 /// All kinds of all days together, in sane seconds.
 double awakeSeconds(const StatsReport& report);
 
-/// "45s", "12m", "3h 05m", cut to the last unit shown.
-std::string durationText(double seconds);
-/// "2025-03-01 14:05" in local time.
-std::string localTimeText(Timestamp time);
-/// "14 Mar" or "14 Mar 2025" for a day key; any other text as it is.
-std::string dayText(const std::string& dayKey, bool withYear);
 /// "31 of 40 (78%)".
 std::string savedText(const StatsReport& report);
 /// How the last run ended: "finished" when its agent went idle, "cut short" when it is known that

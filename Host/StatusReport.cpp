@@ -2,23 +2,19 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <map>
 #include <utility>
 
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 #include "Host/WatchText.h"
 
 namespace wakelatch::host {
 namespace {
 
-std::string counted(std::int64_t count, const char* one, const char* many) {
-  return std::to_string(count) + ' ' + (count == 1 ? one : many);
-}
-
 std::string describe(const ActivitySignal& signal) {
   std::string text = signal.reason;
-  if (signal.sessionCount) text += ", " + counted(*signal.sessionCount, "session", "sessions");
+  if (signal.sessionCount) text += ", " + counted(*signal.sessionCount, "session");
   return text;
 }
 
@@ -45,9 +41,7 @@ std::string describe(const AgentTurns& turns, double age) {
   const char* state = turns.state == TurnState::working   ? "in a turn"
                       : turns.state == TurnState::waiting ? "waits for you"
                                                           : "in no turn";
-  char text[64];
-  std::snprintf(text, sizeof text, ", for %.0f s", age);
-  return std::string(state) + text +
+  return std::string(state) + ", for " + secondsText(age) +
          (turns.tellsOfEverySession ? "" : "; other sessions have no record");
 }
 
@@ -83,36 +77,37 @@ std::vector<AgentEvidence> evidencePerAgent(const Observation& seen) {
     entry.seen.push_back("process: " + describe(agent.signal) + ", CPU " + load(agent));
     if (!std::isfinite(agent.cpuPercent))
       continue;  // a sum of absurd loads, which JSON cannot hold
-    entry.process = {agent.cpuPercent, agent.thresholdPercent, agent.trustsCPU,
-                     agent.signal.sessionCount};
+    entry.process = {.cpuPercent = agent.cpuPercent,
+                     .thresholdPercent = agent.thresholdPercent,
+                     .trustsCPU = agent.trustsCPU,
+                     .sessionCount = agent.signal.sessionCount};
   }
   for (const AgentTurns& turns : seen.evidence.turns) {
     if (!turns.state || turns.state == TurnState::unclear) continue;
     AgentEvidence& entry = at({.appName = turns.appName});
     const double age = std::max(0.0, secondsBetween(turns.since, seen.at));
     entry.seen.push_back("turn record: " + describe(turns, age));
-    entry.turn = {*turns.state, age, turns.tellsOfEverySession};
+    entry.turn = {
+        .state = *turns.state, .ageSeconds = age, .tellsOfEverySession = turns.tellsOfEverySession};
   }
   addAll("UI text: ", seen.evidence.accessibility,
          [](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {
-           entry.uiText = {signal.strength, signal.matchedText, isBelieved};
+           entry.uiText = {.strength = signal.strength,
+                           .matchedText = signal.matchedText,
+                           .isBelieved = isBelieved};
          });
   addAll("session files: ", seen.evidence.session,
          [&](AgentEvidence& entry, const ActivitySignal& signal, bool isBelieved) {
            const KnownAgent* known = knownAgent(seen, signal);
-           if (known == nullptr || !known->sessionFileAge) return;
-           entry.sessionFile = {*known->sessionFileAge, isBelieved};
+           if (known == nullptr || !known->newestSessionFile) return;
+           const double age = std::max(0.0, secondsBetween(*known->newestSessionFile, seen.at));
+           entry.sessionFile = {.ageSeconds = age, .isBelieved = isBelieved};
          });
 
   std::vector<AgentEvidence> result;
   result.reserve(agents.size());
   for (auto& [name, entry] : agents) result.push_back(std::move(entry));
   return result;
-}
-
-std::string padded(std::string text, std::size_t width) {
-  if (text.size() < width) text.append(width - text.size(), ' ');
-  return text + ' ';
 }
 
 }  // namespace
@@ -137,22 +132,20 @@ StatusReport makeStatusReport(const OneTick& tick) {
   return report;
 }
 
-StatusReport TickReports::of(const OneTick& tick) {
-  StatusReport report = makeStatusReport(tick);
-  const bool isTold = told_ == report.uiTextNotice;
-  told_ = report.uiTextNotice;
-  if (tellsOnce_ && isTold) report.uiTextNotice.reset();
-  return report;
-}
-
-/// Reasons that count seconds change on every tick; what they are about does not.
-bool DecisionChanges::isNext(const GuardDecision& decision) {
-  GuardDecision key = decision;
-  key.shouldSleepNow = false;  // told by a notice
-  std::erase_if(key.reason, [](char c) { return c >= '0' && c <= '9'; });
-  if (last_ == key) return false;
-  last_ = key;
-  return true;
+std::optional<std::string> TickLines::next(StatusReport report, Timestamp at) {
+  if (isJSON_) {
+    const bool isTold = uiTextNotice_ == report.uiTextNotice;
+    uiTextNotice_ = report.uiTextNotice;
+    if (isTold) report.uiTextNotice.reset();
+    return encode(report, DateCoding::iso8601);
+  }
+  GuardDecision decision = report.decision;
+  decision.shouldSleepNow = false;  // told by a notice
+  // Reasons that count seconds change on every tick; what they are about does not.
+  std::erase_if(decision.reason, [](char c) { return c >= '0' && c <= '9'; });
+  if (decision_ == decision) return std::nullopt;
+  decision_ = std::move(decision);
+  return localTime(at) + ' ' + printable(statusLine(report));
 }
 
 SignalStrength strengthOf(const AgentEvidence& agent, const StatusReport& report) {
@@ -179,14 +172,14 @@ std::string_view strengthWord(SignalStrength strength) {
 std::string statusTable(const StatusReport& report, Timestamp now) {
   std::string text;
   const auto row = [&text](const char* title, const std::string& value) {
-    text += padded(title, 10) + printable(value) + '\n';
+    text += padded(title, 11) + printable(value) + '\n';
   };
   row("Mode", std::string(displayName(report.mode)));
   if (report.evidence.empty()) row("Agents", "none seen");
   const char* title = "Agents";
   for (const AgentEvidence& agent : report.evidence) {
-    row(std::exchange(title, ""),
-        padded(agent.agent, 20) + std::string(strengthWord(strengthOf(agent, report))));
+    row(std::exchange(title, ""), padded(printable(agent.agent), 20) + ' ' +
+                                      std::string(strengthWord(strengthOf(agent, report))));
     for (const std::string& line : agent.seen) row("", "  " + line);
     for (const std::string& line : agent.notBelieved) row("", "  not believed: " + line);
   }

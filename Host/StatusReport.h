@@ -43,8 +43,8 @@ struct TurnEvidence {
   bool tellsOfEverySession = false;  ///< otherwise the rest of the evidence counts beside it
 };
 
-/// Where one agent's evidence came from, and what was seen but not believed; of each kind that
-/// there is the figures too.
+/// What speaks for the work of one agent: sentences for people, and figures for each kind of
+/// evidence that there is.
 struct AgentEvidence {
   std::string agent;              ///< display name
   std::optional<std::string> id;  ///< in the catalogue; the user's own targets have none
@@ -79,26 +79,21 @@ struct StatusReport {
 
 StatusReport makeStatusReport(const OneTick& tick);
 
-/// What a watch reports of its ticks.
-class TickReports {
+/// Makes the lines that a watch prints where it draws no screen: in JSON one for each tick, as text
+/// one when the decision has changed.
+class TickLines {
  public:
-  /// @param tellsOnce  why UI text is not read is told when that changes, not in each report
-  explicit TickReports(bool tellsOnce) : tellsOnce_(tellsOnce) {}
-  StatusReport of(const OneTick& tick);
+  explicit TickLines(bool isJSON) : isJSON_(isJSON) {}
+
+  /// The line of the next tick without line break, nothing when it has none. In JSON, why UI text
+  /// is not read stands in the first line and where that has changed.
+  /// @param at  when the tick's look began
+  std::optional<std::string> next(StatusReport report, Timestamp at);
 
  private:
-  const bool tellsOnce_;
-  std::optional<std::string> told_;
-};
-
-/// Which decisions are worth a line of their own.
-class DecisionChanges {
- public:
-  /// Whether the next decision is another one than the last.
-  bool isNext(const GuardDecision& decision);
-
- private:
-  std::optional<GuardDecision> last_;
+  const bool isJSON_;
+  std::optional<std::string> uiTextNotice_;  ///< of the last tick
+  std::optional<GuardDecision> decision_;    ///< as told last
 };
 
 /// The strength of the agent's merged signal; none when nothing of its evidence is believed.

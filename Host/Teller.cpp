@@ -5,14 +5,15 @@
 #include <utility>
 
 #include "Host/Terminal.h"
-#include "Host/WatchScreen.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 
 Teller::Teller(TickOutput output, std::function<void()> closed)
     : output_(output),
       printer_(std::move(closed)),
-      isScreen_(output == TickOutput::people && isScreen(STDOUT_FILENO)) {}
+      isScreen_(output == TickOutput::people && isScreen(STDOUT_FILENO)),
+      lines_(output == TickOutput::json) {}
 
 void Teller::tellStateOf(Saver& saver, std::function<Held()> held) {
   const platform::MutexLock lock(mutex_);
@@ -20,15 +21,12 @@ void Teller::tellStateOf(Saver& saver, std::function<Held()> held) {
   held_ = std::move(held);
 }
 
-void Teller::tick(Tick tick) {
+void Teller::tick(WatchTick tick) {
   const platform::MutexLock lock(mutex_);
   last_ = std::move(tick);
-  const StatusReport& report =
-      last_->report;  // what was decided on, before it tells anything newer
-  if (output_ == TickOutput::json) {
-    printer_.line(encode(report, DateCoding::iso8601));
-  } else if (output_ == TickOutput::people && !isScreen_ && changes_.isNext(report.decision)) {
-    printer_.line(localTime(last_->at) + ' ' + printable(statusLine(report)));
+  if (output_ != TickOutput::none && !isScreen_) {
+    // What was decided on, before tellState() adds anything newer.
+    if (auto line = lines_.next(last_->report, last_->at)) printer_.line(std::move(*line));
   }
   tellState();
 }
@@ -47,13 +45,12 @@ void Teller::stopped(bool isStopped) {
 
 void Teller::notice(const std::string& text) {
   const platform::MutexLock lock(mutex_);
-  const bool isShown = isScreen_;
   // Where standard error goes to the same terminal, it would write over the screen.
-  if (!isShown || ::isatty(STDERR_FILENO) == 0) printer_.notice(text);
-  if (!isShown) return;
-  constexpr std::size_t room = 5;
+  if (!isScreen_ || ::isatty(STDERR_FILENO) == 0) printer_.notice(text);
+  if (!isScreen_) return;
+  constexpr std::size_t most = 5;
   notices_.push_back(localTime(platform::now()) + ' ' + text);
-  if (notices_.size() > room) notices_.pop_front();
+  if (notices_.size() > most) notices_.pop_front();
   draw();
 }
 
@@ -71,14 +68,7 @@ void Teller::endScreen() {
 
 void Teller::draw() {
   if (!isScreen_ || !last_) return;
-  const TerminalSize size = terminalSize(STDOUT_FILENO);
-  const ScreenStyle style{size.columns, size.rows, wantsColor()};
-  printer_.screen(watchScreen({.report = last_->report,
-                               .now = platform::now(),
-                               .graceEndsAt = last_->graceEndsAt,
-                               .keptSecondsToday = last_->keptSecondsToday,
-                               .notices = notices_},
-                              style));
+  printer_.screen(watchScreen(*last_, platform::now(), notices_, terminalStyle(STDOUT_FILENO)));
 }
 
 void Teller::tellState() {

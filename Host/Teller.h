@@ -12,6 +12,7 @@
 #include "Host/Printer.h"
 #include "Host/Saver.h"
 #include "Host/StatusReport.h"
+#include "Host/WatchScreen.h"
 #include "Platform/Clock.h"
 #include "Platform/Mutex.h"
 
@@ -20,13 +21,6 @@ namespace wakelatch::host {
 /// May be used from any thread.
 class Teller {
  public:
-  struct Tick {
-    Timestamp at;
-    StatusReport report;  ///< with the watch's state
-    std::optional<Timestamp> graceEndsAt;
-    double keptSecondsToday = 0;
-  };
-
   /// @param output  a line of JSON a tick; or a screen on a terminal, and a line for each change
   ///                where there is none; or notices alone
   /// @param closed  told once, on another thread, that nobody will read standard output again
@@ -37,7 +31,7 @@ class Teller {
   /// @param held   called from any thread; must not block
   void tellStateOf(Saver& saver, std::function<Held()> held);
 
-  void tick(Tick tick);
+  void tick(WatchTick tick);
   /// What holds the machine awake has changed since the last tick.
   void heldChanged();
   /// The watch is stopped by Ctrl-Z, or goes on.
@@ -63,8 +57,8 @@ class Teller {
   bool isScreen_ WAKELATCH_GUARDED_BY(mutex_);
   Saver* saver_ WAKELATCH_GUARDED_BY(mutex_) = nullptr;
   std::function<Held()> held_ WAKELATCH_GUARDED_BY(mutex_);  ///< asked last: it may change any time
-  std::optional<Tick> last_ WAKELATCH_GUARDED_BY(mutex_);
-  DecisionChanges changes_ WAKELATCH_GUARDED_BY(mutex_);
+  std::optional<WatchTick> last_ WAKELATCH_GUARDED_BY(mutex_);
+  TickLines lines_ WAKELATCH_GUARDED_BY(mutex_);
   std::deque<std::string> notices_ WAKELATCH_GUARDED_BY(mutex_);  ///< the screen's, with their time
 };
 

@@ -33,6 +33,10 @@ bool isWide(char32_t value) {
   });
 }
 
+std::string blanks(int count) {
+  return std::string(static_cast<std::size_t>(std::max(count, 0)), ' ');
+}
+
 }  // namespace
 
 std::string printable(std::string_view text) {
@@ -75,24 +79,41 @@ int columnsOf(std::string_view text) {
   return columns;
 }
 
+std::string padded(std::string_view text, int columns) {
+  return std::string(text) + blanks(columns - columnsOf(text));
+}
+
+std::string paddedLeft(std::string_view text, int columns) {
+  return blanks(columns - columnsOf(text)) + std::string(text);
+}
+
+std::string counted(std::int64_t count, std::string_view one) {
+  return std::to_string(count).append(" ").append(one).append(count == 1 ? "" : "s");
+}
+
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+  std::string result;
+  for (const std::string& text : texts) {
+    result.append(result.empty() ? "" : separator).append(text);
+  }
+  return result;
+}
+
 bool isScreen(int descriptor) {
   const char* kind = std::getenv("TERM");
   return ::isatty(descriptor) == 1 && kind != nullptr && *kind != '\0' &&
          std::string_view(kind) != "dumb";
 }
 
-bool wantsColor() {
+TerminalStyle terminalStyle(int descriptor) {
   const char* noColor = std::getenv("NO_COLOR");
-  return noColor == nullptr || *noColor == '\0';
-}
-
-TerminalSize terminalSize(int descriptor) {
-  TerminalSize result;
+  TerminalStyle style;
+  style.hasColor = isScreen(descriptor) && (noColor == nullptr || *noColor == '\0');
   winsize size{};
-  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0) return result;
-  if (size.ws_col > 0) result.columns = size.ws_col;
-  if (size.ws_row > 0) result.rows = size.ws_row;
-  return result;
+  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0) return style;
+  if (size.ws_col > 0) style.columns = size.ws_col;
+  if (size.ws_row > 0) style.rows = size.ws_row;
+  return style;
 }
 
 std::string drawing(std::size_t linesBefore, const std::vector<std::string>& lines,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,19 +19,26 @@ std::string printable(std::string_view text);
 std::string_view firstColumns(std::string_view text, int columns);
 /// How many columns printable text takes, by the same count.
 int columnsOf(std::string_view text);
+/// Printable text with blanks after it, or before it, up to `columns`.
+std::string padded(std::string_view text, int columns);
+std::string paddedLeft(std::string_view text, int columns);
+/// "1 session", "2 sessions".
+std::string counted(std::int64_t count, std::string_view one);
+/// The texts in one, with a separator between them.
+std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
 
 /// Whether a descriptor is a terminal that can be drawn on: one whose TERM is set and not "dumb".
 bool isScreen(int descriptor);
 
-/// Whether the user lets programs use colours: NO_COLOR is unset or empty.
-bool wantsColor();
-
-struct TerminalSize {
+/// What can be shown where a text goes.
+struct TerminalStyle {
   int columns = 80;
   int rows = 24;
+  bool hasColor = false;  ///< ANSI colours
 };
-/// Each is as above when the descriptor is no terminal or does not tell.
-TerminalSize terminalSize(int descriptor);
+/// The style of a descriptor: the size above when it is no terminal or does not tell, and colours
+/// where it can be drawn on and the user does not forbid them by NO_COLOR.
+TerminalStyle terminalStyle(int descriptor);
 
 /// The bytes that draw `lines` in the place of those drawn before them. The cursor stands below the
 /// last line then, so a screen holds one line less than it has rows. Nothing is cut: while they are

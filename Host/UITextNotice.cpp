@@ -1,16 +1,18 @@
 #include "Host/UITextNotice.h"
 
+#include "Host/Terminal.h"
+
 namespace wakelatch::host {
 namespace {
 
 /// Whom it concerns that UI text cannot be read: the end of a sentence.
 std::string whoIsMissed(const std::vector<AgentProfile>& watched) {
-  std::string names;
+  std::vector<std::string> names;
   for (const AgentProfile& agent : watched) {
     if (!AccessibilityNotice::isUITextOnly(agent) || agent.activePhrases.empty()) continue;
-    names += (names.empty() ? "" : ", ") + agent.displayName;
+    names.push_back(agent.displayName);
   }
-  return names.empty() ? "" : "; it alone would show: " + names;
+  return names.empty() ? "" : "; it alone would show: " + joined(names);
 }
 
 }  // namespace

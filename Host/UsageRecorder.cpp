@@ -34,9 +34,8 @@ KeepAwakeTrigger keepAwakeTrigger(const GuardDecision& decision, AppMode mode) {
   return KeepAwakeTrigger::none;
 }
 
-UsageRecorder::UsageRecorder(FileLogger& logger, UsageMetrics metrics,
-                             SessionFileAge sessionFileAge)
-    : logger_(logger), metrics_(std::move(metrics)), sessionFileAge_(std::move(sessionFileAge)) {}
+UsageRecorder::UsageRecorder(FileLogger& logger, UsageMetrics metrics)
+    : logger_(logger), metrics_(std::move(metrics)) {}
 
 bool UsageRecorder::record(const UsageTick& tick) {
   const Circumstances current{sessionProcessAlive(tick.signals), tick.lidState};
@@ -50,7 +49,7 @@ bool UsageRecorder::record(const UsageTick& tick) {
       tick.settings.profile(tick.power).idleGracePeriodSeconds, current.processAlive, tick.now);
 
   const bool closed = session && !metrics_.sessionStartedAt;
-  if (closed) logClosed(*session, current, tick.now);
+  if (closed) logClosed(*session, current, tick);
   previous_ = current;
 
   const double sinceSaved = savedAt_ ? secondsBetween(*savedAt_, tick.now) : 0;
@@ -84,14 +83,16 @@ std::optional<bool> UsageRecorder::sessionProcessAlive(const std::vector<Activit
 
 /// An interrupted session is dated at the tick before, so the rest of its line is of then, too.
 void UsageRecorder::logClosed(const UsageMetrics& session, const Circumstances& current,
-                              Timestamp now) {
+                              const UsageTick& tick) {
   const SessionCloseReason reason = metrics_.lastCloseReason.value_or(SessionCloseReason::idle);
   const bool interrupted = reason == SessionCloseReason::interrupted;
   const Circumstances& then = interrupted ? previous_ : current;
-  const Timestamp closedAt = interrupted ? session.lastTickAt.value_or(now) : now;
+  const Timestamp closedAt = interrupted ? session.lastTickAt.value_or(tick.now) : tick.now;
   std::optional<std::int64_t> fileAge;
-  if (sessionFileAge_ && session.sessionAgentID) {
-    fileAge = sessionFileAge_(*session.sessionAgentID, closedAt);
+  const auto agent = tick.agents.find(session.sessionAgentID.value_or(""));
+  if (agent != tick.agents.end() && agent->second.newestSessionFile) {
+    fileAge = static_cast<std::int64_t>(
+        std::max(0.0, secondsBetween(*agent->second.newestSessionFile, closedAt)));
   }
   logger_.log(UsageMetrics::runLogLine(session, reason, closedAt, then.processAlive, fileAge,
                                        then.lidState));

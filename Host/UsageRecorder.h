@@ -2,11 +2,12 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "Host/Observer.h"
 #include "Platform/Clock.h"
 #include "WakelatchCore/FileLogger.h"
 #include "WakelatchCore/Models.h"
@@ -21,7 +22,8 @@ struct UsageTick {
   const PowerSnapshot& power;
   LidState lidState;
   const ActivitySignal& strongest;
-  const std::vector<ActivitySignal>& signals;  ///< one per agent, merged
+  const std::vector<ActivitySignal>& signals;       ///< one per agent, merged
+  const std::map<std::string, KnownAgent>& agents;  ///< as Observation::agents
   const GuardDecision& decision;
   bool preventsSleep;  ///< sleep prevention is in effect, whatever the decision wanted
   Timestamp now;
@@ -30,21 +32,14 @@ struct UsageTick {
 /// Why the machine stays awake, as the statistics count it.
 KeepAwakeTrigger keepAwakeTrigger(const GuardDecision& decision, AppMode mode);
 
-/// Owns the statistics of a running host. Used from the tick's thread; blocks only while the age of
-/// a session file is asked for.
+/// Owns the statistics of a running host. Used from the tick's thread; never blocks.
 class UsageRecorder {
  public:
-  /// The age in whole seconds, at an instant, of the newest session file of an agent; nothing when
-  /// it has none.
-  using SessionFileAge =
-      std::function<std::optional<std::int64_t>(const std::string& agentID, Timestamp at)>;
-
   static constexpr double saveIntervalSeconds = 60;
 
-  /// @param logger          owned by the caller; takes a line for every closed session
-  /// @param metrics         what was saved before
-  /// @param sessionFileAge  asked only when a session closes; may be empty
-  UsageRecorder(FileLogger& logger, UsageMetrics metrics, SessionFileAge sessionFileAge = {});
+  /// @param logger   owned by the caller; takes a line for every closed session
+  /// @param metrics  what was saved before
+  UsageRecorder(FileLogger& logger, UsageMetrics metrics);
   UsageRecorder(const UsageRecorder&) = delete;
   UsageRecorder& operator=(const UsageRecorder&) = delete;
 
@@ -62,11 +57,10 @@ class UsageRecorder {
     LidState lidState = LidState::unknown;
   };
   std::optional<bool> sessionProcessAlive(const std::vector<ActivitySignal>& signals);
-  void logClosed(const UsageMetrics& session, const Circumstances& current, Timestamp now);
+  void logClosed(const UsageMetrics& session, const Circumstances& current, const UsageTick& tick);
 
   FileLogger& logger_;
   UsageMetrics metrics_;
-  const SessionFileAge sessionFileAge_;
   /// Ticks since the process of the open session's agent was last listed; absent: it never was.
   std::optional<int> ticksUnlisted_;
   Circumstances previous_;

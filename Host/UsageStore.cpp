@@ -24,19 +24,13 @@ std::filesystem::path setAside(const std::filesystem::path& file, Timestamp now)
 
 }  // namespace
 
-std::optional<UsageMetrics> loadUsage(const std::filesystem::path& file) {
-  std::string text;
-  try {
-    text = platform::readFile(file);
-  } catch (const std::system_error& error) {
-    if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
-    throw;
-  }
-  try {
-    return decode<UsageMetrics>(text);
-  } catch (const DecodingError& error) {
-    throw DamagedUsage("usage: " + file.string() + ": " + error.what());
-  }
+std::optional<UsageMetrics> loadUsage(const std::filesystem::path& file) try {
+  return decode<UsageMetrics>(platform::readFile(file));
+} catch (const std::system_error& error) {
+  if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
+  throw;
+} catch (const DecodingError& error) {
+  throw DamagedUsage("usage: " + file.string() + ": " + error.what());
 }
 
 UsageStore::Opened UsageStore::open(Timestamp now) {

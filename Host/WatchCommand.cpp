@@ -1,5 +1,8 @@
 // `watch`: the deciding side. Looks, decides and counts once an interval, whatever the acting side
-// (Actor) and the telling side (Teller) are busy with.
+// (Actor) and the telling side (Teller) are busy with. Reads settings and catalogue anew in each
+// tick; writes the lock, the state file, the statistics, the log and, if asked to, a recording.
+// Leaves with 0 after a stop, 1 after a failure or beside another watch, 3 when the lid-closed
+// setting may still be engaged, and 128 + the signal's number after a second stop.
 #include <signal.h>
 #include <unistd.h>
 
@@ -25,6 +28,7 @@
 #include "Host/Saver.h"
 #include "Host/SettingsFile.h"
 #include "Host/Signals.h"
+#include "Host/StatsReport.h"
 #include "Host/StatusReport.h"
 #include "Host/SupportDirectory.h"
 #include "Host/Teller.h"
@@ -87,11 +91,8 @@ struct Effects {
   Actor actor;
 
   Effects(const WatchOptions& options, const GuardSettings& settings, Tools& tools,
-          Notifier& notifier, const Observer& observer, Teller& teller, std::function<void()> left)
-      : usage(FileLogger::shared(), std::move(opened.metrics),
-              [&observer](const std::string& agent, Timestamp at) {
-                return observer.sessionFileAge(agent, at);
-              }),
+          Notifier& notifier, Teller& teller, std::function<void()> left)
+      : usage(FileLogger::shared(), std::move(opened.metrics)),
         saver(store, notifier),
         actor(
             {.caffeinatePath = options.caffeinatePath,
@@ -103,14 +104,6 @@ struct Effects {
     teller.tellStateOf(saver, [this] { return actor.held(); });
   }
 };
-
-double keptSecondsOn(const std::string& day, const UsageMetrics& metrics) {
-  const auto found = metrics.days.find(day);
-  if (found == metrics.days.end()) return 0;
-  const DayBucket& bucket = found->second;
-  return bucket.protectedSeconds + bucket.keptAwakeSeconds + bucket.manualSeconds +
-         bucket.pluggedInUnlimitedSeconds;
-}
 
 /// The running watch: what lives from its start to its end.
 class Watch {
@@ -128,7 +121,6 @@ class Watch {
         recorder_(makeRecorder()),
         observer_(recorder_ ? recorder_->sources() : machine_.sources(), agents_.current().profiles,
                   options.intervalSeconds / 2),
-        reports_(options.json),
         teller_(options.output(), [this] { pause_.endWatch(); }) {
     if (!recorder_) return;
     trace_.emplace(std::move(traceFile), [this](const std::string& why) { onTraceEnd(why); });
@@ -147,7 +139,7 @@ class Watch {
                          }});
     try {
       if (!options_.dryRun) {
-        effects_.emplace(options_, settings_.current(), tools_, notifier_, observer_, teller_,
+        effects_.emplace(options_, settings_.current(), tools_, notifier_, teller_,
                          [this] { onLeft(); });
         acting_ = &*effects_;
       }
@@ -251,6 +243,7 @@ class Watch {
                                 .lidState = seen.lidState,
                                 .strongest = seen.strongest,
                                 .signals = seen.evidence.merged,
+                                .agents = seen.agents,
                                 .decision = tick.decision,
                                 .preventsSleep = held.isToolRunning() && held.isToolProven,
                                 .now = seen.at})) {
@@ -259,8 +252,7 @@ class Watch {
   }
 
   void tell(const OneTick& tick) {
-    Teller::Tick told{
-        .at = tick.seen.at, .report = reports_.of(tick), .graceEndsAt = {}, .keptSecondsToday = 0};
+    WatchTick told{.at = tick.seen.at, .report = makeStatusReport(tick)};
     const auto lastActive = stateMachine_.memory().lastActiveSignalAt;
     if (tick.decision.status == GuardStatus::idleGrace && lastActive) {
       told.graceEndsAt =
@@ -268,7 +260,7 @@ class Watch {
     }
     if (effects_) {
       told.keptSecondsToday =
-          keptSecondsOn(UsageMetrics::dayKey(told.at), effects_->usage.metrics());
+          awakeSeconds(effects_->usage.metrics(), UsageMetrics::dayKey(told.at));
     }
     teller_.tick(std::move(told));
   }
@@ -388,7 +380,6 @@ class Watch {
   AgentStateMachine stateMachine_;
   Signals signals_;  // from here on a stop has something to undo
   Pause pause_;
-  TickReports reports_;
   Teller teller_;
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
   std::optional<TraceFile> trace_;
@@ -403,7 +394,7 @@ class Watch {
 
 }  // namespace
 
-ExitStatus runWatch(const WatchOptions& options, Tools& tools) {
+ExitStatus runCommand(const WatchOptions& options, Tools& tools) {
   std::optional<InstanceLock> lock;
   if (!options.dryRun) {
     try {

@@ -1,16 +1,13 @@
 #include "Host/WatchScreen.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <string_view>
 #include <utility>
 
-#include "Host/StatsReport.h"
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 #include "Host/WatchText.h"
-#include "Platform/Calendar.h"
 
 namespace wakelatch::host {
 namespace {
@@ -62,34 +59,18 @@ const char* colorOf(ThermalState state) {
   return state == ThermalState::critical ? bad : state == ThermalState::serious ? doubtful : plain;
 }
 
-/// "4:12", "1:00:05"; nothing is left of what is over.
-std::string countdown(double seconds) {
-  const auto left = static_cast<long long>(std::ceil(sane(seconds)));
-  char text[48];
-  if (left < 3600) {
-    std::snprintf(text, sizeof text, "%lld:%02lld", left / 60, left % 60);
-  } else {
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", left / 3600, left / 60 % 60, left % 60);
-  }
-  return text;
-}
-
-std::string padded(std::string_view text, int width) {
-  std::string result(text);
-  result.append(static_cast<std::size_t>(std::max(width - columnsOf(text), 0)), ' ');
-  return result;
-}
-
 /// Gathers the rows from top to bottom, then lays them out.
 class Screen {
  public:
-  Screen(const ScreenInput& input, const ScreenStyle& style) : input_(input), style_(style) {}
+  Screen(const WatchTick& tick, Timestamp now, const TerminalStyle& style)
+      : tick_(tick), report_(tick.report), now_(now), style_(style) {}
 
-  std::vector<std::string> lines() {
+  std::vector<std::string> lines(const std::deque<std::string>& notices) {
     state();
     agents();
     machine();
-    notices();
+    int age = static_cast<int>(notices.size());
+    for (const std::string& notice : notices) add(Importance::notice, age--, {{notice}});
     return layout();
   }
 
@@ -98,7 +79,7 @@ class Screen {
     rows_.push_back({importance, order, std::move(spans)});
   }
 
-  /// The same behind a title, or its width in blanks.
+  /// Adds a row with a title before it; an empty one is as wide as any other.
   void addTitled(Importance importance, int order, std::string_view title,
                  std::vector<Span> spans) {
     spans.insert(spans.begin(), {padded(title, titleWidth)});
@@ -107,29 +88,28 @@ class Screen {
 
   /// What is going on, what is held, and until when.
   void state() {
-    const StatusReport& report = input_.report;
-    const GuardDecision& decision = report.decision;
+    const GuardDecision& decision = report_.decision;
     add(Importance::essential, 0,
         {{std::string(displayName(decision.status)), colorOf(decision.status)},
-         {"  " + localTime(input_.now)}});
+         {"  " + localTime(now_)}});
     addTitled(Importance::reason, 0, "Why", {{decision.reason}});
     held();
-    if (input_.graceEndsAt) ends("idle grace ends", *input_.graceEndsAt);
-    if (report.watch && report.watch->held.releaseDueAt) {
-      ends("lid-closed keep-awake ends", *report.watch->held.releaseDueAt);
+    if (tick_.graceEndsAt) ends("idle grace ends", *tick_.graceEndsAt);
+    if (report_.watch && report_.watch->held.releaseDueAt) {
+      ends("lid-closed keep-awake ends", *report_.watch->held.releaseDueAt);
     }
   }
 
   void held() {
-    if (!input_.report.watch) {
+    if (!report_.watch) {
       addTitled(Importance::essential, 0, "Held", {{"nothing: this is a dry run"}});
       return;
     }
-    const Held& held = input_.report.watch->held;
+    const Held& held = report_.watch->held;
     std::vector<Span> spans;
     if (held.since) {
       spans.push_back({"since " + localTime(*held.since) + " (" +
-                       durationText(secondsBetween(*held.since, input_.now)) + "): "});
+                       durationText(secondsBetween(*held.since, now_)) + "): "});
     }
     spans.push_back({describe(held), held.isRestoreOpen ? bad : plain});
     addTitled(Importance::essential, 0, "Held", std::move(spans));
@@ -140,17 +120,16 @@ class Screen {
 
   void ends(const char* what, Timestamp time) {
     addTitled(Importance::countdown, 0, "Until",
-              {{std::string(what) + " in " + countdown(secondsBetween(input_.now, time)) + ", at " +
+              {{std::string(what) + " in " + countdownText(secondsBetween(now_, time)) + ", at " +
                 localTime(time)}});
   }
 
   void agents() {
-    const StatusReport& report = input_.report;
     const char* title = "Agents";
-    if (report.evidence.empty()) addTitled(Importance::agent, 0, title, {{"none seen"}});
+    if (report_.evidence.empty()) addTitled(Importance::agent, 0, title, {{"none seen"}});
     int evidence = 0;
-    for (const AgentEvidence& agent : report.evidence) {
-      const SignalStrength strength = strengthOf(agent, report);
+    for (const AgentEvidence& agent : report_.evidence) {
+      const SignalStrength strength = strengthOf(agent, report_);
       addTitled(Importance::agent, -static_cast<int>(strength), std::exchange(title, ""),
                 {{padded(strengthWord(strength), stateWidth), colorOf(strength)}, {agent.agent}});
       for (const std::string& line : agent.seen) {
@@ -160,32 +139,24 @@ class Screen {
         addTitled(Importance::evidence, evidence++, "", {{"  not believed: " + line}});
       }
     }
-    if (report.uiTextNotice) {
-      addTitled(Importance::evidence, evidence, "UI text", {{*report.uiTextNotice}});
+    if (report_.uiTextNotice) {
+      addTitled(Importance::evidence, evidence, "UI text", {{*report_.uiTextNotice}});
     }
   }
 
   void machine() {
-    const StatusReport& report = input_.report;
     addTitled(Importance::machine, 0, "Machine",
-              {{report.power.displayName()},
-               {report.decision.isBatteryWarning ? " (low)" : "", doubtful},
-               {"; lid " + std::string(rawValue(report.lidState)) + "; heat "},
-               {std::string(rawValue(report.thermalState)), colorOf(report.thermalState)}});
+              {{report_.power.displayName()},
+               {report_.decision.isBatteryWarning ? " (low)" : "", doubtful},
+               {"; lid " + std::string(rawValue(report_.lidState)) + "; heat "},
+               {std::string(rawValue(report_.thermalState)), colorOf(report_.thermalState)}});
     addTitled(Importance::today, 0, "Today",
-              {{"kept awake " + durationText(input_.keptSecondsToday)}});
-    addTitled(Importance::today, 1, "Mode", {{std::string(displayName(report.mode))}});
-  }
-
-  void notices() {
-    int age = static_cast<int>(input_.notices.size());
-    for (const std::string& notice : input_.notices) {
-      add(Importance::notice, age--, {{notice}});
-    }
+              {{"kept awake " + durationText(tick_.keptSecondsToday)}});
+    addTitled(Importance::today, 1, "Mode", {{std::string(displayName(report_.mode))}});
   }
 
   std::vector<std::string> layout() {
-    const auto room = static_cast<std::size_t>(std::max(style_.rows - 1, 0));
+    const auto most = static_cast<std::size_t>(std::max(style_.rows - 1, 0));
     std::vector<std::size_t> kept(rows_.size());
     std::iota(kept.begin(), kept.end(), std::size_t{0});
     std::stable_sort(kept.begin(), kept.end(), [this](std::size_t a, std::size_t b) {
@@ -194,17 +165,17 @@ class Screen {
     });
     std::size_t essential = 0;
     for (const Row& row : rows_) essential += row.importance == Importance::essential;
-    kept.resize(std::min(kept.size(), std::max(room, essential)));
+    kept.resize(std::min(kept.size(), std::max(most, essential)));
     std::sort(kept.begin(), kept.end());
 
     std::vector<std::vector<Span>> lines;
     for (const std::size_t row : kept) lines.push_back(std::move(rows_[row].spans));
     // What may not be left out shares a line.
-    for (; lines.size() > room && lines.size() > 1; lines.erase(lines.begin() + 1)) {
+    for (; lines.size() > most && lines.size() > 1; lines.erase(lines.begin() + 1)) {
       lines[0].push_back({"  "});
       lines[0].insert(lines[0].end(), lines[1].begin(), lines[1].end());
     }
-    lines.resize(std::min(lines.size(), room));
+    lines.resize(std::min(lines.size(), most));
     std::vector<std::string> result;
     for (const auto& spans : lines) result.push_back(rendered(spans));
     return result;
@@ -216,7 +187,7 @@ class Screen {
     for (const Span& span : spans) {
       const std::string whole = printable(span.text);
       const std::string_view text = firstColumns(whole, columnsLeft);
-      const bool isColored = style_.color && *span.color != '\0' && !text.empty();
+      const bool isColored = style_.hasColor && *span.color != '\0' && !text.empty();
       if (isColored) line += span.color;
       line += text;
       if (isColored) line += "\033[0m";
@@ -229,20 +200,19 @@ class Screen {
   static constexpr int titleWidth = 9;
   static constexpr int stateWidth = 14;
 
-  const ScreenInput& input_;
-  const ScreenStyle& style_;
+  const WatchTick& tick_;
+  const StatusReport& report_;
+  const Timestamp now_;
+  const TerminalStyle& style_;
   std::vector<Row> rows_;
 };
 
 }  // namespace
 
-std::vector<std::string> watchScreen(const ScreenInput& input, const ScreenStyle& style) {
-  return Screen(input, style).lines();
-}
-
-std::string localTime(Timestamp time) {
-  const std::string text = platform::iso8601(time + platform::localOffset(time));
-  return text == "-" ? "--:--:--" : text.substr(text.find('T') + 1, 8);
+std::vector<std::string> watchScreen(const WatchTick& tick, Timestamp now,
+                                     const std::deque<std::string>& notices,
+                                     const TerminalStyle& style) {
+  return Screen(tick, now, style).lines(notices);
 }
 
 }  // namespace wakelatch::host

@@ -7,30 +7,26 @@
 #include <vector>
 
 #include "Host/StatusReport.h"
+#include "Host/Terminal.h"
 #include "Platform/Clock.h"
 
 namespace wakelatch::host {
 
-struct ScreenInput {
-  const StatusReport& report;  ///< of the last tick; its `watch` tells what is held
-  Timestamp now;
-  std::optional<Timestamp> graceEndsAt;    ///< while idle grace holds the machine awake
-  double keptSecondsToday = 0;             ///< kept awake, of every kind
-  const std::deque<std::string>& notices;  ///< newest last, each begins with its local time
-};
-
-struct ScreenStyle {
-  int columns = 80;
-  int rows = 24;
-  bool color = false;  ///< ANSI colours on the words that name a state
+/// A tick of a watch, as it is told.
+struct WatchTick {
+  Timestamp at;
+  StatusReport report;                        ///< its `watch` tells what is held
+  std::optional<Timestamp> graceEndsAt = {};  ///< while idle grace holds the machine awake
+  double keptSecondsToday = 0;                ///< kept awake, of every kind
 };
 
 /// Lines without line breaks, at most `rows` - 1, each at most `columns` wide, for drawing(). Where
 /// rows are few, evidence goes first, then notices, the oldest first; the state, what is held and
 /// an open prompt stay, on one line if it must be. Pure but for the local time zone.
-std::vector<std::string> watchScreen(const ScreenInput& input, const ScreenStyle& style);
-
-/// "14:05:09", the local time; "--:--:--" for what no calendar can hold.
-std::string localTime(Timestamp time);
+/// @param tick     the last one
+/// @param notices  newest last, each begins with its local time
+std::vector<std::string> watchScreen(const WatchTick& tick, Timestamp now,
+                                     const std::deque<std::string>& notices,
+                                     const TerminalStyle& style);
 
 }  // namespace wakelatch::host

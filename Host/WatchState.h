@@ -14,14 +14,15 @@ namespace wakelatch::host {
 
 /// What holds the machine awake, and what stands in the way of letting it go.
 struct Held {
-  bool isToolWanted = false;            ///< the keep-awake tool is to run
-  std::optional<bool> letDisplaySleep;  ///< the display posture of the tool that runs; else absent
+  bool isToolWanted = false;  ///< the keep-awake tool is to run
+  /// Of the tool that runs, whether it lets the display sleep; absent: no tool runs.
+  std::optional<bool> letDisplaySleep = {};
   bool isToolProven = false;            ///< it has run long enough to be believed, or said so
   bool isLidClosedEngaged = false;      ///< the lid-closed setting is on, or not known to be off
   bool isRestoreOpen = false;           ///< engaged, unwanted, and it could not be restored
-  std::optional<Timestamp> since;       ///< since when something holds the machine awake
-  std::optional<Timestamp> releaseDueAt;  ///< of a lid-closed keep-awake without work
-  std::optional<std::string> prompt;      ///< what the open administrator prompt is for
+  std::optional<Timestamp> since = {};  ///< since when something holds the machine awake
+  std::optional<Timestamp> releaseDueAt = {};  ///< of a lid-closed keep-awake without work
+  std::optional<std::string> prompt = {};      ///< what the open administrator prompt is for
   /// Why the tool that is wanted does not run, or what the one that runs does not do.
   std::optional<std::string> toolProblem = {};
 

@@ -2,14 +2,10 @@
 
 #include <cstdio>
 
+#include "Host/TimeText.h"
+
 namespace wakelatch::host {
 namespace {
-
-std::string seconds(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.3g s", value);
-  return text;
-}
 
 /// What is there, whether or not it is wanted.
 std::string inEffect(const Held& held) {
@@ -56,10 +52,10 @@ std::optional<WatchFault> watchFault(const WatchState& watch, Timestamp now) {
                       "let it go on: fg in its terminal, or kill -CONT " + pid};
   }
   if (watch.isStuck(now)) {
-    char age[32];
-    std::snprintf(age, sizeof age, "%.0f s", secondsBetween(watch.at, now));
-    return WatchFault{std::string("stuck: last tick ") + age + " ago, every " +
-                          seconds(watch.intervalSeconds) + "; " + inEffect(held),
+    char interval[32];  // may be less than a second
+    std::snprintf(interval, sizeof interval, "%.3g s", watch.intervalSeconds);
+    return WatchFault{"stuck: last tick " + secondsText(secondsBetween(watch.at, now)) +
+                          " ago, every " + interval + "; " + inEffect(held),
                       "if it stays so, end it: kill " + pid + ", or kill -9 " + pid +
                           "; then run: wakelatch restore"};
   }

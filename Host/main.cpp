@@ -11,25 +11,11 @@
 #include "Host/CommandLine.h"
 #include "Host/Commands.h"
 #include "Host/Notices.h"
-#include "Host/StatsCommand.h"
 #include "Host/Tools.h"
 
 namespace {
 
 using namespace wakelatch::host;
-
-struct RunCommand {
-  Tools& tools;
-
-  ExitStatus operator()(const StatusOptions& options) const { return runStatus(options, tools); }
-  ExitStatus operator()(const ExplainOptions& options) const { return runExplain(options, tools); }
-  ExitStatus operator()(const WatchOptions& options) const { return runWatch(options, tools); }
-  ExitStatus operator()(const AgentsOptions& options) const { return runAgents(options); }
-  ExitStatus operator()(const RestoreOptions& options) const { return runRestore(options, tools); }
-  ExitStatus operator()(const DoctorOptions& options) const { return runDoctor(options, tools); }
-  ExitStatus operator()(const ReplayOptions& options) const { return runReplay(options); }
-  ExitStatus operator()(const StatsOptions& options) const { return runStats(options); }
-};
 
 /// Takes the places of standard streams that are closed, each so that using it still fails: a file
 /// opened later would take them, and what is printed would go into it.
@@ -51,7 +37,8 @@ int main(int argc, char** argv) {
     if (const auto* status = std::get_if<ExitStatus>(&parsed)) return static_cast<int>(*status);
     const auto& line = std::get<CommandLine>(parsed);
     Tools tools(line.toolDirectory);
-    const ExitStatus status = std::visit(RunCommand{tools}, line.command);
+    const ExitStatus status = std::visit(
+        [&tools](const auto& options) { return runCommand(options, tools); }, line.command);
     if (std::cout.flush()) return static_cast<int>(status);
     throw std::runtime_error("standard output could not be written");
   } catch (const std::exception& error) {

@@ -68,18 +68,19 @@ TEST(Explanation, SaysWhatChangesNextInEverySituation) {
 }
 
 TEST(Explanation, TellsWhatAWatchHasInEffectAndWhatIsWrongWithIt) {
-  const auto held = [](bool wanted, std::optional<bool> tool, bool proven, bool lid) {
-    return Held{wanted, tool, proven, lid, /*isRestoreOpen=*/lid && !wanted, {}, {}, {}};
-  };
   const std::pair<Held, std::string> rows[] = {
-      {held(false, {}, true, false), "sleep allowed"},
-      {held(false, true, true, false), "not to be kept awake, but still the keep-awake tool runs"},
-      {held(true, true, true, true), "kept awake, display may sleep, lid-closed setting engaged"},
-      {held(true, false, false, false), "the keep-awake tool is being tried"},
-      {held(true, {}, true, true),
+      {{}, "sleep allowed"},
+      {{.letDisplaySleep = true}, "not to be kept awake, but still the keep-awake tool runs"},
+      {{.isToolWanted = true,
+        .letDisplaySleep = true,
+        .isToolProven = true,
+        .isLidClosedEngaged = true},
+       "kept awake, display may sleep, lid-closed setting engaged"},
+      {{.isToolWanted = true, .letDisplaySleep = false}, "the keep-awake tool is being tried"},
+      {{.isToolWanted = true, .isLidClosedEngaged = true},
        "to be kept awake, but the keep-awake tool does not run, the lid-closed setting is engaged"
        " -> see the log for the reason"},
-      {held(false, {}, true, true),
+      {{.isLidClosedEngaged = true, .isRestoreOpen = true},
        "not to be kept awake, but the lid-closed setting is engaged: its restore was refused -> "
        "allow the prompt when it comes again, or stop the watch and run: wakelatch restore"}};
   WatchState watch;

@@ -154,22 +154,6 @@ TEST(Host, OnlyOneWatchRunsAndOthersShowWhatItHolds) {
   EXPECT_EQ(watch.finish().status, 0);
   EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
   EXPECT_TRUE(fs::exists(usageFile())) << "saved at the end, before a minute is over";
-  EXPECT_FALSE(statusNow().contains("watch"));
-}
-
-TEST(Host, ASecondSignalLeavesAtOnce) {
-  const Home home("trap '' TERM\n: > ~/stubborn\nwhile :; do sleep 1; done");
-  HostProgram watch(home.manualWatch());
-  std::vector<std::int32_t> pids;
-  ASSERT_TRUE(eventually([&] {
-    pids = SleepController::readCaffeinatePIDs();
-    return pids.size() == 1 && fs::exists(home.path() / "stubborn");
-  }));
-  watch.send(SIGINT);
-  EXPECT_FALSE(watch.awaitExit(0.7)) << "it waits for the stubborn tool";
-  watch.send(SIGTERM);
-  EXPECT_EQ(watch.finish(6).status, 128 + SIGTERM);
-  EXPECT_NE(::kill(pids[0], 0), 0) << "what can be undone without asking is";
 }
 
 TEST(Host, LeavesCleanlyWhenNobodyReadsAnyMore) {

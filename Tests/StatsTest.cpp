@@ -2,9 +2,11 @@
 
 #include <cmath>
 
-#include "Host/StatsCommand.h"
+#include "Host/Commands.h"
 #include "Host/StatsPage.h"
+#include "Host/StatsText.h"
 #include "Host/SupportDirectory.h"
+#include "Host/TimeText.h"
 #include "Platform/Calendar.h"
 #include "Platform/Files.h"
 #include "Tests/TemporaryDirectory.h"
@@ -41,12 +43,13 @@ TEST(Stats, DurationsAndDaysAreReadable) {
       {-5, "0s"},       {std::nan(""), "0s"}, {59.99, "59s"},          {3599, "59m"},
       {3600, "1h 00m"}, {363900, "101h 05m"}, {1e308, "87660000h 00m"}};
   for (const auto& [seconds, text] : durations) EXPECT_EQ(durationText(seconds), text);
-  EXPECT_EQ(dayText("2025-03-09", true), "9 Mar 2025");
-  for (const char* odd : {"", "2025-13-01", "2025-ab-01", "<>"}) EXPECT_EQ(dayText(odd, true), odd);
+  EXPECT_EQ(dayAndYearText("2025-03-09"), "9 Mar 2025");
+  for (const char* odd : {"", "2025-13-01", "2025-ab-01", "<>"})
+    EXPECT_EQ(dayAndYearText(odd), odd);
 }
 
 TEST(Stats, TextShowsTheFiguresAndNothingHarmful) {
-  const std::string text = statsText(makeStatsReport(someMetrics(), noon(), 3), {40, false});
+  const std::string text = statsText(makeStatsReport(someMetrics(), noon(), 3), {.columns = 40});
   for (const char* part :
        {"Since 2025-03-01, 1 active day\n", "  Protected       2h 00m  ", "3 of 4 (75%)",
         "1h 23m      2025-03-10  <b>名前", "59s         2025-03-10 ", ", ended  Codex CLI\n",
@@ -54,10 +57,10 @@ TEST(Stats, TextShowsTheFiguresAndNothingHarmful) {
         "\n        30m       3  ███        Codex C…\n", "  2025-03-08       0s\n",
         "  2025-03-09      10m  ▒\n", "  2025-03-10   3h 00m  ███████████▓▓▓▓▓\n"})
     EXPECT_THAT(text, HasSubstr(part));
-  const std::string wide = statsText(makeStatsReport(someMetrics(), noon(), 1), {80, false});
+  const std::string wide = statsText(makeStatsReport(someMetrics(), noon(), 1), {});
   EXPECT_THAT(wide, HasSubstr("<b>名前 & \"x\"'\uFFFD\uFFFD[31m\uFFFD\n"));
   EXPECT_THAT(wide, Not(HasSubstr("\033")));
-  EXPECT_THAT(statsText(makeStatsReport(someMetrics(), noon(), 1), {80, true}),
+  EXPECT_THAT(statsText(makeStatsReport(someMetrics(), noon(), 1), {.hasColor = true}),
               HasSubstr("\033[36m██"));
 }
 
@@ -89,26 +92,31 @@ TEST(Stats, OnlyARunKnownToBeInterruptedIsCutShort) {
 TEST(Stats, CommandReadsAndNeverWrites) {
   const TemporaryHome home;
   const auto run = [](const StatsOptions& options) {
+    Tools tools({});
     testing::internal::CaptureStdout();
-    const bool done = runStats(options) == ExitStatus::done;
-    return std::pair(done, testing::internal::GetCapturedStdout());
+    try {
+      runCommand(options, tools);
+    } catch (const std::exception&) {
+      return testing::internal::GetCapturedStdout() + "failed";
+    }
+    return testing::internal::GetCapturedStdout();
   };
-  EXPECT_TRUE(run({}).first);
+  EXPECT_THAT(run({}), HasSubstr("Nothing is recorded yet"));
   EXPECT_TRUE(fs::is_empty(home.path())) << "not even a directory";
 
   platform::createDirectories(supportDirectory());
   platform::writeAtomically(usageFile(), encode(someMetrics()));
-  const std::string json = run({2, true, ""}).second;
+  const std::string json = run({.days = 2, .json = true, .htmlFile = {}});
   EXPECT_THAT(json, HasSubstr("{\"installDate\":\"" + platform::iso8601(after(noon(), -9 * 86400)) +
                               "\",\"totalProtectedSeconds\":"));
   EXPECT_THAT(json, HasSubstr(R"("utilization":0.75,"longestProtectedRun":{"seconds":5000,)"));
   EXPECT_EQ(decode<StatsReport>(json, DateCoding::iso8601).days.size(), 2u);
-  EXPECT_TRUE(run({14, false, home.path() / "page.html"}).first);
+  run({.htmlFile = home.path() / "page.html"});
   EXPECT_THAT(platform::readFile(home.path() / "page.html"), HasSubstr("</html>"));
-  EXPECT_FALSE(run({14, false, home.path() / "no/directory"}).first);
+  EXPECT_EQ(run({.htmlFile = home.path() / "no/directory"}), "failed");
 
   platform::writeAtomically(usageFile(), R"({"days":{}})");
-  EXPECT_EQ(run({}), std::pair(false, std::string()));
+  EXPECT_EQ(run({}), "failed");
   EXPECT_EQ(platform::readFile(usageFile()), R"({"days":{}})");
   EXPECT_EQ(std::distance(fs::directory_iterator(supportDirectory()), {}), 1);
 }

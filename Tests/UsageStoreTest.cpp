@@ -31,13 +31,6 @@ class UsageStoreTest : public testing::Test {
   UsageMetrics metrics_{start};
 };
 
-TEST_F(UsageStoreTest, BeginsAnewAndGoesOn) {
-  EXPECT_EQ(store_.open(start).metrics, UsageMetrics(start));
-  EXPECT_FALSE(fs::exists(file_));
-  EXPECT_EQ(store_.save(metrics_), "");
-  EXPECT_EQ(UsageStore(file_).open(start).metrics, metrics_);
-}
-
 TEST_F(UsageStoreTest, SetsADamagedFileAside) {
   fs::create_directories(file_.parent_path());
   const std::string name = "usage.json.damaged-2025-03-01T140509Z";
@@ -56,17 +49,10 @@ TEST_F(UsageStoreTest, SetsADamagedFileAside) {
   }
 }
 
-TEST_F(UsageStoreTest, LeavesAloneWhatItCannotRead) {
-  fs::create_directories(file_);
-  EXPECT_THAT(store_.open(start).notice, HasSubstr("cannot read " + file_.string()));
-  EXPECT_EQ(store_.save(metrics_), "");
-  EXPECT_TRUE(fs::is_empty(file_) && fs::is_directory(file_));
-  EXPECT_THROW(loadUsage(file_), std::system_error);
-}
-
 TEST_F(UsageStoreTest, FullDiskKeepsTheOldFile) {
-  store_.open(start);
-  store_.save(metrics_);
+  EXPECT_EQ(store_.open(start).metrics, UsageMetrics(start));
+  EXPECT_FALSE(fs::exists(file_));
+  EXPECT_EQ(store_.save(metrics_), "");
   UsageMetrics large = metrics_;
   for (int i = 0; i < 100; ++i) large.days[std::to_string(i)];
 

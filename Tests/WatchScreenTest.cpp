@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -17,7 +18,7 @@ const std::string hostile = "名前\033[2J\n\u202E\xFF";
 StatusReport someReport() {
   Observation seen;
   seen.at = now;
-  seen.agents = {{"Codex CLI", {"codex-cli"}}, {"OpenCode", {"opencode", 7.5}}};
+  seen.agents = {{"Codex CLI", {"codex-cli"}}, {"OpenCode", {"opencode"}}};
   const ActivitySignal text{SignalStrength::presence, hostile, "idle", "Ask"},
       work{SignalStrength::strong, "Codex CLI", "busy", {}, 2},
       files{SignalStrength::strong, "OpenCode", "fresh"};
@@ -39,7 +40,7 @@ TEST(WatchScreen, FitsAndKeepsWhatMatters) {
   report.watch->held.prompt = "engaging";
   report.watch->held.releaseDueAt = after(now, 24.5);
   const std::deque<std::string> notices{"1 old", "2 " + hostile, "3", "4", "5 new"};
-  const ScreenInput input{report, now, after(now, 3900), 7260, notices};
+  const WatchTick tick{now, report, after(now, 3900), 7260};
   const struct {
     int columns, rows;
     std::size_t lines;
@@ -59,16 +60,14 @@ TEST(WatchScreen, FitsAndKeepsWhatMatters) {
       {80, 15, 14, {"Mode", "\n5 new\n", "4\n"}, {"CPU", "1 old", "2 "}},
       {80, 7, 6, {"Codex CLI", "ends in 0:25"}, {"OpenCode", "Why"}},
       {80, 3, 2, {"Awake  " + localTime(now) + "  Held     since ", "\nPrompt   open: eng"}, {}},
-      {80, 2, 1, {"Keeping Awake", "Held     since"}, {}},
       {20, 24, 20, {"\nAgents   working    \n", "\nPrompt   open: engag\n", "\n5 new\n"}, {}},
       {1, 24, 20, {"K\nW\nH\nP\nU\nU\nA\n"}, {}},
       {80, 1, 0, {}, {}},
-      {0, 0, 0, {}, {}},
   };
   for (const auto& row : table) {
     std::string all;
-    const Lines lines = watchScreen(input, {row.columns, row.rows}),
-                colored = watchScreen(input, {row.columns, row.rows, true});
+    const Lines lines = watchScreen(tick, now, notices, {row.columns, row.rows}),
+                colored = watchScreen(tick, now, notices, {row.columns, row.rows, true});
     for (const std::string& line : lines) {
       EXPECT_LE(columnsOf(line), row.columns);
       all += line + '\n';
@@ -85,14 +84,6 @@ TEST(WatchScreen, FitsAndKeepsWhatMatters) {
   EXPECT_EQ(firstColumns("a名前b", 4), "a名") << "a wide character is not cut in two";
   EXPECT_EQ(localTime(after(now, 1e300)), "--:--:--");
   EXPECT_EQ(platform::iso8601Milliseconds(after({}, -0.25)), "1969-12-31T23:59:59.750Z");
-}
-
-TEST(WatchScreen, ADrawingReplacesTheOneBefore) {
-  // Erased before it is written: after a line of full width the cursor stands on its last column.
-  const std::string lines = "\033[Kab\r\n\033[Kc\r\n\033[J\033[?7h";
-  EXPECT_EQ(drawing(0, {"ab", "c"}, false), "\033[?7l\r" + lines);
-  EXPECT_EQ(drawing(3, {"ab", "c"}, false), "\033[?7l\r\033[3A" + lines);
-  EXPECT_EQ(drawing(3, {"ab", "c"}, true), "\033[?7l\r\033[H\033[2J" + lines);
 }
 
 }  // namespace

@@ -42,8 +42,7 @@ class Guard {
                     .isCancelled = [] { return false; },
                     .now = [this] { return world_.now(); }},
                    [] { return true; }}),
-        usage(FileLogger::shared(), store_.open(world.now()).metrics,
-              [this](const std::string&, Timestamp at) { return newestSession(at); }) {
+        usage(FileLogger::shared(), store_.open(world.now()).metrics) {
     keepAwake.endOrphans();
     keepAwake.startUp();
   }
@@ -64,12 +63,15 @@ class Guard {
     keepAwake.apply(wish);
     held = keepAwake.held();
     countsTime = before.isToolRunning() && before.isToolProven;
+    const host::KnownAgent agent{{},
+                                 lookFiles_.newestModification({".claude/projects/**/*.jsonl"})};
     if (usage.record({.mode = world_.mode(),
                       .settings = world_.settings,
                       .power = power,
                       .lidState = lid,
                       .strongest = signal,
                       .signals = signals,
+                      .agents = {{usage.metrics().sessionAgentID.value_or(""), agent}},
                       .decision = decision,
                       .preventsSleep = countsTime,
                       .now = now})) {
@@ -90,12 +92,6 @@ class Guard {
   std::atomic<bool> hasFailedToSave{false};
 
  private:
-  std::optional<std::int64_t> newestSession(Timestamp at) const {
-    const auto newest = files_.newestModification({".claude/projects/**/*.jsonl"});
-    if (!newest) return std::nullopt;
-    return static_cast<std::int64_t>(secondsBetween(*newest, at));
-  }
-
   World& world_;
   ScriptedTools& tools_;
   PowerMonitor power_;

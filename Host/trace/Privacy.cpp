@@ -5,6 +5,7 @@
 #include <cctype>
 #include <utility>
 
+#include "Platform/Split.h"
 #include "Platform/Text.h"
 #include "WakelatchCore/AgentAppName.h"
 #include "WakelatchCore/AgentCommandLine.h"
@@ -42,10 +43,6 @@ bool isSystemPath(std::string_view path) {
                      [path](std::string_view root) { return path.starts_with(root); });
 }
 
-bool isSpace(char c) {
-  return std::isspace(static_cast<unsigned char>(c)) != 0;
-}
-
 bool isOfName(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_' || c == '.' ||
          static_cast<signed char>(c) < 0;
@@ -63,20 +60,6 @@ std::string_view optionName(std::string_view word) {
   return isName && name.size() <= longest ? name : std::string_view();
 }
 
-std::string_view baseName(std::string_view path) {
-  return path.substr(path.rfind('/') + 1);
-}
-
-std::vector<std::string_view> wordsOf(std::string_view text) {
-  std::vector<std::string_view> words;
-  for (auto at = text.begin(); at != text.end();) {
-    const auto start = std::find_if_not(at, text.end(), isSpace);
-    at = std::find_if(start, text.end(), isSpace);
-    if (start != at) words.emplace_back(&*start, static_cast<std::size_t>(at - start));
-  }
-  return words;
-}
-
 }  // namespace
 
 Privacy::Privacy(AgentResolver agents, std::vector<std::string> targets, std::string home)
@@ -91,7 +74,7 @@ Privacy::Privacy(AgentResolver agents, std::vector<std::string> targets, std::st
     for (const auto* arguments : {&profile.oneShotArguments, &profile.serverArguments,
                                   &profile.helperArguments, &profile.workerArguments}) {
       for (const std::string& argument : *arguments) {
-        for (const std::string_view word : wordsOf(argument)) words_.emplace(word);
+        for (const std::string_view word : platform::Split(argument, ' ')) words_.emplace(word);
       }
     }
     toolMarkers_.insert(toolMarkers_.end(), profile.toolMarkers.begin(), profile.toolMarkers.end());
@@ -135,17 +118,17 @@ ProcessSnapshot Privacy::reduced(const ProcessSnapshot& process, Detail detail) 
 }
 
 std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail detail) const {
-  const std::string_view program = baseName(process.command);
+  const std::string_view program = platform::baseName(process.command, '/');
   bool isProgramDue = AgentResolver::isInterpreter(program);
   bool isFirst = true;
   int omitted = 0;                // at a stretch
   std::string_view optionBefore;  // this word may be its value
   std::string result;
-  for (const std::string_view word : wordsOf(process.arguments)) {
+  for (const std::string_view word : platform::Split(process.arguments, ' ')) {
     const std::string_view option = optionName(word);
     std::string kept;
     if (isFirst) {
-      const std::string_view name = baseName(word);
+      const std::string_view name = platform::baseName(word, '/');
       if (name == program || AgentResolver::isInterpreter(name) || isNamedAsAgent(name)) {
         kept = withoutDirectories(word);
       }
@@ -223,7 +206,7 @@ bool Privacy::isMeaningful(std::string_view word) const {
 }
 
 bool Privacy::isNamedAsAgent(std::string_view word) const {
-  return names_.contains(platform::lowercased(baseName(word)));
+  return names_.contains(platform::lowercased(platform::baseName(word, '/')));
 }
 
 /// As it stands in the word.

@@ -25,10 +25,10 @@ std::string anonymous(const std::string& path, std::size_t number) {
 
 /// Notes what has changed: `told` becomes `now`, and the line gets it.
 template <class Line, class T>
-void tell(Line& line, T& told, const T& now) {
+void tell(Line& line, T& told, T now) {
   if (told == now) return;
-  told = now;
-  line = now;
+  told = std::move(now);
+  line = told;
 }
 
 template <class T>
@@ -37,82 +37,6 @@ std::optional<T> unlessEmpty(T value) {
 }
 
 }  // namespace
-
-// ------------------------------------------------------------------------------- listening in
-
-CommandResult Recorder::Tools::run(const ShellCommand& command) {
-  std::string* listing = nullptr;
-  if (command.executable == "/bin/ps" && command.arguments.size() == 2) {
-    listing = command.arguments[1].find("pcpu=") != std::string::npos ? &usage : &arguments;
-    listing->clear();
-  }
-  CommandResult result = machine_.run(command);
-  if (listing != nullptr) *listing = result.standardOutput;
-  return result;
-}
-
-std::optional<Timestamp> Recorder::Files::newestModification(
-    const std::vector<std::string>& patterns) const {
-  return newest[traceKey(patterns)] = machine_.newestModification(patterns);
-}
-
-std::vector<Timestamp> Recorder::Files::modificationDates(
-    const std::vector<std::string>& patterns) const {
-  return machine_.modificationDates(patterns);
-}
-
-ModificationsByPath Recorder::Files::sessionModifications(
-    const std::vector<std::string>& patterns) const {
-  ModificationsByPath files = machine_.sessionModifications(patterns);
-  // Of years of sessions only those are kept that a count may still be about, even when the clock
-  // is set back somewhat.
-  constexpr double margin = 3600;
-  const Timestamp since =
-      after(platform::now(), -SessionActivityDetector::defaultSessionCountWindow - margin);
-  ModificationsByPath& recent = sessions[traceKey(patterns)];
-  recent.clear();
-  for (const auto& [path, time] : files) {
-    if (time > since) recent.emplace(path, time);
-  }
-  return files;
-}
-
-std::vector<TurnRecord> Recorder::Turns::records(const TurnRecordFormat& format, Timestamp since) {
-  return told[traceKey(format.globs)] = machine_.records(format, since);
-}
-
-std::optional<Timestamp> Recorder::Turns::processStart(std::int32_t pid) {
-  const auto start = machine_.processStart(pid);
-  if (start) started[std::to_string(pid)] = *start;
-  return start;
-}
-
-bool Recorder::Turns::isConnected(std::int32_t pid) {
-  const bool is = machine_.isConnected(pid);
-  if (is) connected.push_back(pid);
-  return is;
-}
-
-std::vector<platform::RunningApplication> Recorder::Screen::runningApplications() {
-  texts.clear();
-  return running = machine_.runningApplications();
-}
-
-platform::Accessibility::Element Recorder::Screen::application(std::int32_t processID) {
-  texts.emplace_back(processID, "");
-  return machine_.application(processID);
-}
-
-platform::Accessibility::Value Recorder::Screen::attribute(const Element& element,
-                                                           std::string_view name,
-                                                           const Limits& limits) {
-  Value value = machine_.attribute(element, name, limits);
-  const auto* text = std::get_if<std::string>(&value);
-  if (text != nullptr && !texts.empty()) texts.back().second.append(" ").append(*text);
-  return value;
-}
-
-// ------------------------------------------------------------------------------- writing down
 
 Recorder::Recorder(const Sources& machine, Options options)
     : options_(options),
@@ -154,7 +78,8 @@ void Recorder::follow(const GuardSettings& settings) {
   privacy_.emplace(agents, settings.targetApps, platform::homeDirectory().string());
   for (auto& entry : rows_) {
     Row& row = entry.second;
-    if (std::exchange(row.isAgent, privacy_->isAgent(row.process)) != row.isAgent) row.told.reset();
+    if (std::exchange(row.isAgent, privacy_->isAgent(row.process)) != row.isAgent)
+      row.isCurrent = false;
   }
 
   phrases_.clear();
@@ -168,7 +93,6 @@ void Recorder::follow(const GuardSettings& settings) {
   add(settings.activePhrases);
   add(settings.idlePhrases);
   std::vector<PhraseIndex::Lists> lists;
-  lists.reserve(phrases_.size());
   for (const std::string& phrase : phrases_) lists.push_back({{&phrase, 1}, {}});
   phraseIndex_.emplace(lists);
 }
@@ -210,7 +134,7 @@ void Recorder::tellProcesses(TraceTick& tick) {
           row.process.command != process.command || row.process.arguments != process.arguments;
       row.process = std::move(process);
       if (isNew) row.isAgent = privacy_->isAgent(row.process);
-      row.told.reset();
+      row.isCurrent = false;
     }
     row.process.cpuPercent = cpu;
     row.seenIn = ticks_;
@@ -237,12 +161,8 @@ void Recorder::tellProcesses(TraceTick& tick) {
     }
     const std::string pid = std::to_string(row->process.pid);
     if (!row->isTold) row->toldCPU = 0;
-    if (!row->isTold || !row->told) {
-      TraceProcess now = traceOf(*row);
-      changed[pid] = now;
-      row->told = std::move(now);
-    }
-    row->isTold = true;
+    if (!row->isTold || !row->isCurrent) changed[pid] = traceOf(*row);
+    row->isTold = row->isCurrent = true;
     // The load of what started an agent is no evidence.
     const double load = options_.keepsAllProcesses || row->isOfAgent ? row->process.cpuPercent : 0;
     if (std::exchange(row->toldCPU, load) != load) cpu[pid] = load;
@@ -299,43 +219,21 @@ TraceProcess Recorder::traceOf(const Row& row) const {
 }
 
 void Recorder::tellFiles(TraceTick& tick, Timestamp now) {
-  TraceTimes newest;
-  for (const auto& [key, time] : files_.newest) {
-    const Timestamp at = time.value_or(Timestamp());
-    if (std::exchange(newest_[key], at) != at) newest[key] = at;
-  }
-  tick.newest = unlessEmpty(std::move(newest));
-
+  tick.newest = unlessEmpty(changes(newest_, files_.newest));
   std::map<std::string, TraceTimes> sessions;
   for (const auto& [key, files] : files_.sessions) {
-    TraceTimes changed = tellSessions(sessions_[key], files, now);
+    TraceTimes times;
+    for (const auto& [path, time] : files) {
+      // One that is not counted any more counts as gone.
+      if (secondsBetween(time, now) > SessionActivityDetector::defaultSessionCountWindow) continue;
+      std::string& name = fileNames_[path];
+      if (name.empty()) name = anonymous(path, fileNames_.size());
+      times[name] = time;
+    }
+    TraceTimes changed = changes(sessions_[key], std::move(times));
     if (!changed.empty()) sessions[key] = std::move(changed);
   }
   tick.sessions = unlessEmpty(std::move(sessions));
-}
-
-TraceTimes Recorder::tellSessions(std::map<std::string, SessionFile>& told,
-                                  const ModificationsByPath& files, Timestamp now) {
-  const auto isOld = [now](Timestamp time) {
-    return secondsBetween(time, now) > SessionActivityDetector::defaultSessionCountWindow;
-  };
-  TraceTimes changed;
-  std::erase_if(told, [&](const auto& entry) {  // an old one counts no more than one that is gone
-    const auto& [path, file] = entry;
-    const auto found = files.find(path);
-    if (found != files.end() && !isOld(found->second)) return false;
-    if (!isOld(file.time)) changed[file.name] = Timestamp();
-    return true;
-  });
-  for (const auto& [path, time] : files) {
-    if (isOld(time)) continue;
-    const auto [entry, isNew] = told.try_emplace(path);
-    if (isNew) entry->second.name = anonymous(path, ++sessionCount_);
-    if (std::exchange(entry->second.time, time) != time || isNew) {
-      changed[entry->second.name] = time;
-    }
-  }
-  return changed;
 }
 
 void Recorder::tellTurns(TraceTick& tick) {
@@ -348,24 +246,12 @@ void Recorder::tellTurns(TraceTick& tick) {
       if (name.empty()) name = "t" + std::to_string(turnNames_.size());
       now[name] = {record.state, record.writtenAt, record.pid};
     }
-    std::map<std::string, TraceTurn>& told = turnsTold_[key];
-    for (const auto& [name, turn] : now) {
-      const auto known = told.find(name);
-      if (known == told.end() || known->second != turn) changed[key][name] = turn;
-    }
-    for (const auto& [name, turn] : told) {
-      if (!now.contains(name)) changed[key][name] = {};
-    }
-    told = std::move(now);
+    auto turns = changes(turnsTold_[key], std::move(now));
+    if (!turns.empty()) changed[key] = std::move(turns);
   }
   tick.turns = unlessEmpty(std::move(changed));
-  std::map<std::string, Timestamp> started;
-  for (const auto& [pid, time] : turns_.started) {
-    if (std::exchange(startedTold_[pid], time) != time) started[pid] = time;
-  }
-  turns_.started.clear();
-  tick.started = unlessEmpty(std::move(started));
-  tell(tick.connected, connectedTold_, std::exchange(turns_.connected, {}));
+  tick.started = unlessEmpty(changes(started_, turns_.started));
+  tell(tick.connected, connected_, std::exchange(turns_.connected, {}));
 }
 
 void Recorder::tellScreen(TraceTick& tick) {

@@ -11,6 +11,7 @@
 #include "Host/Observer.h"
 #include "Host/Sources.h"
 #include "Host/WatchState.h"
+#include "Host/trace/Listeners.h"
 #include "Host/trace/Privacy.h"
 #include "Host/trace/Trace.h"
 #include "WakelatchCore/PhraseMatcher.h"
@@ -45,83 +46,16 @@ class Recorder {
   std::string tick(const Observation& seen, const GuardSettings& settings, const Held& held);
 
  private:
-  /// Keeps what `ps` printed.
-  class Tools : public CommandRunning {
-   public:
-    explicit Tools(CommandRunning& machine) : machine_(machine) {}
-    CommandResult run(const ShellCommand& command) override;
-    std::string usage, arguments;  ///< the listings of the last look; empty when they failed
-
-   private:
-    CommandRunning& machine_;
-  };
-
-  /// Keeps the answers about files.
-  class Files : public FileActivityProbing {
-   public:
-    explicit Files(const FileActivityProbing& machine) : machine_(machine) {}
-    std::optional<Timestamp> newestModification(
-        const std::vector<std::string>& patterns) const override;
-    std::vector<Timestamp> modificationDates(
-        const std::vector<std::string>& patterns) const override;
-    ModificationsByPath sessionModifications(
-        const std::vector<std::string>& patterns) const override;
-    // The detectors ask from the thread that records.
-    mutable std::map<std::string, std::optional<Timestamp>> newest;  ///< by traceKey()
-    mutable std::map<std::string, ModificationsByPath> sessions;
-
-   private:
-    const FileActivityProbing& machine_;
-  };
-
-  /// Keeps what was told of turns.
-  class Turns : public TurnReading {
-   public:
-    explicit Turns(TurnReading& machine) : machine_(machine) {}
-    std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) override;
-    std::optional<Timestamp> processStart(std::int32_t pid) override;
-    bool isConnected(std::int32_t pid) override;
-    std::map<std::string, std::vector<TurnRecord>> told;  ///< by traceKey()
-    std::map<std::string, Timestamp> started;             ///< by pid
-    std::vector<std::int64_t> connected;                  ///< in this tick
-
-   private:
-    TurnReading& machine_;
-  };
-
-  /// Keeps the texts of the applications that are read.
-  class Screen : public platform::Accessibility {
-   public:
-    explicit Screen(Accessibility& machine) : machine_(machine) {}
-    bool isSupported() const override { return machine_.isSupported(); }
-    std::vector<platform::RunningApplication> runningApplications() override;
-    bool isTrusted() override { return isTrustedNow = machine_.isTrusted(); }
-    void requestPermissionPrompt() override { machine_.requestPermissionPrompt(); }
-    Element application(std::int32_t processID) override;
-    Value attribute(const Element& element, std::string_view name, const Limits& limits) override;
-
-    bool isTrustedNow = false;
-    std::vector<platform::RunningApplication> running;
-    std::vector<std::pair<std::int32_t, std::string>> texts;  ///< by process, in order of reading
-
-   private:
-    Accessibility& machine_;
-  };
-
   /// A process of the last listing.
   struct Row {
     ProcessSnapshot process;
     bool isAgent = false;
     bool isOfAgent = false, isAncestor = false;  ///< see markKin()
-    std::optional<TraceProcess> told;            ///< as it stands in the trace; absent: has changed
+    bool isTold = false;                         ///< the trace knows it
+    bool isCurrent = false;                      ///< and as it is now
     double toldCPU = 0;
-    bool isTold = false;        ///< the trace knows it
     std::uint64_t seenIn = 0;   ///< the number of the tick
     std::uint64_t askedIn = 0;  ///< that in which isOfAgent was last found out
-  };
-  struct SessionFile {
-    std::string name;  ///< in the trace
-    Timestamp time;
   };
 
   void follow(const GuardSettings& settings);
@@ -129,17 +63,15 @@ class Recorder {
   void markKin(const std::vector<Row*>& rows);
   TraceProcess traceOf(const Row& row) const;
   void tellFiles(TraceTick& tick, Timestamp now);
-  TraceTimes tellSessions(std::map<std::string, SessionFile>& told,
-                          const ModificationsByPath& files, Timestamp now);
   void tellTurns(TraceTick& tick);
   void tellScreen(TraceTick& tick);
 
   const Options options_;
   const AgentProfiles profiles_;
-  Tools tools_;
-  Files files_;
-  Turns turns_;
-  Screen screen_;
+  ToolListener tools_;
+  FileListener files_;
+  TurnListener turns_;
+  ScreenListener screen_;
   const Sources sources_;
 
   std::int64_t lastMs_ = 0;  ///< of the last line, since 1970
@@ -154,13 +86,11 @@ class Recorder {
   ThermalState heat_ = ThermalState::nominal;
   std::unordered_map<std::int32_t, Row> rows_;
   std::vector<std::int64_t> order_;
-  std::map<std::string, Timestamp> newest_;
-  std::map<std::string, std::map<std::string, SessionFile>> sessions_;  ///< by path
+  TraceTimes newest_, started_;
+  std::map<std::string, TraceTimes> sessions_;
   std::map<std::string, std::map<std::string, TraceTurn>> turnsTold_;
-  std::map<std::string, std::string> turnNames_;  ///< by session
-  std::map<std::string, Timestamp> startedTold_;
-  std::vector<std::int64_t> connectedTold_;
-  std::size_t sessionCount_ = 0;
+  std::map<std::string, std::string> fileNames_, turnNames_;  ///< in the trace, by path or session
+  std::vector<std::int64_t> connected_;
   std::optional<TraceScreen> screenTold_;
 };
 

@@ -13,9 +13,6 @@
 namespace wakelatch::host {
 namespace {
 
-/// Something that no phrase contains, so that two neighbours never make a third.
-constexpr const char* betweenPhrases = " \x01 ";
-
 /// Some 30,000 years from 1970.
 constexpr std::int64_t farthestMs = 1'000'000'000'000'000;
 
@@ -34,76 +31,6 @@ std::ifstream opened(const std::filesystem::path& file) {
 RecordedMachine::RecordedMachine()
     : sources_{[] {}, tools_, screen_, files_, turns_, [this] { return heat_; }} {}
 
-CommandResult RecordedMachine::Tools::run(const ShellCommand& command) {
-  const std::string& last = command.arguments.back();
-  if (last == "pid=,ppid=,pcpu=,comm=") return {0, usage, ""};
-  if (last == "pid=,args=") return {0, arguments, ""};
-  if (last == "batt") return {0, battery, ""};
-  if (command.executable == "/usr/sbin/ioreg") return {0, lid, ""};
-  throw std::logic_error("not in a trace: " + command.executable);
-}
-
-std::optional<Timestamp> RecordedMachine::Files::newestModification(
-    const std::vector<std::string>& patterns) const {
-  const auto found = newest.find(traceKey(patterns));
-  return found == newest.end() ? std::nullopt : found->second;
-}
-
-ModificationsByPath RecordedMachine::Files::sessionModifications(
-    const std::vector<std::string>& patterns) const {
-  const auto found = sessions.find(traceKey(patterns));
-  return found == sessions.end() ? ModificationsByPath() : found->second;
-}
-
-std::vector<TurnRecord> RecordedMachine::Turns::records(const TurnRecordFormat& format,
-                                                        Timestamp since) {
-  std::vector<TurnRecord> records;
-  const auto found = told.find(traceKey(format.globs));
-  if (found == told.end()) return records;
-  for (const auto& [name, turn] : found->second) {
-    if (turn.at < since) continue;
-    records.push_back({name, turn.state, turn.at, std::nullopt});
-    if (turn.pid) records.back().pid = static_cast<std::int32_t>(*turn.pid);
-  }
-  return records;
-}
-
-std::optional<Timestamp> RecordedMachine::Turns::processStart(std::int32_t pid) {
-  const auto found = started.find(pid);
-  return found == started.end() ? std::nullopt : std::optional(found->second);
-}
-
-bool RecordedMachine::Turns::isConnected(std::int32_t pid) {
-  return std::find(connected.begin(), connected.end(), pid) != connected.end();
-}
-
-std::vector<platform::RunningApplication> RecordedMachine::Screen::runningApplications() {
-  std::vector<platform::RunningApplication> running;
-  for (const TraceApplication& application : screen->applications) {
-    running.push_back(
-        {application.bundleID, application.name, static_cast<std::int32_t>(running.size())});
-  }
-  return running;
-}
-
-/// An application is its own only window, whose title is all that it shows.
-platform::Accessibility::Element RecordedMachine::Screen::application(std::int32_t processID) {
-  std::string text;
-  for (const std::string& phrase :
-       screen->applications.at(static_cast<std::size_t>(processID)).phrases) {
-    text += phrase + betweenPhrases;
-  }
-  return std::make_shared<const std::string>(std::move(text));
-}
-
-platform::Accessibility::Value RecordedMachine::Screen::attribute(const Element& element,
-                                                                  std::string_view name,
-                                                                  const Limits& /*limits*/) {
-  if (name == "AXFocusedWindow") return element;
-  if (name == "AXTitle") return *static_cast<const std::string*>(element.get());
-  return {};
-}
-
 void RecordedMachine::apply(const TraceTick& tick, double cpuFactor) {
   if (tick.battery) tools_.battery = *tick.battery;
   if (tick.lid) {
@@ -113,35 +40,9 @@ void RecordedMachine::apply(const TraceTick& tick, double cpuFactor) {
   }
   heat_ = tick.heat.value_or(heat_);
   if (tick.screen) screen_.screen = tick.screen;
-  const auto timeOf = [](Timestamp time) {
-    return time == Timestamp() ? std::nullopt : std::optional(time);
-  };
-  if (tick.newest) {
-    for (const auto& [key, time] : *tick.newest) files_.newest[key] = timeOf(time);
-  }
-  if (tick.sessions) {
-    for (const auto& [key, files] : *tick.sessions) {
-      for (const auto& [name, time] : files) {
-        if (timeOf(time)) {
-          files_.sessions[key][name] = time;
-        } else {
-          files_.sessions[key].erase(name);
-        }
-      }
-    }
-  }
-
-  if (tick.turns) {
-    for (const auto& [key, turns] : *tick.turns) {
-      for (const auto& [name, turn] : turns) {
-        if (timeOf(turn.at)) {
-          turns_.told[key][name] = turn;
-        } else {
-          turns_.told[key].erase(name);
-        }
-      }
-    }
-  }
+  if (tick.newest) takeOver(files_.newest, *tick.newest);
+  if (tick.sessions) takeOver(files_.sessions, *tick.sessions);
+  if (tick.turns) takeOver(turns_.told, *tick.turns);
   if (tick.connected) turns_.connected = *tick.connected;
 
   if (tick.gone) {

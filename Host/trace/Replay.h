@@ -12,6 +12,7 @@
 #include "Host/Observer.h"
 #include "Host/OneTick.h"
 #include "Host/Sources.h"
+#include "Host/trace/RecordedSources.h"
 #include "Host/trace/Trace.h"
 #include "WakelatchCore/AgentStateMachine.h"
 
@@ -34,41 +35,12 @@ class RecordedMachine {
     TraceProcess row;
     double cpu = 0;
   };
-  struct Tools : CommandRunning {
-    CommandResult run(const ShellCommand& command) override;
-    std::string battery, lid, usage, arguments;  ///< what they print
-  };
-  struct Files : FileActivityProbing {
-    std::optional<Timestamp> newestModification(
-        const std::vector<std::string>& patterns) const override;
-    ModificationsByPath sessionModifications(
-        const std::vector<std::string>& patterns) const override;
-    std::map<std::string, std::optional<Timestamp>> newest;
-    std::map<std::string, ModificationsByPath> sessions;
-  };
-  struct Turns : TurnReading {
-    std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) override;
-    std::optional<Timestamp> processStart(std::int32_t pid) override;
-    bool isConnected(std::int32_t pid) override;
-    std::map<std::string, std::map<std::string, TraceTurn>> told;
-    std::map<std::int32_t, Timestamp> started;
-    std::vector<std::int64_t> connected;
-  };
-  struct Screen : platform::Accessibility {
-    bool isSupported() const override { return screen.has_value(); }
-    std::vector<platform::RunningApplication> runningApplications() override;
-    bool isTrusted() override { return screen && screen->isTrusted; }
-    void requestPermissionPrompt() override {}
-    Element application(std::int32_t processID) override;
-    Value attribute(const Element& element, std::string_view name, const Limits& limits) override;
-    std::optional<TraceScreen> screen;
-  };
   void print();
 
-  Tools tools_;
-  Files files_;
-  Turns turns_;
-  Screen screen_;
+  RecordedTools tools_;
+  RecordedFiles files_;
+  RecordedTurns turns_;
+  RecordedScreen screen_;
   ThermalState heat_ = ThermalState::nominal;
   Sources sources_;
   std::map<std::int32_t, Process> processes_;
@@ -80,7 +52,7 @@ class RecordedMachine {
 class Replay {
  public:
   struct Options {
-    std::optional<GuardSettings> settings;  ///< absent: the trace's own
+    std::optional<GuardSettings> settings = {};  ///< absent: the trace's own
     double cpuFactor = 1;
     std::string agent = {};  ///< see onlyAgent()
     AgentProfiles profiles = {};

@@ -1,4 +1,7 @@
-// `replay`: what a recording's decisions were, or would have been, and what they were worth.
+// `replay`: what a recording's decisions were, or would have been, and what they were worth. Reads
+// recordings, truth and settings files, and the catalogue of agents; prints ticks, an explanation
+// or a score, as text or JSON, and writes a page if asked to. Leaves with 1 when a file cannot be
+// read or is none of these.
 #include <chrono>
 #include <iostream>
 #include <optional>
@@ -10,9 +13,8 @@
 #include "Host/Explanation.h"
 #include "Host/Notices.h"
 #include "Host/StatusReport.h"
-#include "Host/Terminal.h"
-#include "Host/WatchScreen.h"
-#include "Host/trace/Moment.h"
+#include "Host/TimeText.h"
+#include "Host/UserFile.h"
 #include "Host/trace/Replay.h"
 #include "Host/trace/ScoreReport.h"
 #include "Host/trace/Scoring.h"
@@ -29,32 +31,15 @@ void tellAbout(const Replay& replay, const std::string& file, const AgentProfile
   }
 }
 
-void tellEndOf(const Replay& replay, const std::string& file) {
-  if (replay.isCutShort()) printNotice(file + ": its last line is not whole and was left out");
-}
-
-GuardSettings settingsIn(const std::string& file) {
-  try {
-    return decode<GuardSettings>(platform::readFile(file));
-  } catch (const DecodingError& error) {
-    throw std::runtime_error(file + ": " + error.what());
-  }
-}
-
 void printTicks(const std::string& file, const ReplayOptions& options, const Replay::Options& how) {
   Replay replay(file, how);
   tellAbout(replay, file, how.profiles);
-  TickReports reports(true);
-  DecisionChanges changes;
+  TickLines lines(options.json);
   while (const auto tick = replay.next()) {
-    if (options.json) {
-      std::cout << encode(reports.of(*tick), DateCoding::iso8601) << '\n';
-    } else if (changes.isNext(tick->decision)) {
-      std::cout << localTime(tick->seen.at) << ' ' << printable(statusLine(makeStatusReport(*tick)))
-                << '\n';
-    }
+    const auto line = lines.next(makeStatusReport(*tick), tick->seen.at);
+    if (line) std::cout << *line << '\n';
   }
-  tellEndOf(replay, file);
+  if (replay.isCutShort()) printNotice(file + ": its last line is not whole and was left out");
 }
 
 void explainMoment(const std::string& file, const ReplayOptions& options,
@@ -106,12 +91,13 @@ void scoreTraces(const ReplayOptions& options, const Replay::Options& how) {
 
 }  // namespace
 
-ExitStatus runReplay(const ReplayOptions& options) {
-  Replay::Options how;
-  how.cpuFactor = options.cpuFactor;
-  how.agent = options.agent;
-  how.profiles = loadAgents(agentsFiles()).profiles;
-  if (!options.settingsFile.empty()) how.settings = settingsIn(options.settingsFile);
+ExitStatus runCommand(const ReplayOptions& options, Tools& /*tools*/) {
+  Replay::Options how{.cpuFactor = options.cpuFactor,
+                      .agent = options.agent,
+                      .profiles = loadAgents(agentsFiles()).profiles};
+  if (!options.settingsFile.empty()) {
+    how.settings = decodeFile<GuardSettings>(options.settingsFile);
+  }
   if (!options.truthFiles.empty()) {
     scoreTraces(options, how);
     return ExitStatus::done;

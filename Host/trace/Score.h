@@ -8,10 +8,12 @@
 // Pure functions, callable from any thread.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -50,16 +52,17 @@ struct Figures {
   /// Truth says working.
   double workSeconds = 0;
   ///@{
-  /// Not held while working, but for the first `detectionAllowance` of an interval of work; and the
-  /// longest stretch of it.
+  /// Work during which the machine was not held awake, without the first `detectionAllowance` of
+  /// each interval of work; and the longest stretch of that.
   double notHeldSeconds = 0;
   double longestNotHeldSeconds = 0;
   ///@}
   /// How often sleep began to be asked for by a sample taken while working.
   std::int64_t sleepsAskedInWork = 0;
   ///@{
-  /// After the end of work: held without a break ever since, later than the grace period after it.
-  /// Also by the raw value of the EvidenceKind that kept the hold up: of its last active sample.
+  /// How long the machine was still held after work had ended and the grace period had passed,
+  /// without a break since the work. Also by the raw value of the EvidenceKind that is to blame:
+  /// that of the last sample with active evidence.
   double beyondGraceSeconds = 0;
   std::map<std::string, double> beyondGraceByEvidence;
   ///@}
@@ -85,10 +88,10 @@ struct Figures {
 struct Score {
   /// Of the machine, whichever agent works.
   Figures all;
-  /// By display name: those of the truth, and others that decisions to hold were made for. An
-  /// agent's work seconds are its own even when others work too. Hold that no agent's work explains
-  /// is of the agent that the hold's last active sample names, without one of the agent that the
-  /// decision names; of "" when no agent is named.
+  /// By display name: the agents of the truth, and others that decisions to hold were made for. An
+  /// agent's work seconds are its own even when others work too. A hold that no agent's work
+  /// explains counts for the agent that its last sample with active evidence names; without such a
+  /// sample for the one that the decision names, and for "" when it names none.
   std::map<std::string, Figures> agents;
   ///@{
   /// Of the machine, were it awake as people keep it by hand: while any agent's process exists, and
@@ -110,6 +113,29 @@ Score score(const std::vector<Sample>& samples, const std::vector<TruthInterval>
 
 /// Rounded to the tenth of a second to which figures are shown and compared.
 double tenths(double seconds);
+
+/// A figure as it is shown and compared.
+struct Measure {
+  std::string_view key;          ///< in files
+  std::string_view title;        ///< for people
+  double (*of)(const Figures&);  ///< its value
+  bool isCount = false;          ///< otherwise it is in seconds
+};
+/// All of them, in the order in which they are shown.
+inline constexpr std::array<Measure, 9> measures{{
+    {"workSeconds", "Work", [](const Figures& f) { return f.workSeconds; }},
+    {"notHeldSeconds", "Not held", [](const Figures& f) { return f.notHeldSeconds; }},
+    {"longestNotHeldSeconds", "Longest", [](const Figures& f) { return f.longestNotHeldSeconds; }},
+    {.key = "sleepsAskedInWork",
+     .title = "Sleeps",
+     .of = [](const Figures& f) { return static_cast<double>(f.sleepsAskedInWork); },
+     .isCount = true},
+    {"medianDetectionSeconds", "Seen after", [](const Figures& f) { return f.medianDetection(); }},
+    {"worstDetectionSeconds", "At worst", [](const Figures& f) { return f.worstDetection(); }},
+    {"beyondGraceSeconds", "Beyond grace", [](const Figures& f) { return f.beyondGraceSeconds; }},
+    {"idleHeldSeconds", "Idle held", [](const Figures& f) { return f.idleHeldSeconds; }},
+    {"otherNameSeconds", "Misnamed", [](const Figures& f) { return f.otherNameSeconds; }},
+}};
 
 }  // namespace wakelatch::host
 

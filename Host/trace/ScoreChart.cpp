@@ -5,8 +5,7 @@
 #include <map>
 
 #include "Host/Page.h"
-#include "Host/StatsReport.h"
-#include "Host/WatchScreen.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
@@ -14,15 +13,6 @@ namespace {
 constexpr double labelHeight = 18, laneHeight = 16, laneGap = 8, axisHeight = 24;  // pixels
 constexpr double narrowest = 0.15;  // percent: what lasts a moment is still seen
 constexpr int mostLabels = 8;       // on the axis, but for one at its start
-
-/// Seconds between labels of the axis, so that there are at most `mostLabels`.
-double axisStep(double length) {
-  for (const double step : {1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 900, 1800, 3600, 7200, 10800,
-                            21600, 43200, 86400}) {
-    if (step * mostLabels >= length) return step;
-  }
-  return std::ceil(length / mostLabels / 86400) * 86400;
-}
 
 std::string_view styleOf(Doing doing) {
   switch (doing) {
@@ -118,7 +108,7 @@ class Chart {
   }
 
   void axis() {
-    const double step = axisStep(secondsBetween(start_, end_));
+    const double step = axisStep(secondsBetween(start_, end_), mostLabels);
     const double first = std::ceil(start_.time_since_epoch().count() / step) * step;
     Timestamp time{std::chrono::duration<double>(first)};
     for (int count = 0; count <= mostLabels && time <= end_; time = after(time, step), ++count) {

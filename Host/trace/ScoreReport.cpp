@@ -8,35 +8,24 @@
 #include <utility>
 
 #include "Host/Page.h"
-#include "Host/StatsReport.h"
 #include "Host/Terminal.h"
+#include "Host/TimeText.h"
 
 namespace wakelatch::host {
 namespace {
 
 /// Tenths below 10 s, whole seconds above.
-std::string secondsText(double seconds) {
+std::string secondsShown(double seconds) {
   const double shown = tenths(seconds);
   char text[32];
   std::snprintf(text, sizeof text, shown > 0 && shown < 10 ? "%.1f" : "%.0f", shown);
   return text;
 }
 
-struct Column {
-  std::string_view title;
-  std::string (*text)(const Figures&);
-};
-constexpr std::array<Column, 9> columns{{
-    {"Work", [](const Figures& f) { return secondsText(f.workSeconds); }},
-    {"Not held", [](const Figures& f) { return secondsText(f.notHeldSeconds); }},
-    {"Longest", [](const Figures& f) { return secondsText(f.longestNotHeldSeconds); }},
-    {"Sleeps", [](const Figures& f) { return std::to_string(f.sleepsAskedInWork); }},
-    {"Seen after", [](const Figures& f) { return secondsText(f.medianDetection()); }},
-    {"At worst", [](const Figures& f) { return secondsText(f.worstDetection()); }},
-    {"Beyond grace", [](const Figures& f) { return secondsText(f.beyondGraceSeconds); }},
-    {"Idle held", [](const Figures& f) { return secondsText(f.idleHeldSeconds); }},
-    {"Misnamed", [](const Figures& f) { return secondsText(f.otherNameSeconds); }},
-}};
+std::string shown(const Measure& measure, const Figures& figures) {
+  const double value = measure.of(figures);
+  return measure.isCount ? std::to_string(std::llround(value)) : secondsShown(value);
+}
 
 constexpr std::string_view legend =
     "In seconds. Not held: in work, after its first 10 s. Sleeps: asked for in work.\n"
@@ -67,7 +56,7 @@ std::string evidenceText(const Figures& figures) {
   for (const auto& [raw, seconds] : figures.beyondGraceByEvidence) {
     const auto kind = fromRawValue<EvidenceKind>(raw);
     text += (text.empty() ? "Beyond grace by evidence: " : ", ") +
-            std::string(kind ? displayName(*kind) : raw) + " " + secondsText(seconds);
+            std::string(kind ? displayName(*kind) : raw) + " " + secondsShown(seconds);
   }
   return text;
 }
@@ -84,24 +73,16 @@ std::string headerOf(const Figures& all) {
 }
 
 std::string tableSectionOf(const Score& score) {
-  std::string html =
-      "<section>\n<h2 id=\"table\">Figures</h2>\n"
-      "<div class=\"figures\" role=\"region\" aria-labelledby=\"table\" tabindex=\"0\">\n"
-      "<table aria-labelledby=\"table\">\n<thead><tr><th scope=\"col\">Agent</th>";
-  for (const Column& column : columns) {
-    html += "<th scope=\"col\">" + std::string(column.title) + "</th>";
-  }
-  html += "</tr></thead>\n<tbody>\n";
+  std::vector<std::string_view> titles{"Agent"};
+  for (const Measure& measure : measures) titles.push_back(measure.title);
+  std::vector<std::vector<std::string>> rows;
   for (const Row& row : rowsOf(score)) {
-    html += "<tr><th scope=\"row\">" + name(row.label) + "</th>";
-    for (const Column& column : columns) {
-      const std::string text = column.text(*row.figures);
-      html += (text == "0" ? "<td class=\"zero\">" : "<td>") + text + "</td>";
-    }
-    html += "</tr>\n";
+    rows.push_back({name(row.label)});
+    for (const Measure& measure : measures) rows.back().push_back(shown(measure, *row.figures));
   }
-  return html + "</tbody>\n</table>\n</div>\n<p class=\"note\">" + std::string(legend) + "<br>" +
-         evidenceText(score.all) + "</p>\n</section>\n";
+  return tableSection(
+      "Figures", titles, rows,
+      "<p class=\"note\">" + std::string(legend) + "<br>" + evidenceText(score.all) + "</p>\n");
 }
 
 std::string traceSectionOf(const ScoredTrace& trace) {
@@ -114,7 +95,7 @@ std::string traceSectionOf(const ScoredTrace& trace) {
   }
   html += "</ul>\n";
   if (!trace.samples.empty()) {
-    html += "<p class=\"note\">From " + localTimeText(trace.samples.front().at) + ", " +
+    html += "<p class=\"note\">From " + localDateAndTime(trace.samples.front().at) + ", " +
             std::to_string(trace.samples.size()) + " decisions</p>\n";
   }
   return html + stripChart(trace) + "</section>\n";
@@ -131,18 +112,13 @@ std::string scoreText(const Score& score) {
   const std::vector<Row> rows = rowsOf(score);
   int labelWidth = 0;
   for (const Row& row : rows) labelWidth = std::max(labelWidth, columnsOf(printable(row.label)));
-  const auto label = [&](const std::string& text) {
-    return text + std::string(static_cast<std::size_t>(labelWidth - columnsOf(text)), ' ');
-  };
-  std::string result = label("");
-  for (const Column& column : columns) result += "  " + std::string(column.title);
+  std::string result = padded("", labelWidth);
+  for (const Measure& measure : measures) result += "  " + std::string(measure.title);
   result += '\n';
   for (const Row& row : rows) {
-    result += label(printable(row.label));
-    for (const Column& column : columns) {
-      const std::string text = column.text(*row.figures);
-      const std::size_t width = std::max(column.title.size(), text.size());
-      result += "  " + std::string(width - text.size(), ' ') + text;
+    result += padded(printable(row.label), labelWidth);
+    for (const Measure& measure : measures) {
+      result += "  " + paddedLeft(shown(measure, *row.figures), columnsOf(measure.title));
     }
     result += '\n';
   }

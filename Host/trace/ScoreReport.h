@@ -13,7 +13,7 @@ namespace wakelatch::host {
 /// legend under them.
 std::string scoreText(const Score& score);
 
-/// The same as one self-contained HTML page, with a chart of each trace. It loads nothing and runs
+/// The score as one self-contained HTML page, with a chart of each trace. It loads nothing and runs
 /// no script.
 /// @param score  of all the traces together
 std::string scorePage(const std::vector<ScoredTrace>& traces, const Score& score, Timestamp now);

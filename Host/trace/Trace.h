@@ -7,9 +7,11 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Host/AgentProfileJson.h"
+#include "Host/Terminal.h"
 #include "Host/WatchState.h"
 #include "WakelatchCore/AgentCatalog.h"
 #include "WakelatchCore/Json.h"
@@ -35,7 +37,7 @@ struct TraceHeader {
   std::vector<std::string> leftOut;  ///< what the trace does not hold, in sentences
 };
 
-/// A process as `ps` told it. Its load is told apart, because it changes most.
+/// A process as `ps` told it. Its load stands in TraceTick::cpu, because it changes most.
 struct TraceProcess {
   std::int64_t parent = 0;
   std::string command;
@@ -64,7 +66,7 @@ struct TraceScreen {
 /// Modification times of files by their place in a trace; 0: there is no such file any more.
 using TraceTimes = std::map<std::string, Timestamp>;
 
-/// What a turn record told; of a session that has none any more, the time is 0.
+/// What a turn record told; all of it is as here for a session that has none any more.
 struct TraceTurn {
   TurnState state = TurnState::idle;
   Timestamp at;  ///< when the record last changed
@@ -96,7 +98,39 @@ struct TraceTick {
 };
 
 /// The key that a trace has for a list of globs.
-std::string traceKey(const std::vector<std::string>& globs);
+inline std::string traceKey(const std::vector<std::string>& globs) {
+  return joined(globs, " ");
+}
+
+/// The entries of `now` that are new or other than in `told`, and for those that have gone a value
+/// of their type's initial state, such as the time 0. `told` becomes `now`.
+template <class Value>
+std::map<std::string, Value> changes(std::map<std::string, Value>& told,
+                                     std::map<std::string, Value> now) {
+  std::map<std::string, Value> changed;
+  for (const auto& [key, value] : now) {
+    if (told[key] != value) changed[key] = value;
+  }
+  for (const auto& [key, value] : told) {
+    if (!now.contains(key)) changed[key] = Value();
+  }
+  told = std::move(now);
+  return changed;
+}
+
+/// Takes over such entries; where each is a map of its own, the entries of that.
+template <class Known, class Value>
+void takeOver(Known& known, const std::map<std::string, Value>& changed) {
+  for (const auto& [key, value] : changed) {
+    if constexpr (requires(Value map) { map.begin(); }) {
+      takeOver(known[key], value);
+    } else if (value == Value()) {
+      known.erase(key);
+    } else {
+      known[key] = value;
+    }
+  }
+}
 
 }  // namespace wakelatch::host
 

@@ -2,14 +2,14 @@
 // recording, never the watch.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <string>
-#include <thread>
 
+#include "Host/Worker.h"
 #include "Platform/Descriptor.h"
-#include "Platform/Mutex.h"
 
 namespace wakelatch::host {
 
@@ -26,35 +26,25 @@ class TraceFile {
   /// @param file   as created
   /// @param ended  told once, on any thread, why the recording ended before its time
   TraceFile(platform::Descriptor file, std::function<void(const std::string&)> ended);
-  /// Waits for a write that is under way: call finish() before, and end the process where that
-  /// fails.
-  ~TraceFile();
-  TraceFile(const TraceFile&) = delete;
-  TraceFile& operator=(const TraceFile&) = delete;
 
-  /// The text with a line end.
-  void line(std::string text);
+  /// Writes the text with a line end.
+  void line(const std::string& text);
   /// Whether lines are still taken.
-  bool isOpen();
+  bool isOpen() const { return !isOver_; }
   /// Takes nothing any more, and tells why unless that was told before.
   void end(const std::string& why);
 
   /// Blocks until everything given so far is written or lost, at most `seconds`. Returns whether it
   /// is.
-  bool finish(double seconds);
+  bool finish(double seconds) { return worker_.finish(seconds); }
 
  private:
-  void run();
+  void write(const std::string& lines);
 
   const platform::Descriptor file_;
   const std::function<void(const std::string&)> ended_;
-  platform::Mutex mutex_;
-  platform::Condition wake_, written_;
-  std::string waiting_ WAKELATCH_GUARDED_BY(mutex_);
-  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = false;
-  bool isOver_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< nothing is taken any more
-  bool isEnding_ WAKELATCH_GUARDED_BY(mutex_) = false;
-  std::thread thread_;
+  std::atomic<bool> isOver_{false};  ///< nothing is taken any more
+  Worker<std::string> worker_;
 };
 
 }  // namespace wakelatch::host

@@ -27,7 +27,7 @@ struct TruthInterval {
 /// Reads a truth file: a JSON object a line, in any order of time,
 /// {"from":"2026-11-23T13:20:00.123Z","to":"2026-11-23T13:21:00Z","agent":"claude-code",
 /// "state":"working"}. An empty file is a trace without any agent.
-/// @return by start, for each instant by agent
+/// @return sorted by start, and by agent where several start together
 /// @throws std::runtime_error naming the file and, but where it cannot be read, the line and what
 ///         is wrong with it: no such object, an end before its start, an interval that overlaps
 ///         another one of its agent

@@ -1,0 +1,138 @@
+// Sources that pass on what the machine answers and keep it for a recording. The detectors ask from
+// the thread that records.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Host/trace/Trace.h"
+#include "Platform/Accessibility.h"
+#include "WakelatchCore/FileActivityProbe.h"
+#include "WakelatchCore/SessionActivityDetector.h"
+#include "WakelatchCore/ShellCommand.h"
+#include "WakelatchCore/TurnRecords.h"
+
+namespace wakelatch::host {
+
+/// Keeps what `ps` printed.
+class ToolListener : public CommandRunning {
+ public:
+  explicit ToolListener(CommandRunning& machine) : machine_(machine) {}
+
+  CommandResult run(const ShellCommand& command) override {
+    if (command.executable != "/bin/ps" || command.arguments.size() != 2) {
+      return machine_.run(command);
+    }
+    const bool isUsage = command.arguments[1].find("pcpu=") != std::string::npos;
+    std::string& listing = isUsage ? usage : arguments;
+    listing.clear();
+    CommandResult result = machine_.run(command);
+    listing = result.standardOutput;
+    return result;
+  }
+
+  std::string usage, arguments;  ///< the listings of the last look; empty when they failed
+
+ private:
+  CommandRunning& machine_;
+};
+
+/// Keeps the answers about files.
+class FileListener : public FileActivityProbing {
+ public:
+  explicit FileListener(const FileActivityProbing& machine) : machine_(machine) {}
+
+  std::optional<Timestamp> newestModification(
+      const std::vector<std::string>& patterns) const override {
+    const auto time = machine_.newestModification(patterns);
+    newest[traceKey(patterns)] = time.value_or(Timestamp());
+    return time;
+  }
+
+  ModificationsByPath sessionModifications(
+      const std::vector<std::string>& patterns) const override {
+    ModificationsByPath files = machine_.sessionModifications(patterns);
+    // Of years of sessions only those are kept that a count may still be about, even when the clock
+    // is set back somewhat.
+    constexpr double margin = 3600;
+    const Timestamp since =
+        after(platform::now(), -SessionActivityDetector::defaultSessionCountWindow - margin);
+    ModificationsByPath& recent = sessions[traceKey(patterns)];
+    recent.clear();
+    for (const auto& [path, time] : files) {
+      if (time > since) recent.emplace(path, time);
+    }
+    return files;
+  }
+
+  mutable TraceTimes newest;  ///< by traceKey(); 0 where there is no file
+  mutable std::map<std::string, ModificationsByPath> sessions;  ///< by traceKey()
+
+ private:
+  const FileActivityProbing& machine_;
+};
+
+/// Keeps what was told of turns.
+class TurnListener : public TurnReading {
+ public:
+  explicit TurnListener(TurnReading& machine) : machine_(machine) {}
+
+  std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) override {
+    return told[traceKey(format.globs)] = machine_.records(format, since);
+  }
+  std::optional<Timestamp> processStart(std::int32_t pid) override {
+    const auto start = machine_.processStart(pid);
+    if (start) started[std::to_string(pid)] = *start;
+    return start;
+  }
+  bool isConnected(std::int32_t pid) override {
+    const bool is = machine_.isConnected(pid);
+    if (is) connected.push_back(pid);
+    return is;
+  }
+
+  std::map<std::string, std::vector<TurnRecord>> told;  ///< by traceKey()
+  TraceTimes started;                                   ///< by pid, of this look and earlier ones
+  std::vector<std::int64_t> connected;                  ///< in this look: cleared by who reads it
+
+ private:
+  TurnReading& machine_;
+};
+
+/// Keeps the texts of the applications that are read.
+class ScreenListener : public platform::Accessibility {
+ public:
+  explicit ScreenListener(Accessibility& machine) : machine_(machine) {}
+
+  bool isSupported() const override { return machine_.isSupported(); }
+  bool isTrusted() override { return isTrustedNow = machine_.isTrusted(); }
+  void requestPermissionPrompt() override { machine_.requestPermissionPrompt(); }
+  std::vector<platform::RunningApplication> runningApplications() override {
+    texts.clear();
+    return running = machine_.runningApplications();
+  }
+  Element application(std::int32_t processID) override {
+    texts.emplace_back(processID, "");
+    return machine_.application(processID);
+  }
+  Value attribute(const Element& element, std::string_view name, const Limits& limits) override {
+    Value value = machine_.attribute(element, name, limits);
+    const auto* text = std::get_if<std::string>(&value);
+    if (text != nullptr && !texts.empty()) texts.back().second.append(" ").append(*text);
+    return value;
+  }
+
+  bool isTrustedNow = false;
+  std::vector<platform::RunningApplication> running;
+  std::vector<std::pair<std::int32_t, std::string>> texts;  ///< by process, in order of reading
+
+ private:
+  Accessibility& machine_;
+};
+
+}  // namespace wakelatch::host
