@@ -38,8 +38,10 @@ Actor::Actor(const Options& options, Tools& tools, Notifier& notifier,
           {.readySeconds = wordSeconds(options), .ended = [this] { toolEnded(); }}),
       keepAwake_(controller_, notifier, options.releaseDelaySeconds, wordSeconds(options) > 0,
                  {{.promptShown = [this](const std::optional<std::string>& text) { publish(text); },
-                   .isCancelled = [this] { return tools_.isActingCancelled(); }},
-                  [this] { return isNewest(); }}),
+                   .isCancelled = [this] { return tools_.isActingCancelled(); },
+                   .asksPerson = administratorPromptTool() || tools.hasStandIns()},
+                  [this] { return isNewest(); },
+                  [this] { publish(std::nullopt); }}),
       thread_(platform::startThread("actor", [this] { run(); })) {}
 
 Actor::~Actor() {

@@ -191,7 +191,8 @@ Finding checkLidClosedSetting(CommandRunning& runner, bool isWatchRunning) {
   const auto state = SleepController::disableSleepState(runner);
   if (state == SleepController::DisableSleepState::unknown) {
     return {"lid-closed setting", false, "the system does not say whether sleep is disabled",
-            "make sure that `/usr/bin/pmset -g` may be run and answers"};
+            administratorPromptTool() ? "make sure that `/usr/bin/pmset -g` may be run and answers"
+                                      : "make sure that the session manager (logind) runs"};
   }
   const bool disabled = state == SleepController::DisableSleepState::on;
   Finding result{
@@ -240,7 +241,8 @@ Finding checkWatch(std::optional<std::int64_t> holder,
   }
   if (settings && settings->keepAwakeWithLidClosed && !held.isLidClosedEngaged) {
     return {"watch", false, "lid-closed mode is switched on, but " + who + " has not engaged it",
-            "the prompt was declined: switch the mode off and on again, or wait 15 minutes"};
+            "it was declined or is not possible here, the log says why; to have it tried again, "
+            "switch the mode off and on"};
   }
   return {"watch", true, what};
 }

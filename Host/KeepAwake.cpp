@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "Host/SystemTools.h"
-
 namespace wakelatch::host {
 namespace {
 
@@ -72,6 +70,7 @@ void KeepAwake::apply(const Wish& wish) {
 
 void KeepAwake::prevent(const Wish& wish) {
   tool_.want(wish.letDisplaySleep, wish.at);
+  if (hooks_.toolSettled) hooks_.toolSettled();
   isLidClosedWanted_ = wish.keepAwakeWithLidClosed;
   if (isLidClosedWanted_) {
     lidClosed_.engage();
@@ -159,7 +158,7 @@ bool KeepAwake::restore() {
 void KeepAwake::leaveEngaged() {
   tool_.stop();
   lidClosed_.awaitSettled();
-  if (!administratorPromptTool()) lidClosed_.restoreWithoutPrompt();  // it ends with this process
+  if (!hooks_.asksPerson) lidClosed_.restoreWithoutPrompt();  // it ends with this process
   if (!lidClosed_.isEngaged()) return;
   notifier_.tell(
       "the lid-closed setting stays engaged, because restoreNormalSleepOnQuit is off: this machine "

@@ -61,6 +61,8 @@ class KeepAwake {
   struct Hooks : LidClosedSetting::Hooks {
     /// Whether nothing newer is wanted. A prompt takes long: work may have begun meanwhile.
     std::function<bool()> isNewest;
+    /// Told when the tool was seen to and the lid-closed setting, which may take longer, is next.
+    std::function<void()> toolSettled = {};
   };
 
   /// @param controller, notifier  owned by the caller

@@ -5,8 +5,6 @@
 #include <system_error>
 #include <thread>
 
-#include "Host/SystemTools.h"
-
 namespace wakelatch::host {
 namespace {
 
@@ -19,7 +17,7 @@ constexpr double settleSeconds = 10;
 }  // namespace
 
 bool LidClosedSetting::prompt(const char* purpose, bool (SleepController::*ask)()) {
-  hooks_.promptShown(purpose);
+  if (hooks_.asksPerson) hooks_.promptShown(purpose);
   const bool isDone = (controller_.*ask)();
   hooks_.promptShown(std::nullopt);
   return isDone;
@@ -29,7 +27,7 @@ void LidClosedSetting::startUp() {
   std::error_code unreadable;
   const bool isOurs = std::filesystem::exists(SleepController::engagedMarkerURL(), unreadable);
   if (!isOurs) {
-    if (!controller_.isSystemSleepDisabled()) return;
+    if (!hooks_.asksPerson || !controller_.isSystemSleepDisabled()) return;
     notifier_.tell(
         "the system's sleep is disabled, but not by wakelatch; "
         "to take that over and restore it, stop watching and run: wakelatch restore --adopt");
@@ -80,9 +78,11 @@ void LidClosedSetting::engage() {
   if (changedAt_) look();
   if (isDone || isEngaged()) return;
   notifier_.problem(engaging,
-                    "lid-closed mode was declined or is not possible here (the log says why); "
-                    "asked again every 15 minutes, and after lid-closed mode was switched off "
-                    "and on");
+                    std::string("lid-closed mode was declined or is not possible here (the log "
+                                "says why); ") +
+                        (hooks_.asksPerson ? "asked again every 15 minutes, and after lid-closed "
+                                             "mode was switched off and on"
+                                           : "tried again every minute"));
 }
 
 void LidClosedSetting::forgetRefusals() {
@@ -104,7 +104,7 @@ void LidClosedSetting::restoreInDanger() {
 
 void LidClosedSetting::restoreFinally() {
   if (!isEngaged()) return;
-  if (administratorPromptTool()) {
+  if (hooks_.asksPerson) {
     notifier_.tell(
         "the lid-closed setting has to be restored: answer the administrator prompt, or stop once "
         "more to leave it engaged");
@@ -135,7 +135,7 @@ void LidClosedSetting::askToRestore() {
     noteRestored();
   } else if (!hooks_.isCancelled()) {
     notifier_.problem(restoring,
-                      "the lid-closed setting may still be engaged (asked again in 15 minutes); "
+                      "the lid-closed setting may still be engaged (asked again later); "
                       "to restore it now, stop watching and run: wakelatch restore");
   }
 }
@@ -170,7 +170,7 @@ bool LidClosedSetting::look() {
     isWithoutEffect_ = state == State::off;
     notifier_.problem(engaging, isWithoutEffect_
                                     ? "lid-closed mode was allowed, but the system still sleeps "
-                                      "with its lid closed; tried again in 15 minutes"
+                                      "with its lid closed; it is tried again"
                                     : "");
     return true;
   }
@@ -200,7 +200,7 @@ void LidClosedSetting::awaitSettled() {
   constexpr std::chrono::milliseconds pause(100);
   for (int i = 0; i < looks && changedAt_ && isPromptClosed_ && !isEngaged(); ++i) {
     std::this_thread::sleep_for(pause);
-    look();
+    if (!look()) return;  // no answer: the next one would be as long in coming
   }
 }
 

@@ -25,11 +25,18 @@ class LidClosedSetting {
     /// Whether the controller's runners are cancelled.
     std::function<bool()> isCancelled;
     std::function<Timestamp()> now = platform::now;
+    /// Whether a person is asked for a password. Else the setting is this process's own, and the
+    /// system lets go of it with the process.
+    bool asksPerson = true;
   };
 
   /// Controller and notifier are owned by the caller.
   LidClosedSetting(SleepController& controller, Notifier& notifier, Hooks hooks)
-      : controller_(controller), notifier_(notifier), hooks_(std::move(hooks)) {}
+      : controller_(controller),
+        notifier_(notifier),
+        hooks_(std::move(hooks)),
+        engagePause_(hooks_.asksPerson),
+        restorePause_(hooks_.asksPerson) {}
 
   /// Engaged, or not known to be restored.
   bool isEngaged() const { return controller_.isLidClosedProtectionEngaged(); }

@@ -18,16 +18,21 @@ class PromptPause {
  public:
   /// A refused prompt is not shown again for this long.
   static constexpr double seconds = 15 * 60;
+  /// Where nobody is asked, what failed is tried again after this long.
+  static constexpr double unattendedSeconds = 60;
 
   /// One that we closed ourselves is not shown again for this long: danger may come and go.
   static constexpr double closedSeconds = 60;
 
+  /// @param asksPerson  whether a prompt disturbs somebody
+  explicit PromptPause(bool asksPerson) : pause_(asksPerson ? seconds : unattendedSeconds) {}
+
   bool mayAsk(Timestamp now) const {
-    return hasPassed(refusedAt_, seconds, now) && hasPassed(closedAt_, closedSeconds, now);
+    return hasPassed(refusedAt_, pause_, now) && hasPassed(closedAt_, closedSeconds, now);
   }
   /// Danger need not wait for the end of a pause, but only once in as long a time.
   bool mayAskInDanger(Timestamp now) const {
-    return mayAsk(now) || hasPassed(inDangerAt_, seconds, now);
+    return mayAsk(now) || hasPassed(inDangerAt_, pause_, now);
   }
 
   void refused(Timestamp now) { refusedAt_ = now; }
@@ -43,6 +48,7 @@ class PromptPause {
     return !start || isOver(*start, length, now);
   }
 
+  const double pause_;
   std::optional<Timestamp> refusedAt_, closedAt_, inDangerAt_;
 };
 

@@ -12,7 +12,7 @@ namespace wakelatch::host {
 
 /// The runner of the system's tools, for any thread. On macOS they run as `children`, with an
 /// output that does not depend on the user's language; elsewhere stand-ins in this process answer,
-/// and wait for other processes no longer than twice `timeoutSeconds`.
+/// and wait for other processes some seconds at most.
 /// Call before other threads run: it sets up the environment that children get.
 /// @param children  owned by the caller, outlives the result
 std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children, double timeoutSeconds);

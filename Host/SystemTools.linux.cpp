@@ -10,15 +10,20 @@
 #include "Host/linux/WatchProcess.h"
 
 namespace wakelatch::host {
+namespace {
+
+/// The session manager answers within milliseconds, or hangs: who leaves is not to wait for it.
+constexpr double answerSeconds = 3;
+
+}  // namespace
 
 std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& /*children*/,
-                                                double timeoutSeconds) {
+                                                double /*timeoutSeconds*/) {
   ::setenv(watchPidVariable, std::to_string(::getpid()).c_str(), 1);
-  // Each runner acts for this process, which has one lid lock.
-  static const auto& lidLock = *new std::shared_ptr<LidLock>(std::make_shared<LidLock>());
-  LinuxRoots roots;
-  roots.logind.timeoutSeconds = timeoutSeconds;
-  return std::make_unique<LinuxTools>(std::move(roots), lidLock);
+  // The runners act for one process. It outlives whatever still waits at the exit.
+  static const auto& manager =
+      *new auto(std::make_shared<LoginManager>(Logind{.timeoutSeconds = answerSeconds}));
+  return std::make_unique<LinuxTools>(LinuxRoots(), manager);
 }
 
 double keepAwakeReadySeconds() {

@@ -41,6 +41,8 @@ class Tools {
     acting_.children.allow();
     admin_.children.allow();
   }
+  /// Whether programs of a directory stand in for the system's.
+  bool hasStandIns() const { return admin_.standIns.has_value(); }
   bool isActingCancelled() const { return admin_.children.isCancelled(); }
 
  private:

@@ -232,11 +232,22 @@ TEST(LinuxTools, LidClosedModeIsALockOfTheProcess) {
   EXPECT_FALSE(std::filesystem::exists(SleepController::engagedMarkerURL()));
   manager.grantOnlyIf("False");
   EXPECT_FALSE(next.engageLidClosedProtection());
+
+  // A manager that hangs: the lock goes all the same, and who asks again is not kept waiting.
+  manager.grantOnlyIf("True");
+  EXPECT_TRUE(next.engageLidClosedProtection());
   manager.hang();
-  EXPECT_EQ(LinuxTools({.logind = {.timeoutSeconds = 0.2}})
-                .run({"/usr/bin/pmset", {"-a", "disablesleep", "0"}}),
-            CommandResult{});
+  LinuxTools hasty({.logind = {.timeoutSeconds = 0.2}});
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 20; ++i)
+    EXPECT_THROW(hasty.run({"/usr/bin/pmset", {"-g"}}), CommandRunnerError);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
   manager.goOn();
+
+  // Nor is it forgotten while the bus is away: a manager that comes back finds it.
+  ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/bus", 1);
+  EXPECT_EQ(next.disableSleepState(), State::on);
+  EXPECT_TRUE(next.restoreLidClosedWithoutPrompt());
 }
 
 }  // namespace

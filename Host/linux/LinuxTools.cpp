@@ -22,36 +22,64 @@ CommandResult printed(std::string text) {
 
 }  // namespace
 
-void LidLock::take(const Logind& logind) {
-  const platform::MutexLock guard(mutex_);
-  if (lock_.get() < 0) lock_ = platform::Descriptor(logind.inhibit("handle-lid-switch"));
-}
-
-void LidLock::release(const Logind& logind) {
+template <class Call>
+auto LoginManager::ask(const Call& call) {
   {
     const platform::MutexLock guard(mutex_);
-    lock_.close();
+    if (std::chrono::steady_clock::now() < silentUntil_) {
+      throw LogindSilence("the session manager (logind) does not answer");
+    }
+  }
+  try {
+    return call();
+  } catch (const LogindSilence&) {
+    const platform::MutexLock guard(mutex_);
+    silentUntil_ = std::chrono::steady_clock::now() + silence;
+    throw;
+  }
+}
+
+void LoginManager::suspend() {
+  ask([this] { logind_.suspend(); });
+}
+
+void LoginManager::takeLidLock() {
+  {
+    const platform::MutexLock guard(mutex_);
+    if (lidLock_.get() >= 0) return;
+  }
+  platform::Descriptor taken(ask([this] { return logind_.inhibit("handle-lid-switch"); }));
+  const platform::MutexLock guard(mutex_);
+  lidLock_ = std::move(taken);
+}
+
+void LoginManager::releaseLidLock() {
+  {
+    const platform::MutexLock guard(mutex_);
+    lidLock_.close();
   }
   constexpr int looks = 20;
   constexpr std::chrono::milliseconds pause(50);
   try {
-    for (int i = 0; i < looks && isListed(logind); ++i) std::this_thread::sleep_for(pause);
+    for (int i = 0; i < looks && isLidLocked(); ++i) std::this_thread::sleep_for(pause);
   } catch (const std::runtime_error&) {
-    // The kernel has closed it, whether or not the session manager answers.
+    // Nobody to see it: the kernel has let go all the same.
   }
 }
 
-bool LidLock::isListed(const Logind& logind) try {
-  const auto all = logind.inhibitors();
-  return std::any_of(all.begin(), all.end(), [](const Inhibitor& lock) {
+bool LoginManager::isLidLocked() try {
+  const auto locks = ask([this] { return logind_.inhibitors(); });
+  return std::any_of(locks.begin(), locks.end(), [](const Inhibitor& lock) {
     return lock.who == Logind::who && lock.holdsOff("handle-lid-switch");
   });
 } catch (const NoSessionManager&) {
-  return false;
+  // One that comes back finds the locks that are still held.
+  const platform::MutexLock guard(mutex_);
+  return lidLock_.get() >= 0;
 }
 
-LinuxTools::LinuxTools(LinuxRoots roots, std::shared_ptr<LidLock> lidLock)
-    : roots_(std::move(roots)), lidLock_(std::move(lidLock)), processes_(roots_.proc) {}
+LinuxTools::LinuxTools(LinuxRoots roots, std::shared_ptr<LoginManager> manager)
+    : roots_(std::move(roots)), manager_(std::move(manager)), processes_(roots_.proc) {}
 
 CommandResult LinuxTools::run(const ShellCommand& command) {
   std::string line = command.executable;
@@ -69,22 +97,22 @@ CommandResult LinuxTools::run(const ShellCommand& command) {
   if (is("/usr/sbin/ioreg -r -k AppleClamshellState -d 1")) return printed(lidReport(roots_.lid));
   try {
     if (is("/usr/bin/pmset -g")) {
-      const bool isDisabled = LidLock::isListed(roots_.logind);
+      const bool isDisabled = manager_->isLidLocked();
       return printed(std::string("System-wide power settings:\n SleepDisabled\t\t") +
                      (isDisabled ? "1\n" : "0\n"));
     }
     if (is("/usr/bin/pmset sleepnow")) {
-      roots_.logind.suspend();
+      manager_->suspend();
       return printed("");
     }
     const bool isScript = command.executable == "/usr/bin/osascript";
     if (isScript && line.find("disablesleep 1") != line.npos) {
-      lidLock_->take(roots_.logind);
+      manager_->takeLidLock();
       return printed("");
     }
     if (is("/usr/bin/pmset -a disablesleep 0") ||
         (isScript && line.find("disablesleep 0") != line.npos)) {
-      lidLock_->release(roots_.logind);
+      manager_->releaseLidLock();
       return printed("");
     }
   } catch (const std::runtime_error& error) {

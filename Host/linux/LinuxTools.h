@@ -2,8 +2,10 @@
 // same output formats, no child process.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "Host/linux/LinuxToolsProcesses.h"
 #include "Host/linux/Logind.h"
@@ -23,22 +25,35 @@ struct LinuxRoots {
   Logind logind = {};
 };
 
-/// The lock of this process that keeps a closed lid from putting the machine to sleep. May be used
-/// from any thread.
-class LidLock {
+/// The session manager as all runners of a process share it. May be used from any thread. Each call
+/// throws as Logind's do.
+class LoginManager {
  public:
-  /// Takes it unless it is held. Throws as Logind::inhibit().
-  void take(const Logind& logind);
-  /// Lets go, and waits for up to a second until the session manager has seen it.
-  void release(const Logind& logind);
+  /// After a call that was not answered every other one fails at once for this long: who leaves, or
+  /// acts in danger, would wait for each of them.
+  static constexpr std::chrono::seconds silence{10};
 
-  /// Whether the session manager lists such a lock, of this process or another one of ours; none
-  /// where there is no session manager. Throws std::runtime_error when it does not answer.
-  static bool isListed(const Logind& logind);
+  explicit LoginManager(Logind logind) : logind_(std::move(logind)) {}
+
+  void suspend();
+
+  /// Takes this process's lock that keeps a closed lid from putting the machine to sleep, unless it
+  /// is held already.
+  void takeLidLock();
+  /// Lets go of it, which never fails, and waits for up to a second until that is seen.
+  void releaseLidLock();
+  /// Whether such a lock is listed, of this process or another one of ours; while there is no
+  /// session manager, whether this process holds one.
+  bool isLidLocked();
 
  private:
+  template <class Call>
+  auto ask(const Call& call);
+
+  const Logind logind_;
   platform::Mutex mutex_;
-  platform::Descriptor lock_ WAKELATCH_GUARDED_BY(mutex_);
+  platform::Descriptor lidLock_ WAKELATCH_GUARDED_BY(mutex_);
+  std::chrono::steady_clock::time_point silentUntil_ WAKELATCH_GUARDED_BY(mutex_);
 };
 
 /// Answers these command lines and no other:
@@ -55,9 +70,10 @@ class LidLock {
 ///     /usr/bin/pmset sleepnow                suspends through logind
 class LinuxTools : public CommandRunning {
  public:
-  /// @param lidLock  shared by all that act for one process; none given: one of its own
-  explicit LinuxTools(LinuxRoots roots = {},
-                      std::shared_ptr<LidLock> lidLock = std::make_shared<LidLock>());
+  explicit LinuxTools(LinuxRoots roots = {})
+      : LinuxTools(roots, std::make_shared<LoginManager>(roots.logind)) {}
+  /// @param manager  shared by all that act for one process; asked in place of `roots.logind`
+  LinuxTools(LinuxRoots roots, std::shared_ptr<LoginManager> manager);
 
   /// Safe from several threads at once; process listings wait for each other, and the first takes
   /// ProcessTable::sampleSeconds. What the kernel does not tell is left out of the answer. Throws
@@ -67,7 +83,7 @@ class LinuxTools : public CommandRunning {
 
  private:
   const LinuxRoots roots_;
-  const std::shared_ptr<LidLock> lidLock_;
+  const std::shared_ptr<LoginManager> manager_;
   ProcessTable processes_;
 };
 

@@ -48,21 +48,30 @@ Bus connect(const Logind& logind) {
   return bus;
 }
 
-/// Calls a method of the manager object and returns its reply.
+/// Calls a method of the manager object and returns its reply. A manager that does not run is not
+/// started: where it is no service of systemd's, the bus would wait long and in vain.
 template <class... Arguments>
 Message callManager(const Bus& bus, const char* member, const char* types, Arguments... arguments) {
+  sd_bus_message* created = nullptr;
+  checked(sd_bus_message_new_method_call(bus.get(), &created, "org.freedesktop.login1",
+                                         "/org/freedesktop/login1",
+                                         "org.freedesktop.login1.Manager", member),
+          member);
+  const Message call(created);
+  checked(sd_bus_message_set_auto_start(created, 0), member);
+  checked(sd_bus_message_append(created, types, arguments...), member);
   sd_bus_error error{};
   sd_bus_message* reply = nullptr;
-  const int result = sd_bus_call_method(bus.get(), "org.freedesktop.login1",
-                                        "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
-                                        member, &error, &reply, types, arguments...);
+  const int result = sd_bus_call(bus.get(), created, 0, &error, &reply);
   if (result >= 0) return Message(reply);
-  const bool isMissing = sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0;
+  const bool isMissing = sd_bus_error_has_name(&error, SD_BUS_ERROR_SERVICE_UNKNOWN) != 0 ||
+                         sd_bus_error_has_name(&error, SD_BUS_ERROR_NAME_HAS_NO_OWNER) != 0;
   std::string cause = std::string("logind ") + member + ": ";
   cause += error.message != nullptr ? error.message : std::generic_category().message(-result);
   sd_bus_error_free(&error);
-  if (isMissing) throw NoSessionManager(cause);
+  if (isMissing) throw NoSessionManager("no session manager (logind) runs");
   if (result == -EACCES || result == -EPERM) throw LogindRefusal(cause);
+  if (result == -ETIMEDOUT) throw LogindSilence(cause);
   throw std::runtime_error(cause);
 }
 

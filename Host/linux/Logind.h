@@ -15,6 +15,11 @@ struct NoSessionManager : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// The session manager, or the bus, is there and has not answered in time.
+struct LogindSilence : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 /// The session manager does not grant this to this user here: mostly for want of a session at the
 /// computer itself.
 struct LogindRefusal : std::runtime_error {

@@ -31,8 +31,8 @@ const char* takeLock(const char* what) {
       throw std::runtime_error(std::string("this needs a session at this computer (") +
                                refusal.what() + ")");
     }
-    return "without a session at this computer only sleep for want of activity is held off, not "
-           "one that is asked for";
+    return "without a session at this computer only sleep for want of activity is held off (the "
+           "display's too), not one that is asked for";
   }
 }
 
