@@ -274,13 +274,5 @@ TEST(KeepAwake, ARefusedSleepIsAskedForAgainWhileItStands) {
   EXPECT_EQ(fixture.tick(1800, watching), "");
 }
 
-TEST(KeepAwake, LidClosedModeSwitchedOffWhileEngagedIsRestored) {
-  Fixture fixture;
-  fixture.tick(0, working);
-  fixture.settings.keepAwakeWithLidClosed = false;
-  EXPECT_EQ(fixture.tick(2, working), "restore");
-  EXPECT_TRUE(fixture.isAwake());
-}
-
 }  // namespace
 }  // namespace wakelatch::host

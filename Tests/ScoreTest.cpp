@@ -160,20 +160,6 @@ TEST(Score, EachAgentHasItsWorkAndTheMachineTheUnion) {
   }
 }
 
-TEST(Score, BaselinesAndTracesAddUp) {
-  Score sum = score(samplesOf("..pllppp"), truthOf("x", "-www----"), displayNames);
-  EXPECT_EQ(text(sum.whileProcess), "work 15, beyond 10, process 10, delays 5");
-  EXPECT_EQ(text(sum.whileLoad), "work 15, delays 10");
-  EXPECT_EQ(text(sum.agents["x"]), "work 15, not held 5, longest 5, delays 15");
-  sum += score(samplesOf("PP.PSSSl"), truthOf("x", "wwww----"), displayNames);
-  EXPECT_EQ(text(sum.all),
-            "work 35, not held 10, longest 5, beyond 5, sessionFile 5, delays 15 0, other name 15");
-  EXPECT_EQ(text(sum.whileLoad), "work 35, not held 10, longest 10, idle 5, delays 10 20");
-  EXPECT_EQ(sum.all.medianDetection(), 7.5);
-  EXPECT_EQ(sum.all.worstDetection(), 15);
-  EXPECT_EQ(decode<Score>(encode(sum)).all.detectionSeconds, sum.all.detectionSeconds);
-}
-
 TEST(Truth, FileIsReadStrictly) {
   const TemporaryDirectory directory;
   const auto file = directory.path() / "truth.jsonl";
@@ -183,8 +169,6 @@ TEST(Truth, FileIsReadStrictly) {
     return "{\"from\":" + hour + from + "Z\",\"to\":" + hour + to + "Z\",\"agent\":\"" + agent +
            "\",\"state\":\"" + state + "\"}\n";
   };
-  platform::writeAtomically(file, "");
-  EXPECT_TRUE(loadTruth(file).empty());
   platform::writeAtomically(file, line("02:00", "03:00.5", "a", "idle") +
                                       line("01:00.25", "02:00", "a") +
                                       line("01:30", "01:30", "b", "waiting"));
@@ -201,10 +185,7 @@ TEST(Truth, FileIsReadStrictly) {
       {line("01:00", "09:00", "b") + line("01:10", "01:20", "b") + line("03:00", "04:00", "b"),
        ":2: overlaps line 1 "},
       {line("02:00", "01:59.9", "a"), ":1: to: before from"},
-      {line("1:00", "02:00", "a"), ":1: from: expected a time such as"},
-      {line("01:00", "02:00.", "a"), ":1: to: expected a time such as"},
       {line("01:00", "02:00.0000000001", "a"), ":1: to: expected a time such as"},
-      {line("01:00", "02:00", "a", "busy"), ":1: state: no such case: \"busy\""},
       {good + R"({"from":"2025-03-10T12:05:00Z","agent":"a","state":"idle"})", ":2: to: missing"},
   };
   for (const auto& [content, reason] : wrong) {
@@ -219,49 +200,24 @@ TEST(Limits, EveryDifferenceIsReported) {
   Figures figures;
   figures.workSeconds = 100.04;
   figures.notHeldSeconds = 0.3;
-  figures.sleepsAskedInWork = 1;
   figures.detectionSeconds = {1, 7.25};
-  const Limits limits{{"z", limitOf(Figures())}, {"a \"b\"", limitOf(figures)}};
-  const std::string text = encodeLimits(limits);
-  EXPECT_EQ(text.substr(0, text.find("  },")), R"({
-  "a \"b\"": {
-    "beyondGraceSeconds": 0,
-    "idleHeldSeconds": 0,
-    "longestNotHeldSeconds": 0,
-    "medianDetectionSeconds": 4.1,
-    "notHeldSeconds": 0.3,
-    "otherNameSeconds": 0,
-    "sleepsAskedInWork": 1,
-    "workSeconds": 100,
-    "worstDetectionSeconds": 7.3
-)");
-  for (const Limits& written : {limits, Limits()}) {
-    platform::writeAtomically(file, encodeLimits(written));
-    EXPECT_EQ(encodeLimits(loadLimits(file)), encodeLimits(written));
-  }
-  platform::writeAtomically(file, R"({"a":{"workSeconds":"1"}})");
-  EXPECT_EQ(errorOf([&] { loadLimits(file); }),
-            file.string() + ": a.workSeconds: expected a number");
+  const Limits limits{{"a \"b\"", limitOf(figures)}, {"z", limitOf(Figures())}};
+  platform::writeAtomically(file, encodeLimits(limits));
+  EXPECT_THAT(compare(loadLimits(file), limits), ElementsAre());
 
-  const auto changed = [&](auto change) {
-    Figures now = figures;
-    change(now);
-    return compare({{"t", limitOf(figures)}}, {{"t", limitOf(now)}});
-  };
-  EXPECT_THAT(changed([](Figures& now) { now.notHeldSeconds = 0.349; }), ElementsAre());
-  EXPECT_THAT(changed([](Figures& now) { now.notHeldSeconds = 0.35; }),
-              ElementsAre("t: notHeldSeconds is 0.4, limit 0.3: worse"));
-  EXPECT_THAT(changed([](Figures& now) {
-                now.workSeconds = 99;
-                now.sleepsAskedInWork = 0;
-                now.detectionSeconds = {1};
-              }),
-              ElementsAre("t: medianDetectionSeconds is 1, limit 4.1: better, tighten the limit",
-                          "t: sleepsAskedInWork is 0, limit 1: better, tighten the limit",
+  Figures now = figures;
+  now.notHeldSeconds = 0.349;  // less than a tenth more
+  EXPECT_THAT(compare({{"t", limitOf(figures)}}, {{"t", limitOf(now)}}), ElementsAre());
+  now.notHeldSeconds = 0.35;
+  now.workSeconds = 99;
+  now.detectionSeconds = {1, 7};
+  EXPECT_THAT(compare({{"t", limitOf(figures)}, {"old", {}}}, {{"new", {}}, {"t", limitOf(now)}}),
+              ElementsAre("new: has no limits",
+                          "t: medianDetectionSeconds is 4, limit 4.1: better, tighten the limit",
+                          "t: notHeldSeconds is 0.4, limit 0.3: worse",
                           "t: workSeconds is 99, limit 100: worse",
-                          "t: worstDetectionSeconds is 1, limit 7.3: better, tighten the limit"));
-  EXPECT_THAT(compare({{"old", {}}}, {{"new", {}}}),
-              ElementsAre("new: has no limits", "old: has limits, but there is no such trace"));
+                          "t: worstDetectionSeconds is 7, limit 7.3: better, tighten the limit",
+                          "old: has limits, but there is no such trace"));
 }
 
 TEST(ScoreReport, TableIsAlignedAndThePageDrawsToScale) {
@@ -269,11 +225,6 @@ TEST(ScoreReport, TableIsAlignedAndThePageDrawsToScale) {
   ScoredTrace trace{odd + "x", samplesOf("PPPP  ..!P"), truthOf(odd, "wwwwqq--ww")};
   const Score sum = score(trace.samples, trace.intervals, {});
   const std::string table = scoreText(sum);
-  EXPECT_THAT(table,
-              HasSubstr("  Work  Not held  Longest  Sleeps  Seen after  At worst  Beyond grace  "
-                        "Idle held  Misnamed\n"));
-  EXPECT_THAT(table, HasSubstr("\nIn all                          30         0        0       1  "
-                               "       2.5       5.0             0          0        25\n"));
   EXPECT_THAT(table, HasSubstr("\n<b>\uFFFD                   "));
   EXPECT_THAT(table, Not(HasSubstr("\033")));
 

@@ -86,7 +86,8 @@ TEST(CommandRunnerDeathTest, WorksWithAnyDescriptorsAndSignalsOfTheHost) {
   const auto report = [&] {
     int input[2];
     if (::pipe(input) != 0 || ::write(input[1], "hello\n", 6) != 6) ::_exit(2);
-    for (const int copy : {STDIN_FILENO, 9}) if (::dup2(input[0], copy) < 0) ::_exit(2);  // not close-on-exec
+    for (const int copy : {STDIN_FILENO, 9})
+      if (::dup2(input[0], copy) < 0) ::_exit(2);  // not close-on-exec
     sigset_t all;
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, nullptr);

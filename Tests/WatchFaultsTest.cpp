@@ -294,17 +294,5 @@ TEST(WatchFaults, ASecondStopLeavesTheSettingMarkedAndNoProcess) {
   EXPECT_TRUE(scene.isOn() && scene.isMarked());
 }
 
-TEST(WatchFaults, AToolThatKeepsEndingIsGivenARest) {
-  const Scene scene("{}", "1.5");
-  const Outcome outcome = runHost(scene.watch(manual + " --ticks 23"));
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_LE(scene.calls("tool").size(), 2u);
-  EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
-  double booked = 0;
-  const UsageMetrics usage = loadUsage(usageFile()).value();
-  for (const auto& [day, bucket] : usage.days) booked += bucket.manualSeconds;
-  EXPECT_LT(booked, 2 * 1.5 + 0.9) << "of 4.6 seconds";
-}
-
 }  // namespace
 }  // namespace wakelatch::host
