@@ -1,3 +1,7 @@
+// `restore`: ends the keep-awake tools that an earlier run has left and restores the lid-closed
+// setting, which may show the administrator prompt. Refuses while a watch runs. Ends with `done`,
+// `failed` when there was nothing of ours to restore or no answer, `notRestored` when a setting
+// stayed engaged.
 #include <signal.h>
 
 #include <algorithm>

@@ -34,9 +34,7 @@ std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children,
   return std::make_unique<PlainLanguageRunner>(children);
 }
 
-double keepAwakeReadySeconds() {
-  return 0;
-}
+double keepAwakeReadySeconds() { return 0; }
 
 double loadSampleSeconds() { return 0; }
 
