@@ -69,6 +69,7 @@ void KeepAwake::apply(const Wish& wish) {
 }
 
 void KeepAwake::prevent(const Wish& wish) {
+  if (hooks_.isCancelled()) return;  // what was waited for meanwhile took too long for a newer wish
   tool_.want(wish.letDisplaySleep, wish.at);
   if (hooks_.toolSettled) hooks_.toolSettled();
   isLidClosedWanted_ = wish.keepAwakeWithLidClosed;

@@ -140,10 +140,10 @@ TEST(Caffeinate, AWatchThatStaysStoppedIsLost) {
 }
 
 TEST(Caffeinate, SaysWhatItCannotHoldAndWhy) {
-  const auto run = [](const char* flags) {
+  const auto run = [](const char* flags, double seconds = 10) {
     const auto tool = WatchedChild::start(keepAwakeTool(), {flags}, ChildOutput::captured);
-    const auto word = tool->awaitWord(1);
-    const std::string said = word.value_or(tool->whyNoWord(1));
+    const auto word = tool->awaitWord(seconds);
+    const std::string said = word.value_or(tool->whyNoWord(seconds));
     tool->send(SIGKILL);
     return said;
   };
@@ -152,7 +152,7 @@ TEST(Caffeinate, SaysWhatItCannotHoldAndWhy) {
   EXPECT_EQ(run("-di"), "usage: caffeinate -dimsu | -ims");
   SessionManager manager;
   manager.hang();
-  EXPECT_EQ(run("-ims"), "no answer within 1 s");
+  EXPECT_EQ(run("-ims", 1), "no answer within 1 s");
   manager.goOn();
   manager.grantOnlyIf("args[0] == 'idle'");
   EXPECT_TRUE(run("-dimsu").starts_with("without a session at this computer only sleep for want"));
