@@ -204,7 +204,9 @@ Finding checkLidClosedSetting(CommandRunning& runner, bool isWatchRunning) {
   } else if (marked && !isWatchRunning) {
     result.remedy = "left by an earlier run; to restore it: wakelatch restore";
   } else if (marked && !disabled) {
-    result.remedy = "something else restored sleep; stop the watch and start it again";
+    result.remedy = administratorPromptTool()
+                        ? "something else restored sleep; stop the watch and start it again"
+                        : "the session manager is away; if it stays so, start the watch again";
   }
   result.ok = !result.remedy;
   return result;

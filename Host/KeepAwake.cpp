@@ -62,15 +62,22 @@ void KeepAwake::apply(const Wish& wish) {
                  // not even when it may be asked for again.
                  isLidClosedWanted_ && lidClosed_.isEngaged() && lidClosed_.mayAskToRestore(),
                  wish.at)) {
-    tool_.want(wish.letDisplaySleep, wish.at);
+    wantTool(wish);
   } else {
     release(wish);
   }
 }
 
-void KeepAwake::prevent(const Wish& wish) {
-  if (hooks_.isCancelled()) return;  // what was waited for meanwhile took too long for a newer wish
+/// Where this wish is called off, by a newer one or for good, the tool that was being started was
+/// ended with it, which is no failure of the tool.
+void KeepAwake::wantTool(const Wish& wish) {
+  if (hooks_.isCancelled()) return;
   tool_.want(wish.letDisplaySleep, wish.at);
+  if (!hooks_.isCancelled()) tool_.tellProblem();
+}
+
+void KeepAwake::prevent(const Wish& wish) {
+  wantTool(wish);
   if (hooks_.toolSettled) hooks_.toolSettled();
   isLidClosedWanted_ = wish.keepAwakeWithLidClosed;
   if (isLidClosedWanted_) {

@@ -100,6 +100,7 @@ class KeepAwake {
     Timestamp triedAt = {};  ///< last, when it was refused
   };
 
+  void wantTool(const Wish& wish);
   void prevent(const Wish& wish);
   void escape(const Wish& wish);
   void release(const Wish& wish);

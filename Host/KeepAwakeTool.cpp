@@ -21,16 +21,19 @@ void KeepAwakeTool::want(bool letDisplaySleep, Timestamp now) {
     return;
   const auto before = controller_.appliedLetDisplaySleep();
   controller_.enableSleepPrevention(/*allowLidClosed=*/false, letDisplaySleep);
-  if (const auto problem = this->problem()) {
-    const bool isHeld = controller_.isSleepPreventionEnabled();
-    notifier_.problem(topic, (isHeld ? "this machine is kept awake, but " : cannot) + *problem);
-    if (!isHeld) return;
-  }
+  if (!controller_.isSleepPreventionEnabled()) return;
   // A change of posture is a start as well. It may have ended again already: look() will see that.
   const bool isReplaced =
       before != letDisplaySleep && controller_.appliedLetDisplaySleep() != before;
   if (!before || isReplaced) startedAt_ = now;
   if (provenSeconds_ == 0) look(now);
+}
+
+void KeepAwakeTool::tellProblem() {
+  const auto problem = this->problem();
+  if (!problem) return;
+  const bool isHeld = controller_.isSleepPreventionEnabled();
+  notifier_.problem(topic, (isHeld ? "this machine is kept awake, but " : cannot) + *problem);
 }
 
 std::optional<std::string> KeepAwakeTool::problem() const {

@@ -39,6 +39,8 @@ class KeepAwakeTool {
   /// Notices that it has ended by itself.
   void look(Timestamp now);
 
+  /// Tells problem(), if there is one.
+  void tellProblem();
   /// Why the tool that is wanted does not run, or what the one that runs does not do.
   std::optional<std::string> problem() const;
 
