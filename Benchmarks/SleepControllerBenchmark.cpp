@@ -49,10 +49,12 @@ int main() {
     NoRunner runner;
     wakelatch::FileLogger logger(home + "/log");
     wakelatch::SleepController controller(runner, runner, logger, tool.string());
-    controller.setSleepPrevention(true, false, false);
+    controller.enableSleepPrevention(/*allowLidClosed=*/false, /*letDisplaySleep=*/false);
     std::mutex mutex;
     const double lock = nanosecondsFor([&] { const std::lock_guard guard(mutex); });
-    const double tick = nanosecondsFor([&] { controller.setSleepPrevention(true, false, false); });
+    const double tick = nanosecondsFor([&] {
+      controller.enableSleepPrevention(/*allowLidClosed=*/false, /*letDisplaySleep=*/false);
+    });
     if (!controller.appliedLetDisplaySleep()) return 1;
     std::printf("tick %.0f ns (goal under 1000), mutex lock %.0f ns: ratio %.1f (or at most 3)\n",
                 tick, lock, tick / lock);

@@ -176,12 +176,12 @@ std::vector<ActivitySignal> AccessibilityDetector::detectPerApp(const GuardSetti
           offer(best, signalFor(profile.displayName, found[i], profile.requireMultiWordPhrases));
         } else if (owner == nullptr && profile.scanTerminalText) {
           // A single word is too common in a terminal to mean anything.
-          offer(best, signalFor(profile.displayName, found[i], true));
+          offer(best, signalFor(profile.displayName, found[i], /*requireMultiWord=*/true));
         }
       }
     } else if (const std::string* target = firstTargetMatching(
                    settings.targetApps, application.localizedName.value_or(""))) {
-      offer(best, signalFor(*target, matches(application).back(), false));
+      offer(best, signalFor(*target, matches(application).back(), /*requireMultiWord=*/false));
     }
   }
   return best;
