@@ -104,7 +104,7 @@ inline constexpr auto enumCases<ThermalState> = std::to_array<EnumCase<ThermalSt
 
 /// One piece of detected activity.
 struct ActivitySignal {
-  SignalStrength strength = SignalStrength::none;  ///< none in none() alone
+  SignalStrength strength = SignalStrength::none;  ///< `none`: nothing was detected
   std::optional<std::string> appName = {};         ///< display name of the agent or application
   std::string reason = {};  ///< the decision's reason while the signal is active
   std::optional<std::string> matchedText = {};    ///< the phrase that matched
@@ -168,7 +168,9 @@ struct GuardPowerProfile {
   bool allowUnlimitedKeepAwake =
       false;  ///< whether AppMode::pluggedInUnlimited acts; read from the plugged-in profile alone
   bool sleepAfterCompletion = true;  ///< sleep after finished work although the lid is not closed
-  bool sleepOnlyIfLidClosed = true;  ///< not then, nor in AppMode::sleepAfterCurrentWork
+  /// With an open lid the machine is not put to sleep after work, whatever sleepAfterCompletion or
+  /// AppMode::sleepAfterCurrentWork say.
+  bool sleepOnlyIfLidClosed = true;
 
   friend bool operator==(const GuardPowerProfile&, const GuardPowerProfile&) = default;
 };

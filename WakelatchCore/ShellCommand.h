@@ -79,9 +79,9 @@ class ProcessCommandRunner : public CommandRunning {
   explicit ProcessCommandRunner(double timeoutSeconds);
 
   /// Safe from several threads at once. Blocks until the child has exited. Output is what the child
-  /// has written by then; a program of its own that holds its pipes open is not waited for. A child
-  /// that writes more than 16 MiB to one stream is ended as after its time-out, and
-  /// std::runtime_error names it and the bound.
+  /// has written by then: a program that the child has started, and that may write on, is not
+  /// waited for. A child that writes more than 16 MiB to one stream is ended as after its time-out,
+  /// and std::runtime_error names it and the bound.
   CommandResult run(const ShellCommand& command) override;
 
  private:
