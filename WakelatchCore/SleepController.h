@@ -56,6 +56,7 @@ class SleepController {
   /// @param caffeinatePath  the keep-awake tool; has to run until it is terminated
   SleepController(CommandRunning& runner, CommandRunning& adminRunner, FileLogger& logger,
                   std::string caffeinatePath);
+  /// As above, with what the host wants of the tool beyond the usual.
   SleepController(CommandRunning& runner, CommandRunning& adminRunner, FileLogger& logger,
                   std::string caffeinatePath, ToolOptions toolOptions);
   /// Stops the keep-awake process, removes the pid file, even that of another controller, and
