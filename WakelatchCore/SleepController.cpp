@@ -197,7 +197,11 @@ SleepController::Started SleepController::launchCaffeinate(bool letDisplaySleep)
 bool SleepController::startCaffeinate(bool letDisplaySleep) {
   const auto [current, currentLetDisplaySleep] = keepAwake();
   const auto previous = current != nullptr && current->isRunning() ? current : nullptr;
-  if (previous != nullptr && currentLetDisplaySleep == letDisplaySleep) return true;
+  if (previous != nullptr && currentLetDisplaySleep == letDisplaySleep) {
+    const platform::MutexLock guard(lock_);
+    keepAwakeFailure_.reset();  // of a posture that is not wanted any more
+    return true;
+  }
 
   const auto [started, word, failure] = launchCaffeinate(letDisplaySleep);
   if (started == nullptr) {
