@@ -70,8 +70,8 @@ class PlainWalk {
   void visit(const std::string& at, const Strings& components, std::size_t next, int depth) {
     if (depth < 0 || --left_ <= 0) return;
     if (next == components.size()) {
-      const auto time = platform::DirectoryEntry{at.c_str()}.modificationTime();
-      if (time) matches[at] = *time;
+      const auto status = platform::entryStatus(at, false);
+      if (status) matches[at] = status->modifiedAt;
       return;
     }
     const std::string& head = components[next];

@@ -4,6 +4,7 @@
 #include <fnmatch.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -13,10 +14,17 @@
 namespace wakelatch::platform {
 namespace {
 
-std::optional<struct stat> statusOf(int directory, const char* path) {
+std::optional<EntryStatus> statusOf(int directory, const char* path, int flags) {
   struct stat status {};
-  if (::fstatat(directory, path, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
-  return status;
+  if (::fstatat(directory, path, &status, flags) != 0) return std::nullopt;
+  const EntryKind kind = S_ISDIR(status.st_mode)   ? EntryKind::directory
+                         : S_ISLNK(status.st_mode) ? EntryKind::link
+                                                   : EntryKind::other;
+  return EntryStatus{.kind = kind,
+                     .modifiedAt = contentTime(status),
+                     .hasOtherNames = kind == EntryKind::other && status.st_nlink > 1,
+                     .device = static_cast<std::uint64_t>(status.st_dev),
+                     .number = static_cast<std::uint64_t>(status.st_ino)};
 }
 
 EntryKind kindOf(int directory, const dirent& entry) {
@@ -24,26 +32,30 @@ EntryKind kindOf(int directory, const dirent& entry) {
   if (entry.d_type == DT_LNK) return EntryKind::link;
   if (entry.d_type != DT_UNKNOWN) return EntryKind::other;
   // Not every file system tells types in its listings.
-  const auto status = statusOf(directory, entry.d_name);
-  if (!status) return EntryKind::other;
-  if (S_ISDIR(status->st_mode)) return EntryKind::directory;
-  return S_ISLNK(status->st_mode) ? EntryKind::link : EntryKind::other;
+  const auto status = statusOf(directory, entry.d_name, AT_SYMLINK_NOFOLLOW);
+  return status ? status->kind : EntryKind::other;
 }
 
 }  // namespace
 
-std::optional<Timestamp> DirectoryEntry::modificationTime() const {
-  const auto status = statusOf(directory, path);
-  return status ? std::optional(contentTime(*status)) : std::nullopt;
+std::optional<EntryStatus> entryStatus(const std::string& path, bool followsLink) {
+  return statusOf(AT_FDCWD, path.c_str(), followsLink ? 0 : AT_SYMLINK_NOFOLLOW);
 }
 
-void forEachEntry(const std::string& path,
+std::optional<EntryStatus> DirectoryEntry::status() const {
+  return statusOf(directory, path, AT_SYMLINK_NOFOLLOW);
+}
+
+bool forEachEntry(const std::string& path,
                   const std::function<void(const DirectoryEntry& entry)>& visit) {
   const auto close = [](DIR* opened) { ::closedir(opened); };
   const std::unique_ptr<DIR, decltype(close)> listing(::opendir(path.c_str()), close);
-  if (!listing) return;
+  if (!listing) return false;
   const int directory = ::dirfd(listing.get());
-  while (const dirent* entry = ::readdir(listing.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(listing.get());
+    if (entry == nullptr) return errno == 0;
     const std::string_view name = entry->d_name;
     if (name == "." || name == "..") continue;
     visit({entry->d_name, kindOf(directory, *entry), directory});

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -17,6 +18,24 @@ namespace wakelatch::platform {
 /// and of an entry that was not listed it is unknown.
 enum class EntryKind { unlisted, directory, link, other };
 
+/// What the file system knows of an entry.
+struct EntryStatus {
+  EntryKind kind = EntryKind::other;
+  Timestamp modifiedAt = {};   ///< when its content last changed, with the fraction of the second
+  bool hasOtherNames = false;  ///< hard links, by which it may be changed too
+  std::uint64_t device = 0;    ///< the file system that it is on
+  std::uint64_t number = 0;    ///< tells it apart from the others there, as long as it exists
+
+  /// Whether this is the same file or directory, whatever has become of it.
+  bool isSame(const EntryStatus& other) const {
+    return device == other.device && number == other.number && kind == other.kind;
+  }
+};
+
+/// The status of what is at `path`; nothing when there is nothing, or nothing to be seen.
+/// @param followsLink  a link stands for what it leads to
+std::optional<EntryStatus> entryStatus(const std::string& path, bool followsLink);
+
 /// An entry of a directory. Owns nothing: one from a listing is valid during the visit.
 struct DirectoryEntry {
   /// The bytes that the file system knows it by: from a listing its name, else any path.
@@ -24,14 +43,13 @@ struct DirectoryEntry {
   EntryKind kind = EntryKind::unlisted;
   int directory = AT_FDCWD;  ///< the descriptor of the directory that `path` starts from
 
-  /// When its content last changed, with the fraction of the second; for a link its own. Nothing
-  /// when there is no such entry.
-  std::optional<Timestamp> modificationTime() const;
+  /// Of a link its own. Nothing when there is no such entry.
+  std::optional<EntryStatus> status() const;
 };
 
 /// Calls `visit` for each entry of the directory at `path` but "." and "..", hidden ones included,
-/// in the file system's order.
-void forEachEntry(const std::string& path,
+/// in the file system's order. False when it could not be read to its end.
+bool forEachEntry(const std::string& path,
                   const std::function<void(const DirectoryEntry& entry)>& visit);
 
 /// A shell pattern for one name: case counts, and "*" and "?" match a leading "." too.

@@ -18,7 +18,8 @@ const std::vector<std::set<std::string>> componentsByLayer = {
     {},
     {"Enum", "Json", "Models", "AgentStateMachine", "AgentAppName", "AgentCatalog",
      "AgentCommandLine", "TurnRecordFormat", "PhraseMatcher", "UsageMetrics"},
-    {"ShellCommand", "FileLogger", "FileActivityProbe", "TurnRecords"},
+    {"ShellCommand", "FileLogger", "PathPatterns", "FileActivityProbe", "WatchingFileProbe",
+     "TurnRecords"},
     {"ProcessDetector", "AccessibilityDetector", "SessionActivityDetector", "PowerMonitor",
      "SleepController", "TurnDetector"},
     {"ActivityDetector", "WakelatchCore"}};

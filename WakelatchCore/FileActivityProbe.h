@@ -37,6 +37,11 @@ class FileActivityProbing {
       const std::vector<std::string>& /*patterns*/) const {
     return {};
   }
+
+  /// Of sessionModifications() those that were not before `since`. A probe that knows where
+  /// something changed need not look at all the others.
+  virtual ModificationsByPath recentModifications(const std::vector<std::string>& patterns,
+                                                  Timestamp since) const;
 };
 
 /// Looks below one directory, anew in each call.
