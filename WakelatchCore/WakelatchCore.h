@@ -17,6 +17,7 @@
 #include "WakelatchCore/SleepController.h"
 #include "WakelatchCore/TurnDetector.h"
 #include "WakelatchCore/UsageMetrics.h"
+#include "WakelatchCore/WatchingFileProbe.h"
 
 /// @namespace wakelatch
 /// The library: what observes, what decides and what acts, one header each.
