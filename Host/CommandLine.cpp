@@ -33,10 +33,13 @@ auto seconds(bool (*areValid)(double), const std::string& wanted) {
 
 void addTicking(CLI::App& command, WatchOptions& watch) {
   command
-      .add_option("--interval", watch.intervalSeconds,
-                  "Seconds between ticks, more than 0 and at most 8 (default 2)")
+      .add_option(
+          "--interval", watch.intervalSeconds,
+          "Seconds between ticks, more than 0 and at most 8 (default 2, and 8 while there is "
+          "nothing to lose)")
       ->check(seconds([](double value) { return value > 0 && value <= 8; },
-                      "more than 0 and at most 8"));
+                      "more than 0 and at most 8"))
+      ->each([&watch](const std::string&) { watch.isIntervalGiven = true; });
   command.add_option("--ticks", watch.ticks, "Leave after this many ticks")
       ->check(CLI::Range(1, 1000000000));
 }

@@ -34,7 +34,8 @@ enum class TickOutput { people, json, none };
 struct WatchOptions {
   AppMode mode = AppMode::watchAgentUI;
   double intervalSeconds = 2;
-  std::optional<int> ticks;  ///< absent: until a signal
+  bool isIntervalGiven = false;  ///< by hand: it is kept to
+  std::optional<int> ticks;      ///< absent: until a signal
   bool json = false;
   bool isQuiet = false;  ///< prints nothing of its ticks
   bool dryRun = false;

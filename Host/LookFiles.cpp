@@ -1,39 +1,34 @@
 #include "Host/LookFiles.h"
 
-#include <algorithm>
+#include <limits>
 
 namespace wakelatch::host {
 
 void LookFiles::beginLook() {
   const platform::MutexLock lock(mutex_);
   newest_.clear();
-  sessions_.clear();
+  recent_.clear();
 }
 
 std::optional<Timestamp> LookFiles::newestModification(
     const std::vector<std::string>& patterns) const {
   const platform::MutexLock lock(mutex_);
-  const auto known = newest_.find(patterns);
-  if (known != newest_.end()) return known->second;
-  std::optional<Timestamp> newest;
-  if (listed_.contains(patterns)) {
-    for (const auto& [path, time] : list(patterns)) newest = std::max(newest.value_or(time), time);
-  } else {
-    newest = probe_.newestModification(patterns);
-  }
-  return newest_[patterns] = newest;
+  const auto [entry, isNew] = newest_.try_emplace(patterns);
+  if (isNew) entry->second = probe_.newestModification(patterns);
+  return entry->second;
 }
 
 ModificationsByPath LookFiles::sessionModifications(
     const std::vector<std::string>& patterns) const {
-  const platform::MutexLock lock(mutex_);
-  listed_.insert(patterns);
-  return list(patterns);
+  constexpr double ever = std::numeric_limits<double>::infinity();
+  return recentModifications(patterns, after(Timestamp(), -ever));
 }
 
-const ModificationsByPath& LookFiles::list(const Patterns& patterns) const {
-  const auto [entry, isNew] = sessions_.try_emplace(patterns);
-  if (isNew) entry->second = probe_.sessionModifications(patterns);
+ModificationsByPath LookFiles::recentModifications(const std::vector<std::string>& patterns,
+                                                   Timestamp since) const {
+  const platform::MutexLock lock(mutex_);
+  const auto [entry, isNew] = recent_.try_emplace({patterns, since});
+  if (isNew) entry->second = probe_.recentModifications(patterns, since);
   return entry->second;
 }
 

@@ -3,8 +3,8 @@
 
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Platform/Mutex.h"
@@ -12,8 +12,8 @@
 
 namespace wakelatch::host {
 
-/// Asks a probe each question once a look: several detectors ask about the same files, walking them
-/// costs most of a tick, and all of them are to judge the same times. For any thread.
+/// Asks a probe each question once a look: several detectors ask about the same files, and all of
+/// them are to judge the same times. For any thread.
 class LookFiles : public FileActivityProbing {
  public:
   /// @param probe  owned by the caller
@@ -25,18 +25,17 @@ class LookFiles : public FileActivityProbing {
   std::optional<Timestamp> newestModification(
       const std::vector<std::string>& patterns) const override;
   ModificationsByPath sessionModifications(const std::vector<std::string>& patterns) const override;
+  ModificationsByPath recentModifications(const std::vector<std::string>& patterns,
+                                          Timestamp since) const override;
 
  private:
   using Patterns = std::vector<std::string>;
-  const ModificationsByPath& list(const Patterns& patterns) const WAKELATCH_REQUIRES(mutex_);
 
   const FileActivityProbing& probe_;
   mutable platform::Mutex mutex_;
   mutable std::map<Patterns, std::optional<Timestamp>> newest_ WAKELATCH_GUARDED_BY(mutex_);
-  mutable std::map<Patterns, ModificationsByPath> sessions_ WAKELATCH_GUARDED_BY(mutex_);
-  /// Patterns whose session files were asked for in some look. Their newest file is found in that
-  /// list, so that the directories are walked once for both questions.
-  mutable std::set<Patterns> listed_ WAKELATCH_GUARDED_BY(mutex_);
+  mutable std::map<std::pair<Patterns, Timestamp>, ModificationsByPath> recent_
+      WAKELATCH_GUARDED_BY(mutex_);
 };
 
 }  // namespace wakelatch::host

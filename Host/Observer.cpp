@@ -30,8 +30,14 @@ Observation Observer::look(const GuardSettings& settings, Timestamp now) {
   Observation seen;
   seen.at = now;
   seen.thermalState = sources_.heat();
-  seen.power = power_.snapshot();
-  seen.lidState = lid_.lidState();
+  const double age = powerAskedAt_ ? secondsBetween(*powerAskedAt_, now) : -1;
+  if (!isQuiet_ || age < 0 || age >= quietPowerSeconds) {
+    lastPower_ = power_.snapshot();
+    lastLid_ = lid_.lidState();
+    powerAskedAt_ = now;
+  }
+  seen.power = lastPower_;
+  seen.lidState = lastLid_;
   seen.evidence = detectors_->activity.gather(settings, seen.power, now);
   seen.strongest = strongest(seen.evidence.merged);
   const AgentResolver resolver = profiles_.watched(settings);

@@ -49,6 +49,12 @@ class Observer {
 
   Observation look(const GuardSettings& settings, Timestamp now);
 
+  /// While there is nothing to lose, power and lid are not asked for in each look: whatever they
+  /// are, nothing follows from it. They are asked for in the first look after that.
+  void setQuiet(bool isQuiet) { isQuiet_ = isQuiet; }
+  /// How old their answers may be then, in seconds.
+  static constexpr double quietPowerSeconds = 30;
+
  private:
   /// Made anew whenever other agents are looked for.
   struct Detectors {
@@ -67,6 +73,10 @@ class Observer {
   PowerMonitor power_;
   LidStateDetector lid_;
   std::unique_ptr<Detectors> detectors_;
+  bool isQuiet_ = false;
+  std::optional<Timestamp> powerAskedAt_;
+  PowerSnapshot lastPower_;
+  LidState lastLid_ = LidState::unknown;
 };
 
 }  // namespace wakelatch::host

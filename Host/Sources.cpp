@@ -5,9 +5,11 @@
 
 namespace wakelatch::host {
 
-MachineSources::MachineSources(CommandRunning& tools)
+MachineSources::MachineSources(CommandRunning& tools, Files files)
     : walkingFiles_(platform::homeDirectory(), sessionFileDepth),
-      files_(walkingFiles_),
+      files_(files == Files::walked
+                 ? static_cast<const FileActivityProbing&>(walkingFiles_)
+                 : watchedFiles_.emplace(walkingFiles_.home(), sessionFileDepth)),
       turns_(files_),
       sources_{[this] {
                  serviceSystemEvents();
@@ -18,5 +20,9 @@ MachineSources::MachineSources(CommandRunning& tools)
                files_,
                turns_,
                [] { return thermalState(); }} {}
+
+std::size_t MachineSources::verifyFiles(double seconds) {
+  return watchedFiles_ ? watchedFiles_->verify(seconds) : 0;
+}
 
 }  // namespace wakelatch::host

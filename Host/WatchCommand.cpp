@@ -25,6 +25,7 @@
 #include "Host/Notices.h"
 #include "Host/Observer.h"
 #include "Host/OneTick.h"
+#include "Host/Pace.h"
 #include "Host/Saver.h"
 #include "Host/SettingsFile.h"
 #include "Host/Signals.h"
@@ -117,7 +118,8 @@ class Watch {
         tools_(tools),
         agents_(agentsFiles()),
         settings_(settingsFile(), options.agent, agents_.current().profiles),
-        machine_(tools.runner()),
+        machine_(tools.runner(), MachineSources::Files::watched),
+        pace_(options.intervalSeconds, options.isIntervalGiven || !options.recordFile.empty()),
         recorder_(makeRecorder()),
         observer_(recorder_ ? recorder_->sources() : machine_.sources(), agents_.current().profiles,
                   options.intervalSeconds / 2),
@@ -153,7 +155,8 @@ class Watch {
             tick(SteadyClock::now());
           break;
         }
-        const std::chrono::duration<double> interval(options_.intervalSeconds);
+        verifyFiles();
+        const std::chrono::duration<double> interval(pace_.seconds());
         if (!pause_.waitUntil(start + std::chrono::duration_cast<SteadyClock::duration>(interval)))
           break;
       }
@@ -192,9 +195,11 @@ class Watch {
     OneTick decided =
         decide(stateMachine_, options_.mode, settings, held.isHeld(), std::move(seen));
     decided.isWatchRunning = true;  // this one
-    if (effects_) {                 // a dry run has nothing in effect
+    pace_.follow(decided, held);
+    observer_.setQuiet(pace_.isQuiet());
+    if (effects_) {  // a dry run has nothing in effect
       decided.watch =
-          stateAfter(decided, stateMachine_.memory(), held, ::getpid(), options_.intervalSeconds);
+          stateAfter(decided, stateMachine_.memory(), held, ::getpid(), pace_.seconds());
       effects_->actor.post(makeWish(decided.decision, settings, decided.seen.power,
                                     decided.seen.lidState, decided.seen.thermalState, now),
                            start, settings.restoreNormalSleepOnQuit);
@@ -206,6 +211,15 @@ class Watch {
     if (isLastTold_) return;
     tell(decided);
     if (trace_ && trace_->isOpen()) record(decided, held);
+  }
+
+  /// When the tick is done: no decision waits for it.
+  void verifyFiles() {
+    constexpr double seconds = 0.02;
+    const std::size_t wrong = machine_.verifyFiles(seconds);
+    if (wrong == 0 || !effects_) return;
+    FileLogger::shared().log("FileProbe: " + std::to_string(wrong) +
+                             " session files had changed without a notice");
   }
 
   void followAgents() {
@@ -375,6 +389,7 @@ class Watch {
   LiveAgents agents_;
   LiveSettings settings_;
   MachineSources machine_;
+  Pace pace_;
   std::unique_ptr<Recorder> recorder_;  ///< null unless asked for
   Observer observer_;
   AgentStateMachine stateMachine_;

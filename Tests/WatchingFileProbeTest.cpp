@@ -17,7 +17,7 @@ namespace wakelatch {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::PrintToString;
+using ::testing::ContainerEq, ::testing::PrintToString;
 using Strings = std::vector<std::string>;
 
 constexpr Timestamp start{std::chrono::duration<double>(1'700'000'000.25)};
@@ -34,16 +34,22 @@ class WatchingFileProbeTest : public ::testing::Test {
   }
   ~WatchingFileProbeTest() override { EXPECT_EQ(::seteuid(user), 0); }
 
+  /// For messages that tell only what differs.
+  static std::map<std::string, Timestamp> ordered(const ModificationsByPath& files) {
+    return {files.begin(), files.end()};
+  }
+
   unsigned below(std::size_t limit) { return static_cast<unsigned>(random() % limit); }
 
   /// Asks both the same.
   void expectSame(const Strings& patterns, const std::string& after_) {
     const std::string what = PrintToString(patterns) + " after " + after_;
     const auto files = walking.sessionModifications(patterns);
-    ASSERT_EQ(watching.sessionModifications(patterns), files) << what;
-    ASSERT_EQ(watching.newestModification(patterns), walking.newestModification(patterns)) << what;
+    ASSERT_THAT(ordered(watching->sessionModifications(patterns)), ContainerEq(ordered(files)))
+        << what;
+    ASSERT_EQ(watching->newestModification(patterns), walking.newestModification(patterns)) << what;
     const Timestamp since = after(start, below(100));
-    ASSERT_EQ(watching.recentModifications(patterns, since),
+    ASSERT_EQ(watching->recentModifications(patterns, since),
               walking.recentModifications(patterns, since))
         << what;
   }
@@ -71,6 +77,7 @@ class WatchingFileProbeTest : public ::testing::Test {
         fs::create_symlink(other, path, ignored);
         return "a link " + path.string() + " to " + other.string();
       case 6:
+        if (isAsked) return "";  // a name that is made later goes unnoticed
         fs::create_hard_link(other, path, ignored);
         return "another name " + path.string() + " of " + other.string();
       case 7:
@@ -111,8 +118,9 @@ class WatchingFileProbeTest : public ::testing::Test {
   const fs::path home = base / "home", outside = base / "outside", away = base / "away";
   std::mt19937 random;
   platform::Descriptor held;
+  bool isAsked = true;
   FileActivityProbe walking{home, 4};
-  WatchingFileProbe watching{home, 4, 0};
+  std::optional<WatchingFileProbe> watching{std::in_place, home, 4, 0};
 };
 
 TEST_F(WatchingFileProbeTest, AnswersAsAWalkWouldWhateverChanges) {
@@ -120,6 +128,10 @@ TEST_F(WatchingFileProbeTest, AnswersAsAWalkWouldWhateverChanges) {
   const Strings components = {"a", "b", "a*", "*.x", "**", "*", "..", ".a", "[ab]*"};
   for (unsigned seed = 1; seed <= (seeds ? unsigned(std::atoi(seeds)) : 20); ++seed) {
     random.seed(seed);
+    watching.emplace(home, 4, 0);
+    isAsked = false;
+    for (int i = 0; i < 20; ++i) change();
+    isAsked = true;
     std::vector<Strings> lists(3);
     for (Strings& patterns : lists) {
       for (auto count = 1 + below(3); count > 0; --count) {
@@ -134,7 +146,7 @@ TEST_F(WatchingFileProbeTest, AnswersAsAWalkWouldWhateverChanges) {
       for (const Strings& patterns : lists) expectSame(patterns, changes);
       if (HasFatalFailure()) return;
     }
-    ASSERT_EQ(watching.verify(60), 0U) << "seed " << seed;
+    ASSERT_EQ(watching->verify(60), 0U) << "seed " << seed;
   }
 }
 
@@ -156,10 +168,10 @@ TEST_F(WatchingFileProbeTest, VerifyingFindsWhatTheSystemDoesNotTell) {
   expectSame(patterns, "the beginning");
   fs::create_hard_link(home / "a/1", outside / "1");
   touchFile(outside / "1", after(start, 50));
-  EXPECT_EQ(watching.newestModification(patterns), start);
-  EXPECT_EQ(watching.verify(60), 1U);
+  EXPECT_EQ(watching->newestModification(patterns), start);
+  EXPECT_EQ(watching->verify(60), 1U);
   expectSame(patterns, "verifying");
-  EXPECT_EQ(watching.verify(60), 0U);
+  EXPECT_EQ(watching->verify(60), 0U);
 }
 
 }  // namespace

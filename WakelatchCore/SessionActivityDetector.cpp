@@ -60,10 +60,12 @@ std::vector<ActivitySignal> SessionActivityDetector::detectPerApp(const GuardSet
 std::map<std::string, std::int64_t> SessionActivityDetector::sessionCountsPerApp(
     const GuardSettings& settings, Timestamp now, double window) const {
   std::map<std::string, std::int64_t> counts;
+  // Somewhat more than the window: rounded another way, a time may still be within it.
+  const Timestamp since = after(now, -window - (1 + std::abs(window) * 1e-9));
   const AgentResolver resolver = profiles_.watched(settings);
   for (const AgentProfile& profile : resolver.profiles()) {
     if (profile.sessionCountGlobs.empty()) continue;
-    const auto files = probe_.sessionModifications(profile.sessionCountGlobs);
+    const auto files = probe_.recentModifications(profile.sessionCountGlobs, since);
     counts[profile.displayName] = std::count_if(files.begin(), files.end(), [&](const auto& file) {
       const auto& [path, time] = file;
       return isSession(path) && !(secondsBetween(time, now) > window);

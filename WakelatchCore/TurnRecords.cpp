@@ -181,9 +181,10 @@ std::optional<std::vector<TurnRecord>> TurnReader::parse(const TurnRecordFormat&
 std::vector<TurnRecord> TurnReader::records(const TurnRecordFormat& format, Timestamp since) {
   std::vector<std::pair<Timestamp, std::string>> recent;
   const bool isDatabase = format.form == TurnRecordFormat::Form::sqlite;
-  for (auto& [path, time] : files_.sessionModifications(format.globs)) {
-    // What a database has been told lately need not stand in its main file yet.
-    if (time >= since || isDatabase) recent.emplace_back(time, path);
+  // What a database has been told lately need not stand in its main file yet.
+  for (auto& [path, time] : isDatabase ? files_.sessionModifications(format.globs)
+                                       : files_.recentModifications(format.globs, since)) {
+    recent.emplace_back(time, path);
   }
   const std::size_t count = std::min(recent.size(), isDatabase ? maxDatabases : maxFiles);
   std::partial_sort(recent.begin(), recent.begin() + static_cast<std::ptrdiff_t>(count),

@@ -13,7 +13,6 @@
 #include "Host/trace/Trace.h"
 #include "Platform/Accessibility.h"
 #include "WakelatchCore/FileActivityProbe.h"
-#include "WakelatchCore/SessionActivityDetector.h"
 #include "WakelatchCore/ShellCommand.h"
 #include "WakelatchCore/TurnRecords.h"
 
@@ -54,19 +53,14 @@ class FileListener : public FileActivityProbing {
     return time;
   }
 
-  ModificationsByPath sessionModifications(
-      const std::vector<std::string>& patterns) const override {
-    ModificationsByPath files = machine_.sessionModifications(patterns);
-    // Of years of sessions only those are kept that a count may still be about, even when the clock
-    // is set back somewhat.
+  /// Keeps more than was asked for: a count may still be about that when the clock is set back.
+  ModificationsByPath recentModifications(const std::vector<std::string>& patterns,
+                                          Timestamp since) const override {
     constexpr double margin = 3600;
-    const Timestamp since =
-        after(platform::now(), -SessionActivityDetector::defaultSessionCountWindow - margin);
-    ModificationsByPath& recent = sessions[traceKey(patterns)];
-    recent.clear();
-    for (const auto& [path, time] : files) {
-      if (time > since) recent.emplace(path, time);
-    }
+    ModificationsByPath& kept = sessions[traceKey(patterns)];
+    kept = machine_.recentModifications(patterns, after(since, -margin));
+    ModificationsByPath files = kept;
+    std::erase_if(files, [since](const auto& file) { return file.second < since; });
     return files;
   }
 
