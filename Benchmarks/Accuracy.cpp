@@ -54,9 +54,9 @@ Replayed replayAll(const fs::path& directory, double cpuFactor) {
     profile->sleepOnlyIfLidClosed = false;
   }
   for (const std::string& name : tracesIn(directory)) {
-    ScoredTrace trace =
-        scoredTrace(directory / (name + traceEnd), directory / (name + ".truth.jsonl"),
-                    {.settings = settings, .cpuFactor = cpuFactor, .profiles = profiles});
+    ScoredTrace trace = scoredTrace(
+        directory / (name + traceEnd), directory / (name + ".truth.jsonl"),
+        {.settings = settings, .cpuFactor = cpuFactor, .profiles = profiles, .isPaced = true});
     trace.title = name;
     const Score score = host::score(trace, profiles);
     result.sum += score;

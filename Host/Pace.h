@@ -1,7 +1,6 @@
 // How often a watch looks.
 #pragma once
 
-#include <algorithm>
 #include <optional>
 
 #include "Host/OneTick.h"
@@ -12,27 +11,22 @@ namespace wakelatch::host {
 /// runs, writes files or shows text. The first sign of one brings it back.
 class Pace {
  public:
-  /// Between quiet ticks. The statistics take more than 10 s for a sleep of the machine.
+  /// The time between quiet ticks. The statistics take more than 10 s for a sleep of the machine.
   static constexpr double quietSeconds = 8;
-  /// So long there must have been nothing to lose before it is quiet, in seconds: somebody who has
-  /// just begun to watch is about to start an agent.
-  static constexpr double patience = 30;
-
-  /// @param intervalSeconds  between ticks that are not quiet
-  /// @param isFixed          between all ticks
-  Pace(double intervalSeconds, bool isFixed) : interval_(intervalSeconds), isFixed_(isFixed) {}
+  /// So long there must have been nothing to lose before it is quiet, in seconds: who has just
+  /// begun to watch, or has used an agent a while ago, is about to start one, and its work is to be
+  /// seen at once.
+  static constexpr double patience = 300;
 
   /// To be told of each tick, and of what was held then.
   void follow(const OneTick& tick, const Held& held) {
     const Timestamp now = tick.seen.at;
     if (hasSomethingToLose(tick, held) || (idleSince_ && *idleSince_ > now)) idleSince_.reset();
     if (!idleSince_ && !hasSomethingToLose(tick, held)) idleSince_ = now;
-    isQuiet_ = !isFixed_ && idleSince_ && secondsBetween(*idleSince_, now) >= patience;
+    isQuiet_ = idleSince_ && secondsBetween(*idleSince_, now) >= patience;
   }
 
   bool isQuiet() const { return isQuiet_; }
-  /// From the start of the last tick to that of the next.
-  double seconds() const { return isQuiet_ ? std::max(interval_, quietSeconds) : interval_; }
 
  private:
   static bool hasSomethingToLose(const OneTick& tick, const Held& held) {
@@ -46,8 +40,6 @@ class Pace {
     return seesAgents || decides || holds;
   }
 
-  const double interval_;
-  const bool isFixed_;
   std::optional<Timestamp> idleSince_;
   bool isQuiet_ = false;
 };

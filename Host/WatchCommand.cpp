@@ -119,7 +119,6 @@ class Watch {
         agents_(agentsFiles()),
         settings_(settingsFile(), options.agent, agents_.current().profiles),
         machine_(tools.runner(), MachineSources::Files::watched),
-        pace_(options.intervalSeconds, options.isIntervalGiven || !options.recordFile.empty()),
         recorder_(makeRecorder()),
         observer_(recorder_ ? recorder_->sources() : machine_.sources(), agents_.current().profiles,
                   options.intervalSeconds / 2),
@@ -156,7 +155,7 @@ class Watch {
           break;
         }
         verifyFiles();
-        const std::chrono::duration<double> interval(pace_.seconds());
+        const std::chrono::duration<double> interval(intervalSeconds());
         if (!pause_.waitUntil(start + std::chrono::duration_cast<SteadyClock::duration>(interval)))
           break;
       }
@@ -196,10 +195,10 @@ class Watch {
         decide(stateMachine_, options_.mode, settings, held.isHeld(), std::move(seen));
     decided.isWatchRunning = true;  // this one
     pace_.follow(decided, held);
-    observer_.setQuiet(pace_.isQuiet());
+    observer_.setQuiet(isQuiet());
     if (effects_) {  // a dry run has nothing in effect
       decided.watch =
-          stateAfter(decided, stateMachine_.memory(), held, ::getpid(), pace_.seconds());
+          stateAfter(decided, stateMachine_.memory(), held, ::getpid(), intervalSeconds());
       effects_->actor.post(makeWish(decided.decision, settings, decided.seen.power,
                                     decided.seen.lidState, decided.seen.thermalState, now),
                            start, settings.restoreNormalSleepOnQuit);
@@ -211,6 +210,13 @@ class Watch {
     if (isLastTold_) return;
     tell(decided);
     if (trace_ && trace_->isOpen()) record(decided, held);
+  }
+
+  bool isQuiet() const {
+    return !options_.isIntervalGiven && options_.recordFile.empty() && pace_.isQuiet();
+  }
+  double intervalSeconds() const {
+    return isQuiet() ? Pace::quietSeconds : options_.intervalSeconds;
   }
 
   /// When the tick is done: no decision waits for it.

@@ -114,9 +114,29 @@ Replay::Replay(std::filesystem::path file, Options options)
 }
 
 std::optional<OneTick> Replay::next() {
-  const auto line = readLine();
-  if (!line) return std::nullopt;
-  const auto tick = decoded<TraceTick>(*line);
+  do {
+    const auto line = readLine();
+    if (!line) return std::nullopt;
+    const auto tick = decoded<TraceTick>(*line);
+    follow(tick);
+    sinceDecided_ += static_cast<double>(tick.ms) / 1000;
+  } while (options_.isPaced && sinceDecided_ < pause_);
+  OneTick decided = decide(stateMachine_, header_.mode, settings_, held_.isHeld(),
+                           observer_.look(settings_, platform::fromMilliseconds(ms_)));
+  decided.isWatchRunning = true;
+  if (header_.pid) {
+    decided.watch =
+        stateAfter(decided, stateMachine_.memory(), held_, *header_.pid, header_.intervalSeconds);
+  }
+  pace_.follow(decided, held_);
+  const double late = header_.intervalSeconds / 2;  // the tick that is nearest counts
+  pause_ = pace_.isQuiet() ? Pace::quietSeconds - late : 0;
+  sinceDecided_ = 0;
+  return decided;
+}
+
+/// Makes the machine what it was then.
+void Replay::follow(const TraceTick& tick) {
   if (tick.settings && !options_.settings) {
     settings_ = onlyAgent(*tick.settings, options_.agent, options_.profiles);
   }
@@ -130,14 +150,6 @@ std::optional<OneTick> Replay::next() {
   } catch (const std::exception& error) {
     fail(error);
   }
-  OneTick decided = decide(stateMachine_, header_.mode, settings_, held_.isHeld(),
-                           observer_.look(settings_, platform::fromMilliseconds(ms_)));
-  decided.isWatchRunning = true;
-  if (header_.pid) {
-    decided.watch =
-        stateAfter(decided, stateMachine_.memory(), held_, *header_.pid, header_.intervalSeconds);
-  }
-  return decided;
 }
 
 std::optional<std::string> Replay::readLine() {

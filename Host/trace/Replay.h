@@ -11,6 +11,7 @@
 
 #include "Host/Observer.h"
 #include "Host/OneTick.h"
+#include "Host/Pace.h"
 #include "Host/Sources.h"
 #include "Host/trace/RecordedSources.h"
 #include "Host/trace/Trace.h"
@@ -56,6 +57,8 @@ class Replay {
     double cpuFactor = 1;
     std::string agent = {};  ///< see onlyAgent()
     AgentProfiles profiles = {};
+    /// Leaves out ticks that a watch would have left out in quiet times; see Pace.
+    bool isPaced = false;
   };
 
   /// Reads the header. Throws std::runtime_error naming file, line and reason.
@@ -71,6 +74,7 @@ class Replay {
 
  private:
   std::optional<std::string> readLine();
+  void follow(const TraceTick& tick);
   template <class Line>
   Line decoded(const std::string& text) const;
   [[noreturn]] void fail(const std::exception& error) const;
@@ -87,6 +91,9 @@ class Replay {
   RecordedMachine machine_;
   Observer observer_;
   AgentStateMachine stateMachine_;
+  Pace pace_;
+  double sinceDecided_ = 0;  ///< seconds
+  double pause_ = 0;         ///< until the next paced tick
 };
 
 }  // namespace wakelatch::host
