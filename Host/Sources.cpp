@@ -7,9 +7,10 @@ namespace wakelatch::host {
 
 MachineSources::MachineSources(CommandRunning& tools, Files files)
     : walkingFiles_(platform::homeDirectory(), sessionFileDepth),
-      files_(files == Files::walked
-                 ? static_cast<const FileActivityProbing&>(walkingFiles_)
-                 : watchedFiles_.emplace(walkingFiles_.home(), sessionFileDepth)),
+      files_(files == Files::watched && WatchingFileProbe::isSupported()
+                 ? static_cast<const FileActivityProbing&>(
+                       watchedFiles_.emplace(walkingFiles_.home(), sessionFileDepth))
+                 : walkingFiles_),
       turns_(files_),
       sources_{[this] {
                  serviceSystemEvents();

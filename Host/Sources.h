@@ -31,8 +31,8 @@ class MachineSources {
   /// How deep below the home directory session files are looked for.
   static constexpr int sessionFileDepth = 12;
 
-  /// How session files are found: by walking in each look, or by watching where they may be, which
-  /// pays from the second look on.
+  /// How session files are found: by walking in each look, or, where the system allows it, by
+  /// watching where they may be, which pays from the second look on.
   enum class Files { walked, watched };
 
   /// @param tools  owned by the caller

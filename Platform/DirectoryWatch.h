@@ -30,6 +30,9 @@ class DirectoryWatch {
     std::set<std::pair<Number, std::string>> entries;
   };
 
+  /// Whether this system tells what is needed at all.
+  static bool isSupported();
+
   DirectoryWatch();
 
   /// From here on tells of the entries of the directory at `path`, links followed, but not of what

@@ -32,6 +32,10 @@ constexpr std::array<std::uint32_t, 13> toldFileSystems = {
 
 }  // namespace
 
+bool DirectoryWatch::isSupported() {
+  return true;
+}
+
 // The list of mounts can be waited for: it is then ready when it has changed since the last wait.
 DirectoryWatch::DirectoryWatch()
     : events_(aboveStandardStreams(Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)))),

@@ -401,6 +401,10 @@ struct WatchingFileProbe::State {
   SteadyClock::time_point verifiedAt WAKELATCH_GUARDED_BY(mutex) = SteadyClock::now();
 };
 
+bool WatchingFileProbe::isSupported() {
+  return platform::DirectoryWatch::isSupported();
+}
+
 WatchingFileProbe::WatchingFileProbe(std::filesystem::path home, std::int64_t maxDepth,
                                      double verifyEvery)
     : state_(std::make_unique<State>(home.string(), maxDepth, verifyEvery)) {}

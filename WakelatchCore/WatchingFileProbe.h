@@ -28,6 +28,10 @@ namespace wakelatch {
 /// file. Holds two file descriptors, and on Linux one of the user's inotify watches a directory.
 class WatchingFileProbe : public FileActivityProbing {
  public:
+  /// Whether the system tells of changes. Where it does not, as on macOS, each call walks, and a
+  /// FileActivityProbe does that at less cost.
+  static bool isSupported();
+
   /// How often verify() begins anew, in seconds.
   static constexpr double verifyInterval = 300;
 
