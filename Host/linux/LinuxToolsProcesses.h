@@ -6,10 +6,10 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Platform/Mutex.h"
 
@@ -27,7 +27,7 @@ class ProcessTable {
   /// The shortest time over which CPU use is told; the kernel counts it in steps of 0.01 s.
   static constexpr double sampleSeconds = 0.2;
 
-  explicit ProcessTable(std::filesystem::path proc);
+  explicit ProcessTable(const std::filesystem::path& proc);
 
   /// `pid=,ppid=,pcpu=,comm=`: CPU use in percent of one core since the previous call, and the
   /// program's name as programName() tells it. The first call, and one that follows the previous
@@ -62,21 +62,36 @@ class ProcessTable {
                                    ///< has executed a program; 0 when that is kept from this user
     std::uint64_t cpuTicks = 0;
     Clock::time_point readAt = {};
+
+    /// Whether it has done nothing since `before` that shows here.
+    bool isAs(const Status& before) const {
+      return startTicks == before.startTicks && cpuTicks == before.cpuTicks &&
+             imageStamp == before.imageStamp && hasExited == before.hasExited &&
+             name == before.name;
+    }
   };
   struct Process {
+    pid_t pid = 0;
+    ino_t inode = 0;
+    /// All that it has used, told before anything else was read: what it did meanwhile counts
+    /// later.
+    std::optional<std::chrono::nanoseconds> cpuTime;
     Status status;
+    double cpuPercent = 0;           ///< of one core, since the sample before
     std::string program, arguments;  ///< each in one line; empty when it has gone meanwhile
   };
   struct Sample {
     Clock::time_point begun = {};
-    std::map<pid_t, Process> processes;
+    std::vector<Process> processes;  ///< in the order of their ids
   };
 
-  static std::optional<Status> statusOf(const std::filesystem::path& process);
-  static double cpuPercent(const Status& now, const Sample& previous, pid_t pid);
-  Sample takeSample(const Sample* previous) WAKELATCH_REQUIRES(listing_);
+  static std::optional<Status> statusOf(const std::string& directory);
+  static double cpuPercent(const Status& now, const Status* before, Clock::time_point since);
+  static void readNames(Process& process, const std::string& directory);
+  void findParents(Sample& sample) const;
+  Sample takeSample(Sample previous) WAKELATCH_REQUIRES(listing_);
 
-  const std::filesystem::path proc_;
+  const std::string proc_;   ///< with a slash at the end
   platform::Mutex listing_;  ///< held for a whole listing, its wait included
   std::optional<Sample> newest_ WAKELATCH_GUARDED_BY(listing_);
   unsigned samples_ WAKELATCH_GUARDED_BY(listing_) = 0;  ///< taken so far
