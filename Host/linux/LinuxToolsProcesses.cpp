@@ -110,12 +110,21 @@ std::string percentText(double percent) {
   return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
 }
 
+double ticksPerSecond() {
+  static const auto rate = static_cast<double>(::sysconf(_SC_CLK_TCK));
+  return rate;
+}
+
+std::optional<std::chrono::nanoseconds> timeOf(clockid_t clock) {
+  timespec time{};
+  if (::clock_gettime(clock, &time) != 0) return std::nullopt;
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 /// The CPU time that a process has used; nothing when the kernel does not tell.
 std::optional<std::chrono::nanoseconds> cpuTimeOf(pid_t pid) {
   clockid_t clock{};
-  timespec used{};
-  if (::clock_getcpuclockid(pid, &clock) != 0 || ::clock_gettime(clock, &used) != 0) return {};
-  return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+  return ::clock_getcpuclockid(pid, &clock) == 0 ? timeOf(clock) : std::nullopt;
 }
 
 }  // namespace
@@ -158,14 +167,13 @@ void ProcessTable::readNames(Process& process, const std::string& directory) {
 }
 
 double ProcessTable::cpuPercent(const Status& now, const Status* before, Clock::time_point since) {
-  static const auto ticksPerSecond = static_cast<double>(::sysconf(_SC_CLK_TCK));
   // One that was not there before had used nothing then.
   std::uint64_t ticksBefore = 0;
   if (before != nullptr) {
     ticksBefore = std::min(before->cpuTicks, now.cpuTicks);
     since = before->readAt;
   }
-  return 100 * static_cast<double>(now.cpuTicks - ticksBefore) / ticksPerSecond /
+  return 100 * static_cast<double>(now.cpuTicks - ticksBefore) / ticksPerSecond() /
          std::chrono::duration<double>(now.readAt - since).count();
 }
 
@@ -182,20 +190,26 @@ void ProcessTable::findParents(Sample& sample) const {
   }
 }
 
-ProcessTable::Sample ProcessTable::takeSample(Sample previous) {
+ProcessTable::Sample ProcessTable::takeSample(Sample previous, bool isQuiet) const {
   constexpr unsigned rounds = 5;
-  const unsigned round = samples_++ % rounds;
+  const std::chrono::duration<double> sinceBoot =
+      timeOf(CLOCK_BOOTTIME).value_or(Clock::duration());
+  const double youngFrom = (sinceBoot.count() - youngSeconds) * ticksPerSecond();
   // In a /proc of other ids than this process's system calls know, these would tell of others.
   const bool hasClocks = linkTarget(proc_ + "self") == std::to_string(::getpid());
-  Sample sample{.begun = Clock::now(), .processes = {}};
+  Sample sample{.begun = Clock::now(), .round = (previous.round + 1) % rounds, .processes = {}};
   auto known = previous.processes.begin();
   for (const auto& [pid, inode] : processesIn(proc_)) {
     while (known != previous.processes.end() && known->pid < pid) ++known;
     Process* before = known != previous.processes.end() && known->pid == pid ? &*known : nullptr;
-    const bool isTurn = static_cast<unsigned>(pid) % rounds == round;
-    const auto cpuTime = hasClocks ? cpuTimeOf(pid) : std::nullopt;
-    if (!isTurn && before && before->inode == inode && cpuTime && before->cpuTime == cpuTime) {
-      before->status.readAt = Clock::now();
+    const bool isTurn = static_cast<unsigned>(pid) % rounds == sample.round;
+    const bool isSame = before && before->inode == inode;
+    const bool isPassedOver =
+        isQuiet && !isTurn && isSame && static_cast<double>(before->status.startTicks) < youngFrom;
+    const auto cpuTime = hasClocks && !isPassedOver ? cpuTimeOf(pid) : std::nullopt;
+    const bool hasRested = isSame && cpuTime && before->cpuTime == cpuTime;
+    if (isPassedOver || (hasRested && (isQuiet || !isTurn))) {
+      if (hasRested) before->status.readAt = Clock::now();
       before->cpuPercent = 0;
       sample.processes.push_back(std::move(*before));
       continue;
@@ -223,9 +237,10 @@ ProcessTable::Sample ProcessTable::takeSample(Sample previous) {
 
 std::string ProcessTable::usageListing() {
   const platform::MutexLock lock(listing_);
-  if (!newest_) newest_ = takeSample({});
+  const bool isQuiet = newest_ && isQuiet_;
+  if (!newest_) newest_ = takeSample({}, false);
   std::this_thread::sleep_until(newest_->begun + std::chrono::duration<double>(sampleSeconds));
-  newest_ = takeSample(*std::exchange(newest_, std::nullopt));
+  newest_ = takeSample(*std::exchange(newest_, std::nullopt), isQuiet);
 
   std::string listing;
   for (const Process& process : newest_->processes) {
@@ -243,7 +258,7 @@ std::string ProcessTable::argumentListing() {
   Sample own;
   const std::chrono::duration<double> sameMoment(sampleSeconds / 2);
   const bool isFresh = newest_ && Clock::now() - newest_->begun <= sameMoment;
-  if (!isFresh) own = takeSample({});
+  if (!isFresh) own = takeSample({}, false);
   std::string listing;
   for (const Process& process : (isFresh ? *newest_ : own).processes) {
     if (process.arguments.empty()) continue;

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -27,7 +28,19 @@ class ProcessTable {
   /// The shortest time over which CPU use is told; the kernel counts it in steps of 0.01 s.
   static constexpr double sampleSeconds = 0.2;
 
+  /// How long a process is young: it may still be about to execute the program it was started for.
+  static constexpr double youngSeconds = 30;
+
   explicit ProcessTable(const std::filesystem::path& proc);
+
+  /// Whether listings are to be quiet from now on: less is looked at while nothing depends on it.
+  /// Which processes there are stays exact, and new and young ones are read as ever. Of the others
+  /// a fifth is looked at, another one each time, and read if it has run; of the rest the listing
+  /// repeats what it knew, with a CPU use of 0.0. So what an old process becomes is seen within
+  /// five listings. Listings after the quiet look at all again; the first tells the CPU use since
+  /// each process was looked at last. The very first listing is never quiet. From any thread; waits
+  /// for nothing.
+  void setQuiet(bool isQuiet) { isQuiet_ = isQuiet; }
 
   /// `pid=,ppid=,pcpu=,comm=`: CPU use in percent of one core since the previous call, and the
   /// program's name as programName() tells it. The first call, and one that follows the previous
@@ -82,6 +95,7 @@ class ProcessTable {
   };
   struct Sample {
     Clock::time_point begun = {};
+    unsigned round = 0;              ///< which fifth is looked at for certain
     std::vector<Process> processes;  ///< in the order of their ids
   };
 
@@ -89,12 +103,12 @@ class ProcessTable {
   static double cpuPercent(const Status& now, const Status* before, Clock::time_point since);
   static void readNames(Process& process, const std::string& directory);
   void findParents(Sample& sample) const;
-  Sample takeSample(Sample previous) WAKELATCH_REQUIRES(listing_);
+  Sample takeSample(Sample previous, bool isQuiet) const;
 
-  const std::string proc_;   ///< with a slash at the end
+  const std::string proc_;  ///< with a slash at the end
+  std::atomic<bool> isQuiet_ = false;
   platform::Mutex listing_;  ///< held for a whole listing, its wait included
   std::optional<Sample> newest_ WAKELATCH_GUARDED_BY(listing_);
-  unsigned samples_ WAKELATCH_GUARDED_BY(listing_) = 0;  ///< taken so far
 };
 
 }  // namespace wakelatch::host
