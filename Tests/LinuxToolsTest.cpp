@@ -86,8 +86,9 @@ TEST(LinuxTools, TellsCPUUseSinceThePreviousListing) {
   EXPECT_GT(cpuOf(7, listed("R", 4990, 9)), 10 * tenTicks) << "another process since then";
   EXPECT_EQ(listed("Z", 4990, 9), "    7     3   0.0 <defunct>\n");
 
+  const auto begun = std::chrono::steady_clock::now();
   const auto load = [&] {  // of an old process that keeps 20 cores busy
-    const std::chrono::duration<double> now = std::chrono::steady_clock::now().time_since_epoch();
+    const std::chrono::duration<double> now = std::chrono::steady_clock::now() - begun;
     return cpuOf(7, listed("R", static_cast<int>(2000 * now.count()), 5));
   };
   load();

@@ -20,9 +20,11 @@ namespace wakelatch::host {
 /// or an argument is written as "\012". Processes that end during a listing are left out. Safe from
 /// several threads at once. Nothing is thrown but for want of memory, nothing logged.
 ///
-/// Names and arguments are read again for a process that is new, that has executed another program,
-/// or that has used CPU time; and for a fifth of the others each time, because a process may give
-/// itself another title at any moment.
+/// A process that has not run since the previous listing has not changed, but for its parent. Its
+/// CPU clock counts in nanoseconds and tells that for much less than reading its files costs. In a
+/// /proc of other process ids, such as another container's, there are no clocks: there every
+/// process's status is read, and names and arguments when it shows another program or CPU use. In
+/// any case a fifth of the processes is read as a whole each time, another one each time.
 class ProcessTable {
  public:
   /// The shortest time over which CPU use is told; the kernel counts it in steps of 0.01 s.
