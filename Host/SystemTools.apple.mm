@@ -12,7 +12,7 @@ namespace {
 
 /// Starts every tool in one language: with decimal commas `ps` would print "8,0". Not in "C", where
 /// it would also print letters beyond ASCII as escapes.
-class PlainLanguageRunner : public CommandRunning {
+class PlainLanguageRunner : public SystemTools {
  public:
   explicit PlainLanguageRunner(CommandRunning& children) : children_(children) {}
 
@@ -29,8 +29,7 @@ class PlainLanguageRunner : public CommandRunning {
 
 }  // namespace
 
-std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children,
-                                                double /*timeoutSeconds*/) {
+std::unique_ptr<SystemTools> makeSystemTools(CommandRunning& children, double /*timeoutSeconds*/) {
   return std::make_unique<PlainLanguageRunner>(children);
 }
 

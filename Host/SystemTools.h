@@ -10,12 +10,22 @@
 
 namespace wakelatch::host {
 
+/// A runner of the system's tools.
+class SystemTools : public CommandRunning {
+ public:
+  /// Whether rough listings of processes are enough from now on, because no agent runs and nothing
+  /// is held: each new process is listed at once, but what an old one becomes, and its load, some
+  /// listings later. Changes nothing where the system's own tool lists them. From any thread; waits
+  /// for nothing.
+  virtual void setQuiet(bool /*isQuiet*/) {}
+};
+
 /// The runner of the system's tools, for any thread. On macOS they run as `children`, with an
 /// output that does not depend on the user's language; elsewhere stand-ins in this process answer,
 /// and wait for other processes some seconds at most.
 /// Call before other threads run: it sets up the environment that children get.
 /// @param children  owned by the caller, outlives the result
-std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& children, double timeoutSeconds);
+std::unique_ptr<SystemTools> makeSystemTools(CommandRunning& children, double timeoutSeconds);
 
 /// How long an administrator prompt may stay open: time enough for a password.
 inline constexpr double adminTimeoutSeconds = 120;

@@ -17,8 +17,8 @@ constexpr double answerSeconds = 3;
 
 }  // namespace
 
-std::unique_ptr<CommandRunning> makeSystemTools(CommandRunning& /*children*/,
-                                                double /*timeoutSeconds*/) {
+std::unique_ptr<SystemTools> makeSystemTools(CommandRunning& /*children*/,
+                                             double /*timeoutSeconds*/) {
   ::setenv(watchPidVariable, std::to_string(::getpid()).c_str(), 1);
   // The runners act for one process. It outlives whatever still waits at the exit.
   static const auto& manager =

@@ -26,6 +26,8 @@ class Tools {
 
   /// For looking at the machine.
   CommandRunning& runner() { return looking_.runner(); }
+  /// How closely runner() looks; see SystemTools::setQuiet().
+  void setQuiet(bool isQuiet) { looking_.system->setQuiet(isQuiet); }
   /// For acting on it.
   CommandRunning& actingRunner() { return acting_.runner(); }
   /// For commands that show the administrator prompt.
@@ -56,7 +58,7 @@ class Tools {
     }
 
     CancellableCommandRunner children;
-    std::unique_ptr<CommandRunning> system;
+    std::unique_ptr<SystemTools> system;
     std::optional<ToolDirectory> standIns;
   };
 

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <csignal>
 #include <regex>
 #include <sstream>
 
@@ -83,30 +85,35 @@ TEST(LinuxTools, TellsCPUUseSinceThePreviousListing) {
   EXPECT_LT(tenTicks, 51) << "0.1 s in at least 0.2 s";
   EXPECT_GT(cpuOf(7, listed("R", 4990, 9)), 10 * tenTicks) << "another process since then";
   EXPECT_EQ(listed("Z", 4990, 9), "    7     3   0.0 <defunct>\n");
+
+  const auto begun = std::chrono::steady_clock::now();
+  const auto load = [&] {  // of an old process that keeps 20 cores busy
+    const std::chrono::duration<double> now = std::chrono::steady_clock::now() - begun;
+    return cpuOf(7, listed("R", static_cast<int>(2000 * now.count()), 5));
+  };
+  load();
+  tools.setQuiet(true);
+  int looks = 0;
+  for (int i = 0; i < 7; ++i) looks += load() > 0;
+  EXPECT_TRUE(looks == 1 || looks == 2) << "each fifth time";
+  tools.setQuiet(false);
+  EXPECT_NEAR(load(), 2000, 500) << "since it was looked at";
 }
 
 TEST(LinuxTools, NoticesWhatAProcessBecomes) {
-  const Files proc;
+  const Files proc("7/comm=x");
   LinuxTools tools({.proc = proc.path()});
-  const auto become = [&](const std::string& status, const std::string& commandLine) {
-    writeFile(proc.path() / "7/stat", status);
-    writeFile(proc.path() / "7/cmdline", commandLine);
-  };
-  const auto isListedWithin = [&](int listings, const std::string& program) {
-    const auto isListed = [&] {
-      return tools.run(usage).standardOutput.ends_with(" " + program + "\n");
-    };
-    while (listings > 0 && !isListed()) --listings;
-    return listings > 0;
-  };
-  become(stat("one", "S", 0, 5), "one\0"s);
-  EXPECT_TRUE(isListedWithin(1, "one"));
-  become(stat("two", "S", 0, 5), "two\0"s);
-  EXPECT_TRUE(isListedWithin(1, "two")) << "another name";
-  become(stat("two", "S", 0, 6), "/x/two\0"s);
-  EXPECT_TRUE(isListedWithin(1, "/x/two")) << "another process of the same id and name";
-  become(stat("two", "S", 0, 6), "/y/two\0"s);
-  EXPECT_TRUE(isListedWithin(5, "/y/two")) << "another title, at no measurable cost";
+  using Row = std::tuple<std::string, int, std::string, int>;  // name, start, title; seen within
+  for (const auto& [name, start, title, listings] :
+       {Row{"one", 5, "one", 1}, Row{"two", 5, "two", 1}, Row{"two", 6, "/x/two", 1},
+        Row{"two", 6, "/y/two", 5}}) {  // the last at no measurable cost
+    writeFile(proc.path() / "7/stat", stat(name, "S", 0, start));
+    writeFile(proc.path() / "7/cmdline", title + '\0');
+    std::string listing;
+    for (int i = 0; i < listings && !listing.ends_with(" " + title + "\n"); ++i)
+      listing = tools.run(usage).standardOutput;
+    EXPECT_THAT(listing, testing::EndsWith(" " + title + "\n"));
+  }
 }
 
 TEST(LinuxTools, ListsRealProcesses) {
@@ -127,6 +134,28 @@ TEST(LinuxTools, ListsRealProcesses) {
   EXPECT_THAT(tools.run({"/bin/ps", {"-axo", "pid=,args="}}).standardOutput,
               AllOf(HasSubstr(" " + agent + " option " + claude + " a  b\\012c\n"),
                     HasSubstr(" qwen at work\n")));
+}
+
+TEST(LinuxTools, FollowsYoungProcessesWhileItIsQuiet) {
+  const std::string agent = WAKELATCH_CHILDREN_DIR "/agent";
+  LinuxTools tools;
+  tools.run(usage);
+  tools.setQuiet(true);
+  ChildProcess shell("/bin/sh", {"-c", "sleep 5 & kill -STOP $$; exec " + agent},
+                     ChildOutput::inherited);
+  const std::string id = std::to_string(shell.id());
+  const auto has = [&](const char* program) {  // the process itself, or its child
+    return testing::ContainsRegex("[ \n]" + id + " [^\n]*/" + program + "\n");
+  };
+  tools.run(usage);  // meanwhile it starts its child
+  EXPECT_THAT(tools.run(usage).standardOutput, has("sleep"));
+  shell.send(SIGCONT);
+  while (tools.run({"/bin/ps", {"-p", id, "-o", "comm="}}).standardOutput != agent + "\n") {
+  }
+  EXPECT_THAT(tools.run(usage).standardOutput, AllOf(has("agent"), has("sleep")));
+  shell.send(SIGKILL);
+  shell.reap();
+  EXPECT_THAT(tools.run(usage).standardOutput, Not(has(".*"))) << "nor is it a parent any more";
 }
 
 TEST(LinuxTools, TellsPowerAndLid) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "Host/SystemTools.h"
 #include "Host/linux/LinuxToolsProcesses.h"
 #include "Host/linux/Logind.h"
 #include "Platform/Descriptor.h"
@@ -68,7 +69,7 @@ class LoginManager {
 ///     /usr/bin/osascript -e ... disablesleep 0 ...   lets it go
 ///     /usr/bin/pmset -a disablesleep 0       lets it go as well
 ///     /usr/bin/pmset sleepnow                suspends through logind
-class LinuxTools : public CommandRunning {
+class LinuxTools : public SystemTools {
  public:
   explicit LinuxTools(LinuxRoots roots = {})
       : LinuxTools(roots, std::make_shared<LoginManager>(roots.logind)) {}
@@ -80,6 +81,9 @@ class LinuxTools : public CommandRunning {
   /// CommandRunnerError::nonZeroExit for a tool that fails, std::runtime_error naming the command
   /// for a command line that is not in the list.
   CommandResult run(const ShellCommand& command) override;
+
+  /// See ProcessTable::setQuiet().
+  void setQuiet(bool isQuiet) override { processes_.setQuiet(isQuiet); }
 
  private:
   const LinuxRoots roots_;

@@ -1,8 +1,11 @@
 #include "Host/linux/LinuxToolsProcesses.h"
 
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cmath>
 #include <thread>
 #include <utility>
@@ -22,28 +25,41 @@ std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
   return pieces;
 }
 
-std::vector<pid_t> processIDs(const fs::path& proc) {
-  std::vector<pid_t> ids;
-  forEachName(proc, [&](std::string_view name) {
-    if (const auto id = numberIn<pid_t>(name)) ids.push_back(*id);
+/// A directory of /proc. Its inode is another one for another process of the same id.
+struct ProcessDirectory {
+  pid_t pid;
+  ino_t inode;
+};
+
+/// In the order of their ids.
+std::vector<ProcessDirectory> processesIn(const fs::path& proc) {
+  std::vector<ProcessDirectory> found;
+  forEachEntry(proc, [&](const dirent& entry) {
+    if (const auto pid = numberIn<pid_t>(entry.d_name)) found.push_back({*pid, entry.d_ino});
   });
-  std::sort(ids.begin(), ids.end());
-  return ids;
+  std::sort(found.begin(), found.end(), [](auto& a, auto& b) { return a.pid < b.pid; });
+  return found;
 }
 
 /// The command line as the kernel keeps it, each argument ended by a NUL. A process that shortened
 /// it to a title leaves more of them behind.
-std::string commandLineOf(const fs::path& process) {
-  std::string line = kernelFile(process / "cmdline").value_or("");
+std::string commandLineOf(const std::string& process) {
+  std::string line = kernelFile(process + "/cmdline").value_or("");
   line.erase(line.find_last_not_of('\0') + 1);
   return line;
 }
 
+/// Empty when there is no such link, or when it may not be read.
+std::string linkTarget(const std::string& link) {
+  std::array<char, PATH_MAX> target;
+  const ssize_t size = ::readlink(link.c_str(), target.data(), target.size());
+  return {target.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
+}
+
 /// Empty for a kernel thread, and for another user's process.
-std::string executableOf(const fs::path& process) {
+std::string executableOf(const std::string& process) {
   constexpr std::string_view deleted = " (deleted)";
-  std::error_code error;
-  std::string path = fs::read_symlink(process / "exe", error).native();
+  std::string path = linkTarget(process + "/exe");
   if (path.ends_with(deleted)) path.erase(path.size() - deleted.size());
   return path;
 }
@@ -82,10 +98,10 @@ std::string oneLine(std::string text) {
   return text;
 }
 
-std::string rightAligned(std::string text) {
+void appendAligned(std::string& line, const std::string& text) {
   constexpr std::size_t width = 5;
-  if (text.size() < width) text.insert(0, width - text.size(), ' ');
-  return text;
+  if (text.size() < width) line.append(width - text.size(), ' ');
+  line.append(text).push_back(' ');
 }
 
 /// With one decimal and a point, whatever the locale.
@@ -94,118 +110,167 @@ std::string percentText(double percent) {
   return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
 }
 
+double ticksPerSecond() {
+  static const auto rate = static_cast<double>(::sysconf(_SC_CLK_TCK));
+  return rate;
+}
+
+std::optional<std::chrono::nanoseconds> timeOf(clockid_t clock) {
+  timespec time{};
+  if (::clock_gettime(clock, &time) != 0) return std::nullopt;
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// The CPU time that a process has used; nothing when the kernel does not tell.
+std::optional<std::chrono::nanoseconds> cpuTimeOf(pid_t pid) {
+  clockid_t clock{};
+  return ::clock_getcpuclockid(pid, &clock) == 0 ? timeOf(clock) : std::nullopt;
+}
+
 }  // namespace
 
-ProcessTable::ProcessTable(fs::path proc) : proc_(std::move(proc)) {}
+ProcessTable::ProcessTable(const fs::path& proc) : proc_(proc.native() + "/") {}
 
-std::optional<ProcessTable::Status> ProcessTable::statusOf(const fs::path& process) {
-  const std::string stat = kernelFile(process / "stat").value_or("");
+std::optional<ProcessTable::Status> ProcessTable::statusOf(const std::string& directory) {
+  const std::string stat = kernelFile(directory + "/stat").value_or("");
   // The second field, a name in parentheses, may itself hold spaces and parentheses.
-  const std::size_t nameEnd = stat.rfind(") ");
+  const std::size_t nameBegin = stat.find('(') + 1, nameEnd = stat.rfind(") ");
   if (nameEnd == std::string::npos) return std::nullopt;
-  const auto fields = piecesOf(std::string_view(stat).substr(nameEnd + 2), ' ');
-  const auto number = [&](std::size_t documented) {  // counted from 1, as in proc(5)
-    return documented - 3 < fields.size() ? numberIn<std::uint64_t>(fields[documented - 3])
-                                          : std::nullopt;
-  };
-  const auto parent = number(4), user = number(14), system = number(15), start = number(22);
-  if (!parent || !user || !system || !start) return std::nullopt;
-  const std::size_t nameBegin = stat.find('(') + 1;
-  return Status{.name = stat.substr(nameBegin, nameEnd - nameBegin),
-                .parent = static_cast<pid_t>(*parent),
-                .hasExited = fields[0] == "Z",
-                .startTicks = *start,
-                .imageStamp = number(28).value_or(0) ^ number(48).value_or(0),
-                .cpuTicks = *user + *system,
-                .readAt = Clock::now()};
-}
-
-ProcessTable::Sample ProcessTable::takeSample(const Sample* previous) {
-  constexpr unsigned rounds = 5;
-  const unsigned round = samples_++ % rounds;
-  Sample sample{.begun = Clock::now(), .processes = {}};
-  for (const pid_t pid : processIDs(proc_)) {
-    const fs::path directory = proc_ / std::to_string(pid);
-    auto status = statusOf(directory);
-    if (!status) continue;
-    Process& process =
-        sample.processes.emplace_hint(sample.processes.end(), pid, Process())->second;
-    process.status = std::move(*status);
-    const Status& now = process.status;
-    if (previous != nullptr && static_cast<unsigned>(pid) % rounds != round) {
-      const auto known = previous->processes.find(pid);
-      if (known != previous->processes.end()) {
-        const Status& before = known->second.status;
-        if (before.startTicks == now.startTicks && before.cpuTicks == now.cpuTicks &&
-            before.imageStamp == now.imageStamp && before.hasExited == now.hasExited &&
-            before.name == now.name) {
-          process.program = known->second.program;
-          process.arguments = known->second.arguments;
-          continue;
-        }
-      }
-    }
-    const std::string commandLine = commandLineOf(directory);
-    process.program = now.hasExited
-                          ? "<defunct>"
-                          : oneLine(programOf(now.name, executableOf(directory), commandLine));
-    process.arguments = commandLine.empty() ? now.name : commandLine;
-    std::replace(process.arguments.begin(), process.arguments.end(), '\0', ' ');
-    process.arguments = oneLine(std::move(process.arguments));
+  Status status;
+  status.name = stat.substr(nameBegin, nameEnd - nameBegin);
+  status.readAt = Clock::now();
+  int field = 3;  // counted from 1, as in proc(5)
+  for (const std::string_view text :
+       platform::Split(std::string_view(stat).substr(nameEnd + 2), ' ')) {
+    const auto number = [&] { return numberIn<std::uint64_t>(text).value_or(0); };
+    if (field == 3) status.hasExited = text == "Z";
+    if (field == 4) status.parent = static_cast<pid_t>(number());
+    if (field == 14 || field == 15) status.cpuTicks += number();
+    if (field == 22) status.startTicks = number();
+    if (field == 28 || field == 48) status.imageStamp ^= number();
+    if (field++ == 48) break;
   }
-  return sample;
+  if (field <= 22) return std::nullopt;
+  return status;
 }
 
-double ProcessTable::cpuPercent(const Status& now, const Sample& previous, pid_t pid) {
-  static const auto ticksPerSecond = static_cast<double>(::sysconf(_SC_CLK_TCK));
+void ProcessTable::readNames(Process& process, const std::string& directory) {
+  const Status& status = process.status;
+  process.arguments = commandLineOf(directory);
+  process.program =
+      status.hasExited
+          ? "<defunct>"
+          : oneLine(programOf(status.name, executableOf(directory), process.arguments));
+  if (process.arguments.empty()) process.arguments = status.name;
+  std::replace(process.arguments.begin(), process.arguments.end(), '\0', ' ');
+  process.arguments = oneLine(std::move(process.arguments));
+}
+
+double ProcessTable::cpuPercent(const Status& now, const Status* before, Clock::time_point since) {
   // One that was not there before had used nothing then.
   std::uint64_t ticksBefore = 0;
-  Clock::time_point since = previous.begun;
-  const auto found = previous.processes.find(pid);
-  if (found != previous.processes.end() && found->second.status.startTicks == now.startTicks) {
-    ticksBefore = std::min(found->second.status.cpuTicks, now.cpuTicks);
-    since = found->second.status.readAt;
+  if (before != nullptr) {
+    ticksBefore = std::min(before->cpuTicks, now.cpuTicks);
+    since = before->readAt;
   }
-  return 100 * static_cast<double>(now.cpuTicks - ticksBefore) / ticksPerSecond /
+  return 100 * static_cast<double>(now.cpuTicks - ticksBefore) / ticksPerSecond() /
          std::chrono::duration<double>(now.readAt - since).count();
+}
+
+/// A process gets another parent without having run: when its parent exits.
+void ProcessTable::findParents(Sample& sample) const {
+  const auto isBefore = [](const Process& process, pid_t pid) { return process.pid < pid; };
+  auto& all = sample.processes;
+  for (Process& process : all) {
+    const pid_t parent = process.status.parent;
+    const auto found = std::lower_bound(all.begin(), all.end(), parent, isBefore);
+    if (found != all.end() && found->pid == parent && !found->status.hasExited) continue;
+    const auto status = statusOf(proc_ + std::to_string(process.pid));
+    if (status) process.status.parent = status->parent;
+  }
+}
+
+ProcessTable::Sample ProcessTable::takeSample(Sample previous, bool isQuiet) const {
+  constexpr unsigned rounds = 5;
+  const std::chrono::duration<double> sinceBoot =
+      timeOf(CLOCK_BOOTTIME).value_or(Clock::duration());
+  const double youngFrom = (sinceBoot.count() - youngSeconds) * ticksPerSecond();
+  // In a /proc of other ids than this process's system calls know, these would tell of others.
+  const bool hasClocks = linkTarget(proc_ + "self") == std::to_string(::getpid());
+  Sample sample{.begun = Clock::now(), .round = (previous.round + 1) % rounds, .processes = {}};
+  auto known = previous.processes.begin();
+  for (const auto& [pid, inode] : processesIn(proc_)) {
+    while (known != previous.processes.end() && known->pid < pid) ++known;
+    Process* before = known != previous.processes.end() && known->pid == pid ? &*known : nullptr;
+    const bool isTurn = static_cast<unsigned>(pid) % rounds == sample.round;
+    const bool isSame = before && before->inode == inode;
+    const bool isPassedOver =
+        isQuiet && !isTurn && isSame && static_cast<double>(before->status.startTicks) < youngFrom;
+    const auto cpuTime = hasClocks && !isPassedOver ? cpuTimeOf(pid) : std::nullopt;
+    const bool hasRested = isSame && cpuTime && before->cpuTime == cpuTime;
+    if (isPassedOver || (hasRested && (isQuiet || !isTurn))) {
+      if (hasRested) before->status.readAt = Clock::now();
+      before->cpuPercent = 0;
+      sample.processes.push_back(std::move(*before));
+      continue;
+    }
+    const std::string directory = proc_ + std::to_string(pid);
+    auto status = statusOf(directory);
+    if (!status) continue;
+    if (before && before->status.startTicks != status->startTicks) before = nullptr;
+    Process& now = sample.processes.emplace_back();
+    now.pid = pid;
+    now.inode = inode;
+    now.cpuTime = cpuTime;
+    now.cpuPercent = cpuPercent(*status, before ? &before->status : nullptr, previous.begun);
+    now.status = std::move(*status);
+    if (!isTurn && before && before->status.isAs(now.status)) {
+      now.program = std::move(before->program);
+      now.arguments = std::move(before->arguments);
+    } else {
+      readNames(now, directory);
+    }
+  }
+  findParents(sample);
+  return sample;
 }
 
 std::string ProcessTable::usageListing() {
   const platform::MutexLock lock(listing_);
-  if (!newest_) newest_ = takeSample(nullptr);
+  const bool isQuiet = newest_ && isQuiet_;
+  if (!newest_) newest_ = takeSample({}, false);
   std::this_thread::sleep_until(newest_->begun + std::chrono::duration<double>(sampleSeconds));
-  Sample current = takeSample(&*newest_);
+  newest_ = takeSample(*std::exchange(newest_, std::nullopt), isQuiet);
 
   std::string listing;
-  for (const auto& [pid, process] : current.processes) {
-    listing += rightAligned(std::to_string(pid)) + " " +
-               rightAligned(std::to_string(process.status.parent)) + " " +
-               rightAligned(percentText(cpuPercent(process.status, *newest_, pid))) + " " +
-               process.program + "\n";
+  for (const Process& process : newest_->processes) {
+    appendAligned(listing, std::to_string(process.pid));
+    appendAligned(listing, std::to_string(process.status.parent));
+    appendAligned(listing, percentText(process.cpuPercent));
+    listing.append(process.program).push_back('\n');
   }
-  newest_ = std::move(current);
   return listing;
 }
 
 std::string ProcessTable::argumentListing() {
   const platform::MutexLock lock(listing_);
   // A sample of its own would not count as the one before the next usage listing.
-  std::optional<Sample> own;
+  Sample own;
   const std::chrono::duration<double> sameMoment(sampleSeconds / 2);
-  if (!newest_ || Clock::now() - newest_->begun > sameMoment) {
-    own = takeSample(newest_ ? &*newest_ : nullptr);
-  }
+  const bool isFresh = newest_ && Clock::now() - newest_->begun <= sameMoment;
+  if (!isFresh) own = takeSample({}, false);
   std::string listing;
-  for (const auto& [pid, process] : (own ? *own : *newest_).processes) {
+  for (const Process& process : (isFresh ? *newest_ : own).processes) {
     if (process.arguments.empty()) continue;
-    listing += rightAligned(std::to_string(pid)) + " " + process.arguments + "\n";
+    appendAligned(listing, std::to_string(process.pid));
+    listing.append(process.arguments).push_back('\n');
   }
   return listing;
 }
 
 std::optional<std::string> ProcessTable::programName(std::string_view pid) const {
   if (!numberIn<pid_t>(pid)) return std::nullopt;
-  const fs::path directory = proc_ / pid;
+  const std::string directory = proc_ + std::string(pid);
   const auto status = statusOf(directory);
   if (!status) return std::nullopt;
   if (status->hasExited) return "<defunct>";
