@@ -6,8 +6,14 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <cctype>
 #include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
 #include <vector>
+
+#include "Host/linux/KernelFiles.h"
 
 extern char** environ;
 
@@ -37,6 +43,27 @@ class Crowd {
  private:
   std::vector<pid_t> children_;
 };
+
+/// Reads every file that a listing of all processes needs: usage, then arguments.
+inline std::size_t readEveryProcess() {
+  namespace fs = std::filesystem;
+  std::size_t size = 0;
+  for (const bool isUsage : {true, false}) {
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+      const fs::path& process = entry.path();
+      if (std::isdigit(static_cast<unsigned char>(process.filename().native()[0])) == 0) continue;
+      const auto content = [&](const char* name) {
+        return host::kernelFile((process / name).native()).value_or("").size();
+      };
+      size += content("cmdline");
+      if (!isUsage) continue;
+      size += content("stat") + content("comm");
+      std::error_code hidden;
+      size += fs::read_symlink(process / "exe", hidden).native().size();
+    }
+  }
+  return size;
+}
 
 /// CPU time so far, of RUSAGE_SELF or RUSAGE_CHILDREN.
 inline double cpuMilliseconds(int who) {

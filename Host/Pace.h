@@ -8,7 +8,9 @@
 namespace wakelatch::host {
 
 /// Slows a watch down while there is nothing to lose: nothing is held or about to be, and no agent
-/// runs, writes files or shows text. The first sign of one brings it back.
+/// runs, writes files or shows text. The first sign of one brings it back. Meanwhile power, lid and
+/// processes are asked about less closely too: see Observer::setQuiet() and
+/// SystemTools::setQuiet().
 class Pace {
  public:
   /// The time between quiet ticks. The statistics take more than 10 s for a sleep of the machine.

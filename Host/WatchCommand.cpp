@@ -196,6 +196,7 @@ class Watch {
     decided.isWatchRunning = true;  // this one
     pace_.follow(decided, held);
     observer_.setQuiet(isQuiet());
+    tools_.setQuiet(isQuiet());
     if (effects_) {  // a dry run has nothing in effect
       decided.watch =
           stateAfter(decided, stateMachine_.memory(), held, ::getpid(), intervalSeconds());

@@ -11,6 +11,7 @@
 #include "Host/KeepAwake.h"
 #include "Host/LookFiles.h"
 #include "Host/Notices.h"
+#include "Host/Pace.h"
 #include "Host/Saver.h"
 #include "Host/SupportDirectory.h"
 #include "Host/UsageRecorder.h"
@@ -24,6 +25,7 @@ namespace wakelatch::soak {
 class Guard {
  public:
   static constexpr double releaseDelaySeconds = 60;
+  static constexpr double verifyEvery = 1;  ///< second of real time
 
   Guard(World& world, ScriptedTools& tools)
       : world_(world),
@@ -32,7 +34,7 @@ class Guard {
         lid_(tools),
         processes_(tools),
         texts_(world.screen),
-        files_(platform::homeDirectory(), 12),
+        files_(platform::homeDirectory(), 12, verifyEvery),
         lookFiles_(files_),
         sessions_(lookFiles_),
         activity_(processes_, texts_, sessions_),
@@ -77,6 +79,13 @@ class Guard {
                       .now = now})) {
       save();
     }
+    host::OneTick tick;
+    tick.seen.at = now;
+    tick.seen.evidence.merged = signals;
+    tick.decision = decision;
+    pace_.follow(tick, held);
+    world_.isWatchQuiet = pace_.isQuiet();
+    wrongFiles += files_.verify(0.02);
   }
 
   /// Saves the statistics; whether they are on disk now.
@@ -87,8 +96,9 @@ class Guard {
 
   PowerSnapshot power;
   host::Wish wish;
-  host::Held held;          ///< after the last tick
-  bool countsTime = false;  ///< the last tick was counted as one with sleep prevented
+  host::Held held;             ///< after the last tick
+  bool countsTime = false;     ///< the last tick was counted as one with sleep prevented
+  std::size_t wrongFiles = 0;  ///< session files that had changed without a notice
   std::atomic<bool> hasFailedToSave{false};
 
  private:
@@ -98,11 +108,12 @@ class Guard {
   LidStateDetector lid_;
   ProcessDetector processes_;
   AccessibilityDetector texts_;
-  FileActivityProbe files_;
+  WatchingFileProbe files_;
   host::LookFiles lookFiles_;
   SessionActivityDetector sessions_;
   ActivityDetector activity_;
   AgentStateMachine machine_;
+  host::Pace pace_;
   host::Notifier notifier_{[this](const std::string& text) {
     if (text.starts_with("usage:")) hasFailedToSave = true;
   }};

@@ -112,6 +112,7 @@ class Soak {
       checkTool();
       checkSetting();
       checkDanger();
+      checkFiles();
       if (checks_.tick % ticksBetweenRests == 0) checkRest();
       // A crash within the seconds in which a lie is found out would leave it to nobody.
       if (checks_.tick % 7919 == 0 && !unnoticed_.isRunning()) restart();
@@ -190,6 +191,11 @@ class Soak {
     if (held.isRestoreOpen) ++openRestoreTicks_;
     if (!isEngaged) tools_.forgetRefusedRestore();
     if (!world_.settings.keepAwakeWithLidClosed) tools_.forgetRefusedEngage();
+  }
+
+  void checkFiles() {
+    require(guard_->wrongFiles == 0, "no session file changes without a notice");
+    if (world_.isWatchQuiet) ++quietTicks_;
   }
 
   void checkDanger() {
@@ -313,6 +319,7 @@ class Soak {
     show("paused", pausedTicks_);
     show("engaged", engagedTicks_);
     show("open restore", openRestoreTicks_);
+    show("quiet", quietTicks_);
     show("unnoticed", unnoticedTicks_);
     show("without effect", withoutEffectTicks_);
     show("danger", dangerTicks_);
@@ -346,7 +353,8 @@ class Soak {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   double drift_ = 0;
   std::int64_t runningTicks_ = 0, pausedTicks_ = 0, engagedTicks_ = 0, openRestoreTicks_ = 0,
-               unnoticedTicks_ = 0, withoutEffectTicks_ = 0, dangerTicks_ = 0, lostTools_ = 0;
+               quietTicks_ = 0, unnoticedTicks_ = 0, withoutEffectTicks_ = 0, dangerTicks_ = 0,
+               lostTools_ = 0;
   std::map<std::string, std::int64_t> statuses_;
 };
 

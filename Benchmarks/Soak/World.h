@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "Host/Pace.h"
 #include "Tests/ScriptedAccessibility.h"
 #include "Tests/TouchFile.h"
 #include "WakelatchCore/WakelatchCore.h"
@@ -89,8 +90,9 @@ class World {
   bool isSleepDisabled = false;  ///< the lid-closed setting
   /// What a prompt that was given up is about to make of it.
   std::optional<bool> lateSetting = {};
-  bool isToolThere = true;  ///< the keep-awake tool
-  bool fellAsleep = false;  ///< until the next step
+  bool isToolThere = true;    ///< the keep-awake tool
+  bool fellAsleep = false;    ///< until the next step
+  bool isWatchQuiet = false;  ///< see Pace
   ScriptedAccessibility screen;
   GuardSettings settings;
   std::int64_t changes = 0;  ///< of settings and mode
@@ -189,7 +191,8 @@ class World {
       milliseconds -= random.below(2 * hour);  // set back, or not at all
     } else {
       if (random.oneIn(300)) interval_ = random.between(1000, 8000);
-      milliseconds += interval_ + random.below(random.oneIn(20) ? 1900 : 40);
+      milliseconds += (isWatchQuiet ? quietMilliseconds : interval_) +
+                      random.below(random.oneIn(20) ? 1900 : 40);
     }
   }
 
@@ -287,6 +290,8 @@ class World {
   std::vector<Agent> agents_;
   AppMode mode_ = AppMode::watchAgentUI;
   bool isCalm_ = false;
+  static constexpr auto quietMilliseconds =
+      static_cast<std::int64_t>(1000 * host::Pace::quietSeconds);
   std::int64_t interval_ = 2000;
 };
 

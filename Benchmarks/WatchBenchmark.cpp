@@ -1,0 +1,137 @@
+// What a tick of a watch costs where nothing happens: with many session files against none, and an
+// hour of it against one in which everything is read in each tick. CPU time of this process.
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "Benchmarks/Crowd.h"
+#include "Benchmarks/SideBySide.h"
+#include "Host/AgentsFile.h"
+#include "Host/LookFiles.h"
+#include "Host/Observer.h"
+#include "Host/Pace.h"
+#include "Host/SystemTools.h"
+#include "Host/linux/LinuxTools.h"
+#include "Tests/TemporaryDirectory.h"
+#include "WakelatchCore/WatchingFileProbe.h"
+
+namespace {
+
+using namespace wakelatch;
+namespace fs = std::filesystem;
+
+/// A home with session files that are two hours old.
+class Home {
+ public:
+  explicit Home(int files) {
+    for (int i = 0; i < files; ++i) {
+      char name[64];
+      std::snprintf(name, sizeof name, "p%d/%08x-77aa-4c1b-9a5e-0123456789ab.jsonl", i / 100, i);
+      const fs::path file = projects() / name;
+      if (i % 100 == 0) fs::create_directories(file.parent_path());
+      std::ofstream(file) << "{}\n";
+      fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(2));
+    }
+  }
+  const fs::path& path() const { return directory_.path(); }
+  fs::path projects() const { return path() / ".claude/projects"; }
+
+ private:
+  TemporaryDirectory directory_;
+};
+
+/// Prints the process table as it was once.
+class OldListing : public CommandRunning {
+ public:
+  explicit OldListing(CommandRunning& machine) : machine_(machine) {}
+  CommandResult run(const ShellCommand& command) override {
+    std::string key = command.executable + " " + command.arguments.back();
+    const auto known = answers_.find(key);
+    if (known != answers_.end()) return known->second;
+    return answers_[std::move(key)] = machine_.run(command);
+  }
+
+ private:
+  CommandRunning& machine_;
+  std::map<std::string, CommandResult> answers_;
+};
+
+/// A watch's looks at a home.
+class Watch {
+ public:
+  Watch(const FileActivityProbing& probe, CommandRunning& tools)
+      : files_(probe), turns_(files_), observer_(sources(tools), profiles()) {}
+
+  void look() { observer_.look({}, platform::now()); }
+  void setQuiet() { observer_.setQuiet(true); }
+
+ private:
+  static AgentProfiles profiles() {
+    return host::loadAgents({host::installedAgentsFile()}).profiles;
+  }
+  host::Sources sources(CommandRunning& tools) {
+    return {
+        [this] { files_.beginLook(); },     tools, platform::systemAccessibility(), files_, turns_,
+        [] { return host::thermalState(); }};
+  }
+
+  host::LookFiles files_;
+  TurnReader turns_;
+  host::Observer observer_;
+};
+
+/// Milliseconds of own CPU of doing something, on average of some times.
+template <class Work>
+bench::Side costOf(const Work& work) {
+  return [work] {
+    constexpr int times = 4;
+    const double before = bench::cpuMilliseconds(RUSAGE_SELF);
+    for (int i = 0; i < times; ++i) work();
+    return (bench::cpuMilliseconds(RUSAGE_SELF) - before) / times;
+  };
+}
+
+}  // namespace
+
+int main() {
+  host::LinuxTools tools;
+  const Home none(0), some(20'000), many(200'000);
+  const WatchingFileProbe noneWatched(none.path(), 12), someWatched(some.path(), 12),
+      manyWatched(many.path(), 12);
+  const FileActivityProbe someWalked(some.path(), 12);
+  Watch noFiles(noneWatched, tools), someFiles(someWatched, tools), manyFiles(manyWatched, tools);
+  const auto look = [](Watch& watch) { return costOf([&watch] { watch.look(); }); };
+  const char* unit = "ms of CPU";
+  bench::compare("tick with 20,000 session files against none", unit, look(someFiles),
+                 look(noFiles), 1.1);
+  bench::compare("the same, one file appended to each tick", unit, costOf([&] {
+                   const std::string name = "p7/000002bc-77aa-4c1b-9a5e-0123456789ab.jsonl";
+                   std::ofstream(some.projects() / name, std::ios::app) << "{}\n";
+                   someFiles.look();
+                 }),
+                 look(noFiles), 1.2);
+  bench::compare("tick with 200,000 session files against none", unit, look(manyFiles),
+                 look(noFiles), 1.1);
+
+  // What was done in each tick: every file of the home and of every process was read.
+  const bench::Crowd crowd(600);
+  OldListing listing(tools);
+  Watch walking(someWalked, listing);
+  walking.look();
+  constexpr double hour = 3600, interval = 2;
+  const auto before = costOf([&] { bench::readEveryProcess(), walking.look(); });
+  std::this_thread::sleep_for(std::chrono::seconds(31));  // none of the crowd is new any more
+  tools.setQuiet(true);
+  someFiles.setQuiet();
+  const auto now = look(someFiles);
+  bench::compare(
+      "an hour without agents, 600 processes, 20,000 files", "s of CPU",
+      [&] { return now() * hour / host::Pace::quietSeconds / 1000; },
+      [&] { return before() * hour / interval / 1000; }, 0.02, 7);
+}
