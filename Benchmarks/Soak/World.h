@@ -231,7 +231,9 @@ class World {
   void moveAgents() {
     using Phase = Agent::Phase;
     if (random.oneIn(isCalm_ ? 40 : 80)) isCalm_ = !isCalm_;
+    if (random.oneIn(isAway_ ? 400 : 2000)) isAway_ = !isAway_;
     for (Agent& agent : agents_) {
+      if (isAway_) agent.phase = Agent::Phase::absent;
       switch (agent.phase) {
         case Phase::absent:
           if (random.oneIn(300)) agent.phase = Phase::quiet;
@@ -290,6 +292,7 @@ class World {
   std::vector<Agent> agents_;
   AppMode mode_ = AppMode::watchAgentUI;
   bool isCalm_ = false;
+  bool isAway_ = false;  ///< nobody uses an agent
   static constexpr auto quietMilliseconds =
       static_cast<std::int64_t>(1000 * host::Pace::quietSeconds);
   std::int64_t interval_ = 2000;
