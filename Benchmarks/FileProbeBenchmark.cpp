@@ -1,5 +1,6 @@
 // The file probe on trees of session files: beside find on the same tree, and beside itself with
 // more to do.
+#include <malloc.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -12,11 +13,12 @@
 
 #include "Benchmarks/SideBySide.h"
 #include "WakelatchCore/FileActivityProbe.h"
+#include "WakelatchCore/WatchingFileProbe.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using wakelatch::FileActivityProbe;
+using wakelatch::FileActivityProbe, wakelatch::WatchingFileProbe;
 using wakelatch::bench::compare;
 using wakelatch::bench::Side;
 
@@ -77,10 +79,29 @@ class Tree {
     return costPerFile(files_, [command] { return std::system(command.c_str()) == 0; });
   }
 
+  Side firstWatch() const {
+    return [this] {
+      const WatchingFileProbe probe(root_, 64);
+      return costPerFile(files_,
+                         [&] { return probe.newestModification({"**/*.jsonl"}).has_value(); })();
+    };
+  }
+  /// Bytes of heap for each file that a watching probe remembers.
+  double bytesPerFile() const {
+    const std::size_t before = ::mallinfo2().uordblks;
+    const WatchingFileProbe probe(root_, 64);
+    probe.newestModification({"**/*.jsonl"});
+    return static_cast<double>(::mallinfo2().uordblks - before) / files_;
+  }
+
   void compareAll() const {
     std::printf("%d files\n", files_);
     const Side one = newest("**/*.jsonl");
     compare("newest of **/*.jsonl, against find", "us per file", one, find(), 0.7);
+    compare("first walk of the watching probe, against find", "us per file", firstWatch(), find(),
+            0.7);
+    std::printf("memory of the watching probe: %.0f bytes per file (goal at most 200)\n",
+                bytesPerFile());
     compare("six ** in a row, against one", "us per file", newest("**/**/**/**/**/**/*.jsonl"), one,
             1.5);
     compare("six ** with names between, against one", "us per file",

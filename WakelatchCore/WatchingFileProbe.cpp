@@ -282,11 +282,11 @@ class Tree : PatternWalk {
   // ---------------------------------------------------------------------------- what is remembered
 
   /// Keeps when a match was changed; nothing: it is none any more. To be indexed afterwards.
-  static void match(Directory& directory, const std::string& name, std::optional<Timestamp> time) {
+  static void match(Directory& directory, std::string name, std::optional<Timestamp> time) {
     ModificationsByPath& matches = directory.matches;
     std::optional<Timestamp> before;
     if (time) {
-      const auto [entry, isNew] = matches.try_emplace(name, *time);
+      const auto [entry, isNew] = matches.try_emplace(std::move(name), *time);
       if (!isNew) before = std::exchange(entry->second, *time);
     } else if (const auto entry = matches.find(name); entry != matches.end()) {
       before = entry->second;
