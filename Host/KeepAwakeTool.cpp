@@ -9,7 +9,7 @@ namespace wakelatch::host {
 namespace {
 
 constexpr const char* topic = "keep-awake tool";
-const std::string cannot = "this machine cannot be kept awake: ";
+constexpr const char* cannot = "this machine cannot be kept awake: ";
 
 }  // namespace
 
@@ -71,7 +71,7 @@ void KeepAwakeTool::look(Timestamp now) {
   }
   isTrusted_ = false;
   if (!pausedSince_) {
-    notifier_.problem(topic, cannot + "the keep-awake tool ended " +
+    notifier_.problem(topic, std::string(cannot) + "the keep-awake tool ended " +
                                  std::to_string(std::lround(age)) +
                                  " s after its start; trying again once a minute");
   }
