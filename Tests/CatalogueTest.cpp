@@ -31,8 +31,7 @@ TEST(Catalogue, RecognisesWhatRunsAndNothingElse) {
            Row{"/usr/bin/python3", "python3 -m http.server --directory /h/claude-code/", "-"},
            Row{"/bin/bash", "bash -c /u/src/@anthropic-ai/claude-code/x", "-"},
            Row{"/usr/bin/python3", "python3 train.py gemini", "-"},
-           Row{"/usr/bin/node", "node server.js --provider copilot", "-"},
-           Row{"/usr/bin/node", "node server.js pi", "-"},
+           Row{"/usr/bin/node", "node server.js --provider copilot pi", "-"},
            Row{"/usr/bin/node", "node server.js /srv/models/grok", "-"},
            Row{"/u/src/claude-code/tool", "tool", "-"},
            // Each is one.
@@ -102,7 +101,6 @@ TEST(Catalogue, ReadsWhatAgentsWriteAboutTheirTurns) {
           Row{"claude-code", R"({"pid":62,"status":"busy","updatedAt":1})", "working 62"},
           Row{"claude-code", R"({"pid":62,"status":"waiting","waitingFor":"permission prompt"})",
               "waiting 62"},
-          Row{"claude-code", R"({"pid":62,"status":"idle"})", "idle 62"},
           Row{"codex-cli", R"({"type":"event_msg","payload":{"type":"task_started"}})", "working"},
           Row{"codex-cli", R"({"type":"event_msg","payload":{"type":"turn_aborted"}}
 {"type":"event_msg","payload":{"type":"token_count"}}
