@@ -135,7 +135,8 @@ TEST(TurnDetector, SurvivesAClockThatIsSet) {
   follow(machine, {{50112, first, {}, "working"},
                    // Set back: what is written now is older than it was.
                    {10, first, {}, "working"},
-                   {14, first, {{"a", idle, at(12)}}, "idle"}});
+                   {14, first, {{"a", idle, at(12)}}, "idle"},
+                   {18, first, {{"b", working, at(17)}}, "working"}});
 }
 
 TEST(TurnDetector, GivesUpATurnWithoutAnySignOfLife) {
@@ -158,13 +159,16 @@ TEST(TurnDetector, GivesUpATurnWithoutAnySignOfLife) {
 
 TEST(TurnDetector, KnowsAToolFromAQuestion) {
   Machine machine;
-  machine.starts = {{7, 100}, {71, 50}, {72, 120}};
+  machine.starts = {{7, 100}, {71, 50}, {72, 120}, {73, 140}};
   const std::string server = first + "71 7 0 server\n", tool = server + "72 7 0 tool\n";
-  follow(machine, {{112, server, {{"a", TurnState::asksForTool, at(101)}}, "waiting"},
-                   {121, tool, {}, "working"},
-                   {60, tool, {}, "working"},  // the clock is set back
-                   {121, tool, {}, "working"},
-                   {124, tool, {{"a", TurnState::unclear, at(122)}}, "unclear, partly"}});
+  follow(machine,
+         {{112, server, {{"a", TurnState::asksForTool, at(101)}}, "waiting"},
+          {121, tool, {}, "working"},
+          {60, tool, {}, "working"},  // the clock is set back
+          {121, tool, {}, "working"},
+          {124, tool, {{"a", TurnState::unclear, at(122)}}, "unclear, partly"},
+          // Seen first when its tool ran already.
+          {200, first + "73 7 0 tool\n", {{"b", TurnState::asksForTool, at(199)}}, "working"}});
 }
 
 TEST(TurnDetector, TakesAConnectionForWorkWhereThereIsNoRecordYet) {
