@@ -176,7 +176,7 @@ Finding checkKeepAwakeTool() {
     ProcessCommandRunner(trialSeconds).run({path, arguments});
     return {"keep-awake tool", false, path + " ended at once", "reinstall it"};
   } catch (const CommandRunnerError& error) {
-    // Ended by us at the end of the trial, as it should be.
+    // The trial is over, and the runner has ended a tool that still ran, as it should.
     if (error.signal() == SIGTERM) return {"keep-awake tool", true, path + " works"};
     return {"keep-awake tool", false, path + ": " + error.what(),
             "the message says why this system cannot be kept awake"};

@@ -22,7 +22,7 @@ void KeepAwakeTool::want(bool letDisplaySleep, Timestamp now) {
   const auto before = controller_.appliedLetDisplaySleep();
   controller_.enableSleepPrevention(/*allowLidClosed=*/false, letDisplaySleep);
   if (!controller_.isSleepPreventionEnabled()) return;
-  // A change of posture is a start as well. It may have ended again already: look() will see that.
+  // A change of posture starts a new tool as well. It may have ended already; look() will notice.
   const bool isReplaced =
       before != letDisplaySleep && controller_.appliedLetDisplaySleep() != before;
   if (!before || isReplaced) startedAt_ = now;
