@@ -96,8 +96,7 @@ TEST(ProcessDetector, TellsSessionsFromHelpersAndWorkers) {
       {}, {}, AgentProfiles({buddy}));
   ASSERT_EQ(agents.size(), 1u);
   EXPECT_EQ(agents[0].signal, busy("Buddy", 1));
-  EXPECT_EQ(agents[0].cpuPercent, 31);
-  EXPECT_EQ(agents[0].ownCPUPercent, 15);
+  EXPECT_EQ(std::pair(agents[0].cpuPercent, agents[0].ownCPUPercent), std::pair(31.0, 15.0));
   std::string sessions;
   for (const AgentSession& session : agents[0].sessions)
     sessions += std::to_string(session.pid) + (session.isWorker ? " worker" : "") +

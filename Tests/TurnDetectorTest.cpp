@@ -192,12 +192,11 @@ TEST(TurnDetector, EndsWhatLoadAndFilesSay) {
   const auto busy = "7 1 50 buddy\n", quiet = "7 1 0 buddy\n", onePrompt = "9 1 0 buddy\n";
   const auto unclear = TurnState::unclear;
   using Record = std::optional<std::pair<TurnState, double>>;
-  using Time = std::optional<double>;
   const struct {
     double time;
     const char* listing;
-    Record record;  ///< and when it was written
-    Time newest;    ///< file of a session
+    Record record;                 ///< and when it was written
+    std::optional<double> newest;  ///< file of a session
     const char* signal;
   } steps[] = {
       {82, "7 1 0 buddy\n71 7 50 git\n", {{idle, 81}}, {}, runs},  // it starts up

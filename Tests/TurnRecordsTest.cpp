@@ -16,9 +16,11 @@
 namespace wakelatch {
 namespace {
 
-const std::vector<TurnRecordFormat::Rule> rules = {{TurnState::working, {{"turn.state", {"busy"}}}},
-                                                   {TurnState::idle, {{"turn.state", {"done"}}}}};
-const std::string busy = R"({"turn":{"state":"busy"}})", done = R"({"turn":{"state":"done"}})";
+const std::vector<TurnRecordFormat::Rule> rules = {
+    {TurnState::working, {{"turn.state", {"at work"}}}},
+    {TurnState::idle, {{"turn.state", {"d\u00F6"}}}}};
+const std::string busy = R"({"turn":{"state":"at work"}})",
+                  done = R"({"turn":{"state":"d\u00f6"}})";
 
 /// "a.jsonl working, …", of all files that tell something.
 std::string told(TurnReader& reader, const TurnRecordFormat& format, Timestamp since = {}) {
@@ -77,9 +79,9 @@ TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
   const FileActivityProbe probe(directory.path(), 4);
   TurnReader reader(probe);
   writeFile(directory.path() / "all.json",
-            R"({"s1": {"turn": {"state": "busy"}, "at": "2026-11-23T16:25:08.5Z", "pid": 5},
-                "s2": {"turn": [{"state": "x"}, {"state": "done"}], "pid": 6},
-                "s3": {"turn": {"state": "busy"}, "pid": 99999999999}, "s4": 1})");
+            R"({"s1": {"turn": {"state": "at work"}, "at": "2026-11-23T16:25:08.5Z", "pid": 5},
+                "s2": {"turn": [{"state": "x"}, {"state": "d\u00f6"}], "pid": 6},
+                "s3": {"turn": {"state": "at work"}, "pid": 99999999999}, "s4": 1})");
   TurnRecordFormat format{.globs = {"all.json"},
                           .form = TurnRecordFormat::Form::members,
                           .rules = rules,
