@@ -1,7 +1,6 @@
 // How often decisions are wrong: replays every trace of a directory, prints the score of all, and
-// compares each with the limits that were agreed to. Neither a worse figure nor a better one passes
-// unnoticed: the first is a fault, the second a limit to be tightened with the change that earned
-// it.
+// compares each with its limits. Both a worse and a better figure fail: the first is a fault, the
+// second means that the limit is to be tightened with the change that improved it.
 //
 //   accuracy DIRECTORY [--write] [--html FILE]
 #include <cstdio>
@@ -44,10 +43,10 @@ struct Replayed {
 
 Replayed replayAll(const fs::path& directory, double cpuFactor) {
   Replayed result;
-  // Not the catalogue of whoever runs this.
+  // Without the catalogue of the user who runs this.
   const AgentProfiles profiles = loadAgents({installedAgentsFile()}).profiles;
-  // The defaults, but for somebody whose machine goes to sleep when the work has ended, whatever
-  // its lid: each sleep that would have come in the midst of work is to be counted.
+  // Default settings, but with sleep after work whatever the lid, so that each sleep asked for in
+  // the midst of work is counted.
   GuardSettings settings;
   for (GuardPowerProfile* profile : {&settings.batteryProfile, &settings.pluggedInProfile}) {
     profile->sleepAfterCompletion = true;

@@ -1,4 +1,4 @@
-// Two ways of doing the same work, measured in turns so that a noisy machine is noisy for both.
+// Measures two ways of doing the same work in turns, so that a noisy machine is noisy for both.
 #pragma once
 
 #include <algorithm>

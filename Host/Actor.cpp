@@ -17,7 +17,7 @@ SteadyClock::time_point in(double seconds) {
          std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(seconds));
 }
 
-/// A tool that was given by hand is not known to say that it is ready.
+/// A tool that the user chose is not known to say when it is ready.
 double wordSeconds(const Actor::Options& options) {
   return options.caffeinatePath.empty() ? keepAwakeReadySeconds() : 0;
 }
@@ -96,8 +96,8 @@ void Actor::checkStale() {
   if (isStale_) interrupt();
 }
 
-/// Nothing holds the machine awake from now on until the tool is started again: not with the next
-/// tick, but at once.
+/// Nothing holds the machine awake until the tool is started again, so the last wish is carried out
+/// anew at once, not with the next tick.
 void Actor::toolEnded() {
   {
     const platform::MutexLock lock(mutex_);
@@ -148,7 +148,7 @@ bool Actor::isNewest() {
 }
 
 void Actor::run() {
-  keepAwake_.endOrphans();  // looked for in any case: nobody else would end them
+  keepAwake_.endOrphans();  // not to be interrupted: nobody else would end them
   {
     const platform::MutexLock lock(mutex_);
     isBusy_ = true;

@@ -1,5 +1,5 @@
-// The acting side of a watch, on a thread of its own: keeps up with what is wanted now, and drops
-// what it is waiting for when that cannot wait.
+// Carries out what a watch decides, on a thread of its own. Only the newest decision counts; a
+// command that is being waited for is ended when something more urgent is wanted.
 #pragma once
 
 #include <chrono>
@@ -16,24 +16,27 @@
 
 namespace wakelatch::host {
 
-/// Owns the controller; only its thread calls it, but for the properties. The public operations may
-/// be called from any thread and do not block unless they say so.
+/// Owns the SleepController, whose operations only the actor's thread calls; other threads read its
+/// properties. The public operations may be called from any thread and do not block unless they say
+/// so.
 class Actor {
  public:
   using SteadyTime = std::chrono::steady_clock::time_point;
 
-  /// What everybody may ask for beside the wishes of the ticks; a later one of these goes further.
+  /// What a watch may be told to do beside the wishes of its ticks; each goes further than the one
+  /// before.
   enum class Order {
     work,     ///< carry out wishes
     pause,    ///< let the machine sleep without asking anybody, until resume()
     leave,    ///< restore normal sleep, asking where needed, and do nothing more
-    abandon,  ///< the same without asking
+    abandon,  ///< as `leave`, without asking anybody
   };
 
   struct Options {
     std::string caffeinatePath;  ///< empty: the system's
     double releaseDelaySeconds = 60;
-    /// Without a wish for so long the deciding side hangs, and the machine is let go.
+    /// After so long without a wish the thread that decides is taken to hang, and the machine is
+    /// allowed to sleep.
     double staleSeconds = 60;
     bool restoreOnLeave = true;  ///< until a wish says otherwise
   };
@@ -49,23 +52,24 @@ class Actor {
   Actor(const Actor&) = delete;
   Actor& operator=(const Actor&) = delete;
 
-  /// The newest wish replaces an older one that is not begun. Danger ends an open prompt and every
-  /// tool that is waited for.
+  /// Replaces an older wish that is not begun yet. A wish in danger closes an open prompt and ends
+  /// every command that is being waited for.
   /// @param observedAt      when the tick began to look; what was seen before resume() is dropped
   /// @param restoreOnLeave  whether Order::leave restores the lid-closed setting
   void post(Wish wish, SteadyTime observedAt, bool restoreOnLeave);
 
-  /// Ends what is waited for and goes over to the order. Orders but `work` cannot be taken back,
-  /// save `pause` by resume().
+  /// Ends the command that is being waited for and carries out the order. Only `pause` can be taken
+  /// back, by resume().
   void order(Order order);
-  /// Goes on after a pause, with the next wish.
+  /// Ends a pause: the next wish is carried out again.
   void resume();
-  /// To be called every few seconds, from any other thread: ends what is waited for when the
-  /// deciding side hangs, which an open prompt would hide.
+  /// To be called every few seconds, from any other thread: when no wish has come for
+  /// `staleSeconds`, ends the command that is being waited for, since an open prompt would keep the
+  /// machine from being let go.
   void checkStale();
 
-  /// Blocks until the last order is carried out or the last wish, where there was no order; at most
-  /// `seconds`. Returns whether it is.
+  /// Blocks until the last order, or the last wish where there was no order, is carried out; at
+  /// most `seconds`. Returns whether it is.
   bool awaitDone(double seconds);
   /// Blocks until the order to leave or to abandon is carried out. From the owner's thread.
   void join() { thread_.join(); }
@@ -76,7 +80,7 @@ class Actor {
  private:
   struct Job {
     Order order = Order::work;
-    std::optional<Wish> wish;  ///< absent from work: the deciding side hangs
+    std::optional<Wish> wish;  ///< absent with Order::work: no wish came for too long
     bool restoreOnLeave = true;
   };
   void run();
@@ -93,24 +97,26 @@ class Actor {
   const double staleSeconds_;
   const std::function<void()> changed_, left_;
 
-  mutable platform::Mutex mutex_;  // before the controller, which may call toolEnded() till its end
+  // Declared before the controller, which may call toolEnded() until it is destroyed.
+  mutable platform::Mutex mutex_;
   platform::Condition wake_, done_;
   Order order_ WAKELATCH_GUARDED_BY(mutex_) = Order::work;
   bool isOrderDone_ WAKELATCH_GUARDED_BY(mutex_) = false;
   std::optional<Wish> newest_ WAKELATCH_GUARDED_BY(mutex_);
   bool restoreOnLeave_ WAKELATCH_GUARDED_BY(mutex_);
-  std::optional<SteadyTime> postedAt_ WAKELATCH_GUARDED_BY(mutex_);  ///< absent: let go since then
+  /// When the last wish was posted; absent once the machine was let go for want of wishes.
+  std::optional<SteadyTime> postedAt_ WAKELATCH_GUARDED_BY(mutex_);
   bool isStale_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< nothing was posted for too long
   SteadyTime freshAfter_ WAKELATCH_GUARDED_BY(mutex_);
-  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = false;       ///< with what may be called off
+  bool isBusy_ WAKELATCH_GUARDED_BY(mutex_) = false;       ///< with a job that may be interrupted
   bool isToolEnded_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< by interrupt(), since the last job
   bool isStarting_ WAKELATCH_GUARDED_BY(mutex_) = true;
-  bool isInDanger_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< the job under way is that already
+  bool isInDanger_ WAKELATCH_GUARDED_BY(mutex_) = false;  ///< the job under way is one of danger
   Held held_ WAKELATCH_GUARDED_BY(mutex_);
-  std::optional<Wish> last_ WAKELATCH_GUARDED_BY(mutex_);  ///< that was posted
+  std::optional<Wish> last_ WAKELATCH_GUARDED_BY(mutex_);  ///< the last one posted
 
   SleepController controller_;
-  KeepAwake keepAwake_;  ///< of the thread alone
+  KeepAwake keepAwake_;  ///< used by the thread alone
   std::thread thread_;
 };
 

@@ -1,5 +1,5 @@
-// The JSON form of a profile of the catalogue. What an object leaves out stays as it is in the
-// profile that it is read over.
+// The JSON form of a profile of the catalogue. Fields that an object lacks keep the value that they
+// have in the profile it is decoded into.
 #pragma once
 
 #include <tuple>

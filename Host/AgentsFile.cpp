@@ -114,7 +114,7 @@ class Overlay {
     return *id;
   }
 
-  /// A record is known by its files.
+  /// Two agents must not read the same turn records.
   void expectOwnRecords(const json::Value& entry, const AgentProfile& profile) const {
     std::map<std::vector<std::string>, std::string> readers;
     for (const AgentProfile& each : profiles_) {
@@ -129,7 +129,7 @@ class Overlay {
     }
   }
 
-  /// Signals and statistics go by display names.
+  /// Two agents must not have the same display name: signals and statistics are kept by it.
   void expectOwnName(const json::Value& entry) const {
     const auto name = entry.member("displayName");
     if (!name) return;

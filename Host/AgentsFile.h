@@ -23,12 +23,12 @@ struct Agents {
 /// "agents.json" that is installed with the program, found from where the program lies.
 std::filesystem::path installedAgentsFile();
 
-/// The built-in agents with what the files say laid over them in their order. An entry names an
-/// agent by "id": of one that is known it gives the fields that differ, and of a new one at least
-/// "displayName"; what that leaves out follows from its "kind" as it does for the built-in ones.
-/// New agents are tried after the others. A file that does not exist is left out. Throws
-/// std::runtime_error naming the file, the place in it and what is wrong: a value of the wrong
-/// kind, an unknown field, no id, or a display name that another agent has.
+/// The built-in agents, changed by each file in turn. An entry names an agent by "id". For a known
+/// agent it has the fields to change; for a new one it has at least "displayName", and fields that
+/// it lacks get the defaults of its "kind". New agents are tried after the others. A file that does
+/// not exist is skipped. Throws std::runtime_error naming the file, the place in it and what is
+/// wrong: a value of the wrong kind, an unknown field, no id, or a display name that another agent
+/// has.
 Agents loadAgents(const std::vector<std::filesystem::path>& files);
 
 /// The installed file and the user's own, in that order.
@@ -41,11 +41,11 @@ class LiveAgents {
   explicit LiveAgents(std::vector<std::filesystem::path> files);
 
   const Agents& current() const { return agents_; }
-  /// Rises whenever the agents become others.
+  /// Grows whenever the agents change.
   int version() const { return version_; }
 
-  /// Reads the files again if one has changed. What cannot be used leaves the agents as they were;
-  /// the message for the user is returned then, an empty text otherwise.
+  /// Reads the files again if one has changed. A file that cannot be used leaves the agents as they
+  /// were. Returns what to tell the user then, an empty text otherwise.
   std::string refresh();
 
  private:

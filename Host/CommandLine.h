@@ -52,7 +52,7 @@ struct WatchOptions {
 
 struct ReplayOptions {
   std::vector<std::string> files;
-  std::vector<std::string> truthFiles;  ///< one for each of them, or none
+  std::vector<std::string> truthFiles;  ///< one for each trace, or none
   std::string settingsFile;             ///< empty: the trace's own settings
   double cpuFactor = 1;
   std::string agent;      ///< as StatusOptions::agent
@@ -88,8 +88,8 @@ struct CommandLine {
   std::filesystem::path toolDirectory;  ///< empty: the system's own tools
 };
 
-/// What the arguments ask for; or, when they ask for help or are wrong, the status to leave with
-/// after that was printed.
+/// Parses the arguments. When they ask for help or are wrong, prints the answer and returns the
+/// status to exit with.
 std::variant<CommandLine, ExitStatus> parseCommandLine(int argc, const char* const* argv);
 
 }  // namespace wakelatch::host

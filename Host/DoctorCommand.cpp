@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Host/AgentsFile.h"
@@ -66,6 +67,17 @@ inline constexpr auto json::fields<host::DoctorReport> = std::tuple{
 namespace host {
 namespace {
 
+Finding good(std::string check, std::string finding) {
+  return {.check = std::move(check), .finding = std::move(finding)};
+}
+
+Finding problem(std::string check, std::string finding, std::string remedy) {
+  return {.check = std::move(check),
+          .ok = false,
+          .finding = std::move(finding),
+          .remedy = std::move(remedy)};
+}
+
 namespace fs = std::filesystem;
 
 std::string pidText(std::int64_t pid) {
@@ -82,9 +94,9 @@ Finding checkSettings(std::optional<GuardSettings>& settings) {
   const std::string file = settingsFile().string();
   try {
     settings = loadSettings(settingsFile());
-    return {"settings", true, isThere(file) ? file + " is valid" : "defaults (no " + file + ")"};
+    return good("settings", isThere(file) ? file + " is valid" : "defaults (no " + file + ")");
   } catch (const std::exception& error) {
-    return {"settings", false, error.what(), "correct the file, or move it away"};
+    return problem("settings", error.what(), "correct the file, or move it away");
   }
 }
 
@@ -94,29 +106,31 @@ Finding checkAgents(AgentProfiles& profiles) {
   try {
     profiles = loadAgents(files).profiles;
   } catch (const std::exception& error) {
-    return {"agent catalogue", false, error.what(), "correct the file, or move it away"};
+    return problem("agent catalogue", error.what(), "correct the file, or move it away");
   }
   const std::string installed = files[0].string(), own = files[1].string();
   const std::string ofUser = isThere(own) ? own + " is valid" : "none of your own (no " + own + ")";
   if (!isThere(installed)) {
-    return {"agent catalogue", false, "no " + installed + "; " + ofUser, "reinstall wakelatch"};
+    return problem("agent catalogue", "no " + installed + "; " + ofUser, "reinstall wakelatch");
   }
-  return {"agent catalogue", true, installed + " is valid; " + ofUser};
+  return good("agent catalogue", installed + " is valid; " + ofUser);
 }
 
 Finding checkUsage() {
   const std::string file = usageFile().string();
   try {
     const bool isRecorded = loadUsage(usageFile()).has_value();
-    return {"statistics", true, isRecorded ? file + " is valid" : "none yet (no " + file + ")"};
+    return good("statistics", isRecorded ? file + " is valid" : "none yet (no " + file + ")");
   } catch (const DamagedUsage& damage) {
-    return {"statistics", false, damage.what(),
-            "correct the file or move it away while no watch runs; the next one sets it aside and "
-            "begins anew"};
+    return problem(
+        "statistics", damage.what(),
+        "correct the file or move it away while no watch runs; the next one sets it aside and "
+        "begins anew");
   } catch (const std::exception& error) {
-    return {"statistics", false, error.what(),
-            "make it a file that may be read, or move it away, and start the watch again: it saves "
-            "nothing meanwhile"};
+    return problem(
+        "statistics", error.what(),
+        "make it a file that may be read, or move it away, and start the watch again: it saves "
+        "nothing meanwhile");
   }
 }
 
@@ -135,22 +149,22 @@ Finding checkTool(CommandRunning& runner, const ShellCommand& command,
   std::string line = command.executable;
   for (const std::string& argument : command.arguments) line += ' ' + argument;
   try {
-    if (isAnswer(runner.run(command).standardOutput)) return {"tool", true, line + " answers"};
-    return {"tool", false, line + ": its answer makes no sense",
-            "make sure that " + command.executable + " is the system's own"};
+    if (isAnswer(runner.run(command).standardOutput)) return good("tool", line + " answers");
+    return problem("tool", line + ": its answer makes no sense",
+                   "make sure that " + command.executable + " is the system's own");
   } catch (const std::exception& error) {
-    return {"tool", false, line + ": " + error.what(),
-            "make sure that " + command.executable + " is there and may be run"};
+    return problem("tool", line + ": " + error.what(),
+                   "make sure that " + command.executable + " is there and may be run");
   }
 }
 
 /// The tool behind the administrator prompt; not run, as it would prompt.
 Finding checkPromptTool() {
   const auto tool = administratorPromptTool();
-  if (!tool) return {"administrator prompt", true, "not needed on this system"};
-  if (::access(tool->c_str(), X_OK) == 0) return {"administrator prompt", true, tool->string()};
-  return {"administrator prompt", false, tool->string() + " cannot be run",
-          "lid-closed mode needs it"};
+  if (!tool) return good("administrator prompt", "not needed on this system");
+  if (::access(tool->c_str(), X_OK) == 0) return good("administrator prompt", tool->string());
+  return problem("administrator prompt", tool->string() + " cannot be run",
+                 "lid-closed mode needs it");
 }
 
 /// Starts the keep-awake tool for a moment: one that cannot work here ends by itself, or does not
@@ -167,21 +181,20 @@ Finding checkKeepAwakeTool() {
       const std::string silence = word ? "" : tool->whyNoWord(readySeconds);
       tool->send(SIGKILL);
       if (!word) {
-        return {"keep-awake tool", false, "cannot keep this machine awake: " + silence,
-                "the message says why this machine cannot be kept awake"};
+        return problem("keep-awake tool", "cannot keep this machine awake: " + silence,
+                       "the message says why this machine cannot be kept awake");
       }
-      return {"keep-awake tool", true,
-              path + (*word == "ready" ? " works" : " works, but " + *word)};
+      return good("keep-awake tool", path + (*word == "ready" ? " works" : " works, but " + *word));
     }
     ProcessCommandRunner(trialSeconds).run({path, arguments});
-    return {"keep-awake tool", false, path + " ended at once", "reinstall it"};
+    return problem("keep-awake tool", path + " ended at once", "reinstall it");
   } catch (const CommandRunnerError& error) {
-    // Ended by us at the end of the trial, as it should be.
-    if (error.signal() == SIGTERM) return {"keep-awake tool", true, path + " works"};
-    return {"keep-awake tool", false, path + ": " + error.what(),
-            "the message says why this system cannot be kept awake"};
+    // The trial is over, and the runner has ended a tool that still ran, as it should.
+    if (error.signal() == SIGTERM) return good("keep-awake tool", path + " works");
+    return problem("keep-awake tool", path + ": " + error.what(),
+                   "the message says why this system cannot be kept awake");
   } catch (const std::exception& error) {
-    return {"keep-awake tool", false, error.what(), "reinstall it"};
+    return problem("keep-awake tool", error.what(), "reinstall it");
   }
 }
 
@@ -190,15 +203,16 @@ Finding checkLidClosedSetting(CommandRunning& runner, bool isWatchRunning) {
   const bool marked = isThere(SleepController::engagedMarkerURL());
   const auto state = SleepController::disableSleepState(runner);
   if (state == SleepController::DisableSleepState::unknown) {
-    return {"lid-closed setting", false, "the system does not say whether sleep is disabled",
-            administratorPromptTool() ? "make sure that `/usr/bin/pmset -g` may be run and answers"
-                                      : "make sure that the session manager (logind) runs"};
+    return problem("lid-closed setting", "the system does not say whether sleep is disabled",
+                   administratorPromptTool()
+                       ? "make sure that `/usr/bin/pmset -g` may be run and answers"
+                       : "make sure that the session manager (logind) runs");
   }
   const bool disabled = state == SleepController::DisableSleepState::on;
-  Finding result{
-      "lid-closed setting", true,
+  Finding result = good(
+      "lid-closed setting",
       std::string(marked ? "marked as engaged by wakelatch; " : "not engaged by wakelatch; ") +
-          (disabled ? "the system reports sleep disabled" : "the system reports sleep enabled")};
+          (disabled ? "the system reports sleep disabled" : "the system reports sleep enabled"));
   if (disabled && !marked) {
     result.remedy = "something else disabled sleep; to restore it: wakelatch restore --adopt";
   } else if (marked && !isWatchRunning) {
@@ -215,38 +229,38 @@ Finding checkLidClosedSetting(CommandRunning& runner, bool isWatchRunning) {
 Finding checkPidFile(bool isWatchRunning) {
   const std::string file = SleepController::pidFileURL().string();
   if (!isThere(SleepController::pidFileURL())) {
-    return {"keep-awake processes", true, "none listed (no " + file + ")"};
+    return good("keep-awake processes", "none listed (no " + file + ")");
   }
   std::string listed;
   for (const auto pid : SleepController::readCaffeinatePIDs()) listed += ' ' + std::to_string(pid);
-  if (isWatchRunning)
-    return {"keep-awake processes", true, "listed by the running watch:" + listed};
-  return {"keep-awake processes", false, file + " was left by an earlier run, listing:" + listed,
-          "wakelatch restore"};
+  if (isWatchRunning) return good("keep-awake processes", "listed by the running watch:" + listed);
+  return problem("keep-awake processes", file + " was left by an earlier run, listing:" + listed,
+                 "wakelatch restore");
 }
 
 /// What a running watch wants against what is in effect.
 Finding checkWatch(std::optional<std::int64_t> holder,
                    const std::optional<GuardSettings>& settings) {
-  if (!holder) return {"watch", true, "no watch is running"};
+  if (!holder) return good("watch", "no watch is running");
   const std::string who = pidText(*holder);
   const auto state = runningWatchState();
-  if (!state) return {"watch", true, who + " is starting"};
+  if (!state) return good("watch", who + " is starting");
   const Timestamp now = platform::now();
   const std::string what = who + ": " + describe(*state, now);
-  if (const auto fault = watchFault(*state, now)) return {"watch", false, what, fault->remedy};
+  if (const auto fault = watchFault(*state, now)) return problem("watch", what, fault->remedy);
   const Held& held = state->held;
-  if (!held.isToolWanted || held.prompt) return {"watch", true, what};
+  if (!held.isToolWanted || held.prompt) return good("watch", what);
   if (settings && *held.letDisplaySleep != settings->letDisplaySleep) {
-    return {"watch", false, who + " has not taken over the display setting",
-            "it does at its next tick; see its messages when it does not"};
+    return problem("watch", who + " has not taken over the display setting",
+                   "it does at its next tick; see its messages when it does not");
   }
   if (settings && settings->keepAwakeWithLidClosed && !held.isLidClosedEngaged) {
-    return {"watch", false, "lid-closed mode is switched on, but " + who + " has not engaged it",
-            "it was declined or is not possible here, the log says why; to have it tried again, "
-            "switch the mode off and on"};
+    return problem(
+        "watch", "lid-closed mode is switched on, but " + who + " has not engaged it",
+        "it was declined or is not possible here, the log says why; to have it tried again, "
+        "switch the mode off and on");
   }
-  return {"watch", true, what};
+  return good("watch", what);
 }
 
 Finding checkLog() {
@@ -257,8 +271,8 @@ Finding checkLog() {
   const bool isUsable = isThere(file) ? fs::is_regular_file(file, unreadable) ||
                                             fs::is_character_file(file, unreadable)  // /dev/null
                                       : fs::is_directory(existing, unreadable);
-  if (isUsable && ::access(existing.c_str(), W_OK) == 0) return {"log", true, file.string()};
-  return {"log", false, "cannot write " + file.string(), "make " + existing.string() + " writable"};
+  if (isUsable && ::access(existing.c_str(), W_OK) == 0) return good("log", file.string());
+  return problem("log", "cannot write " + file.string(), "make " + existing.string() + " writable");
 }
 
 Finding checkUIText(const std::optional<GuardSettings>& settings, const AgentProfiles& profiles) {
@@ -266,12 +280,11 @@ Finding checkUIText(const std::optional<GuardSettings>& settings, const AgentPro
   const GuardSettings used = settings.value_or(GuardSettings());
   const auto notice = uiTextNotice(detector, used, profiles);
   if (!notice) {
-    return {"UI text", true,
-            used.accessibilityDetectionEnabled ? "may be read" : "is switched off"};
+    return good("UI text", used.accessibilityDetectionEnabled ? "may be read" : "is switched off");
   }
   // A system that has no such interface is no fault that could be mended.
-  if (!detector.isSupported()) return {"UI text", true, *notice};
-  return {"UI text", false, *notice, "grant the accessibility permission in the system's settings"};
+  if (!detector.isSupported()) return good("UI text", *notice);
+  return problem("UI text", *notice, "grant the accessibility permission in the system's settings");
 }
 
 }  // namespace

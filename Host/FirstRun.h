@@ -7,8 +7,8 @@
 
 namespace wakelatch::host {
 
-/// Tells what was detected and what the accessibility permission is for, once in the life of this
-/// home directory. Reads and writes a small file.
+/// Tells what was detected and what the accessibility permission is for, once for each home
+/// directory. Reads and writes a small file.
 void greetOnce(const Observation& seen, const GuardSettings& settings,
                const AgentProfiles& profiles, Notifier& notifier);
 

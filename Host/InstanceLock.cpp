@@ -107,7 +107,7 @@ bool InstanceLock::retake() {
   holder_ = 0;
   makeDirectory(file_.parent_path());
   platform::Descriptor opened = openLock(file_);
-  // currentHolder() of another process takes the lock for a moment: one refusal may be its.
+  // Another process may hold the lock for the moment of its currentHolder(): try again.
   for (int attempt = 0; ::flock(opened.get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {
     if (isOneOf({ENOLCK, ENOTSUP, EOPNOTSUPP, EINVAL, ENOSYS}, errno)) {
       throw NoPlaceForLock(
@@ -122,7 +122,7 @@ bool InstanceLock::retake() {
   }
   fd_ = std::move(opened);
   const std::string pid = std::to_string(::getpid()) + "\n";
-  // Who fails to say its name still holds the lock.
+  // The lock is held even if the pid cannot be written.
   if (::ftruncate(fd_.get(), 0) == 0) [[maybe_unused]]
     const auto n = ::pwrite(fd_.get(), pid.data(), pid.size(), 0);
   return true;

@@ -1,5 +1,5 @@
-// One watching host at a time: starting up ends the keep-awake process of an earlier run, which
-// must not be that of a run still going on.
+// Lets only one watch run at a time: a watch that starts ends the keep-awake process that an
+// earlier one left behind, which must not be that of a watch still running.
 #pragma once
 
 #include <cstdint>
@@ -12,9 +12,9 @@
 
 namespace wakelatch::host {
 
-/// There is no lock file and none can be made, or its file system has no locks. A watch goes on
-/// without a lock then; after any other failure it must not, since the file may be another watch's
-/// or somebody else's.
+/// Thrown when there is no lock file and none can be made, or when its file system has no locks. A
+/// watch then goes on without a lock. After any other failure it must not: the file may be another
+/// watch's or somebody else's.
 struct NoPlaceForLock : std::system_error {
   explicit NoPlaceForLock(const std::system_error& cause) : system_error(cause) {}
 };
@@ -37,10 +37,10 @@ class InstanceLock {
   /// The process that holds the lock instead; -1 when it did not say.
   std::int64_t holder() const { return holder_; }
 
-  /// To be called on every tick: once the lock file was removed or replaced, with its directory
-  /// perhaps, the lock keeps nobody out, so it is taken anew. Returns what to tell the user; empty
-  /// when nothing has happened, or nothing new. Costs two system calls as long as all is well.
-  /// Throws std::runtime_error when another watch has taken the lock: then the caller has to end.
+  /// To be called on every tick: takes the lock anew when the lock file, or its directory, was
+  /// removed or replaced, because the old lock then keeps nobody out. Returns what to tell the
+  /// user; empty when there is nothing new. Costs two system calls as long as all is well. Throws
+  /// std::runtime_error when another watch has taken the lock: then the caller has to end.
   std::string keep();
 
   /// Whether the locked file still bears its name; a directory that cannot be looked into counts as

@@ -35,7 +35,8 @@ KeepAwake::KeepAwake(SleepController& controller, Notifier& notifier, double rel
 void KeepAwake::apply(const Wish& wish) {
   if (wish.isToolEnded) tool_.stop();
   tool_.look(wish.at);
-  if (wish.isDanger && !wish.decision.shouldPreventSleep) tool_.stop();  // before all that may hang
+  if (wish.isDanger && !wish.decision.shouldPreventSleep)
+    tool_.stop();  // first, because what follows may hang
   lidClosed_.settle();
   if (!wish.keepAwakeWithLidClosed) lidClosed_.forgetRefusals();
   if (!wish.isDanger) {
@@ -48,8 +49,8 @@ void KeepAwake::apply(const Wish& wish) {
     prevent(wish);
     return;
   }
-  // Asked for once only, and a machine held awake cannot sleep yet. Who moves the lid meanwhile
-  // has taken over.
+  // A decision asks for sleep only once, and a machine that is held awake cannot sleep yet.
+  // Somebody who moves the lid meanwhile uses the machine: the sleep is dropped.
   if (wish.decision.shouldSleepNow && !pendingSleep_) pendingSleep_ = {.lidState = wish.lidState};
   if (pendingSleep_ && hasMoved(pendingSleep_->lidState, wish.lidState)) pendingSleep_.reset();
 
@@ -58,8 +59,7 @@ void KeepAwake::apply(const Wish& wish) {
     escape(wish);
   } else if (hold_.holds(
                  wish.decision.status,
-                 // What could not be restored is no reason to hold on for another delay,
-                 // not even when it may be asked for again.
+                 // A setting that could not be restored must not start another delay.
                  isLidClosedWanted_ && lidClosed_.isEngaged() && lidClosed_.mayAskToRestore(),
                  wish.at)) {
     wantTool(wish);
@@ -68,8 +68,8 @@ void KeepAwake::apply(const Wish& wish) {
   }
 }
 
-/// Where this wish is called off, by a newer one or for good, the tool that was being started was
-/// ended with it, which is no failure of the tool.
+/// When this wish is cancelled, the tool that was being started is ended with it; that is no
+/// failure of the tool.
 void KeepAwake::wantTool(const Wish& wish) {
   if (hooks_.isCancelled()) return;
   tool_.want(wish.letDisplaySleep, wish.at);
@@ -112,7 +112,7 @@ void KeepAwake::escape(const Wish& wish) {
   if (!lidClosed_.isEngaged()) return;
   lidClosed_.restoreInDanger();
   if (lidClosed_.isEngaged() || !isSleepWanted) return;
-  pendingSleep_ = {.lidState = wish.lidState};  // only now it can sleep
+  pendingSleep_ = {.lidState = wish.lidState};  // only now the machine can sleep
   dangerSleepAt_.reset();
   if (!hooks_.isNewest()) return;
   dangerSleepAt_ = wish.at;

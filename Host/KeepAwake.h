@@ -1,5 +1,5 @@
-// Carries decisions out: which of tool, lid-closed setting and sleep a wish of the deciding side
-// comes to, and in which order.
+// Carries decisions out: starts and stops the keep-awake tool, changes the lid-closed setting and
+// puts the machine to sleep, in the order that is safe.
 #pragma once
 
 #include <functional>
@@ -15,7 +15,7 @@
 
 namespace wakelatch::host {
 
-/// Whether somebody has moved the lid; a reading that failed does not say so.
+/// Whether the lid was moved between two readings; false when one of them failed.
 constexpr bool hasMoved(LidState before, LidState now) {
   return before != now && before != LidState::unknown && now != LidState::unknown;
 }
@@ -23,15 +23,16 @@ constexpr bool hasMoved(LidState before, LidState now) {
 /// What one tick wants of the machine.
 struct Wish {
   GuardDecision decision;
-  bool isDanger = false;  ///< battery or heat: let go at once, whoever is being asked
+  bool isDanger = false;  ///< battery or heat: let go at once, even while a prompt is open
   bool keepAwakeWithLidClosed = false;
   bool letDisplaySleep = false;
   LidState lidState = LidState::unknown;
-  bool isToolEnded = false;  ///< told to end while something was waited for: no failure of its own
-  Timestamp at;              ///< when it is carried out; never goes back but with the clock
+  bool isToolEnded = false;  ///< by an interruption: no failure of the tool
+  Timestamp at;              ///< when it is carried out
 
-  /// Takes over what an older wish asked for once and nobody has carried out: going to sleep, as
-  /// long as the newer one does not want the machine awake and nobody has moved the lid.
+  /// Takes over the request to sleep of an older wish that was not carried out, since a decision
+  /// asks for sleep only once. Not when this wish wants the machine awake or somebody has moved the
+  /// lid.
   void supersede(const Wish& older) {
     if (older.decision.shouldSleepNow && !decision.shouldPreventSleep &&
         !hasMoved(older.lidState, lidState)) {
@@ -50,18 +51,19 @@ Wish makeWish(const GuardDecision& decision, const GuardSettings& settings,
 /// ends that.
 class KeepAwake {
  public:
-  /// Danger that goes on is answered again after this long: with sleep, and with a restore that
-  /// needs no prompt.
+  /// While danger goes on, sleep and a restore without prompt are tried again after this long.
   static constexpr double dangerPauseSeconds = 60;
   /// A sleep that was refused, for another program's lock say, is asked for again after this long.
   static constexpr double refusedSleepPauseSeconds = 60;
-  /// With the lid open somebody may have come back to the machine: no longer than this.
+  /// With the lid open, a refused sleep is given up after this long: somebody may have come back to
+  /// the machine.
   static constexpr double refusedSleepPatienceSeconds = 600;
 
   struct Hooks : LidClosedSetting::Hooks {
-    /// Whether nothing newer is wanted. A prompt takes long: work may have begun meanwhile.
+    /// Whether no newer wish has come. Work may have begun while a prompt was open.
     std::function<bool()> isNewest;
-    /// Told when the tool was seen to and the lid-closed setting, which may take longer, is next.
+    /// Called after the tool was started, before the lid-closed setting is changed, which may take
+    /// longer.
     std::function<void()> toolSettled = {};
   };
 
@@ -71,25 +73,26 @@ class KeepAwake {
   KeepAwake(SleepController& controller, Notifier& notifier, double releaseDelaySeconds,
             bool toolGivesWord, Hooks hooks);
 
-  /// Ends the keep-awake tools of an earlier run. Before all others.
+  /// Ends the keep-awake tools of an earlier run. To be called first.
   void endOrphans() { controller_.reconcileOrphanedCaffeinate(); }
-  /// Restores the lid-closed setting of an earlier run. Before apply(). May prompt.
+  /// Restores the lid-closed setting of an earlier run. To be called before apply(). May prompt.
   void startUp() { lidClosed_.startUp(); }
 
   /// Does what is wanted now. May prompt.
   void apply(const Wish& wish);
 
-  /// Lets the machine sleep as far as that goes without asking anybody; true when nothing stays
-  /// engaged.
+  /// Stops the tool and restores the lid-closed setting if that needs no prompt. Returns whether
+  /// nothing stays engaged.
   bool letGo();
 
-  /// Lets go, and asks where that is not enough. True when nothing stays engaged.
+  /// As letGo(), then prompts if the setting is still engaged. Returns whether nothing stays
+  /// engaged.
   bool restore();
 
-  /// Stops the tool and leaves an engaged setting as it is, with a word about it.
+  /// Stops the tool, leaves an engaged setting as it is and tells the user so.
   void leaveEngaged();
 
-  /// What holds the machine awake; since when, and behind which prompt, is the caller's to know.
+  /// What holds the machine awake. Held::since and Held::prompt are left for the caller to fill in.
   Held held() const;
 
  private:
@@ -114,7 +117,7 @@ class KeepAwake {
   ReleaseHold hold_;
   std::optional<PendingSleep> pendingSleep_;
   bool isLidClosedWanted_ = false;
-  /// Of the last sleep that was asked for and the last restore tried, in a danger that goes on.
+  /// When, during the present danger, sleep was last asked for and a restore last tried.
   std::optional<Timestamp> dangerSleepAt_, dangerRestoreAt_;
 };
 

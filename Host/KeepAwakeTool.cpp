@@ -9,7 +9,7 @@ namespace wakelatch::host {
 namespace {
 
 constexpr const char* topic = "keep-awake tool";
-const std::string cannot = "this machine cannot be kept awake: ";
+constexpr const char* cannot = "this machine cannot be kept awake: ";
 
 }  // namespace
 
@@ -22,7 +22,7 @@ void KeepAwakeTool::want(bool letDisplaySleep, Timestamp now) {
   const auto before = controller_.appliedLetDisplaySleep();
   controller_.enableSleepPrevention(/*allowLidClosed=*/false, letDisplaySleep);
   if (!controller_.isSleepPreventionEnabled()) return;
-  // A change of posture is a start as well. It may have ended again already: look() will see that.
+  // A change of posture starts a new tool as well. It may have ended already; look() will notice.
   const bool isReplaced =
       before != letDisplaySleep && controller_.appliedLetDisplaySleep() != before;
   if (!before || isReplaced) startedAt_ = now;
@@ -71,7 +71,7 @@ void KeepAwakeTool::look(Timestamp now) {
   }
   isTrusted_ = false;
   if (!pausedSince_) {
-    notifier_.problem(topic, cannot + "the keep-awake tool ended " +
+    notifier_.problem(topic, std::string(cannot) + "the keep-awake tool ended " +
                                  std::to_string(std::lround(age)) +
                                  " s after its start; trying again once a minute");
   }

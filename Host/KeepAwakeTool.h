@@ -1,5 +1,6 @@
-// The keep-awake tool: started when wanted, not believed before it has shown that it works here: by
-// its word, where it gives one, else by having run for a while.
+// Keeps the keep-awake tool running while it is wanted. A tool is trusted only once it has shown
+// that it works on this machine: by its word, where it gives one, otherwise by having run for a
+// while.
 #pragma once
 
 #include <optional>
@@ -15,18 +16,21 @@ namespace wakelatch::host {
 /// prompt.
 class KeepAwakeTool {
  public:
-  /// A tool that gives no word and cannot work here has ended by then.
+  /// A tool that gives no word is trusted after this long: one that cannot work here has ended by
+  /// then.
   static constexpr double provenSeconds = 15;
-  /// One that has run for so long ends the row of failures of which the user is told once.
+  /// Once a tool has run for so long, the next failure is told to the user again.
   static constexpr double soundSeconds = 600;
-  /// One that ended before it was proven is started again after this long.
+  /// A tool that ended before it was trusted is started again after this long.
   static constexpr double pauseSeconds = 60;
-  /// One that gave its word and ended sooner than this is given a rest as long.
+  /// A tool that gave its word but ended sooner than this is started again only after as long a
+  /// pause.
   static constexpr double shortestPauseSeconds = 1;
 
   /// @param controller, notifier  owned by the caller
-  /// @param givesWord             a tool that has started holds the machine awake, by its word: it
-  ///                              is proven at once, and started again without a pause
+  /// @param givesWord             whether the tool says itself that it holds the machine awake: it
+  ///                              is then trusted as soon as it has started, and started again
+  ///                              without a pause
   KeepAwakeTool(SleepController& controller, Notifier& notifier, bool givesWord)
       : controller_(controller),
         notifier_(notifier),
@@ -34,7 +38,7 @@ class KeepAwakeTool {
 
   /// Starts the tool unless it runs or is paused after a failure.
   void want(bool letDisplaySleep, Timestamp now);
-  /// Stops it. Whoever has ended it meanwhile, that is no failure any more.
+  /// Stops the tool. If it has ended by itself meanwhile, that is not reported.
   void stop();
   /// Notices that it has ended by itself.
   void look(Timestamp now);
@@ -46,7 +50,7 @@ class KeepAwakeTool {
 
   bool isWanted() const { return isWanted_; }
   bool isRunning() const { return controller_.appliedLetDisplaySleep().has_value(); }
-  /// It runs, and this one or one before it has run for `provenSeconds` without a failure since.
+  /// Whether it runs, and it or one before it has run for `provenSeconds` with no failure since.
   bool isProven() const { return isTrusted_ && isRunning(); }
 
  private:

@@ -10,8 +10,8 @@ namespace {
 
 constexpr const char* engaging = "lid-closed mode";
 constexpr const char* restoring = "lid-closed setting";
-/// What a prompt has started takes effect within this time, and one wrong answer of the system is
-/// followed by right ones.
+/// What a prompt has started takes effect within this time. The system may answer wrongly once;
+/// later answers within this time are right.
 constexpr double settleSeconds = 10;
 
 }  // namespace
@@ -58,15 +58,15 @@ void LidClosedSetting::engage() {
     return;
   }
   isWithoutEffect_ = false;
-  // Who else has switched it on stays its owner when our prompt is refused. Without an answer it is
-  // taken for off: what our prompt may set later must not go unnoticed.
+  // If somebody else has switched the setting on and our prompt is refused, it stays theirs.
+  // Without an answer it is taken for off, so that what our prompt may set later is noticed.
   const bool isOthers = controller_.disableSleepState() == State::on;
   const bool isDone =
       prompt("turning the lid-closed setting on", &SleepController::engageLidClosedProtection);
   if (isDone || !isOthers) changed();
   if (isDone) {
     engagedAt_ = hooks_.now();
-    engagePause_.forget();  // of a refusal that the clock, set back, has yet to reach
+    engagePause_.forget();  // a clock that was set back may have left a refusal in the future
   }
   if (isDone && isRestoreAllowed_) restorePause_.forget();  // nobody refused to restore this one
   if (!isDone && hooks_.isCancelled()) {                    // nobody refused
@@ -128,7 +128,7 @@ void LidClosedSetting::askToRestore() {
   }
   if (hooks_.isCancelled()) {  // nobody refused
     restorePause_.closed(hooks_.now());
-  } else if (!isDone || isEngaged()) {  // whatever the system answers now, who refused has refused
+  } else if (!isDone || isEngaged()) {  // the person refused, whatever the system answers now
     restorePause_.refused(hooks_.now());
   }
   if (!isEngaged()) {
@@ -164,7 +164,8 @@ void LidClosedSetting::changed() {
 bool LidClosedSetting::look() {
   ++looks_;
   const bool wasEngaged = isEngaged();
-  if (wasEngaged && isWanted_) {  // off by its answer, it stays tracked: it may come late
+  if (wasEngaged &&
+      isWanted_) {  // when the answer is off, it stays tracked: it may take effect late
     const State state = controller_.disableSleepState();
     if (state == State::unknown) return false;
     isWithoutEffect_ = state == State::off;
@@ -192,7 +193,8 @@ void LidClosedSetting::settle() {
   if (!changedAt_ || !isAnswered || looks_ < 2 || !isOver(*changedAt_, settleSeconds, hooks_.now()))
     return;
   changedAt_.reset();
-  if (!isEngaged()) restorePause_.forget();  // not before: what looked restored may not be
+  if (!isEngaged())
+    restorePause_.forget();  // only now: what looked restored at first may not have been
 }
 
 void LidClosedSetting::awaitSettled() {

@@ -1,6 +1,7 @@
-// The lid-closed setting, which outlives every process and is switched behind an administrator
-// prompt: engaged and restored with patience for the person who is asked, and looked at afterwards,
-// because a prompt that ends well may have done nothing.
+// Engages and restores the lid-closed setting, which outlives every process and takes an
+// administrator prompt to change. A person who refused is not asked again too soon, and the system
+// is asked afterwards what came of it, because a prompt that was answered may still have changed
+// nothing.
 #pragma once
 
 #include <functional>
@@ -20,13 +21,14 @@ namespace wakelatch::host {
 class LidClosedSetting {
  public:
   struct Hooks {
-    /// Told what a prompt that opens is for, and nothing when it is closed. Must not block.
+    /// Called with what a prompt is for when it opens, and with nothing when it closes. Must not
+    /// block.
     std::function<void(const std::optional<std::string>&)> promptShown;
     /// Whether the controller's runners are cancelled.
     std::function<bool()> isCancelled;
     std::function<Timestamp()> now = platform::now;
-    /// Whether a person is asked for a password. Else the setting is this process's own, and the
-    /// system lets go of it with the process.
+    /// Whether a person is asked for a password. Otherwise the setting belongs to this process and
+    /// ends with it.
     bool asksPerson = true;
   };
 
@@ -46,22 +48,25 @@ class LidClosedSetting {
 
   /// Prompts unless it is engaged or was refused lately.
   void engage();
-  /// The user has switched lid-closed mode off: when he switches it on again, he may be asked.
+  /// To be called when the user has switched lid-closed mode off: once it is on again, engage() may
+  /// prompt at once.
   void forgetRefusals();
 
   bool mayAskToRestore() const { return restorePause_.mayAsk(hooks_.now()); }
   /// Restores an engaged setting. Prompts unless the person refused lately.
   void restore();
-  /// The same in danger: a prompt need not wait for the end of the pause, but only once.
+  /// As restore(), in danger: may prompt once even though the person refused lately.
   void restoreInDanger();
-  /// The same for somebody who leaves, whenever he refused before.
+  /// As restore(), when the watch ends: prompts even if the person refused lately.
   void restoreFinally();
-  /// Tries it without a prompt.
+  /// Restores an engaged setting if that needs no prompt.
   void restoreWithoutPrompt();
 
-  /// For some seconds after a change: looks whether the system has it so. To be called every tick.
+  /// To be called every tick: for some seconds after a change, checks whether the system has
+  /// adopted it.
   void settle();
-  /// For somebody who leaves: waits a moment for what a prompt that was closed may have handed on.
+  /// To be called when the watch ends: waits a moment for the change that a prompt may still make
+  /// after we closed it.
   void awaitSettled();
 
  private:
@@ -77,13 +82,13 @@ class LidClosedSetting {
   Notifier& notifier_;
   const Hooks hooks_;
   PromptPause engagePause_, restorePause_;
-  bool isWanted_ = false;               ///< engaging was the last thing tried, not restoring
-  bool isWithoutEffect_ = false;        ///< engaged by our account, off by the system's
-  bool isRestoreAllowed_ = false;       ///< the last prompt to restore was
-  bool isPromptClosed_ = false;         ///< the change is an engage prompt that we closed
+  bool isWanted_ = false;               ///< engaging was tried last, not restoring
+  bool isWithoutEffect_ = false;        ///< we count it as engaged, the system says it is off
+  bool isRestoreAllowed_ = false;       ///< the last prompt to restore was allowed
+  bool isPromptClosed_ = false;         ///< the change is that of an engage prompt which we closed
   std::optional<Timestamp> engagedAt_;  ///< when the person last allowed it
   std::optional<Timestamp> changedAt_;  ///< absent: settled
-  int looks_ = 0;                       ///< since then
+  int looks_ = 0;                       ///< how often the system was asked since then
 };
 
 }  // namespace wakelatch::host

@@ -1,4 +1,4 @@
-// Sentences for the user beside the data.
+// Sentences for the user, apart from a command's data.
 #pragma once
 
 #include <functional>
@@ -23,8 +23,8 @@ class Notifier {
   /// Tells something that has happened.
   void tell(const std::string& text) const { sink_(text); }
 
-  /// Tells a problem when it begins and when it becomes another one. An empty text ends it: after
-  /// that it is told again.
+  /// Tells a problem when it begins and when its text changes. An empty text ends the problem; if
+  /// it comes back it is told again.
   void problem(const std::string& topic, const std::string& text);
 
  private:

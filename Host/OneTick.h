@@ -22,7 +22,7 @@ struct OneTick {
   AgentStateMachine::Memory memory;  ///< before the decision
   Observation seen;
   GuardDecision decision;
-  GuardRule rule = GuardRule::off;  ///< that gave it
+  GuardRule rule = GuardRule::off;  ///< that gave the decision
 };
 
 /// Decides on what was seen. `machine` first forgets what lies in the future, since the clock may
@@ -31,7 +31,7 @@ OneTick decide(AgentStateMachine& machine, AppMode mode, const GuardSettings& se
                bool isPreventingSleep, Observation seen);
 
 /// What a watch tells others about itself after such a tick.
-/// @param memory  of the state machine that decided, after that
+/// @param memory  of the state machine, after the decision
 WatchState stateAfter(const OneTick& tick, const AgentStateMachine::Memory& memory,
                       const Held& held, std::int64_t pid, double intervalSeconds);
 

@@ -1,5 +1,5 @@
-// What our web pages have in common: one look, and the pieces that they are put together from. Pure
-// functions, but for the time zone.
+// What the program's HTML pages have in common: their style, and functions that make their parts.
+// Pure functions, but for the time zone.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@
 
 namespace wakelatch::host {
 
-/// One self-contained HTML page in the look of them all, light or dark as the reader likes it. It
-/// loads nothing and runs no script; browsers are told to allow neither.
+/// One self-contained HTML page in the common style, light or dark as the reader's system prefers.
+/// It loads nothing and runs no script; its content policy forbids both.
 /// @param title     of the window: text
 /// @param ownStyle  rules of this page alone, after those of all pages
 /// @param header    HTML under the brand: a heading and a paragraph about it

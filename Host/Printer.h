@@ -16,10 +16,9 @@
 
 namespace wakelatch::host {
 
-/// What is given to it is written in order. Of more than `capacity` lines that wait, the oldest are
-/// dropped, so that the last line shown is never older than the last one dropped; how many were is
-/// told once somebody reads again. All but the destructor may be called from any thread, and none
-/// of that blocks unless it says so.
+/// Writes in the order of the calls. When more than `capacity` lines wait, the oldest are dropped;
+/// their number is printed once somebody reads again. All but the destructor may be called from any
+/// thread, and none of that blocks unless it says so.
 class Printer {
  public:
   /// How many lines, and how many notices, may wait to be written.
@@ -27,8 +26,8 @@ class Printer {
 
   /// @param closed  told on the printer's thread, once, that nobody will read standard output again
   explicit Printer(std::function<void()> closed);
-  /// Waits for a write that is under way: call finish() before, and end the process where that
-  /// fails.
+  /// Waits for a write that is under way, perhaps for ever: call finish() first, and end the
+  /// process if that fails.
   ~Printer();
   Printer(const Printer&) = delete;
   Printer& operator=(const Printer&) = delete;

@@ -13,7 +13,7 @@ inline bool isOver(Timestamp start, double seconds, Timestamp now) {
   return elapsed < 0 || elapsed >= seconds;
 }
 
-/// Remembers that a prompt was refused, whatever happens in between.
+/// Remembers when a prompt was refused, and tells when the next one may be shown.
 class PromptPause {
  public:
   /// A refused prompt is not shown again for this long.
@@ -21,7 +21,7 @@ class PromptPause {
   /// Where nobody is asked, what failed is tried again after this long.
   static constexpr double unattendedSeconds = 60;
 
-  /// One that we closed ourselves is not shown again for this long: danger may come and go.
+  /// A prompt that we closed ourselves is not shown again for this long: danger may come and go.
   static constexpr double closedSeconds = 60;
 
   /// @param asksPerson  whether a prompt disturbs somebody
@@ -30,7 +30,7 @@ class PromptPause {
   bool mayAsk(Timestamp now) const {
     return hasPassed(refusedAt_, pause_, now) && hasPassed(closedAt_, closedSeconds, now);
   }
-  /// Danger need not wait for the end of a pause, but only once in as long a time.
+  /// As mayAsk(), but in danger one prompt may be shown before the pause is over.
   bool mayAskInDanger(Timestamp now) const {
     return mayAsk(now) || hasPassed(inDangerAt_, pause_, now);
   }

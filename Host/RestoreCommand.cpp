@@ -51,7 +51,8 @@ ExitStatus runCommand(const RestoreOptions& options, Tools& tools) {
   try {
     lock.emplace(lockFile());
   } catch (const std::system_error& error) {
-    // No watch starts with such a file either, and a machine that cannot sleep must be helped.
+    // Whether a watch is running cannot be told then, but a machine that cannot sleep must be
+    // helped.
     printNotice(std::string(error.what()) + "; restoring all the same");
   }
   if (lock && !lock->isHeld()) {

@@ -29,8 +29,8 @@ class LiveSettings {
 
   const GuardSettings& current() const { return settings_; }
 
-  /// Reads the file again. What cannot be used leaves the settings as they were; the message for
-  /// the user is returned then, an empty text otherwise.
+  /// Reads the file again. A file that cannot be used leaves the settings as they were. Returns
+  /// what to tell the user then, an empty text otherwise.
   /// @param profiles  as they are now
   std::string refresh(const AgentProfiles& profiles = {});
 

@@ -23,9 +23,10 @@ class Signals {
     /// The `count`th request to stop, counted from 1. Signals within half a second count as one:
     /// some senders address a process and then its group, or send two kinds.
     std::function<void(int number, int count)> stop;
-    /// Before the process stops itself for a SIGTSTP, and after it goes on. What takes its time
-    /// asks isStopPending() meanwhile: a request to stop calls the suspension off, and then
-    /// resume() is called at once. Not called after a request to stop.
+    /// suspend() is called before the process stops itself for a SIGTSTP, resume() when it goes on.
+    /// A suspend() that takes long has to ask isStopPending() meanwhile: a request to stop calls
+    /// the suspension off, and resume() is called at once. Neither is called after a request to
+    /// stop.
     std::function<void()> suspend, resume;
     std::function<void()> resized;
     /// Every few seconds.
@@ -40,11 +41,11 @@ class Signals {
   /// Starts the thread; signals that came since the construction are delivered first. Call once.
   void listen(Handlers handlers);
 
-  /// A request to stop waits to be delivered. From any thread.
+  /// Whether a request to stop waits to be delivered. From any thread.
   static bool isStopPending();
 
-  /// No handler is called any more after this, and the signals have their default effect: nothing
-  /// is left that would have to be undone. Waits for a handler that runs.
+  /// Waits for a handler that runs. After this no handler is called and the signals have their
+  /// default effect, so call it once nothing is left to be undone.
   void endListening();
 
   /// Ends the process with this status after so many seconds, whatever hangs. From any thread; a

@@ -81,8 +81,9 @@ std::string_view endingText(const UsageMetrics& metrics) {
   if (!metrics.lastRun) return {};
   if (metrics.lastRun->finishedNormally) return "finished";
   if (metrics.lastCloseReason != SessionCloseReason::interrupted) return "ended";
-  // That is why the newest session closed, which is the last run only if it kept the machine awake.
-  // It is known to be when no other session was closed from the day on which the run ended.
+  // The reason is that of the newest session. A run is only a session that kept the machine awake,
+  // so the newest one is surely the last run when no other session was closed since the day it
+  // ended.
   std::int64_t closedSince = 0;
   auto day = metrics.days.lower_bound(UsageMetrics::dayKey(metrics.lastRun->endedAt));
   for (; day != metrics.days.end(); ++day) {

@@ -122,8 +122,8 @@ class Writer {
     out_ += "\n";
   }
 
-  /// A day's kinds side by side, `width` cells for `longest` seconds; each ends where the sum so
-  /// far does, so rounding never changes the length of the whole.
+  /// A day's kinds side by side, with `width` cells for `longest` seconds. Each kind ends at the
+  /// rounded sum so far, so that rounding does not change the length of the whole.
   std::string bar(const DayBucket& bucket, double longest, int width) const {
     std::string result;
     double sum = 0;

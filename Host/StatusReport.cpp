@@ -141,7 +141,7 @@ std::optional<std::string> TickLines::next(StatusReport report, Timestamp at) {
   }
   GuardDecision decision = report.decision;
   decision.shouldSleepNow = false;  // told by a notice
-  // Reasons that count seconds change on every tick; what they are about does not.
+  // A reason may count seconds and so differ on every tick, though the decision is the same.
   std::erase_if(decision.reason, [](char c) { return c >= '0' && c <= '9'; });
   if (decision_ == decision) return std::nullopt;
   decision_ = std::move(decision);

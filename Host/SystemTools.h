@@ -1,4 +1,4 @@
-// What the host takes from the system it runs on, one source file per system.
+// What the host needs of the operating system, one source file per system.
 #pragma once
 
 #include <filesystem>
@@ -34,8 +34,8 @@ inline constexpr double adminTimeoutSeconds = 120;
 /// seconds; 0 where it says nothing. See SleepController::ToolOptions.
 double keepAwakeReadySeconds();
 
-/// How long after a first listing of the processes a second one tells loads that can be believed,
-/// in seconds: as long as a watch leaves between two. 0 where the system itself keeps averages.
+/// How many seconds to leave between two listings of the processes so that the second tells their
+/// load as a watch would see it; 0 where the system itself keeps averages.
 double loadSampleSeconds();
 
 /// Lets the system deliver what it has for this process, as an application's main loop would: macOS

@@ -20,7 +20,8 @@ constexpr double answerSeconds = 3;
 std::unique_ptr<SystemTools> makeSystemTools(CommandRunning& /*children*/,
                                              double /*timeoutSeconds*/) {
   ::setenv(watchPidVariable, std::to_string(::getpid()).c_str(), 1);
-  // The runners act for one process. It outlives whatever still waits at the exit.
+  // One login manager for all runners of this process; never destroyed, because a thread may still
+  // use it at the exit.
   static const auto& manager =
       *new auto(std::make_shared<LoginManager>(Logind{.timeoutSeconds = answerSeconds}));
   return std::make_unique<LinuxTools>(LinuxRoots(), manager);

@@ -25,7 +25,7 @@ void Teller::tick(WatchTick tick) {
   const platform::MutexLock lock(mutex_);
   last_ = std::move(tick);
   if (output_ != TickOutput::none && !isScreen_) {
-    // What was decided on, before tellState() adds anything newer.
+    // Before tellState(), which replaces what was decided on by something newer.
     if (auto line = lines_.next(last_->report, last_->at)) printer_.line(std::move(*line));
   }
   tellState();

@@ -1,6 +1,5 @@
-// The telling side of a watch: what a tick was like and what happens between ticks, on the
-// terminal, for programs and in the state file. It hands over to threads of their own and waits for
-// nobody.
+// Reports what a watch does, at each tick and between ticks: on the terminal, as lines of JSON and
+// in the state file. Other threads do the writing; no call waits for them.
 #pragma once
 
 #include <deque>
@@ -26,9 +25,9 @@ class Teller {
   /// @param closed  told once, on another thread, that nobody will read standard output again
   Teller(TickOutput output, std::function<void()> closed);
 
-  /// From now on the state is kept in its file, with what holds the machine awake at that moment.
+  /// From now on the state file is kept up to date.
   /// @param saver  owned by the caller, outlives this
-  /// @param held   called from any thread; must not block
+  /// @param held   what holds the machine awake; called from any thread, must not block
   void tellStateOf(Saver& saver, std::function<Held()> held);
 
   void tick(WatchTick tick);
@@ -41,7 +40,7 @@ class Teller {
 
   /// The terminal's size or content has changed.
   void redraw();
-  /// What is shown stays, what follows is told below it.
+  /// The screen stays as it is; what follows is written below it.
   void endScreen();
 
   /// Blocks until everything told so far is written, at most `seconds`. Returns whether it is.

@@ -124,7 +124,8 @@ std::string drawing(std::size_t linesBefore, const std::vector<std::string>& lin
   } else if (linesBefore > 0) {
     bytes += "\033[" + std::to_string(linesBefore) + "A";
   }
-  // Erased before it is written: after a line of full width the cursor stands on its last column.
+  // Each line is erased before it is written: after a line of full width the cursor stands on its
+  // last column, which erasing would clear.
   for (const std::string& line : lines) bytes += "\033[K" + line + "\r\n";
   return bytes + "\033[J\033[?7h";
 }

@@ -30,7 +30,7 @@ std::string joined(const std::vector<std::string>& texts, std::string_view separ
 /// Whether a descriptor is a terminal that can be drawn on: one whose TERM is set and not "dumb".
 bool isScreen(int descriptor);
 
-/// What can be shown where a text goes.
+/// What the destination of a text can show.
 struct TerminalStyle {
   int columns = 80;
   int rows = 24;

@@ -8,8 +8,9 @@
 
 namespace wakelatch::host {
 
-/// Runs `pmset` from a directory in place of "/usr/bin/pmset", and so on for every tool that the
-/// directory holds; the others as they are. For trying out the host without touching the machine.
+/// Runs `pmset` from a directory in place of "/usr/bin/pmset", and likewise every tool that the
+/// directory holds; runs the others where they are. For trying out the host without touching the
+/// machine.
 class ToolDirectory : public CommandRunning {
  public:
   /// @param runner          runs the tools of the directory; owned by the caller

@@ -33,7 +33,8 @@ class Tools {
   /// For commands that show the administrator prompt.
   CommandRunning& adminRunner() { return admin_.runner(); }
 
-  /// End what runs and let nothing begin any more, or again; see CancellableCommandRunner.
+  /// A cancelled runner ends its commands and starts no other until it is allowed to again; see
+  /// CancellableCommandRunner.
   void cancelLooking() { looking_.children.cancel(); }
   void cancelActing() {
     acting_.children.cancel();

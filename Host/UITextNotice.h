@@ -1,4 +1,4 @@
-// Why the texts of other programs' windows are not read, and whom that concerns.
+// Why the texts of other programs' windows are not read, and which agents that concerns.
 #pragma once
 
 #include <optional>

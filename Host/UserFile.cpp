@@ -10,8 +10,8 @@ std::optional<std::string> readIfThere(const std::filesystem::path& file) {
   try {
     return platform::readFile(file);
   } catch (const std::system_error& error) {
-    // A home directory that is none, or a ring of links, holds no file; one that may not be read
-    // does.
+    // Below something that is no directory, or a loop of links, there is no file. In a directory
+    // that may not be read there may be one.
     std::error_code cause;
     const bool hasDirectory = std::filesystem::exists(file.parent_path(), cause);
     if (!hasDirectory && cause == std::errc::too_many_symbolic_link_levels) return std::nullopt;

@@ -170,7 +170,7 @@ class Screen {
 
     std::vector<std::vector<Span>> lines;
     for (const std::size_t row : kept) lines.push_back(std::move(rows_[row].spans));
-    // What may not be left out shares a line.
+    // Rows that may not be left out share a line.
     for (; lines.size() > most && lines.size() > 1; lines.erase(lines.begin() + 1)) {
       lines[0].push_back({"  "});
       lines[0].insert(lines[0].end(), lines[1].begin(), lines[1].end());

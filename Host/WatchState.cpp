@@ -10,7 +10,7 @@
 namespace wakelatch::host {
 
 bool WatchState::isStuck(Timestamp now) const {
-  // Short intervals are no shorter than what starting the tools of a tick may take.
+  // Starting the tools of a tick may take a second, however short the interval is.
   return secondsBetween(at, now) > 3 * std::max(intervalSeconds, 1.0);
 }
 

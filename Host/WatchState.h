@@ -46,7 +46,7 @@ struct WatchState {
   AgentStateMachine::Memory memory() const {
     return {lastActiveSignalAt, hasSeenWork, completionSleepIssued};
   }
-  /// The last tick is longer ago than three intervals: nothing decides any more.
+  /// Whether the last tick is longer ago than three intervals: the watch hangs.
   bool isStuck(Timestamp now) const;
 };
 

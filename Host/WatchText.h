@@ -8,7 +8,7 @@
 
 namespace wakelatch::host {
 
-/// What stands between a watch and its work.
+/// What keeps a watch from doing its work.
 struct WatchFault {
   std::string finding;
   std::string remedy;  ///< what to do

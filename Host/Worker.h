@@ -1,4 +1,4 @@
-// A thread that works off what others give it.
+// A thread that does the work which other threads give it.
 #pragma once
 
 #include <functional>
@@ -11,10 +11,10 @@
 
 namespace wakelatch::host {
 
-/// Work that may hang is done on this thread, so that nobody else is held up. Others change what
-/// waits; the thread takes all of it at once. All but the destructor may be called from any thread,
-/// and none of that blocks unless it says so.
-/// @tparam Waiting  what waits: initially empty, and tells by empty() whether it is
+/// For work that may hang, so that no other thread is held up. Other threads add to what waits;
+/// this one takes all of it at once. All but the destructor may be called from any thread, and none
+/// of that blocks unless it says so.
+/// @tparam Waiting what waits; empty at first, and has empty()
 template <class Waiting>
 class Worker {
  public:
@@ -22,7 +22,8 @@ class Worker {
   /// @param work  called on the thread with what has waited; throws nothing
   Worker(const char* name, std::function<void(Waiting)> work)
       : work_(std::move(work)), thread_(platform::startThread(name, [this] { run(); })) {}
-  /// Waits until the work is done: call finish() before, and end the process where that fails.
+  /// Waits until the work is done, perhaps for ever: call finish() first, and end the process if
+  /// that fails.
   ~Worker() {
     {
       const platform::MutexLock lock(mutex_);
@@ -34,7 +35,7 @@ class Worker {
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
 
-  /// Has `change` change what waits; called before this returns.
+  /// Calls `change` with what waits, before this returns.
   template <class Change>
   void give(Change&& change) {
     const platform::MutexLock lock(mutex_);

@@ -36,7 +36,7 @@ class Accessibility {
   using Value = std::variant<std::monostate, std::string, Element, std::vector<Element>, OtherValue,
                              NoAnswer>;
 
-  /// What the caller has use for.
+  /// How much the caller wants.
   struct Limits {
     /// Of a list, that many elements from its start. Limited only where a list is expected.
     std::size_t elements = std::numeric_limits<std::size_t>::max();

@@ -1,7 +1,7 @@
 // Local time: what clocks and calendars show in the process's time zone, which is the C library's:
-// that of TZ, a name or a rule, or else the system's. It is found out at the first call and kept
-// until something in the process calls tzset(), as localtime(), mktime() and strftime() do too,
-// after TZ or the system's setting has changed. macOS follows such a change by itself.
+// that of TZ, a name or a rule, or else the system's. It is determined at the first call. A later
+// change of TZ or of the system's setting is noticed once something in the process calls tzset(),
+// as localtime(), mktime() and strftime() do; on macOS by itself.
 //
 // Dates are Gregorian at all times, also before that calendar was introduced. Day arithmetic needs
 // no zone: it is done on the dates. Callable from any thread while none changes the environment.

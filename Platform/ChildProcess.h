@@ -41,8 +41,8 @@ struct ChildEnd {
   friend bool operator==(const ChildEnd&, const ChildEnd&) = default;
 };
 
-/// The end of a wait of so many seconds that begins now: at least none, and at most some thirty
-/// years, which the clock can still count.
+/// The end of a wait of `seconds` that begins now; clamped to between 0 and some thirty years,
+/// which the clock can still count.
 std::chrono::steady_clock::time_point deadlineIn(double seconds);
 
 /// A running child, or one that has exited and is not reaped yet. Not for use by several threads at
@@ -80,7 +80,7 @@ class ChildProcess {
 
   /// What awaitExit() has collected so far.
   const std::string& standardOutput() const { return standardOutput_.text; }
-  /// The same; empty afterwards.
+  /// Moves the collected text out; standardOutput() is empty afterwards.
   std::string takeStandardOutput() { return std::move(standardOutput_.text); }
   std::string takeStandardError() { return std::move(standardError_.text); }
 

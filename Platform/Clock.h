@@ -43,13 +43,13 @@ Timestamp fromMilliseconds(std::int64_t milliseconds);
 /// calendar can hold (not a number, infinite, beyond the year 32767) is written as "-".
 std::string iso8601(Timestamp time);
 
-/// The same cut to the millisecond: "2025-03-01T14:05:09.123Z".
+/// As iso8601(), cut to the millisecond: "2025-03-01T14:05:09.123Z".
 std::string iso8601Milliseconds(Timestamp time);
 
 /// The instant that a text of exactly the form "2025-03-01T14:05:09Z" names, or nothing.
 std::optional<Timestamp> parseIso8601(std::string_view text);
 
-/// The same for a text that may also have a fraction of one to nine digits, as in
+/// As parseIso8601(), for a text that may also have a fraction of one to nine digits, as in
 /// "2025-03-01T14:05:09.123Z".
 std::optional<Timestamp> parseIso8601Fraction(std::string_view text);
 

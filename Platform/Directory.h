@@ -1,6 +1,5 @@
 // Listing a directory and measuring its entries. May block on the file system; callable from any
-// thread. Nothing is thrown but for want of memory, and nothing logged: what cannot be read is not
-// there.
+// thread. Throws only when memory runs out and logs nothing: what cannot be read counts as absent.
 #pragma once
 
 #include <fcntl.h>
@@ -14,8 +13,8 @@
 
 namespace wakelatch::platform {
 
-/// What an entry itself is; a link is a link wherever it leads. A listing tells it of each entry,
-/// and of an entry that was not listed it is unknown.
+/// The type of an entry; a link counts as a link wherever it leads. Known only for entries that
+/// come from a listing.
 enum class EntryKind { unlisted, directory, link, other };
 
 /// What the file system knows of an entry.

@@ -1,4 +1,4 @@
-// The time of a file's content, as systems name it differently.
+// When a file's content last changed: systems name the field differently.
 #pragma once
 
 #include <sys/stat.h>

@@ -28,7 +28,7 @@ bool flushToDisk(int fd) {
   return ::fsync(fd) == 0;
 }
 
-/// Neither this user nor root, who may do as he likes; root himself may use what is anybody's.
+/// Whether an owner is neither this user nor root. Root may use anybody's files.
 bool isStranger(uid_t owner) {
   return owner != 0 && owner != ::geteuid() && ::geteuid() != 0;
 }
@@ -122,7 +122,7 @@ std::optional<std::string> readTail(const std::filesystem::path& file, std::size
     const ssize_t count = ::pread(input.get(), &tail[filled], tail.size() - filled, at);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return std::nullopt;
-    if (count == 0) break;  // it has been cut meanwhile
+    if (count == 0) break;  // the file was truncated meanwhile
     filled += static_cast<std::size_t>(count);
   }
   tail.resize(filled);

@@ -19,7 +19,7 @@ namespace wakelatch::platform {
 /// database says, else "/". One source file per system.
 std::filesystem::path homeDirectory();
 
-/// More than any file of ours ever holds; what is put in its place may be of any size.
+/// More than any of our files ever holds; a file that somebody puts in its place may have any size.
 inline constexpr std::size_t maxReadBytes = 16U << 20;
 
 /// Whose files are taken.
@@ -36,7 +36,7 @@ struct FileStamp {
 };
 ///@{
 /// Of a regular file of the user's or root's, links on the way followed: its stamp, and its last
-/// bytes. Nothing is thrown: a file that is none, or may not be read, has neither.
+/// bytes. Nothing is thrown: what is no such file, or may not be read, has neither.
 std::optional<FileStamp> stampOf(const std::filesystem::path& file);
 std::optional<std::string> readTail(const std::filesystem::path& file, std::size_t maxBytes);
 ///@}
@@ -46,8 +46,8 @@ std::optional<std::string> readTail(const std::filesystem::path& file, std::size
 void createDirectories(const std::filesystem::path& directory);
 
 /// Adds `bytes` at the end of `file`: a regular one or a device such as /dev/null. The file is made
-/// when missing, and the directories above it, with the modes that the umask leaves. A file with
-/// other names is as good as any: backups give it some.
+/// when missing, and the directories above it, with the modes that the umask leaves. A file may
+/// have further hard links: backups create some.
 /// @param owner  of the file, and of a link that is followed to it
 void append(const std::filesystem::path& file, std::string_view bytes,
             Owner owner = Owner::userOrRoot);

@@ -1,7 +1,7 @@
 // Locks whose use clang checks at compile time: a field says which mutex guards it, a function
 // which mutex it needs held. With `-Wthread-safety`, as this project is compiled, clang warns of a
-// breach; other compilers see a plain mutex. Constructors, destructors and catch handlers it does
-// not check.
+// breach; other compilers see a plain mutex. It does not check constructors, destructors and catch
+// handlers.
 #pragma once
 
 #include <chrono>
@@ -54,9 +54,9 @@ class WAKELATCH_THREAD_SAFETY(scoped_lockable) MutexLock {
 /// again in a loop, in which clang sees that the lock is held.
 class Condition {
  public:
-  /// Until somebody notifies. Lets go of `lock` meanwhile, as the next does.
+  /// Waits until somebody notifies; releases `lock` meanwhile.
   void wait(MutexLock& lock) { condition_.wait(lock.lock_); }
-  /// The same, at most until `deadline`; false when that has passed.
+  /// As wait(), at most until `deadline`; false when that has passed.
   bool waitUntil(MutexLock& lock, std::chrono::steady_clock::time_point deadline) {
     return condition_.wait_until(lock.lock_, deadline) == std::cv_status::no_timeout;
   }

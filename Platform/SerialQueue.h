@@ -23,10 +23,10 @@ class SerialQueue {
 
   /// @param label  the thread's name, see startThread()
   explicit SerialQueue(std::string label);
-  /// Waits until every task submitted so far has run, unless one hangs: 2 to 4 seconds after the
-  /// last one was done it waits no longer. The thread runs the rest when it can, as long as the
-  /// process lives, so let no task capture what may end before. Not from a task of this queue. In a
-  /// fork of the process, which has no such thread, there is nothing to wait for.
+  /// Waits until every task submitted so far has run, but gives up 2 to 4 seconds after the last
+  /// one was done, when a task hangs. The thread then still runs the rest if it can, so no task may
+  /// capture what ends before the process. Not from a task of this queue. In a fork of the process,
+  /// which has no such thread, there is nothing to wait for.
   ~SerialQueue();
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;

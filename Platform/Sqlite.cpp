@@ -25,7 +25,8 @@ constexpr int maxValueBytes = 16 << 20;  // a message may hold a picture
 std::vector<std::vector<std::string>> queryDatabase(
     const std::string& file, const std::string& query,
     const std::map<std::string, std::int64_t>& parameters) {
-  // Without its log a reader would create one, which is the user's business.
+  // Opening a database that has no log would create one, and this must change no file of the
+  // user's.
   if (!stampOf(file) || !stampOf(file + "-wal")) return {};
   sqlite3* opened = nullptr;
   const int status =
@@ -51,7 +52,7 @@ std::vector<std::vector<std::string>> queryDatabase(
       row.emplace_back(text == nullptr ? "" : text);
     }
   }
-  if (step != SQLITE_DONE) return {};  // the rest might say otherwise
+  if (step != SQLITE_DONE) return {};  // rows that were not read might contradict those that were
   return rows;
 }
 

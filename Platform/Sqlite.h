@@ -1,4 +1,4 @@
-// Other programs' SQLite databases, read without being in their way.
+// Reads other programs' SQLite databases without getting in their way.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,10 @@
 
 namespace wakelatch::platform {
 
-/// The rows that a query gives, values as texts. Only what is in use is read: a database of the
-/// user's or root's whose write-ahead log is there. No row when it cannot be read, is locked, the
-/// query is wrong or would take long; nothing is thrown or logged. Reads the disk; any thread.
+/// The rows that a query gives, values as texts. Reads only a database of the user or root that is
+/// in use, so that its write-ahead log exists. Gives no rows when the database cannot be read or is
+/// locked, or when the query is wrong or would take long; throws and logs nothing. Reads the disk;
+/// any thread.
 /// @param parameters  by name, with the colon
 std::vector<std::vector<std::string>> queryDatabase(
     const std::string& file, const std::string& query,

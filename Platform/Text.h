@@ -49,11 +49,11 @@ std::string composed(std::string_view text);
 /// The first `count` characters as a reader sees them (extended grapheme clusters).
 std::string_view firstCharacters(std::string_view text, std::size_t count);
 
-/// Appends to `out` a form of `text` in which what differs only in case or in accents is equal, and
-/// that a part of the text has too: for comparing and searching byte by byte. Accents come off
-/// Latin, Greek and Cyrillic letters; in other scripts a mark makes another letter. Line feeds and
-/// tabs become spaces; nothing else about white space changes. A text cut before an ASCII character
-/// gives the same in two calls.
+/// Appends to `out` a form of `text` for comparing and searching byte by byte: texts that differ
+/// only in case or accents have the same form, and the form of a part of a text is a part of its
+/// form. Accents come off Latin, Greek and Cyrillic letters; in other scripts a mark makes another
+/// letter. Line feeds and tabs become spaces; nothing else about white space changes. A text cut
+/// before an ASCII character gives the same in two calls.
 void appendFolded(std::string_view text, std::string& out, Casing casing = userCasing());
 
 }  // namespace wakelatch::platform

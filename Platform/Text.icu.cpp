@@ -14,7 +14,7 @@
 namespace wakelatch::platform::system {
 namespace {
 
-// With valid text and large enough buffers ICU fails for want of memory or of its own data alone.
+// With valid text and large enough buffers ICU fails only when memory or its own data is missing.
 void require(UErrorCode status) {
   if (U_FAILURE(status)) throw std::bad_alloc();
 }

@@ -103,8 +103,8 @@ void foldAscii(std::string_view& text, char*& out) {
   }
 }
 
-/// What each of 256 neighbouring characters folds to; none for those that fold to several, or
-/// together with the character before: accents, parts of syllables.
+/// What each of 256 neighbouring characters folds to. Empty for those that fold to several
+/// characters, or together with the one before, as accents and parts of syllables do.
 using FoldingPage = std::array<Encoded, 256>;
 
 std::unique_ptr<const FoldingPage> makeFoldingPage(char32_t first) {
@@ -149,8 +149,9 @@ const FoldingPage& foldingPage(char32_t character) {
   return slot.compare_exchange_strong(page, made.get()) ? *made.release() : *page;
 }
 
-/// As foldAscii() for what is not ASCII, with room for twice the text: from two bytes or more comes
-/// one character, four bytes at most. False, and nothing taken, when the table does not suffice.
+/// As foldAscii(), for what is not ASCII. `out` needs room for twice the text: two bytes or more
+/// become one character of at most four bytes. Returns false and takes nothing when the table does
+/// not suffice.
 bool foldByTable(std::string_view& text, char*& out) {
   std::string_view rest = text;
   char* end = out;

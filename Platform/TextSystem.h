@@ -1,6 +1,6 @@
 // What Text.cpp needs of the system's Unicode library, one source file per system. Every text here
-// is valid UTF-8, so is every result. Callable from any thread; nothing fails but for memory. A
-// text that Core Foundation refuses comes back as it is, its characters taken for clusters.
+// is valid UTF-8, so is every result. Callable from any thread; only want of memory makes a call
+// fail. A text that Core Foundation refuses comes back as it is, its characters taken for clusters.
 #pragma once
 
 #include <cstddef>

@@ -18,7 +18,8 @@ std::shared_ptr<WatchedChild> WatchedChild::start(const std::string& executable,
                                                   const std::vector<std::string>& arguments,
                                                   ChildOutput output) try {
   std::shared_ptr<WatchedChild> child(new WatchedChild(executable, arguments, output));
-  // Detached, with a share of its own: a child that outlives all interest in it is reaped as well.
+  // The thread is detached and shares ownership, so that a child is reaped even when nobody is
+  // interested in it any more.
   startThread("child " + std::to_string(child->id()), [child] { child->reapOnExit(); }).detach();
   return child;
 } catch (const LaunchError&) {
@@ -67,7 +68,7 @@ bool WatchedChild::awaitExitPatiently(bool untilLine) {
   for (;;) {
     try {
       return child_.awaitExit(std::numeric_limits<double>::infinity(), untilLine);
-    } catch (const std::system_error&) {  // short of memory: the child goes on, so does this
+    } catch (const std::system_error&) {  // short of memory: the child goes on, so keep waiting
       std::this_thread::sleep_for(std::chrono::seconds(1));
     }
   }

@@ -81,7 +81,6 @@ TEST_F(ActivityDetectorTest, KeepsOneSignalPerAgentAndCountsItsSessions) {
               {quiet, "context left", {}, "UI text matched active phrase \"Context left\"", {}},
               // Equally strong: the earlier source, but for one that names its text.
               {busy, "context left", {-5}, "UI text matched active phrase \"Context left\"", 1},
-              {busy, "", {-5}, "Claude Code CPU is above the work threshold", 1},
               {quiet, "", {-5, -60}, "Claude Code session active (5s ago)", 2},
               {"", "", {-5}, "Claude Code session active (5s ago)", 1},
               {"7 1 0 /bin/gemini\n8 1 0 /bin/gemini\n", "", {}, "Gemini CLI is running", 2}};

@@ -11,8 +11,8 @@ using Row = std::pair<const char*, const char*>;
 TEST(AgentAppName, MatchesWhenOneNormalizedNameContainsTheOther) {
   for (const auto& [name, key] :
        {Row{"Claude Desktop", "claude"}, Row{"\u00a0Cursor.app\n", "cursor"},
-        Row{"A DESKTOP desktop.APP.app", "a"}, Row{"x.a.apppp y", "x.app y"},
-        Row{"\u212aiRO\xff", "kiro\xff"}})
+        Row{"A DESKTOP desktop.APP.app", "a"}, Row{"x .appdesktop", "x desktop"},
+        Row{"x.a.apppp y", "x.app y"}, Row{"\u212aiRO\xff", "kiro\xff"}})
     EXPECT_EQ(normalized(name), key);
   EXPECT_TRUE(matches("Claude Desktop", "Claude") && matches("Code", "Xcode.app"));
   for (const auto& [name, target] :
@@ -25,7 +25,10 @@ TEST(AgentAppName, NamesTheFamilyByTheFirstRule) {
        {Row{"Chrome", "Google Chrome"}, Row{"Chromium", "Chromium"}, Row{"Xcode", "Xcode"},
         Row{"CHROME HELPER and ChatGPT", "Google Chrome"}, Row{"Codex and Claude", "Claude"},
         Row{"Cursor for Codex", "Codex"}, Row{"Visual Studio Code Cursor", "Cursor"},
-        Row{"Code", "Visual Studio Code"}, Row{"Search in Safari", "Arc"},
+        Row{"Code", "Visual Studio Code"}, Row{"Code Helper (GPU)", "Visual Studio Code"},
+        Row{"Visual Studio Code - Insiders", "Visual Studio Code"},
+        Row{"Claude for ChatGPT", "ChatGPT"}, Row{"Windsurf in Arc", "Windsurf"},
+        Row{"Firefox, Safari", "Safari"}, Row{"Search in Safari", "Arc"},
         Row{"iTerminal", "iTerm2"}, Row{"  Warp Helper (Renderer) ", "Warp"},
         Row{"X Helper helper", "X helper"}})
     EXPECT_EQ(canonical(name), family) << name;

@@ -30,9 +30,7 @@ TEST(Catalogue, RecognisesWhatRunsAndNothingElse) {
            Row{"/usr/bin/tail", "tail -f src/claude-code/docs/a", "-"},
            Row{"/usr/bin/python3", "python3 -m http.server --directory /h/claude-code/", "-"},
            Row{"/bin/bash", "bash -c /u/src/@anthropic-ai/claude-code/x", "-"},
-           Row{"/usr/bin/python3", "python3 train.py gemini", "-"},
-           Row{"/usr/bin/node", "node server.js --provider copilot", "-"},
-           Row{"/usr/bin/node", "node server.js pi", "-"},
+           Row{"/usr/bin/node", "node server.js --provider copilot pi", "-"},
            Row{"/usr/bin/node", "node server.js /srv/models/grok", "-"},
            Row{"/u/src/claude-code/tool", "tool", "-"},
            // Each is one.
@@ -70,7 +68,6 @@ TEST(Catalogue, TellsHowAnAgentWasStarted) {
            Row{"claude", "claude -p fix it --verbose", Started::oneShot},
            Row{"claude", "claude --model opus --print=x", Started::oneShot},
            Row{"claude", "claude -p --input-format stream-json", Started::server},
-           Row{"claude", "claude --input-format=stream-json -p", Started::server},
            Row{"claude", "claude -p mcp is down", Started::oneShot},
            Row{"claude", "claude explain the -p option", Started::interactive},
            Row{"claude", "claude -- -p", Started::interactive},
@@ -80,10 +77,8 @@ TEST(Catalogue, TellsHowAnAgentWasStarted) {
            Row{"/n/codex", "/n/codex app-server --listen unix://", Started::server},
            Row{"/usr/bin/node", "node --title=x /n/gemini -p hello", Started::oneShot},
            Row{"/usr/bin/node", "node /n/gemini --experimental-acp", Started::server},
-           Row{"opencode", "opencode run fix it", Started::oneShot},
            Row{"opencode", "opencode run -i", Started::server},
            Row{"grok", "grok agent stdio", Started::server},
-           Row{"grok", "grok --single hello", Started::oneShot},
        }) {
     const AgentCommandLine command(path, arguments);
     const auto* profile = resolver.profileForCommand(path, arguments);
@@ -102,7 +97,6 @@ TEST(Catalogue, ReadsWhatAgentsWriteAboutTheirTurns) {
           Row{"claude-code", R"({"pid":62,"status":"busy","updatedAt":1})", "working 62"},
           Row{"claude-code", R"({"pid":62,"status":"waiting","waitingFor":"permission prompt"})",
               "waiting 62"},
-          Row{"claude-code", R"({"pid":62,"status":"idle"})", "idle 62"},
           Row{"codex-cli", R"({"type":"event_msg","payload":{"type":"task_started"}})", "working"},
           Row{"codex-cli", R"({"type":"event_msg","payload":{"type":"turn_aborted"}}
 {"type":"event_msg","payload":{"type":"token_count"}}
@@ -117,7 +111,6 @@ TEST(Catalogue, ReadsWhatAgentsWriteAboutTheirTurns) {
 )",
               "working"},
           Row{"gemini-cli", R"({"id":"2","type":"gemini","content":"Done."})", "unclear"},
-          Row{"gemini-cli", R"({"id":"2","type":"gemini","content":""})", "working"},
           Row{"gemini-cli", R"({"$set":{"messages":[{"type":"user","content":"x"}]}})", "idle"},
           Row{"copilot-cli", R"({"a1":{"refreshedAt":"2026-11-23T16:25:08.947Z","working":true}})",
               "working"},
@@ -125,7 +118,6 @@ TEST(Catalogue, ReadsWhatAgentsWriteAboutTheirTurns) {
 {"type":"phase_changed","phase":"tool_execution"}
 )",
               "waiting"},
-          Row{"grok-build", R"({"type":"turn_ended","outcome":"cancelled"})", "idle"},
           Row{"qwen-code", R"({"type":"assistant","message":{"role":"model","parts":[{"text":"x"},
 )",
               ""},

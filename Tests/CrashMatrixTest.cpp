@@ -100,26 +100,27 @@ struct Scene {
     return result;
   }
 
-  /// The log as one letter a line, upper case for the first keep-awake process, lower for the
-  /// second; an unknown line as it is.
-  std::string logLetters() const {
-    std::map<std::string, char> letters = {
-        {"Engaging pmset disablesleep for lid-closed mode", 'E'},
-        {"Restoring pmset disablesleep 0", 'R'},
-        {"Restoring pmset disablesleep 0 without a prompt", 'P'},
-        {"Admin restore failed, trying direct restore: exit code 1", 'D'},
+  /// The log as one word a line, "started2" and "killed2" of the second keep-awake process; an
+  /// unknown line as it is.
+  std::string logWords() const {
+    std::map<std::string, std::string> words = {
+        {"Engaging pmset disablesleep for lid-closed mode", "engage"},
+        {"Restoring pmset disablesleep 0", "restore"},
+        {"Restoring pmset disablesleep 0 without a prompt", "silent"},
+        {"Admin restore failed, trying direct restore: exit code 1", "direct"},
         {"WARNING: pmset disablesleep may still be engaged after the restore attempt — keeping it "
          "tracked for retry (REVIEW #18)",
-         'W'},
-        {"Stale disablesleep marker found (system reports sleep enabled) — removing it", 'O'},
+         "warn"},
+        {"Stale disablesleep marker found (system reports sleep enabled) — removing it", "stale"},
         {"disablesleep marker from a previous run found — clearing stuck pmset disablesleep "
          "(REVIEW #2)",
-         'M'}};
+         "stuck"}};
     const auto all = pids();
     for (std::size_t i = 0; i < all.size() && i < 2; ++i) {
       const std::string id = std::to_string(all[i]);
-      letters["Started caffeinate pid " + id] = "Ss"[i];
-      letters["Killed orphaned caffeinate pid " + id + " left by a previous run"] = "Kk"[i];
+      words["Started caffeinate pid " + id] = i == 0 ? "started" : "started2";
+      words["Killed orphaned caffeinate pid " + id + " left by a previous run"] =
+          i == 0 ? "killed" : "killed2";
     }
     std::istringstream lines(fs::is_regular_file(log) ? contentOf(log) : "");
     std::string result;
@@ -127,7 +128,7 @@ struct Scene {
       const std::string message = line.substr(std::min<std::size_t>(line.size(), 23));
       // Told to end while it is being started or replaced, a tool may be gone before it is stopped.
       if (message.starts_with("Stopped caffeinate pid ")) continue;
-      result += letters.contains(message) ? std::string(1, letters[message]) : "[" + message + "]";
+      result += (words.contains(message) ? words[message] : "[" + message + "]") + " ";
     }
     return result;
   }
@@ -137,6 +138,10 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
   const std::string listed = "Library/Application Support/Lumenhold/caffeinate.pid",
                     marked = "Library/Application Support/Lumenhold/disablesleep.engaged",
                     retiring = "asked to end", prompt = "prompt open", script;
+  // What the log says, in words.
+  const std::string engaged = "started engage ", left = engaged + "silent warn ",
+                    stuck = "stuck restore ",
+                    declined = stuck + "direct warn silent warn restore direct warn ";
   struct Next {
     std::string log = "", crashAt = "", refused = "";
     std::string remedy = "";  ///< the command that it names where the setting stays engaged
@@ -150,23 +155,24 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
     std::size_t left = 0;  ///< keep-awake processes that no file names, at most
   } rows[] = {
       {"before the pid file", script, 0, "", {}, 1},
-      {"before the log line", listed, SIGKILL, "", {"K"}},
-      {"running", "pids", SIGKILL, "S", {"K"}},
-      {"posture change", retiring, SIGKILL, "Ss", {"kK"}},
-      {"before setting 1", script, 0, "SE", {"K"}},
-      {"after setting 1", script, 0, "SE", {"K", "", "", "restore --adopt"}},
-      {"engaged", marked, SIGKILL, "SE", {"KMR"}},
-      {"engaged, again", marked, SIGKILL, "SE", {"KMRMR", "before setting 0"}},
-      {"refused", marked, SIGKILL, "SE", {"KMRDWPWRDW", "", "0", "restore"}},
-      {"before setting 0", marked, SIGTERM, "SEPWR", {"MR"}},
-      {"after setting 0", marked, SIGTERM, "SEPWR", {"O"}},
-      {"prompt open", prompt, SIGKILL, "SE", {"K"}},
-      {"prompt being cancelled", prompt, SIGTERM, "SE", {"", "", "", "restore --adopt"}},
-      {"stopped by SIGTSTP", marked, SIGTSTP, "SEPW?", {"MR"}},  // may stop before it is written
+      {"before the log line", listed, SIGKILL, "", {"killed "}},
+      {"running", "pids", SIGKILL, "started ", {"killed "}},
+      {"posture change", retiring, SIGKILL, "started started2 ", {"killed2 killed "}},
+      {"before setting 1", script, 0, engaged, {"killed "}},
+      {"after setting 1", script, 0, engaged, {"killed ", "", "", "restore --adopt"}},
+      {"engaged", marked, SIGKILL, engaged, {"killed " + stuck}},
+      {"engaged, again", marked, SIGKILL, engaged, {"killed " + stuck + stuck, "before setting 0"}},
+      {"refused", marked, SIGKILL, engaged, {"killed " + declined, "", "0", "restore"}},
+      {"before setting 0", marked, SIGTERM, left + "restore ", {stuck}},
+      {"after setting 0", marked, SIGTERM, left + "restore ", {"stale "}},
+      {"prompt open", prompt, SIGKILL, engaged, {"killed "}},
+      {"prompt being cancelled", prompt, SIGTERM, engaged, {"", "", "", "restore --adopt"}},
+      // It may stop before the warning is written.
+      {"stopped by SIGTSTP", marked, SIGTSTP, engaged + "silent (warn )?", {stuck}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.step);
-    const bool lidClosed = row.log.find('E') != std::string::npos;
+    const bool lidClosed = row.log.find("engage") != std::string::npos;
     Scene scene(lidClosed ? R"({"keepAwakeWithLidClosed":true})" : "{}");
     if (row.sign == listed) {  // a log that takes no line
       fs::create_directories(scene.log.parent_path());
@@ -175,7 +181,7 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
     HostProgram watch(
         scene.command(scene.watch + " --mode manualKeepAwake --ticks 1000", row.step));
     const auto logIsWritten = [&] {
-      return testing::Matches(testing::MatchesRegex(row.log))(scene.logLetters());
+      return testing::Matches(testing::MatchesRegex(row.log))(scene.logWords());
     };
     if (row.sign != script) {
       EXPECT_TRUE(eventually([&] { return !scene.pids().empty(); }, patience));
@@ -184,15 +190,15 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
         return fs::exists(scene.home.path() / row.sign) &&
                (row.signal != SIGKILL || logIsWritten());
       };
-      EXPECT_TRUE(eventually(isThere, patience)) << scene.logLetters();
+      EXPECT_TRUE(eventually(isThere, patience)) << scene.logWords();
       watch.send(row.signal);
       if (row.signal == SIGTSTP) {  // it lets go before it stops
-        EXPECT_TRUE(eventually(logIsWritten, patience)) << scene.logLetters();
+        EXPECT_TRUE(eventually(logIsWritten, patience)) << scene.logWords();
         watch.send(SIGKILL);
       }
     }
     EXPECT_EQ(watch.finish(patience).status, row.left > 0 ? SIGXFSZ : SIGKILL);
-    EXPECT_TRUE(eventually(logIsWritten, patience)) << scene.logLetters();
+    EXPECT_TRUE(eventually(logIsWritten, patience)) << scene.logWords();
     if (row.sign == listed) fs::remove(scene.log);
 
     const auto& [log, crashAt, refused, remedy] = row.next;
@@ -202,7 +208,7 @@ TEST(CrashMatrix, TheNextWatchUndoesWhatAKilledOneLeft) {
     }
     const Outcome next = runHost(scene.command(once, "", refused), patience);
     EXPECT_EQ(next.status, refused.empty() ? 0 : 3);
-    EXPECT_THAT(scene.logLetters(), testing::MatchesRegex(row.log + log));
+    EXPECT_THAT(scene.logWords(), testing::MatchesRegex(row.log + log));
     EXPECT_TRUE(eventually([&] { return scene.running().size() <= row.left; }, patience));
     EXPECT_FALSE(fs::exists(SleepController::pidFileURL()));
     EXPECT_EQ(fs::exists(SleepController::engagedMarkerURL()), !refused.empty());

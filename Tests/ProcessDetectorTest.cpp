@@ -55,23 +55,53 @@ TEST(ProcessDetector, ReadsProcessLines) {
 TEST(ProcessDetector, SumsTheTreeOfEachAgent) {
   const Processes processes = {
       {10, 1, 30, "/bin/claude"},  // with a child whose work counts
-      {11, 10, 25, "/bin/zsh"},    {20, 1, 90, "/Applications/Claude.app/Contents/MacOS/Claude"},
-      {30, 1, 55, "/opt/foo-bar"}, {40, 1, 3, "/bin/node", "node /opt/codex"},
-      {41, 40, 1, "/bin/claude"},  // a sub-agent: a root, no session of its own
+      {11, 10, 25, "/bin/zsh"},
+      {20, 1, 90, "/Applications/Claude.app/Contents/MacOS/Claude"},
+      {30, 1, 55, "/opt/foo-bar"},
+      {31, 1, 9, "/opt/pool"},
+      {40, 1, 3, "/bin/node", "node /opt/codex"},
+      {41, 40, 0, "/bin/sh"},
+      {42, 41, 1, "/bin/claude"},  // a sub-agent: a root, no session of its own
       {50, 50, 1, "/bin/pi"},      // its own parent
   };
   const auto detect = [&](double threshold, bool isOnACPower = false) {
-    return ProcessDetector::detectPerApp(processes, settingsWith(threshold, {"", "FOO", "bar"}),
-                                         PowerSnapshot{.isOnACPower = isOnACPower});
+    return ProcessDetector::detectPerApp(
+        processes, settingsWith(threshold, {"", "opt/FOO", "bar", "The Pool"}),
+        PowerSnapshot{.isOnACPower = isOnACPower});
   };
-  EXPECT_THAT(detect(55),
-              UnorderedElementsAre(busy("Claude Code", 1), present("Claude", 1), busy("FOO", 1),
-                                   present("Codex CLI", 1), present("Pi", 0)));
+  EXPECT_THAT(detect(55), UnorderedElementsAre(busy("Claude Code", 1), present("Claude", 1),
+                                               busy("opt/FOO", 1), present("The Pool", 1),
+                                               present("Codex CLI", 1), present("Pi", 0)));
   EXPECT_THAT(detect(57), Contains(present("Claude Code", 1)));
   EXPECT_THAT(detect(0, true), Contains(present("Codex CLI", 1)));
   EXPECT_EQ(ProcessDetector::detect(processes, settingsWith(4), {}), busy("Claude Code", 1));
   EXPECT_EQ(ProcessDetector::detect(processes, settingsWith(100), {}), present("Claude Code", 1));
   EXPECT_EQ((ProcessSnapshot{.command = "//"}).displayName(), "/");
+}
+
+TEST(ProcessDetector, TellsSessionsFromHelpersAndWorkers) {
+  AgentProfile buddy{.id = "buddy", .displayName = "Buddy", .cliProcessNames = {"buddy"}};
+  buddy.trustsCPUSignal = true;
+  buddy.helperArguments = {"--helper"}, buddy.workerArguments = {"--worker"};
+  buddy.turnRecords = {{.globs = {"*"}}}, buddy.toolMarkers = {"sh -c"};
+  const auto agents = ProcessDetector::inspect(
+      {{2, 1, 0, "/lib/systemd/systemd", "systemd --user"},  // takes over what has lost its parent
+       {10, 1, 1, "buddy", "buddy sh -c"},                   // a session is no tool of its own
+       {11, 10, 2, "buddy", "buddy --helper"},
+       {12, 10, 4, "buddy", "buddy --worker"},
+       {13, 1, 100, "buddy", "buddy --helper"},
+       {14, 2, 100, "buddy", "buddy --helper"},
+       {15, 2, 8, "buddy", "buddy --worker"},
+       {16, 15, 16, "sh", "sh -c make"}},
+      {}, {}, AgentProfiles({buddy}));
+  ASSERT_EQ(agents.size(), 1u);
+  EXPECT_EQ(agents[0].signal, busy("Buddy", 1));
+  EXPECT_EQ(std::pair(agents[0].cpuPercent, agents[0].ownCPUPercent), std::pair(31.0, 15.0));
+  std::string sessions;
+  for (const AgentSession& session : agents[0].sessions)
+    sessions += std::to_string(session.pid) + (session.isWorker ? " worker" : "") +
+                (session.runsTool ? " with a tool" : "") + "; ";
+  EXPECT_EQ(sessions, "10; 15 worker with a tool; ");
 }
 
 const ShellCommand listProcesses{"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}};

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <sstream>
 
 #include "Host/trace/Limits.h"
 #include "Host/trace/Score.h"
@@ -12,62 +13,61 @@
 namespace wakelatch::host {
 namespace {
 
-using testing::ElementsAre, testing::HasSubstr, testing::Not, testing::StartsWith;
+using testing::ElementsAre, testing::HasSubstr, testing::Not, testing::StartsWith,
+    testing::ThrowsMessage;
 
 const Timestamp start = *platform::parseIso8601("2025-03-10T12:00:00Z");
 const std::map<std::string, std::string> displayNames{{"a", "Alpha"}, {"b", "Beta"}};
-constexpr double step = 5;  // seconds that a character stands for
-constexpr double grace = 10;
 
-template <class Action>
-std::string errorOf(Action action) {
-  try {
-    action();
-  } catch (const std::runtime_error& error) {
-    return error.what();
+struct Stretch {
+  std::string what;
+  double from, to;  // seconds after the start
+};
+
+/// A timeline in words: what happened, and for how many seconds, one after another.
+std::vector<Stretch> stretchesOf(const std::string& timeline) {
+  std::vector<Stretch> stretches;
+  std::istringstream words(timeline);
+  double at = 0, seconds = 0;
+  for (std::string what; words >> what >> seconds; words.ignore()) {
+    stretches.push_back({what, at, at + seconds});
+    at += seconds;
   }
-  return "none";
+  return stretches;
 }
 
-/// Truth as a picture: w and v work (two intervals where they meet), q waiting, - idle.
-std::vector<TruthInterval> truthOf(const std::string& agent, const std::string& picture) {
+/// What an agent really did; "away" is no interval.
+std::vector<TruthInterval> truthOf(const std::string& agent, const std::string& timeline) {
   std::vector<TruthInterval> intervals;
-  char before = ' ';
-  for (std::size_t i = 0; i < picture.size(); ++i) {
-    const Timestamp at = after(start, step * static_cast<double>(i));
-    const char c = picture[i];
-    if (c != ' ' && c != before) {
-      intervals.push_back({at, at, agent,
-                           c == 'q'   ? Doing::waiting
-                           : c == '-' ? Doing::idle
-                                      : Doing::working});
-    }
-    if (c != ' ') intervals.back().to = after(at, step);
-    before = c;
+  for (const auto& [what, from, to] : stretchesOf(timeline)) {
+    if (const auto doing = fromRawValue<Doing>(what))
+      intervals.push_back({after(start, from), after(start, to), agent, *doing});
   }
   return intervals;
 }
 
-/// Samples as a picture: P, U, S held by a process, UI text, session files of Alpha, B by Beta's
-/// process, g held in grace; not held: p with a process, l with its load too, ! asking for sleep.
-/// A blank is no sample.
-std::vector<Sample> samplesOf(const std::string& picture) {
+Sample heldBy(const std::string& agent, EvidenceKind evidence) {
+  return {.at = {}, .isHeld = true, .agent = agent, .evidence = evidence};
+}
+/// What may have been decided.
+const std::map<std::string, Sample> decisions{
+    {"process", heldBy("Alpha", EvidenceKind::process)},
+    {"text", heldBy("Alpha", EvidenceKind::uiText)},
+    {"files", heldBy("Alpha", EvidenceKind::sessionFile)},
+    {"other", heldBy("Beta", EvidenceKind::process)},
+    {"grace", heldBy("", EvidenceKind::none)},
+    {"released", {}},
+    {"sleep", {.at = {}, .isSleepAsked = true, .agent = ""}}};
+
+/// A sample every 5 s; none while all is "unseen".
+std::vector<Sample> samplesOf(const std::string& timeline) {
   std::vector<Sample> samples;
-  for (std::size_t i = 0; i < picture.size(); ++i) {
-    const char c = picture[i];
-    if (c == ' ') continue;
-    Sample& sample = samples.emplace_back();
-    sample.at = after(start, step * static_cast<double>(i));
-    sample.isHeld = std::string("PUSBg").find(c) != std::string::npos;
-    sample.isSleepAsked = c == '!';
-    if (sample.isHeld && c != 'g') sample.agent = c == 'B' ? "Beta" : "Alpha";
-    sample.evidence = c == 'U'               ? EvidenceKind::uiText
-                      : c == 'S'             ? EvidenceKind::sessionFile
-                      : c == 'P' || c == 'B' ? EvidenceKind::process
-                                             : EvidenceKind::none;
-    sample.hasProcess = c == 'p' || c == 'l';
-    sample.hasLoad = c == 'l';
-    sample.graceSeconds = grace;
+  for (const auto& [what, from, to] : stretchesOf(timeline)) {
+    for (double at = from; at < to && what != "unseen"; at += 5) {
+      samples.push_back(decisions.at(what));
+      samples.back().at = after(start, at);
+      samples.back().graceSeconds = 10;
+    }
   }
   return samples;
 }
@@ -97,34 +97,41 @@ TEST(Score, FiguresAreThoseOfTheirDefinitions) {
   const struct {
     const char *truth, *samples, *figures;
   } rows[] = {
-      {"wwww", "PPPP", "work 20, delays 0"},
-      {"wwww", "..PP", "work 20, delays 10"},  // the allowance to its end
-      {"wwww", "...P", "work 20, not held 5, longest 5, delays 15"},
-      {"wwwwwwww", "PPP.P..P", "work 40, not held 15, longest 10, delays 0"},
-      {"www-www", "PPPgg..", "work 30, not held 5, longest 5, delays 0 0"},
-      {"wwvv", "..PP", "work 20, delays 10"},  // intervals that touch are one
-      {"wwww", "  PP", "work 10, delays 0"},   // work before the trace, and after it
+      // The allowance to its end, and beyond.
+      {"working 20", "released 10, process 10", "work 20, delays 10"},
+      {"working 20", "released 15, process 5", "work 20, not held 5, longest 5, delays 15"},
+      {"working 40", "process 15, released 5, process 5, released 10, process 5",
+       "work 40, not held 15, longest 10, delays 0"},
+      {"working 15, idle 5, working 15", "process 15, grace 10, released 10",
+       "work 30, not held 5, longest 5, delays 0 0"},
+      // Intervals that touch are one.
+      {"working 10, working 10", "released 10, process 10", "work 20, delays 10"},
       // Completion sleeps count by onset, and in work alone.
-      {"wwwwww-", "P!!P!P!", "work 30, not held 10, longest 5, sleeps 2, delays 0"},
-      {"-ww", "!!!", "work 10, sleeps 1, delays 10"},
+      {"working 30", "process 5, sleep 10, process 5, sleep 5, process 5, sleep 5",
+       "work 30, not held 10, longest 5, sleeps 2, delays 0"},
+      {"idle 5, working 10", "sleep 15", "work 10, sleeps 1, delays 10"},
       // Hold after work: grace is not counted, what follows is its last active sample's.
-      {"ww----", "PPgg..", "work 10, delays 0"},
-      {"ww-------", "PPUSSgg..", "work 10, beyond 15, sessionFile 15, delays 0"},
-      {"wwqq  ", "PPSUgg", "work 10, beyond 10, uiText 10, delays 0"},
-      {"ww----ww", "PPUUUUPP", "work 20, beyond 10, uiText 10, delays 0 0"},
-      {"ww------ww---", "PPPPPP..PPSSS",
+      {"working 10", "process 10, text 5, files 10, grace 10, released 10",
+       "work 10, beyond 15, sessionFile 15, delays 0"},
+      {"working 10, waiting 10", "process 10, files 5, text 5, grace 10",
+       "work 10, beyond 10, uiText 10, delays 0"},
+      {"working 10, idle 30, working 10", "process 30, released 10, process 10, files 15",
        "work 20, beyond 15, process 10, sessionFile 5, delays 0 0"},
       // Other hold: after a break, before work, of a trace without truth.
-      {"ww----", "PPgg.P", "work 10, idle 5, delays 0"},
-      {"www--", "PP.PP", "work 15, not held 5, longest 5, idle 10, delays 0"},
-      {"", "PPg.", "idle 15"},
+      {"working 10", "process 10, grace 10, released 5, process 5", "work 10, idle 5, delays 0"},
+      {"working 15", "process 10, released 5, process 10",
+       "work 15, not held 5, longest 5, idle 10, delays 0"},
+      {"", "process 10, grace 5, released 5", "idle 15"},
       // Nobody looks for longer than 10 s: only grace passes.
-      {"wwwwwwww", ".     .P", "work 20, not held 5, longest 5, delays 15"},
-      {"ww------", "PP   P..", "work 10, beyond 5, process 5, delays 0"},
-      {"ww  -ww-", "..     P", "work 10, idle 10, delays 10"},  // no work that anybody saw
+      {"working 40", "released 5, unseen 25, released 5, process 5",
+       "work 20, not held 5, longest 5, delays 15"},
+      {"working 10", "process 10, unseen 15, process 5, released 10",
+       "work 10, beyond 5, process 5, delays 0"},
+      {"working 10, away 10, idle 5, working 10", "released 10, unseen 25, process 5",
+       "work 10, idle 10, delays 10"},
       // Little to go by.
-      {"w", "P", ""},
-      {"ww", "BP", "work 10, delays 0, other name 5"},
+      {"working 5", "process 5", ""},
+      {"working 10", "other 5, process 5", "work 10, delays 0, other name 5"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(text(score(samplesOf(row.samples), truthOf("a", row.truth), displayNames).all),
@@ -138,17 +145,19 @@ TEST(Score, EachAgentHasItsWorkAndTheMachineTheUnion) {
     const char *alpha, *beta, *samples;
     std::string figures;
   } rows[] = {
-      {"wwww--", "--wwww", "PPPPPB",
+      {"working 20", "idle 10, working 20", "process 25, other 5",
        "work 30, delays 0, other name 5; Alpha: work 20, delays 0; "
        "Beta: work 20, delays 0, other name 5"},
-      {"wwww--", "--wwww", "....BB",
+      {"working 20", "idle 10, working 20", "released 20, other 10",
        "work 30, not held 10, longest 10, delays 20; "
        "Alpha: work 20, not held 10, longest 10, delays 20; Beta: work 20, delays 10"},
       // Hold is whose name its last active sample has; the end of one agent's work explains none.
-      {"ww------", "---w----", "BBPgggBg",
+      {"working 10", "idle 15, working 5, idle 20",
+       "other 10, process 5, grace 15, other 5, grace 5",
        "work 15, beyond 10, process 10, delays 0 0, other name 10; "
        "Alpha: work 10, delays 0, other name 10; Beta: work 5, beyond 10, process 10, delays 0"},
-      {"-", "", "Pgg.g", "idle 20; : idle 5; Alpha: idle 15"},
+      {"idle 5", "", "process 5, grace 10, released 5, grace 5",
+       "idle 20; : idle 5; Alpha: idle 15"},
   };
   for (const auto& row : rows) {
     std::vector<TruthInterval> truth = truthOf("a", row.alpha);
@@ -190,7 +199,8 @@ TEST(Truth, FileIsReadStrictly) {
   };
   for (const auto& [content, reason] : wrong) {
     platform::writeAtomically(file, content);
-    EXPECT_THAT(errorOf([&] { loadTruth(file); }), StartsWith(file.string() + reason)) << content;
+    EXPECT_THAT([&] { loadTruth(file); },
+                ThrowsMessage<std::runtime_error>(StartsWith(file.string() + reason)));
   }
 }
 
@@ -222,7 +232,8 @@ TEST(Limits, EveryDifferenceIsReported) {
 
 TEST(ScoreReport, TableIsAlignedAndThePageDrawsToScale) {
   const std::string odd = "<b>\033";
-  ScoredTrace trace{odd + "x", samplesOf("PPPP  ..!P"), truthOf(odd, "wwwwqq--ww")};
+  ScoredTrace trace{odd + "x", samplesOf("process 20, unseen 10, released 10, sleep 5, process 5"),
+                    truthOf(odd, "working 20, waiting 10, idle 10, working 10")};
   const Score sum = score(trace.samples, trace.intervals, {});
   const std::string table = scoreText(sum);
   EXPECT_THAT(table, HasSubstr("\n<b>\uFFFD                   "));

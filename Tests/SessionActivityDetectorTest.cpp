@@ -27,7 +27,8 @@ TEST(SessionActivityDetector, JudgesAgentsByTheirFiles) {
   const TemporaryDirectory home;
   using File = std::pair<const char*, double>;
   for (const auto& [file, age] :
-       {File{".claude/projects/p/1.jsonl", 200}, File{".claude/projects/p/deeper/2.jsonl", 300},
+       {File{".claude/projects/p/1.jsonl", 200},
+        File{".claude/projects/p/deeper/my-agent-2.jsonl", 300},
         File{".claude/projects/p/3.jsonl", 300.5}, File{".claude/projects/p/agent-4.jsonl", 10},
         File{".claude/projects/p/subagents/5.jsonl", -10}, File{".codex/log/codex-tui.log", 59},
         File{".codex/sessions/2025/rollout-6.jsonl", 61}, File{".grok/sessions/updates.jsonl", 0}})

@@ -195,6 +195,10 @@ sleep=/usr/bin/pmset sleepnow
   };
   const auto rescue = [](C& c) { return c.emergencyRestore(), true; };
   const auto sleep = [](C& c) { return c.sleepNow(), true; };
+  const auto ask = [](C& c) {
+    return c.adoptDisableSleepEngaged(),
+           c.reconcileLidClosedProtection() == C::DisableSleepState::off;
+  };
   const std::string on = "SleepDisabled 1", off = "SleepDisabled 0", blank = " \n\u2028",
                     direct = "restore direct read ", failed = "Restoring Admin WARNING: ";
   const struct {
@@ -216,6 +220,8 @@ sleep=/usr/bin/pmset sleepnow
       {"stuck", stuck, "", on, true, false, "read restore ", "disablesleep Restoring "},
       {"still stuck", stuck, "restore read", off, false, true, "read " + direct,
        "disablesleep " + failed},
+      {"asked: off", ask, "", off, true, false, "read ", ""},
+      {"asked: no answer", ask, "read", off, false, true, "read ", ""},
       {"emergency", rescue, "", off, true, false, "restore ", "Emergency Restoring "},
       {"sleep now", sleep, "", on, true, false, "sleep ", "Requesting "},
       {"no sleep", sleep, "sleep", on, true, false, "sleep ", "Requesting pmset "}};

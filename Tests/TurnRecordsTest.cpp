@@ -16,9 +16,11 @@
 namespace wakelatch {
 namespace {
 
-const std::vector<TurnRecordFormat::Rule> rules = {{TurnState::working, {{"turn.state", {"busy"}}}},
-                                                   {TurnState::idle, {{"turn.state", {"done"}}}}};
-const std::string busy = R"({"turn":{"state":"busy"}})", done = R"({"turn":{"state":"done"}})";
+const std::vector<TurnRecordFormat::Rule> rules = {
+    {TurnState::working, {{"turn.state", {"at work"}}}},
+    {TurnState::idle, {{"turn.state", {"d\u00F6"}}}}};
+const std::string busy = R"({"turn":{"state":"at work"}})",
+                  done = R"({"turn":{"state":"d\u00f6"}})";
 
 /// "a.jsonl working, …", of all files that tell something.
 std::string told(TurnReader& reader, const TurnRecordFormat& format, Timestamp since = {}) {
@@ -47,7 +49,8 @@ TEST(TurnRecords, AreReadFromTheEndsOfFiles) {
   EXPECT_EQ(after(busy + "\n" + done + "\n" + busy.substr(0, 20) + noise), "a.jsonl idle, ");
   EXPECT_EQ(after(noise + noise), "a.jsonl idle, ");  // what it told has moved out of sight
   EXPECT_EQ(after(""), "");                           // and begun anew
-  EXPECT_EQ(after(noise + busy), "");                 // a line that lacks its beginning
+  const std::string blanks(TurnReader::maxTail - busy.size(), ' ');
+  EXPECT_EQ(after("x" + busy + blanks), "");  // a line that lacks its beginning
   EXPECT_EQ(after(busy + "\n" + std::string(10000, '[') + "\n"), "a.jsonl working, ");
   EXPECT_EQ(told(reader, format, wakelatch::after(platform::now(), 60)), "");
 }
@@ -67,6 +70,8 @@ TEST(TurnRecords, ThatCannotBeReadTellNothing) {
   EXPECT_EQ(told(reader, format), "good.json working, ");
   writeFile(directory.path() / "good.json", done);  // of the same size, perhaps in the same instant
   EXPECT_EQ(told(reader, format), "good.json idle, ");
+  writeFile(directory.path() / "good.json", busy.substr(0, 20));  // half of it, so far
+  EXPECT_EQ(told(reader, format), "good.json idle, ");
 }
 
 TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
@@ -74,9 +79,9 @@ TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
   const FileActivityProbe probe(directory.path(), 4);
   TurnReader reader(probe);
   writeFile(directory.path() / "all.json",
-            R"({"s1": {"turn": {"state": "busy"}, "at": "2026-11-23T16:25:08.5Z", "pid": 5},
-                "s2": {"turn": [{"state": "x"}, {"state": "done"}], "pid": 6},
-                "s3": {"turn": {"state": "busy"}, "pid": 99999999999}, "s4": 1})");
+            R"({"s1": {"turn": {"state": "at work"}, "at": "2026-11-23T16:25:08.5Z", "pid": 5},
+                "s2": {"turn": [{"state": "x"}, {"state": "d\u00f6"}], "pid": 6},
+                "s3": {"turn": {"state": "at work"}, "pid": 99999999999}, "s4": 1})");
   TurnRecordFormat format{.globs = {"all.json"},
                           .form = TurnRecordFormat::Form::members,
                           .rules = rules,
@@ -92,6 +97,16 @@ TEST(TurnRecords, OfSeveralSessionsAreToldApart) {
             .rules = rules,
             .isNamedByDirectory = true};
   EXPECT_EQ(told(reader, format), "s4 working, ");
+}
+
+TEST(TurnRecords, OfOneSessionTellTheFirstUnlessItWaits) {
+  const Timestamp early, late = after(early, 9);
+  for (const auto& [first, merged] : {std::pair(TurnState::working, TurnState::waiting),
+                                      std::pair(TurnState::idle, TurnState::idle)}) {
+    std::vector<TurnRecord> records{{"s", first, late}, {"s", TurnState::waiting, early}};
+    mergeSessions(records);
+    EXPECT_EQ(records, (std::vector{TurnRecord{"s", merged, late}}));
+  }
 }
 
 TEST(TurnRecords, AreReadFromADatabaseThatIsInUse) {
@@ -111,7 +126,7 @@ TEST(TurnRecords, AreReadFromADatabaseThatIsInUse) {
       "INSERT INTO turns VALUES('s1', 'working', 2000), ('s2', 'idle', 1000), ('s3', 'odd', 9000)");
   EXPECT_EQ(told(reader, format), "s1 working, s2 idle, ");
   execute("BEGIN IMMEDIATE; UPDATE turns SET state = 'idle' WHERE name = 's1'");
-  EXPECT_EQ(told(reader, format, platform::fromMilliseconds(1500)), "s1 working, ");
+  EXPECT_EQ(told(reader, format, platform::fromMilliseconds(2000)), "s1 working, ");
   execute("COMMIT");
   EXPECT_EQ(told(reader, format), "s1 idle, s2 idle, ");
   format.query = "SELECT nonsense";

@@ -172,23 +172,6 @@ TEST(UsageLogLine, DescribesTheClosedSession) {
   EXPECT_THAT(line(session, Reason::idle, start, {}, {}, LidState::open), HasSubstr("agent=\"-\""));
 }
 
-TEST(UsageStatistics, SumUpTheDays) {
-  UsageMetrics metrics;
-  EXPECT_EQ(metrics.utilization(), std::nullopt);
-  metrics.days = {{"2025-03-01", {1, 2, 4, 8, 2, 3, {{"a", 1}, {"b", 2}}, {{"a", 2}}}},
-                  {"2025-03-02", {0, 0, 16, 32, 0, 1, {{"a", 4}}, {}}},
-                  {"2025-03-03", {.manualSeconds = 64}},
-                  {"2025-03-04", {.keptAwakeSeconds = 128}}};
-  EXPECT_EQ(metrics.totalProtectedSeconds(), 1);
-  EXPECT_EQ(metrics.totalKeptAwakeSeconds(), 130);
-  EXPECT_EQ(metrics.totalManualSeconds(), 84);
-  EXPECT_EQ(metrics.totalPluggedInUnlimitedSeconds(), 40);
-  EXPECT_EQ(metrics.activeDays(), 3);
-  EXPECT_EQ(metrics.utilization(), 0.5);
-  EXPECT_EQ(metrics.protectedSecondsByAgent(), (std::map<std::string, double>{{"a", 5}, {"b", 2}}));
-  EXPECT_EQ(metrics.sessionsByAgent().at("a"), 2);
-}
-
 // In a process of its own, where nothing has asked for the zone before.
 TEST(UsageStatisticsDeathTest, DaysAreThoseOfTheProcessesZone) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -25,7 +25,7 @@ constexpr std::size_t maxOtherWindows = 3;
 constexpr std::size_t maxFragments = 300;  // of one application, checked on entry to an element
 constexpr std::size_t maxChildren = 80;    // of one element
 
-/// Seconds of a clock that nobody sets.
+/// Seconds of a clock that is never set.
 double uptime() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }

@@ -17,8 +17,9 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// What reading windows may cost. What lies beyond is not read; what was read until then counts.
-/// By default an application that hangs costs the system's time-out for each read of it.
+/// Limits on what reading windows may cost. Beyond a limit nothing more is read; what was read
+/// until then counts. By default an application that hangs costs the system's time-out for each
+/// read of it.
 struct ReadingBudget {
   /// No bound.
   static constexpr double unlimited = std::numeric_limits<double>::infinity();

@@ -55,11 +55,11 @@ bool startsUp(const AgentTurns& turns, Timestamp now) {
          secondsBetween(turns.startedAt, now) < TurnDetector::startUpSeconds;
 }
 
-/// Whether what the agent's processes do is no work, by its turns.
+/// Whether, by the agent's turns, the load of its processes is no work.
 /// @param isLasting  they had load in the tick before too
 bool isNoWork(const AgentProcesses& agent, const AgentTurns* turns, bool isLasting, Timestamp now) {
   if (turns == nullptr) return false;
-  if (agent.isOneShot) {  // it ends soon after its turn: what rests for longer only looks like one
+  if (agent.isOneShot) {  // it ends soon after its turn; one that rests for longer is none
     const double atRest = secondsBetween(turns->since, now);
     return isAtRest(turns) && atRest > ActivityDetector::oneShotEndSeconds && isOwnLoad(agent);
   }
@@ -147,8 +147,8 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
     const std::optional<std::int64_t> processes = lookUp(processCounts, name);
     signal.processPresent = processes.has_value();
     signal.sessionCount = processes;
-    // Session files, where an agent has them, tell more than processes: none changed means that no
-    // session is known to be at work.
+    // Where an agent has session files, they count its sessions better than processes do. If none
+    // has changed, the number of sessions at work is not known.
     if (const auto files = lookUp(sessionCounts, name)) {
       signal.sessionCount = *files > 0 ? std::optional<std::int64_t>(*files) : std::nullopt;
     }
@@ -170,8 +170,8 @@ ActivityDetector::Findings ActivityDetector::sift(std::vector<ActivitySignal> si
   return findings;
 }
 
-/// Files say no more than turn records do: those of an agent at rest, or of one that has just gone,
-/// are what it wrote at the end, and what is older than its processes is of others that have gone.
+/// Turn records outweigh session files. Files of an agent at rest, or of one that has just ended,
+/// are what it wrote at its end; files older than its processes are those of earlier ones.
 ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionActivity> sessions,
                                                           const AgentResolver& resolver,
                                                           const std::vector<AgentTurns>& turns,

@@ -1,4 +1,4 @@
-// Where the detection meets: one call a tick merges what processes, UI text, session files and turn
+// Combines the detectors: one call a tick merges what processes, UI text, session files and turn
 // records show into one signal per agent.
 #pragma once
 
@@ -29,10 +29,10 @@ class ActivityDetector {
   /// How long (seconds) after its process was last seen an agent is still believed to be the one
   /// behind text in a terminal, or behind session files that other applications write too.
   static constexpr double sharedSessionProcessWindow = 90;
-  /// What was written until so many seconds after an agent's process was last seen is taken for
-  /// what it wrote on leaving.
+  /// A session file written until so many seconds after the agent's process was last seen is taken
+  /// for what the agent wrote on leaving.
   static constexpr double leavingSeconds = 10;
-  /// For how long a one-shot run is believed that has no turn any more, in seconds.
+  /// How long a one-shot run is still believed after its turn has ended, in seconds.
   static constexpr double oneShotEndSeconds = 30;
 
   /// The signals of one kind, in their detector's order.
@@ -43,9 +43,10 @@ class ActivityDetector {
 
   /// What one tick found, and what came of it.
   struct Evidence {
-    std::vector<AgentProcesses> process;  ///< believed but for load that belongs to no turn
-    Findings accessibility;               ///< by UI text
-    Findings session;                     ///< by session files
+    std::vector<AgentProcesses>
+        process;  ///< all agents' processes; load that belongs to no turn makes no signal
+    Findings accessibility;  ///< by UI text
+    Findings session;        ///< by session files
     /// One signal per agent name, sorted by the names' composed Unicode scalars; each says whether
     /// the agent's process was seen, and how many sessions were where that is known.
     std::vector<ActivitySignal> merged;

@@ -44,18 +44,22 @@ struct AgentProfile {
   bool sessionGlobsSharedWithOtherApps = false;        ///< others write those files too
   std::vector<std::string> sessionCountGlobs = {};     ///< below home; one file a session
 
-  // What the built-in catalogue leaves empty: a host that wants it gives profiles of its own.
+  // The built-in catalogue leaves the fields below empty; a host that wants them gives profiles of
+  // its own.
 
-  /// Only what runs counts: an executable, or what an interpreter is told to run. Otherwise markers
-  /// count wherever they stand, and names wherever they stand behind an interpreter.
+  /// Markers and names count only in what runs: an executable, or what an interpreter is told to
+  /// run. Otherwise markers count anywhere in the command line, and names anywhere behind an
+  /// interpreter.
   bool recognisesProgramsOnly = false;
   ///@{
   /// How it is started, as words of its command line behind the program: an option ("--print"), an
   /// option with its value ("--input-format stream-json") or a subcommand ("exec").
   std::vector<std::string> oneShotArguments = {};  ///< to answer one prompt and end
-  std::vector<std::string> serverArguments = {};   ///< for another program, whatever else is there
-  std::vector<std::string> helperArguments = {};   ///< as what stays, idle, when the agent has gone
-  std::vector<std::string> workerArguments = {};   ///< as a helper that may finish a turn
+  std::vector<std::string> serverArguments =
+      {};  ///< for another program, whatever the other arguments are
+  std::vector<std::string> helperArguments =
+      {};  ///< as a helper that stays, idle, when the agent has ended
+  std::vector<std::string> workerArguments = {};  ///< as a helper that may finish a turn
   ///@}
   std::vector<TurnRecordFormat> turnRecords = {};  ///< where it writes down its turns
   /// Parts of the command lines of what it runs as tools: it works as long as one is there.

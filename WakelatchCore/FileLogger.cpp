@@ -36,7 +36,7 @@ void FileLogger::log(std::string_view message) noexcept try {
       const std::string line = "[" + platform::iso8601(time) + "] " + text + "\n";
       platform::append(*file, line, platform::Owner::anybody);
     } catch (const std::exception&) {
-      // A log that cannot be written has no place to say so.
+      // There is no place to report that the log cannot be written.
     }
   });
 } catch (...) {

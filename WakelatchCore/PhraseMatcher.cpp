@@ -10,7 +10,7 @@ namespace {
 /// Text is folded and searched in pieces that stay in the processor's nearest cache.
 constexpr std::size_t pieceSize = 8192;
 
-/// Needles are looked for only where their first bytes, so many, may stand.
+/// Needles are looked for only where their first bytes may stand; this many are hashed.
 constexpr std::size_t startSize = 4;
 constexpr std::size_t startHashes = 1 << 16;
 

@@ -348,7 +348,7 @@ std::vector<ProcessSnapshot> ProcessDetector::liveSnapshot() {
       if (found != arguments.end()) process.arguments = found->second;
     }
   } catch (const std::exception&) {
-    // Paths still tell most agents.
+    // Without arguments most agents are still recognised by their paths.
   }
   return processes;
 }

@@ -36,7 +36,7 @@ struct AgentSession {
   std::int32_t pid = 0;                      ///< its own
   std::vector<std::int32_t> processes = {};  ///< itself and all that it started
   bool runsTool = false;                     ///< one of these is a tool
-  /// It has outlived its agent, and is nothing to the user unless a turn is still under way.
+  /// A worker that has outlived its agent; it counts only while a turn is still under way.
   bool isWorker = false;
 };
 

@@ -203,16 +203,18 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
     return true;
   }
 
-  const auto [started, word, failure] = launchCaffeinate(letDisplaySleep);
+  const Started launched = launchCaffeinate(letDisplaySleep);
+  const auto& started = launched.process;
   if (started == nullptr) {
     bool isLogged = false;
     {
       const platform::MutexLock guard(lock_);
       isLogged = std::exchange(caffeinateLaunchFailureLogged_, true);
-      keepAwakeFailure_ = failure;
+      keepAwakeFailure_ = launched.failure;
     }
     if (!isLogged) {
-      logger_.log("Failed to start caffeinate: " + failure + " — retrying each tick, logging once");
+      logger_.log("Failed to start caffeinate: " + launched.failure +
+                  " — retrying each tick, logging once");
     }
     return previous != nullptr;  // it keeps the machine awake in its old posture
   }
@@ -221,7 +223,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
     keepAwake_ = {started, letDisplaySleep};
     caffeinateLaunchFailureLogged_ = false;
     keepAwakeFailure_.reset();
-    keepAwakeWord_ = word;
+    keepAwakeWord_ = launched.word;
   }
   started->onExit(toolOptions_.ended);
   std::vector<std::int32_t> ids{started->id()};
@@ -460,7 +462,7 @@ void SleepController::writeEngagedMarker() {
   try {
     const std::filesystem::path file = engagedMarkerURL();
     platform::createDirectories(file.parent_path());
-    // The setting outlives a power cut, so must the note of it.
+    // The setting outlives a power cut, so its marker has to as well.
     platform::writeAtomically(file, "", platform::Durability::power);
   } catch (const std::exception& error) {
     logger_.log(std::string("Failed to write disablesleep marker: ") + error.what());

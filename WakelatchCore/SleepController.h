@@ -1,6 +1,6 @@
-// Carries the decision out: keeps the machine awake with a child process of the system's keep-awake
-// tool, and with its lid closed by a power setting that outlives every process; undoes both, also
-// after a crash of an earlier run.
+// Carries decisions out: keeps the machine awake by running the system's keep-awake tool, and with
+// its lid closed by a power setting that outlives every process. Undoes both, also after a crash of
+// an earlier run.
 #pragma once
 
 #include <cstdint>
@@ -104,10 +104,9 @@ class SleepController {
   /// Stops the keep-awake process and leaves the lid-closed setting as it is.
   void stopKeepAwake();
 
-  /// Tells the keep-awake process to end (SIGTERM), and one that is being started, and returns at
-  /// once. From any thread, also while
-  /// another call is under way, which may be waiting for a prompt or a disk. A stopping call still
-  /// has to follow: it makes sure, and removes the pid file.
+  /// Tells the keep-awake process, and one that is being started, to end (SIGTERM), and returns at
+  /// once. From any thread, also while another call waits for a prompt or a disk. A stopping call
+  /// has to follow: it makes sure that the process has ended, and removes the pid file.
   void signalKeepAwake() const;
 
   /// Tries to restore an engaged lid-closed setting without a prompt, which takes a host that has
@@ -139,8 +138,8 @@ class SleepController {
   bool isSystemSleepDisabled();
 
   /// Asks the system and goes by its answer, without a prompt: a setting that is on counts as
-  /// engaged, whoever engaged it, one that is off does not; no answer changes nothing. For looking
-  /// what came of a prompt. Returns the answer.
+  /// engaged, whoever engaged it, one that is off does not; no answer changes nothing. Tells what
+  /// came of a prompt. Returns the answer.
   DisableSleepState reconcileLidClosedProtection();
 
   /// Takes over a setting that something else engaged, so that the next release restores it.

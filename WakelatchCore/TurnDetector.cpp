@@ -7,10 +7,10 @@
 namespace wakelatch {
 namespace {
 
-/// A process's start is told in steps, and a file's time may be rounded down.
+/// Systems tell a process's start in coarse steps, and a file's time may be rounded down.
 constexpr double clockMargin = 2;  // seconds
 
-/// More than this between two ticks is sleep, or a clock that was set: nobody was silent then.
+/// A longer time between two ticks is sleep, or a clock that was set, and no silence of an agent.
 constexpr double longestTick = 10;  // seconds
 
 }  // namespace
@@ -132,7 +132,7 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
     records.insert_or_assign(seen.record.session, std::move(seen));
   }
   for (auto& [session, seen] : records) {
-    // Its owner writes another one: this was that of the session that has ended.
+    // The owner writes another record, so this one was that of the session that has ended.
     if (seen.isInherited && written.contains(*seen.owners.begin())) {
       seen.owners.clear();
       seen.isInherited = false;
@@ -158,18 +158,19 @@ TurnDetector::Seen TurnDetector::firstSight(const TurnRecord& record, Pids owner
   seen.since = record.writtenAt;
   seen.told = record.state;
   seen.owners = std::move(owners);
-  // It may be from long before this was looked at.
+  // The record may have been silent for long before it was first seen.
   seen.silentSeconds = std::max(0.0, secondsBetween(record.writtenAt, now));
   if (record.state == TurnState::asksForTool && !seen.owners.empty()) {
-    // Lines that tell nothing may have come after the tool began; what an agent starts with itself
-    // is no tool.
+    // The record may have been written to after the tool started, so tools are looked for from
+    // earlier on; but processes that the agent started while starting up are no tools.
     const Timestamp settled = after(*startOf(*seen.owners.begin(), now), startUpSeconds);
     seen.since = std::min(seen.since, settled);
   }
   return seen;
 }
 
-/// What can be told of sessions whose records say nothing, or not all.
+/// Adds what connections and running tools tell of sessions whose records tell nothing, or too
+/// little.
 void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcesses& processes,
                                  const Agent& agent, Timestamp now,
                                  std::map<std::string, Seen>& records) {
@@ -196,8 +197,8 @@ void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcess
   }
 }
 
-/// Of two sessions that may have written a record one has ended: it was that one's, if the other
-/// has a record of its own.
+/// Removes ended sessions from the records that they may have written. If another session may have
+/// written such a record too but has one of its own, the record was the ended one's.
 void TurnDetector::forgetEnded(Agent& agent, const Pids& sessions) {
   for (const std::int32_t ended : agent.sessions) {
     if (sessions.contains(ended)) continue;
@@ -225,8 +226,8 @@ bool TurnDetector::hasStartedProcess(const AgentProcesses& processes, Timestamp 
   return false;
 }
 
-/// As told when the process was seen first: what the system tells may move with the clock, and with
-/// a clock that has been set back a process has begun at the latest now.
+/// The start as it was when the process was first seen, because the system's answer may move with
+/// the clock; at the latest `now`, because the clock may have been set back.
 std::optional<Timestamp> TurnDetector::startOf(std::int32_t pid, Timestamp now) {
   auto known = starts_.find(pid);
   if (known == starts_.end()) {
@@ -256,7 +257,7 @@ AgentTurns TurnDetector::sumUp(const Agent& agent, const std::string& appName) {
       shared.push_back(&seen.owners);
     }
   }
-  // Each of the others may have one of the records that may be several sessions'.
+  // Each session without a record of its own may have one of those that may be several sessions'.
   Pids others;
   std::set_difference(agent.sessions.begin(), agent.sessions.end(), told.begin(), told.end(),
                       std::inserter(others, others.end()));

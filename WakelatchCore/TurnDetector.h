@@ -17,7 +17,7 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// What an agent's records tell of its sessions.
+/// What an agent's turn records tell of its sessions.
 struct AgentTurns {
   std::string appName;  ///< display name
   /// Of all sessions: working if one of them is, else waiting if one does, else idle, else unclear.
@@ -25,26 +25,26 @@ struct AgentTurns {
   std::optional<TurnState> state = {};
   Timestamp since = {};              ///< when a record first told that, as far as was seen
   bool tellsOfEverySession = false;  ///< each process that is a session has a record
-  bool hasGivenUp = false;           ///< in this tick a turn has ceased to be believed
-  Timestamp firstStartedAt = {};     ///< the start of the session that has run for the longest
-  Timestamp startedAt = {};          ///< the last session's start
+  bool hasGivenUp = false;  ///< in this tick a turn has ceased to be believed; see longestSilence
+  Timestamp firstStartedAt = {};  ///< the start of the session that has run for the longest
+  Timestamp startedAt = {};       ///< the last session's start
   /// The sentence for the user: that it is in a turn, or waits; empty for other states.
   std::string reason() const;
 
   friend bool operator==(const AgentTurns&, const AgentTurns&) = default;
 };
 
-/// Weighs the records of agents whose processes run. A record is believed while the process lives
-/// that wrote it; where it does not tell which one that is, it is one that ran when the record was
-/// seen first, and had begun before the record was last written. Remembers what it saw, so calls
-/// must not overlap. Throws and logs nothing.
+/// Weighs the turn records of agents whose processes run. A record is believed while the process
+/// that wrote it lives. Where the record does not name that process, it is one that ran when the
+/// record was first seen and had started before the record was last written. Remembers what it saw,
+/// so calls must not overlap. Throws and logs nothing.
 class TurnDetector {
  public:
-  /// A turn is believed for so many seconds of ticks without another sign of life, which is a
-  /// write to its record, a load at the threshold or a process that the agent has started.
+  /// A turn is believed for so many seconds of ticks without a sign of life: a write to its record,
+  /// a load at the threshold or a process that the agent has started.
   static constexpr double longestSilence = 7200;
-  /// For so many seconds after its start an agent may be busy without a turn: it gets ready, and
-  /// starts the processes that it keeps.
+  /// For so many seconds after its start an agent may be busy without a turn, while it loads and
+  /// starts the helpers that it keeps.
   static constexpr double startUpSeconds = 30;
 
   /// @param reading   used, not owned

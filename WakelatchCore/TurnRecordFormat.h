@@ -1,4 +1,4 @@
-// How agents write down their turns, as data: which files, and what in them means what.
+// Describes how agents write down their turns: in which files, and which values mean what.
 #pragma once
 
 #include <map>
@@ -14,11 +14,11 @@ namespace wakelatch {
 
 /// What an agent's record says of a session.
 enum class TurnState {
-  working,      ///< in a turn, until it gives the word back
+  working,      ///< in a turn, until it is the user's turn to speak
   waiting,      ///< in a turn that goes on when the user has answered: a permission, a question
   idle,         ///< no turn is under way
   asksForTool,  ///< it wants a process to run: it works once there is one, and until then waits
-  unclear,      ///< as much may be true as before
+  unclear,      ///< the record leaves open which of these it is
 };
 template <>
 inline constexpr auto enumCases<TurnState> = std::to_array<EnumCase<TurnState>>({
@@ -30,7 +30,7 @@ inline constexpr auto enumCases<TurnState> = std::to_array<EnumCase<TurnState>>(
 });
 
 /// Files in which an agent writes down its turns. Where two formats tell of a session of the same
-/// name, the first one counts; but that it waits may be told by any.
+/// name, the first one counts, except that a session at work waits if the other says so.
 struct TurnRecordFormat {
   /// How such a file is made up.
   enum class Form {
@@ -60,7 +60,7 @@ struct TurnRecordFormat {
   /// The field that tells when this was written, in ISO 8601; otherwise the file's time does.
   std::optional<std::string> timeField = {};
   /// Of a database: gives a row for each session, of its name, the state and the milliseconds since
-  /// 1970 at which that was written. What is older than `:since`, as many, may be left out.
+  /// 1970 at which that was written. Rows older than `:since`, in the same unit, may be left out.
   std::optional<std::string> query = {};
 
   friend bool operator==(const TurnRecordFormat&, const TurnRecordFormat&) = default;

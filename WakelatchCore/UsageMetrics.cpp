@@ -75,7 +75,7 @@ UsageMetrics UsageMetrics::recording(UsageMetrics metrics, bool effectiveKeepAwa
                                      LidState lidState, const std::optional<std::string>& agentID,
                                      double idleGracePeriodSeconds,
                                      std::optional<bool> sessionProcessAlive, Timestamp now) {
-  // The first tick of all has nothing to count from.
+  // Before the very first tick there is no time to count from.
   if (!metrics.lastTickAt) {
     metrics.lastTickAt = now;
     return metrics;

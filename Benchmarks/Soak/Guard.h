@@ -21,7 +21,7 @@
 
 namespace wakelatch::soak {
 
-/// As the watch does it, but for its threads: the tick acts itself, and waits for what it saves.
+/// As a watch, but without its threads: the tick acts itself and waits for its files.
 class Guard {
  public:
   static constexpr double releaseDelaySeconds = 60;

@@ -1,4 +1,5 @@
-// The world's answers to the system's tools. Some fail, some do not answer, some lie.
+// Answers for the system's tools from the made-up world. Some fail, some do not come, some are
+// wrong.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,7 @@ class ScriptedTools : public CommandRunning {
                            sleepAt = {};
   std::int64_t prompts = 0, refusals = 0, lies = 0;
 
-  /// Whoever is asked next has not refused before.
+  /// Forgets that prompts were refused.
   void forgetRefusedEngage() { refusedEngageAt_.reset(); }
   void forgetRefusedRestore() { refusedRestoreAt_.reset(); }
   void forgetRefusals() {
@@ -57,7 +58,7 @@ class ScriptedTools : public CommandRunning {
   static bool isEngaging(std::string_view line) {
     return line.find("\"pmset -a disablesleep 1\"") != line.npos;
   }
-  /// Nothing is so at rest, else once in so many times.
+  /// True once in so many times; never while the world is at rest.
   bool happens(std::int64_t count) { return !world_.isResting && world_.random.oneIn(count); }
 
   void note(std::string_view line) {
@@ -129,7 +130,7 @@ class ScriptedTools : public CommandRunning {
     } else {
       world_.isSleepDisabled = isSleepDisabled;
     }
-    // Of what is engaged after this nobody has refused the restore.
+    // The restore of what is engaged after this has not been refused.
     if (!world_.isSleepDisabled) forgetRefusedRestore();
   }
 

@@ -101,7 +101,7 @@ class Soak {
     for (checks_.tick = 1; checks_.tick <= ticks_; ++checks_.tick) {
       const Timestamp before = world_.now();
       world_.step(checks_.tick);
-      if (world_.now() < before) tools_.forgetRefusals();  // who can tell how long ago they were
+      if (world_.now() < before) tools_.forgetRefusals();  // how long ago they were is unknown
       loseTheTool();
       const auto children = childrenOfThis();
       guard_->tick();
@@ -114,7 +114,7 @@ class Soak {
       checkDanger();
       checkFiles();
       if (checks_.tick % ticksBetweenRests == 0) checkRest();
-      // A crash within the seconds in which a lie is found out would leave it to nobody.
+      // No crash within the seconds after a wrong answer: nobody would be left to notice it.
       if (checks_.tick % 7919 == 0 && !unnoticed_.isRunning()) restart();
     }
     checks_.tick = ticks_;

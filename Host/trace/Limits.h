@@ -1,5 +1,5 @@
-// What the score of each trace was when it was last agreed to: a file that lies beside the traces
-// and is compared with the score of today. Pure, but for loadLimits().
+// The scores that each trace is expected to have: a file beside the traces, compared with the
+// present scores. Pure, but for loadLimits().
 #pragma once
 
 #include <filesystem>

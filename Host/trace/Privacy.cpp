@@ -107,7 +107,8 @@ void Privacy::reduceAgent(ProcessSnapshot& process) const {
     process = std::move(candidate);
     return;
   }
-  process = reduced(process, Detail::least);  // rather another agent than a prompt
+  process =
+      reduced(process, Detail::least);  // better recognised as another agent than with a prompt
 }
 
 ProcessSnapshot Privacy::reduced(const ProcessSnapshot& process, Detail detail) const {
@@ -121,7 +122,7 @@ std::string Privacy::reducedArguments(const ProcessSnapshot& process, Detail det
   const std::string_view program = platform::baseName(process.command, '/');
   bool isProgramDue = AgentResolver::isInterpreter(program);
   bool isFirst = true;
-  int omitted = 0;                // at a stretch
+  int omitted = 0;                // in a row
   std::string_view optionBefore;  // this word may be its value
   std::string result;
   for (const std::string_view word : platform::Split(process.arguments, ' ')) {
@@ -211,7 +212,7 @@ bool Privacy::isNamedAsAgent(std::string_view word) const {
 
 /// As it stands in the word.
 std::optional<std::string_view> Privacy::markerIn(std::string_view word) const {
-  if (!platform::isAllAscii(word)) return std::nullopt;  // the last resort keeps it
+  if (!platform::isAllAscii(word)) return std::nullopt;  // the least detailed form keeps the word
   const std::string lower = platform::lowercased(word);
   for (const std::string& marker : markers_) {
     const std::size_t at = lower.find(marker);

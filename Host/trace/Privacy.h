@@ -1,4 +1,5 @@
-// What of a process may stand in a trace that somebody attaches to a bug report.
+// Removes private data from processes before they are recorded: people attach traces to bug
+// reports.
 #pragma once
 
 #include <cstddef>
@@ -13,12 +14,12 @@
 
 namespace wakelatch::host {
 
-/// Leaves out of command lines what recognising agents does not need: prompts, values of options,
-/// directories of projects and the user's name. What is left is recognised as the same agent as
-/// before. A value; callable from any thread.
+/// Removes from command lines what is not needed to recognise agents: prompts, values of options,
+/// directories of projects and the user's name. The result is recognised as the same agent. A
+/// value; callable from any thread.
 class Privacy {
  public:
-  /// @param agents   that have to be recognised in what is left
+  /// @param agents   agents that the result has to be recognised as
   /// @param targets  the user's own, by GuardSettings::targetApps
   /// @param home     the user's home directory, written as "~"
   Privacy(AgentResolver agents, std::vector<std::string> targets, std::string home);
@@ -26,14 +27,15 @@ class Privacy {
   /// Whether it counts as an agent's or as one of the user's own targets.
   bool isAgent(const ProcessSnapshot& process) const;
 
-  /// With "~" for every mention of the home directory as a directory.
+  /// `text` with "~" in place of the home directory.
   std::string withoutHome(std::string_view text) const;
 
-  /// An agent's process: its path, and of its arguments its own name, the program that an
-  /// interpreter runs, names of options, words that make a run a single one or a server, and what
-  /// recognition needs besides. "…" stands for the rest, and for directories that people name.
+  /// Reduces an agent's process to its path and these arguments: its own name, the program that an
+  /// interpreter runs, names of options, words that make a one-shot run or a server, and whatever
+  /// else recognition needs. "…" stands for the rest, and for directories that people name.
   void reduceAgent(ProcessSnapshot& process) const;
-  /// Any other process: the name of its program, and what shows that it is an agent's tool.
+  /// Reduces any other process to the name of its program and what shows that it is an agent's
+  /// tool.
   void reduceOther(ProcessSnapshot& process) const;
 
  private:

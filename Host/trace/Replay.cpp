@@ -16,7 +16,7 @@ namespace {
 /// Some 30,000 years from 1970.
 constexpr std::int64_t farthestMs = 1'000'000'000'000'000;
 
-/// A named pipe would be waited for.
+/// A named pipe would block.
 std::ifstream opened(const std::filesystem::path& file) {
   std::ifstream input;
   if (std::filesystem::is_regular_file(file)) input.open(file);
@@ -156,7 +156,7 @@ std::optional<std::string> Replay::readLine() {
   std::string line;
   if (!std::getline(input_, line)) return std::nullopt;
   ++lineNumber_;
-  if (input_.eof()) {  // every whole line has an end
+  if (input_.eof()) {  // every complete line has a line break
     isCutShort_ = true;
     return std::nullopt;
   }

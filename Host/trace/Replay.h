@@ -1,4 +1,4 @@
-// Runs detectors and decision engine over a trace: the same code with other sources.
+// Runs the detectors and the decision engine on a trace in place of the machine.
 #pragma once
 
 #include <exception>
@@ -19,7 +19,7 @@
 
 namespace wakelatch::host {
 
-/// Answers as the machine did. For one thread.
+/// Answers the detectors' questions as the recorded machine did. For one thread.
 class RecordedMachine {
  public:
   RecordedMachine();
@@ -66,10 +66,10 @@ class Replay {
 
   const TraceHeader& header() const { return header_; }
 
-  /// The next tick; nothing at the end of the trace. A last line that is not whole is left out: the
+  /// The next tick; nothing at the end of the trace. An incomplete last line is left out: the
   /// recording was cut short. Throws std::runtime_error naming file, line and reason.
   std::optional<OneTick> next();
-  /// A last line was left out.
+  /// Whether a last line was left out.
   bool isCutShort() const { return isCutShort_; }
 
  private:

@@ -1,6 +1,6 @@
 // `replay`: what a recording's decisions were, or would have been, and what they were worth. Reads
 // recordings, truth and settings files, and the catalogue of agents; prints ticks, an explanation
-// or a score, as text or JSON, and writes a page if asked to. Leaves with 1 when a file cannot be
+// or a score, as text or JSON, and writes a page if asked to. Exits with 1 when a file cannot be
 // read or is none of these.
 #include <chrono>
 #include <iostream>

@@ -140,7 +140,7 @@ class HoldMeter {
     }
   }
 
-  /// The hold since the end of work is over: now it is known what kept it up.
+  /// The hold since the end of work is over, so its last active evidence is known.
   void finish() {
     if (basis_ == nullptr || !(beyondGrace_ > 0)) return;
     const std::string kind(rawValue(basis_->evidence));
@@ -159,7 +159,7 @@ class HoldMeter {
   const Sample* basis_ = nullptr;  ///< of the hold: its last active sample, else its last one
 };
 
-/// Of the machine and of each agent.
+/// The figures of the machine and of each agent.
 Score measure(const std::vector<Sample>& samples, const Workers& workers, const Names& agents) {
   Score score;
   WorkMeter work;
@@ -178,7 +178,7 @@ Score measure(const std::vector<Sample>& samples, const Workers& workers, const 
   return score;
 }
 
-/// The machine's figures, were it awake exactly while `isHeld` is.
+/// The machine's figures if it were held awake exactly while `isHeld`.
 Figures measureIf(bool Sample::*isHeld, std::vector<Sample> samples, const Workers& workers) {
   for (Sample& sample : samples) {
     sample.isHeld = sample.*isHeld;

@@ -1,9 +1,9 @@
 // How good the decisions about a trace are, measured by what the agents really did.
 //
 // A sample stands for the time until the next one, but for at most 10 s; the last one for as long
-// as the one before it. What lies between is time nobody looked at, during a sleep for example: it
-// adds to no figure and ends nothing; the grace period alone, a matter of the clock, passes in it.
-// Durations are seconds.
+// as the one before it. The time between is unobserved, during a sleep for example: it adds to no
+// figure and ends no interval, but the grace period, which goes by the clock, passes. Durations are
+// seconds.
 //
 // Pure functions, callable from any thread.
 #pragma once
@@ -25,7 +25,7 @@ namespace wakelatch::host {
 
 /// The longest time that a sample stands for, in seconds.
 inline constexpr double longestSampleSeconds = 10;
-/// So much of each interval of work may pass unseen before it counts as not held.
+/// So many seconds of each interval of work may pass undetected before it counts as not held.
 inline constexpr double detectionAllowance = 10;
 
 /// What the strongest active signal of a decision rests on.
@@ -43,7 +43,7 @@ struct Sample {
   double graceSeconds = 0;  ///< of the power profile in force
 };
 
-/// How long a sample stands for what it says, in seconds.
+/// How long a sample stands for, in seconds.
 double secondsOf(const std::vector<Sample>& samples, std::size_t index);
 
 /// What is counted for one agent, or for the machine: there an interval of work lasts as long as
@@ -94,8 +94,8 @@ struct Score {
   /// sample for the one that the decision names, and for "" when it names none.
   std::map<std::string, Figures> agents;
   ///@{
-  /// Of the machine, were it awake as people keep it by hand: while any agent's process exists, and
-  /// while the CPU of one is at or above its threshold.
+  /// For comparison, the machine's figures if it were kept awake by simple rules: while any agent's
+  /// process exists, and while the CPU of one is at or above its threshold.
   Figures whileProcess;
   Figures whileLoad;
   ///@}

@@ -10,7 +10,7 @@
 namespace wakelatch::host {
 namespace {
 
-/// Where a signal comes from: its reason says so, in the detector's own words.
+/// Which detector a signal comes from, told by the wording of its reason.
 EvidenceKind kindOf(const ActivitySignal& signal, const ActivityDetector::Evidence& evidence) {
   if (signal.strength < SignalStrength::weak) return EvidenceKind::none;
   const auto isIt = [&](const ActivitySignal& other) {

@@ -10,7 +10,7 @@
 
 namespace wakelatch::host {
 
-/// What of a decision is scored.
+/// The part of a tick's decision that is scored.
 Sample sampleOf(const OneTick& tick);
 
 /// Replays a whole trace. Throws std::runtime_error naming file, line and reason.

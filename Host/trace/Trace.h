@@ -66,7 +66,7 @@ struct TraceScreen {
 /// Modification times of files by their place in a trace; 0: there is no such file any more.
 using TraceTimes = std::map<std::string, Timestamp>;
 
-/// What a turn record told; all of it is as here for a session that has none any more.
+/// What a turn record told. A session whose record is gone has these initial values.
 struct TraceTurn {
   TurnState state = TurnState::idle;
   Timestamp at;  ///< when the record last changed
@@ -75,11 +75,11 @@ struct TraceTurn {
   friend bool operator==(const TraceTurn&, const TraceTurn&) = default;
 };
 
-/// One tick. What is absent is as it was; before the first tick everything is empty.
+/// One tick. Absent fields are unchanged; before the first tick everything is empty.
 struct TraceTick {
   std::int64_t ms = 0;  ///< since the tick before
   std::optional<GuardSettings> settings;
-  std::optional<Held> held;            ///< what held the machine awake; of a dry run: never
+  std::optional<Held> held;            ///< what held the machine awake; absent in a dry run
   std::optional<std::string> battery;  ///< as `pmset -g batt` printed it
   std::optional<LidState> lid;
   std::optional<ThermalState> heat;
@@ -102,8 +102,8 @@ inline std::string traceKey(const std::vector<std::string>& globs) {
   return joined(globs, " ");
 }
 
-/// The entries of `now` that are new or other than in `told`, and for those that have gone a value
-/// of their type's initial state, such as the time 0. `told` becomes `now`.
+/// The entries of `now` that are new or differ from `told`; an entry that is gone has the initial
+/// value of its type, such as the time 0. `told` becomes `now`.
 template <class Value>
 std::map<std::string, Value> changes(std::map<std::string, Value>& told,
                                      std::map<std::string, Value> now) {
@@ -118,7 +118,7 @@ std::map<std::string, Value> changes(std::map<std::string, Value>& told,
   return changed;
 }
 
-/// Takes over such entries; where each is a map of its own, the entries of that.
+/// Applies entries from changes() to `known`; where each is a map itself, applies its entries.
 template <class Known, class Value>
 void takeOver(Known& known, const std::map<std::string, Value>& changed) {
   for (const auto& [key, value] : changed) {

@@ -11,7 +11,7 @@
 namespace wakelatch::host {
 
 platform::Descriptor TraceFile::create(const std::filesystem::path& file) {
-  // What is in its place is left as it is.
+  // A file that exists is left as it is.
   platform::Descriptor made(
       ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0600));
   if (made.get() < 0) {

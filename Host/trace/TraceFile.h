@@ -16,7 +16,7 @@ namespace wakelatch::host {
 /// Takes lines from any thread and never blocks, but for finish().
 class TraceFile {
  public:
-  /// What may wait for a disk that hangs.
+  /// How much may wait for a disk that hangs.
   static constexpr std::size_t maxWaitingBytes = 4U << 20;
 
   /// Makes the file, for its user alone, and may wait for the disk. Throws std::system_error naming
@@ -31,7 +31,7 @@ class TraceFile {
   void line(const std::string& text);
   /// Whether lines are still taken.
   bool isOpen() const { return !isOver_; }
-  /// Takes nothing any more, and tells why unless that was told before.
+  /// Ends the recording: takes no more lines, and tells why unless that was told before.
   void end(const std::string& why);
 
   /// Blocks until everything given so far is written or lost, at most `seconds`. Returns whether it
