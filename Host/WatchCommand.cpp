@@ -82,8 +82,8 @@ class Pause {
   bool isShortened_ WAKELATCH_GUARDED_BY(mutex_) = false;
 };
 
-/// What a watch does beside deciding and telling. A dry run has none of it: even its end would
-/// touch the files of a watch that runs beside it.
+/// What a watch does beside deciding and telling. A dry run has none of it, because even its end
+/// would change the files of a watch that runs beside it.
 struct Effects {
   UsageStore store{usageFile()};
   UsageStore::Opened opened = store.open(platform::now());
@@ -189,7 +189,7 @@ class Watch {
     const GuardSettings& settings = settings_.current();
     Observation seen = observer_.look(settings, now);
     tellGivenUp(seen);
-    if (pause_.isWatchOver()) return;  // what was looked at last may have been called off
+    if (pause_.isWatchOver()) return;  // the last look may have been cancelled
     const Held held = effects_ ? effects_->actor.held() : Held{};
     OneTick decided =
         decide(stateMachine_, options_.mode, settings, held.isHeld(), std::move(seen));
@@ -321,7 +321,7 @@ class Watch {
 
   // ------------------------------------------------------------- on the thread of the signals
 
-  /// What may hang is not waited for any longer once everything is undone.
+  /// Seconds that a thread may still take once everything is undone, before the watch exits anyway.
   static constexpr double patience = 5;
 
   void onStop(int number, int count) {
@@ -375,7 +375,7 @@ class Watch {
     teller_.finish(0.3);
   }
 
-  /// On any thread. Who only records has nothing left to do.
+  /// On any thread. A watch that only records ends as soon as its recording has.
   void onTraceEnd(const std::string& why) {
     notifier_.tell("the recording has ended: " + why +
                    (options_.isQuiet ? "" : "; watching goes on"));
@@ -406,9 +406,9 @@ class Watch {
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
   std::optional<TraceFile> trace_;
   std::optional<Effects> effects_;
-  std::atomic<Effects*> acting_{nullptr};  ///< these, once they stand, for other threads
+  std::atomic<Effects*> acting_{nullptr};  ///< the effects, once they exist
   std::atomic<bool> wasHeld_{false};       ///< something held the machine awake when a stop came
-  bool isLastTold_ = false;                ///< of the ticks that were asked for
+  bool isLastTold_ = false;                ///< the last of `--ticks` has been told
   bool isFirstTick_ = true;
   std::atomic<bool> hasFailed_{false};
   std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
