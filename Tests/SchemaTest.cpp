@@ -40,10 +40,12 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
       settingsFile(),
       R"({"idleGracePeriodSeconds":0,"keepAwakeWithLidClosed":true,"targetApps":["own"],"x":1})");
 
-  std::multimap<std::string, std::string> documents;  // by schema
+  std::map<std::string, json> documents;  // by schema, arrays of them
+  const auto add = [&](const std::string& schema, const std::string& text) {
+    return documents[schema].emplace_back(json::parse(text));
+  };
   const auto run = [&](const std::string& command) {
-    const std::string text = runHost({"--tools", tools, command, "--json"}).out;
-    return json::parse(documents.emplace(command, text)->second);
+    return add(command, runHost({"--tools", tools, command, "--json"}).out);
   };
   UsageMetrics before(platform::now());
   before.longestProtectedRunSeconds = before.days["2025-03-01"].protectedSeconds = 7200;
@@ -60,7 +62,7 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
             R"({"agents": [{"id": "aider", "turnRecords": [{"globs": ["turn"], "rules": [
                 {"state": "working", "when": {"is": ["busy"]}}]}]}]})");
   writeFile(home.path() / "turn", R"({"is": "busy"})");
-  const json seen = run("status"), evidence = seen["evidence"];
+  json seen = run("status"), evidence = std::move(seen["evidence"]);
   const json process = {
       {"cpuPercent", 50}, {"thresholdPercent", 8}, {"trustsCPU", true}, {"sessionCount", 1}};
   EXPECT_EQ(seen["signals"][0]["sessionCount"], 1);
@@ -76,7 +78,7 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   EXPECT_TRUE(run("explain")["status"]["watch"]["held"].contains("releaseDueAt"));
   watch.send(SIGTERM);
   std::istringstream lines(watch.finish().out);
-  for (std::string line; std::getline(lines, line);) documents.emplace("watch", line);
+  for (std::string line; std::getline(lines, line);) add("watch", line);
   EXPECT_TRUE(run("stats").contains("longestProtectedRun"));
   writeFile(supportDirectory() / "agents.json",
             R"({"$schema": "x", "agents": [{"id": "aider", "activePhrases": []},
@@ -84,20 +86,18 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
                  "turnRecords": [{"globs": ["x"], "form": "sqlite", "query": "", "rules": [
                                     {"state": "asksForTool", "when": {"x": ["y"]}}],
                                   "processIDField": "x", "isNamedByDirectory": true}]}]})");
-  documents.emplace("catalogue", contentOf(supportDirectory() / "agents.json"));
-  documents.emplace("catalogue", contentOf(WAKELATCH_SOURCE_DIR "/Catalogue/agents.json"));
+  add("catalogue", contentOf(supportDirectory() / "agents.json"));
+  add("catalogue", contentOf(WAKELATCH_SOURCE_DIR "/Catalogue/agents.json"));
   EXPECT_TRUE(run("agents")["sources"].contains("mine"));
-  auto usage = decode<UsageMetrics>(documents.emplace("usage", contentOf(usageFile()))->second);
+  auto usage = decode<UsageMetrics>(add("usage", contentOf(usageFile())).dump());
   usage.sessionStartedAt = usage.lastActiveSignalAt = usage.lastTickAt;
-  documents.emplace("usage", encode(usage));
-  documents.emplace("settings", encode(GuardSettings()));
-  documents.emplace("settings", contentOf(settingsFile()));
+  add("usage", encode(usage));
+  add("settings", encode(GuardSettings()));
+  add("settings", contentOf(settingsFile()));
   writeFile(settingsFile(), "[]");
   const json findings = run("doctor")["findings"];
   EXPECT_TRUE(findings[0].contains("remedy"));
-  std::map<std::string, json> bySchema;
-  for (const auto& [name, text] : documents) bySchema[name].push_back(json::parse(text));
-  for (const auto& [name, all] : bySchema) EXPECT_EQ(faults(name, all), "") << name << all;
+  for (const auto& [name, all] : documents) EXPECT_EQ(faults(name, all), "") << name << all;
 
   const json changes = json::parse(R"({"status": {"added": 1},
     "explain": {"status": {"decision": {"added": 1}}},
@@ -105,7 +105,7 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
     "settings": {"batteryProfile": {"warningPercent": null}},
     "usage": {"lastRun": {"endedAt": "2025-03-01T00:00:00Z"}}})");
   for (const auto& [name, change] : changes.items()) {
-    json document = bySchema.at(name)[0];
+    json document = documents.at(name)[0];
     document.merge_patch(change);  // null takes a key away
     EXPECT_NE(faults(name, json::array({document})), "") << change;
   }
