@@ -50,12 +50,16 @@ valgrind:
 	  build/dev/Tests/wakelatch_tests --gtest_brief=1 \
 	  --gtest_filter='-Host.*:CrashMatrix.*:Caffeinate.*:Fault*:Schema*:CommandRunner.*:ChildProcess.*:SleepController.*:KeepAwake.*'
 
-# Reads the commands of the build with clang and its library, and that build's precompiled header.
-# CHECKS adds to or takes from .clang-tidy's.
+# Most of clang-tidy's time goes into the system's headers, so it reads a build that compiles eight
+# files as one: a fifth of the time. What it finds in a file's own lines alone is found with
+# BUILD=clang-libcxx, file by file: using-declarations of no use; with CHECKS=clang-analyzer-*, which
+# takes minutes, what clang's analyzer guesses. CHECKS adds to or takes from .clang-tidy's.
+tidy: BUILD ?= asan
 tidy:
 	@cmake/bootstrap ci
-	@cmake/build clang-libcxx
-	run-clang-tidy -quiet $(if $(CHECKS),-checks='$(CHECKS)') -p build/clang-libcxx "$$PWD/(Platform|WakelatchCore|Host|Tests|Examples)/"
+	@cmake/build $(BUILD)
+	run-clang-tidy -quiet $(if $(CHECKS),-checks='$(CHECKS)') -p build/$(BUILD) \
+	  "$$PWD/((Platform|WakelatchCore|Host|Tests|Examples|Fuzz)/|build/$(BUILD)/.*/Unity/)"
 
 # Without glibc's caches of freed memory, which count as in use, the heap's figures are exact.
 soak:

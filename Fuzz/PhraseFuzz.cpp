@@ -75,12 +75,14 @@ FUZZ(input) {
     }
   }
   std::vector<PhraseIndex::Lists> lists;
+  lists.reserve(matchers.size());
   for (const Matcher& matcher : matchers) lists.push_back({matcher.active, matcher.idle});
 
   for (const auto casing : {platform::Casing::common, platform::Casing::turkic}) {
     if (casing == platform::Casing::turkic && text.size() > first.size()) continue;  // slow
     const std::string foldedText = folded(text, casing);
     std::vector<PhraseMatchKind> expected;
+    expected.reserve(matchers.size());
     for (const Matcher& matcher : matchers)
       expected.push_back(plainMatch(matcher, foldedText, casing));
     require(PhraseIndex(lists, casing).match(text) == expected, "matches are as defined");

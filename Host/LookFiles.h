@@ -19,7 +19,7 @@ class LookFiles : public FileActivityProbing {
   /// @param probe  owned by the caller
   explicit LookFiles(const FileActivityProbing& probe) : probe_(probe) {}
 
-  /// From here on the answers are new ones.
+  /// Forgets all answers; to be called when a look begins.
   void beginLook();
 
   std::optional<Timestamp> newestModification(

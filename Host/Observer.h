@@ -31,7 +31,7 @@ struct Observation {
   ThermalState thermalState = ThermalState::nominal;
   ActivityDetector::Evidence evidence;
   ActivitySignal strongest;
-  /// The watched ones by display name; the user's own targets are not among them.
+  /// The watched agents by display name, without the user's own targets.
   std::map<std::string, KnownAgent> agents = {};
   std::optional<std::string> uiTextNotice;  ///< why UI text is not among the evidence
 };

@@ -1,4 +1,4 @@
-// What a look at the machine asks: the machine itself, or a recording of it.
+// The sources of a look: the machine itself, or a recording of it.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ namespace wakelatch::host {
 
 /// All that decisions depend on, beside settings, mode and time. Owned by whoever made them.
 struct Sources {
-  std::function<void()> beginLook;  ///< called first in a look
+  std::function<void()> beginLook;  ///< to be called when a look begins
   CommandRunning& tools;
   platform::Accessibility& accessibility;
   const FileActivityProbing& files;

@@ -21,7 +21,7 @@ constexpr std::array<Ink, awakeKinds.size()> inks{{
     {"░", "\033[35m"},
 }};
 constexpr std::string_view bold = "\033[1m";
-constexpr std::string_view plain = "\033[0m";
+constexpr std::string_view reset = "\033[0m";
 
 std::string repeated(std::string_view text, int count) {
   std::string result;
@@ -55,7 +55,7 @@ class Writer {
 
   std::string paint(std::string_view color, std::string_view text) const {
     if (!style_.hasColor || text.empty()) return std::string(text);
-    return std::string(color) + std::string(text) + std::string(plain);
+    return std::string(color) + std::string(text) + std::string(reset);
   }
 
   void line(std::string_view label, const std::string& value) {

@@ -169,6 +169,7 @@ class Screen {
     std::sort(kept.begin(), kept.end());
 
     std::vector<std::vector<Span>> lines;
+    lines.reserve(kept.size());
     for (const std::size_t row : kept) lines.push_back(std::move(rows_[row].spans));
     // Rows that may not be left out share a line.
     for (; lines.size() > most && lines.size() > 1; lines.erase(lines.begin() + 1)) {
@@ -177,6 +178,7 @@ class Screen {
     }
     lines.resize(std::min(lines.size(), most));
     std::vector<std::string> result;
+    result.reserve(lines.size());
     for (const auto& spans : lines) result.push_back(rendered(spans));
     return result;
   }

@@ -12,7 +12,7 @@ using ::testing::ElementsAre, ::testing::Return;
 using Patterns = std::vector<std::string>;
 using Newest = std::optional<Timestamp>;
 
-constexpr Timestamp start{std::chrono::duration<double>(1e9)};
+constexpr Timestamp someTime{std::chrono::duration<double>(1e9)};
 
 struct ScriptedFiles : FileActivityProbing {
   MOCK_METHOD(Newest, newestModification, (const Patterns&), (const, override));
@@ -29,12 +29,12 @@ class ActivityDetectorTest : public ::testing::Test {
   void list(const std::string& processes) {
     runner.on({"/bin/ps", {"-axo", "pid=,ppid=,pcpu=,comm="}}, processes);
   }
-  /// Has the files that only `pattern` matches changed so many seconds after the start.
+  /// Has the files that only `pattern` matches changed so many seconds after `someTime`.
   void write(const std::string& pattern, const std::vector<double>& times) {
     ModificationsByPath found;
-    for (const double time : times) found["/" + std::to_string(time)] = after(start, time);
+    for (const double time : times) found["/" + std::to_string(time)] = after(someTime, time);
     ON_CALL(files, sessionModifications(ElementsAre(pattern))).WillByDefault(Return(found));
-    const Newest newest = times.empty() ? Newest() : after(start, times[0]);
+    const Newest newest = times.empty() ? Newest() : after(someTime, times[0]);
     ON_CALL(files, newestModification(ElementsAre(pattern))).WillByDefault(Return(newest));
   }
 
@@ -57,7 +57,7 @@ TEST_F(ActivityDetectorTest, BelievesSharedEvidenceWhileTheProcessIsRecent) {
         Tick{100.001, false, false}, Tick{200, true, true}, Tick{150, false, true}}) {
     list(isRunning ? "7 1 0.0 /bin/claude\n8 1 0.0 /bin/opencode\n" : "");
     write(".local/share/opencode/*.db-wal", {at - 5});
-    const auto evidence = detector.gather(settings, power, after(start, at));
+    const auto evidence = detector.gather(settings, power, after(someTime, at));
     for (const auto* findings : {&evidence.accessibility, &evidence.session}) {
       EXPECT_EQ(findings->kept.size(), isBelieved ? 1 : 0) << at;
       EXPECT_EQ(findings->dropped.size(), isBelieved ? 0 : 1) << at;
@@ -89,7 +89,7 @@ TEST_F(ActivityDetectorTest, KeepsOneSignalPerAgentAndCountsItsSessions) {
     screen.running.clear();
     screen.show("com.apple.Terminal", "Terminal", row.text);
     write(".claude/projects/**/*.jsonl", row.times);
-    const auto signals = detector.detectPerApp(settings, power, start);
+    const auto signals = detector.detectPerApp(settings, power, someTime);
     ASSERT_EQ(signals.size(), 1u) << row.reason;
     EXPECT_EQ(signals[0].reason, row.reason);
     EXPECT_EQ(signals[0].sessionCount, row.sessions) << row.reason;
@@ -98,16 +98,16 @@ TEST_F(ActivityDetectorTest, KeepsOneSignalPerAgentAndCountsItsSessions) {
 }
 
 TEST_F(ActivityDetectorTest, SortsByComposedName) {
-  EXPECT_EQ(detector.detect(settings, power, start), ActivitySignal::none());
+  EXPECT_EQ(detector.detect(settings, power, someTime), ActivitySignal::none());
   settings.targetApps = {"zed app", "Zoo", "A\u030Ab"};  // composed, Å comes after Z
   settings.activePhrases = {"busy"};
   for (const auto& name : settings.targetApps) screen.show("", name, "busy");
   list("7 1 0.0 /bin/codex\n8 1 0.0 /bin/claude\n");
   std::string names;
-  for (const auto& signal : detector.detectPerApp(settings, power, start))
+  for (const auto& signal : detector.detectPerApp(settings, power, someTime))
     names += *signal.appName + ";";
   EXPECT_EQ(names, "Claude Code;Codex CLI;Zoo;zed app;A\u030Ab;");
-  EXPECT_EQ(detector.detect(settings, power, start).appName, "Zoo");
+  EXPECT_EQ(detector.detect(settings, power, someTime).appName, "Zoo");
 }
 
 }  // namespace

@@ -66,6 +66,7 @@ TEST(AgentResolver, TheFirstProfileWinsAndMarkersMaySpanPathAndArguments) {
   const AgentResolver original(
       {{.id = "first", .cliProcessNames = {"", "Tool"}, .cliPathMarkers = {"", "B C"}},
        {.id = "second", .cliProcessNames = {"tool"}, .cliPathMarkers = {"/aa/"}}});
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): of the copy, that it is whole
   const AgentResolver resolver = original;
   EXPECT_EQ(resolve(resolver, "/aa/b", "c"), "first");
   EXPECT_EQ(resolve(resolver, "/aa/b"), "second");

@@ -26,7 +26,7 @@ const std::string
     inGrace = "No current active signal; waiting through idle grace",
     present = "Target app is present but no active-work signal was found";
 
-const Timestamp start{std::chrono::duration<double>(1'700'000'000.25)};
+const Timestamp firstTick{std::chrono::duration<double>(1'700'000'000.25)};
 const PowerSnapshot ac{true, 10, ""};
 
 PowerSnapshot onBattery(std::optional<std::int64_t> percent) {
@@ -41,7 +41,7 @@ struct Tick {
   SignalStrength strength = none;
   bool preventing = false;
   ThermalState thermal = ThermalState::nominal;
-  double at = 0;  // seconds after `start`
+  double at = 0;  // seconds after `firstTick`
 };
 
 struct Guard {
@@ -51,7 +51,7 @@ struct Guard {
   GuardDecision operator()(const Tick& tick) {
     return machine.evaluate(tick.mode, settings, tick.power, tick.lid,
                             {tick.strength, "Codex CLI", busy}, tick.preventing, tick.thermal,
-                            after(start, tick.at));
+                            after(firstTick, tick.at));
   }
 };
 
@@ -104,8 +104,8 @@ TEST(AgentStateMachine, GraceEndsExactlyAfterThePeriodOfTheProfileInForce) {
   };
   for (const auto& [tick, status] : ticks) EXPECT_EQ(guard(tick).status, status) << tick.at;
   EXPECT_EQ(guard({.at = 1}), (GuardDecision{idleGrace, true, false, "Codex CLI", inGrace, false}));
-  guard.machine.markFinished(start, 30);
-  EXPECT_EQ(guard.machine.memory().lastActiveSignalAt, after(start, -31));
+  guard.machine.markFinished(firstTick, 30);
+  EXPECT_EQ(guard.machine.memory().lastActiveSignalAt, after(firstTick, -31));
 }
 
 TEST(AgentStateMachine, CompletionSleepNeedsLidOrSettings) {
@@ -137,10 +137,10 @@ TEST(AgentStateMachine, SleepIsAskedForOnceUntilSomethingRearmsIt) {
   const auto sleeps = [&] { return guard({.lid = closed, .at = 500}).shouldSleepNow; };
   const auto sleepsAfter = [&](const Tick& tick) { return guard(tick), sleeps(); };
   const auto sleepsAfterWorkAnd = [&](const Tick& tick) {
-    guard.machine.markActive(start);
+    guard.machine.markActive(firstTick);
     return sleepsAfter(tick);
   };
-  guard.machine.markActive(start);
+  guard.machine.markActive(firstTick);
   EXPECT_TRUE(sleeps());
   EXPECT_FALSE(sleeps());
   EXPECT_TRUE(sleepsAfter({.mode = manual}));
@@ -151,20 +151,20 @@ TEST(AgentStateMachine, SleepIsAskedForOnceUntilSomethingRearmsIt) {
   EXPECT_FALSE(sleepsAfterWorkAnd({.power = onBattery(3), .preventing = true}));
   EXPECT_FALSE(sleepsAfterWorkAnd({.lid = closed, .preventing = true, .thermal = critical}));
   EXPECT_FALSE(sleepsAfterWorkAnd({.mode = AppMode::off}));
-  guard.machine.markActive(start);
+  guard.machine.markActive(firstTick);
   guard.machine.reset();
   EXPECT_FALSE(sleeps());
 }
 
 TEST(SleepReleasePolicy, HoldsOnlyWatchingWhileEngaged) {
   const auto plan = SleepReleasePolicy::planRelease;
-  const Timestamp since = after(start, -59);
-  EXPECT_EQ(plan(watching, true, {}, start, 60).pendingSince, start);
-  EXPECT_EQ(plan(watching, true, since, start, 60).pendingSince, since);
-  EXPECT_FALSE(plan(watching, true, since, start, 59).isHold());
-  EXPECT_FALSE(plan(watching, true, {}, start, 0).isHold());
+  const Timestamp since = after(firstTick, -59);
+  EXPECT_EQ(plan(watching, true, {}, firstTick, 60).pendingSince, firstTick);
+  EXPECT_EQ(plan(watching, true, since, firstTick, 60).pendingSince, since);
+  EXPECT_FALSE(plan(watching, true, since, firstTick, 59).isHold());
+  EXPECT_FALSE(plan(watching, true, {}, firstTick, 0).isHold());
   for (const auto status : {watching, batterySafety, thermalSafety, off})
-    EXPECT_FALSE(plan(status, status != watching, since, start, 60).isHold());
+    EXPECT_FALSE(plan(status, status != watching, since, firstTick, 60).isHold());
 }
 
 }  // namespace

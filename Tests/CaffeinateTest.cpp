@@ -143,7 +143,7 @@ TEST(Caffeinate, SaysWhatItCannotHoldAndWhy) {
   const auto run = [](const char* flags, double seconds = 10) {
     const auto tool = WatchedChild::start(keepAwakeTool(), {flags}, ChildOutput::captured);
     const auto word = tool->awaitWord(seconds);
-    const std::string said = word.value_or(tool->whyNoWord(seconds));
+    std::string said = word.value_or(tool->whyNoWord(seconds));
     tool->send(SIGKILL);
     return said;
   };

@@ -12,10 +12,10 @@ namespace {
 
 using nlohmann::json;
 
-/// What is wrong with a document in the eyes of its schema; empty: nothing.
-std::string faults(const std::string& schema, const std::string& document) try {
-  const std::string file = platform::homeDirectory() / "document";
-  writeFile(file, document);
+/// What is wrong with documents in the eyes of their schema; empty: nothing.
+std::string faults(const std::string& schema, const json& documents) try {
+  const std::string file = platform::homeDirectory() / "documents";
+  writeFile(file, documents.dump());
   ProcessCommandRunner(60).run(
       {"/usr/bin/python3", {WAKELATCH_SOURCE_DIR "/Tests/schema_faults.py", schema, file}});
   return {};
@@ -40,10 +40,12 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
       settingsFile(),
       R"({"idleGracePeriodSeconds":0,"keepAwakeWithLidClosed":true,"targetApps":["own"],"x":1})");
 
-  std::multimap<std::string, std::string> documents;  // by schema
+  std::map<std::string, json> documents;  // by schema, arrays of them
+  const auto add = [&](const std::string& schema, const std::string& text) {
+    return documents[schema].emplace_back(json::parse(text));
+  };
   const auto run = [&](const std::string& command) {
-    const std::string text = runHost({"--tools", tools, command, "--json"}).out;
-    return json::parse(documents.emplace(command, text)->second);
+    return add(command, runHost({"--tools", tools, command, "--json"}).out);
   };
   UsageMetrics before(platform::now());
   before.longestProtectedRunSeconds = before.days["2025-03-01"].protectedSeconds = 7200;
@@ -60,7 +62,7 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
             R"({"agents": [{"id": "aider", "turnRecords": [{"globs": ["turn"], "rules": [
                 {"state": "working", "when": {"is": ["busy"]}}]}]}]})");
   writeFile(home.path() / "turn", R"({"is": "busy"})");
-  const json seen = run("status"), evidence = seen["evidence"];
+  json seen = run("status"), evidence = std::move(seen["evidence"]);
   const json process = {
       {"cpuPercent", 50}, {"thresholdPercent", 8}, {"trustsCPU", true}, {"sessionCount", 1}};
   EXPECT_EQ(seen["signals"][0]["sessionCount"], 1);
@@ -76,7 +78,7 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
   EXPECT_TRUE(run("explain")["status"]["watch"]["held"].contains("releaseDueAt"));
   watch.send(SIGTERM);
   std::istringstream lines(watch.finish().out);
-  for (std::string line; std::getline(lines, line);) documents.emplace("watch", line);
+  for (std::string line; std::getline(lines, line);) add("watch", line);
   EXPECT_TRUE(run("stats").contains("longestProtectedRun"));
   writeFile(supportDirectory() / "agents.json",
             R"({"$schema": "x", "agents": [{"id": "aider", "activePhrases": []},
@@ -84,18 +86,18 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
                  "turnRecords": [{"globs": ["x"], "form": "sqlite", "query": "", "rules": [
                                     {"state": "asksForTool", "when": {"x": ["y"]}}],
                                   "processIDField": "x", "isNamedByDirectory": true}]}]})");
-  documents.emplace("catalogue", contentOf(supportDirectory() / "agents.json"));
-  documents.emplace("catalogue", contentOf(WAKELATCH_SOURCE_DIR "/Catalogue/agents.json"));
+  add("catalogue", contentOf(supportDirectory() / "agents.json"));
+  add("catalogue", contentOf(WAKELATCH_SOURCE_DIR "/Catalogue/agents.json"));
   EXPECT_TRUE(run("agents")["sources"].contains("mine"));
-  auto usage = decode<UsageMetrics>(documents.emplace("usage", contentOf(usageFile()))->second);
+  auto usage = decode<UsageMetrics>(add("usage", contentOf(usageFile())).dump());
   usage.sessionStartedAt = usage.lastActiveSignalAt = usage.lastTickAt;
-  documents.emplace("usage", encode(usage));
-  documents.emplace("settings", encode(GuardSettings()));
-  documents.emplace("settings", contentOf(settingsFile()));
+  add("usage", encode(usage));
+  add("settings", encode(GuardSettings()));
+  add("settings", contentOf(settingsFile()));
   writeFile(settingsFile(), "[]");
   const json findings = run("doctor")["findings"];
   EXPECT_TRUE(findings[0].contains("remedy"));
-  for (const auto& [name, text] : documents) EXPECT_EQ(faults(name, text), "") << name << text;
+  for (const auto& [name, all] : documents) EXPECT_EQ(faults(name, all), "") << name << all;
 
   const json changes = json::parse(R"({"status": {"added": 1},
     "explain": {"status": {"decision": {"added": 1}}},
@@ -103,9 +105,9 @@ TEST(Schema, HoldsWhatTheHostWritesAndNothingElse) {
     "settings": {"batteryProfile": {"warningPercent": null}},
     "usage": {"lastRun": {"endedAt": "2025-03-01T00:00:00Z"}}})");
   for (const auto& [name, change] : changes.items()) {
-    json document = json::parse(documents.find(name)->second);
+    json document = documents.at(name)[0];
     document.merge_patch(change);  // null takes a key away
-    EXPECT_NE(faults(name, document.dump()), "") << change;
+    EXPECT_NE(faults(name, json::array({document})), "") << change;
   }
 }
 

@@ -14,7 +14,7 @@ namespace wakelatch {
 /// Makes an empty file, and the directories above it, that was last changed at `time`.
 inline void touchFile(const std::filesystem::path& file, Timestamp time) {
   std::filesystem::create_directories(file.parent_path());
-  std::ofstream{file};
+  std::ofstream(file).close();
   const auto microseconds = std::llround(time.time_since_epoch().count() * 1e6);
   timeval stamps[2] = {};  // of access and of modification
   stamps[1].tv_sec = static_cast<time_t>(microseconds / 1'000'000);

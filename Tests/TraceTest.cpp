@@ -162,7 +162,8 @@ TEST(Trace, AReplayDecidesWhatWasDecided) {
       if (i == 500) settings.targetApps = {"Buddy"};
       if (i == 900) settings.disabledAgentIDs = {"codex-cli"};
       held.letDisplaySleep = i % 7 > 3 ? std::optional(true) : std::nullopt;
-      const Timestamp now = platform::fromMilliseconds(start + i * 10 - (i > 1500 ? 100'000 : 0));
+      const Timestamp now =
+          platform::fromMilliseconds(start + std::int64_t{10} * i - (i > 1500 ? 100'000 : 0));
       machine.step(now);
       OneTick tick = decide(stateMachine, AppMode::watchAgentUI, settings, held.isHeld(),
                             observer.look(settings, now));

@@ -10,7 +10,7 @@ namespace {
 
 using testing::EndsWith;
 
-const Timestamp start = *platform::parseIso8601("2025-03-01T12:00:00Z");
+const Timestamp installed = *platform::parseIso8601("2025-03-01T12:00:00Z");
 
 /// What a tick shows of the agent: active, or there with or without a process, or no signal.
 enum class Seen { working, present, textOnly, nothing };
@@ -26,7 +26,7 @@ struct HostRun {
 
   /// Leaves, if it runs, and starts again.
   void restart() {
-    const UsageMetrics saved = recorder ? recorder->metrics() : UsageMetrics(start);
+    const UsageMetrics saved = recorder ? recorder->metrics() : UsageMetrics(installed);
     recorder.emplace(*logger, saved);
   }
 
@@ -46,10 +46,10 @@ struct HostRun {
                               .lidState = lid,
                               .strongest = working ? agent : other,
                               .signals = signals,
-                              .agents = {{"Codex CLI", {"codex-cli", start}}},
+                              .agents = {{"Codex CLI", {"codex-cli", installed}}},
                               .decision = {.status = status},
                               .preventsSleep = true,
-                              .now = after(start, seconds)});
+                              .now = after(installed, seconds)});
   }
 };
 

@@ -16,19 +16,19 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-const Timestamp start = *platform::parseIso8601("2025-03-01T14:05:09Z");
+const Timestamp created = *platform::parseIso8601("2025-03-01T14:05:09Z");
 
 class UsageStoreTest : public testing::Test {
  protected:
   UsageStoreTest() {
     metrics_.days["2025-03-01"].protectedSeconds = 0.1;
-    metrics_.lastTickAt = after(start, 1.0 / 3);
+    metrics_.lastTickAt = after(created, 1.0 / 3);
   }
 
   const TemporaryDirectory directory_;
   const fs::path file_ = directory_.path() / "made" / "usage.json";
   UsageStore store_{file_};
-  UsageMetrics metrics_{start};
+  UsageMetrics metrics_{created};
 };
 
 TEST_F(UsageStoreTest, SetsADamagedFileAside) {
@@ -39,18 +39,18 @@ TEST_F(UsageStoreTest, SetsADamagedFileAside) {
         std::array{R"({"days":{}})", "installDate: missing", "-2"}}) {
     std::ofstream(file_) << text;
     UsageStore store(file_);
-    const auto opened = store.open(start);
+    const auto opened = store.open(created);
     EXPECT_THAT(opened.notice, HasSubstr(file_.string() + ": " + problem));
     EXPECT_THAT(opened.notice, HasSubstr("set aside as " + name + aside));
     EXPECT_EQ(platform::readFile(file_.parent_path() / (name + aside)), text);
-    EXPECT_EQ(opened.metrics, UsageMetrics(start));
+    EXPECT_EQ(opened.metrics, UsageMetrics(created));
     EXPECT_EQ(store.save(metrics_), "");
     EXPECT_EQ(loadUsage(file_), metrics_);
   }
 }
 
 TEST_F(UsageStoreTest, FullDiskKeepsTheOldFile) {
-  EXPECT_EQ(store_.open(start).metrics, UsageMetrics(start));
+  EXPECT_EQ(store_.open(created).metrics, UsageMetrics(created));
   EXPECT_FALSE(fs::exists(file_));
   EXPECT_EQ(store_.save(metrics_), "");
   UsageMetrics large = metrics_;

@@ -1,5 +1,5 @@
-"""Prints what is wrong with a document in the eyes of its schema; fails if anything is.
-Usage: schema_faults.py NAME DOCUMENT   (NAME as in Schemas/NAME.schema.json)"""
+"""Prints what is wrong with documents in the eyes of their schema; fails if anything is.
+Usage: schema_faults.py NAME FILE   (NAME as in Schemas/NAME.schema.json, FILE an array of them)"""
 import json
 import pathlib
 import sys
@@ -17,7 +17,8 @@ except ImportError:
     others = {"resolver": jsonschema.RefResolver(schema["$id"], schema, store=schemas)}
 jsonschema.Draft202012Validator.check_schema(schema)
 validator = jsonschema.Draft202012Validator(schema, **others)
-faults = list(validator.iter_errors(json.loads(pathlib.Path(sys.argv[2]).read_text())))
+documents = json.loads(pathlib.Path(sys.argv[2]).read_text())
+faults = [fault for document in documents for fault in validator.iter_errors(document)]
 for fault in faults:
     print(fault, file=sys.stderr)
 sys.exit(bool(faults))

@@ -27,8 +27,8 @@ struct TurnRecord {
   friend bool operator==(const TurnRecord&, const TurnRecord&) = default;
 };
 
-/// Leaves one record of each session: the first one, with the time of the one written last. Where
-/// that one tells of work and another one of waiting, the session waits.
+/// Merges records of the same session into the first one, with the latest time. A session at work
+/// waits if another of its records says that it waits.
 void mergeSessions(std::vector<TurnRecord>& records);
 
 /// Answers what agents have written down, and what the system knows of their processes.

@@ -26,8 +26,8 @@ double workedSeconds(const UsageMetrics& session) {
   return std::max(0.0, secondsBetween(*session.sessionStartedAt, end));
 }
 
-/// `seconds` without its fraction in decimal; the nearest 64-bit number where it does not fit.
-std::string wholeSeconds(double seconds) {
+/// `seconds` without its fraction, in decimal; the nearest 64-bit number where it does not fit.
+std::string truncated(double seconds) {
   constexpr double limit = 9223372036854775808.0;  // 2^63
   if (std::isnan(seconds)) return "0";
   if (seconds >= limit) return std::to_string(std::numeric_limits<std::int64_t>::max());
@@ -181,9 +181,9 @@ std::string UsageMetrics::runLogLine(const UsageMetrics& session, SessionCloseRe
   line += " agent=\"" + agentLabel(session.sessionAgentID) + "\"";
   line += " started=";
   line += session.sessionStartedAt ? platform::iso8601(*session.sessionStartedAt) : "-";
-  line += " worked_s=" + wholeSeconds(workedSeconds(session));
-  line += " protected_s=" + wholeSeconds(session.sessionProtectedSeconds);
-  line += " kept_awake_s=" + wholeSeconds(session.sessionKeptAwakeSeconds);
+  line += " worked_s=" + truncated(workedSeconds(session));
+  line += " protected_s=" + truncated(session.sessionProtectedSeconds);
+  line += " kept_awake_s=" + truncated(session.sessionKeptAwakeSeconds);
   line += " close=";
   line += rawValue(closeReason);
   line += " process_at_close=";

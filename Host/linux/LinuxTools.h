@@ -30,8 +30,8 @@ struct LinuxRoots {
 /// throws as Logind's do.
 class LoginManager {
  public:
-  /// After a call that was not answered every other one fails at once for this long: who leaves, or
-  /// acts in danger, would wait for each of them.
+  /// After a call without an answer, all others fail at once for this long, so that a watch that
+  /// ends or acts in danger need not wait for each.
   static constexpr std::chrono::seconds silence{10};
 
   explicit LoginManager(Logind logind) : logind_(std::move(logind)) {}
@@ -71,7 +71,7 @@ class LoginManager {
 ///     /usr/bin/pmset sleepnow                suspends through logind
 class LinuxTools : public SystemTools {
  public:
-  explicit LinuxTools(LinuxRoots roots = {})
+  explicit LinuxTools(const LinuxRoots& roots = {})
       : LinuxTools(roots, std::make_shared<LoginManager>(roots.logind)) {}
   /// @param manager  shared by all that act for one process; asked in place of `roots.logind`
   LinuxTools(LinuxRoots roots, std::shared_ptr<LoginManager> manager);

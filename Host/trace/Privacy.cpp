@@ -62,8 +62,8 @@ std::string_view optionName(std::string_view word) {
 
 }  // namespace
 
-Privacy::Privacy(AgentResolver agents, std::vector<std::string> targets, std::string home)
-    : agents_(std::move(agents)), targets_(std::move(targets)), home_(std::move(home)) {
+Privacy::Privacy(const AgentResolver& agents, std::vector<std::string> targets, std::string home)
+    : agents_(agents), targets_(std::move(targets)), home_(std::move(home)) {
   for (const AgentProfile& profile : agents_.profiles()) {
     for (const std::string& name : profile.cliProcessNames) {
       names_.insert(platform::lowercased(name));
@@ -186,7 +186,7 @@ void Privacy::reduceOther(ProcessSnapshot& process) const {
 }
 
 std::string Privacy::withoutDirectories(std::string_view word) const {
-  const std::string path = withoutHome(word);
+  std::string path = withoutHome(word);
   if (isSystemPath(path)) return path;
   std::string result;
   bool isOmitted = false;

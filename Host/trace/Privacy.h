@@ -22,7 +22,7 @@ class Privacy {
   /// @param agents   agents that the result has to be recognised as
   /// @param targets  the user's own, by GuardSettings::targetApps
   /// @param home     the user's home directory, written as "~"
-  Privacy(AgentResolver agents, std::vector<std::string> targets, std::string home);
+  Privacy(const AgentResolver& agents, std::vector<std::string> targets, std::string home);
 
   /// Whether it counts as an agent's or as one of the user's own targets.
   bool isAgent(const ProcessSnapshot& process) const;

@@ -39,8 +39,8 @@ std::optional<T> unlessEmpty(T value) {
 }  // namespace
 
 Recorder::Recorder(const Sources& machine, Options options)
-    : options_(options),
-      profiles_(options.profiles),
+    : options_(std::move(options)),
+      profiles_(options_.profiles),
       tools_(machine.tools),
       files_(machine.files),
       turns_(machine.turns),

@@ -1,4 +1,4 @@
-// Listens to what a watch asks of the machine, and writes down what its decisions depended on.
+// Records what a watch asks of the machine and what it answered.
 #pragma once
 
 #include <cstdint>
@@ -19,9 +19,10 @@
 
 namespace wakelatch::host {
 
-/// Hands out sources that answer as the machine does and remember the answers; tick() turns those
-/// of the last look into a line. Used from the watch's deciding thread. Nothing of a person's work
-/// goes into a trace: see Privacy. Of several processes listed with one id the first alone counts.
+/// Gives the detectors sources that answer as the machine does and keep each answer; tick() makes a
+/// line from those of the last look. Used from the watch's deciding thread. Nothing of a person's
+/// work goes into a trace: see Privacy. Of several processes listed with one id the first alone
+/// counts.
 class Recorder {
  public:
   struct Options {
@@ -37,7 +38,7 @@ class Recorder {
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
-  /// To look with.
+  /// What the detectors are to ask.
   const Sources& sources() const { return sources_; }
 
   /// The first line of a trace that begins now, without line end. Before the first tick().
@@ -51,8 +52,8 @@ class Recorder {
     ProcessSnapshot process;
     bool isAgent = false;
     bool isOfAgent = false, isAncestor = false;  ///< see markKin()
-    bool isTold = false;                         ///< the trace knows it
-    bool isCurrent = false;                      ///< and as it is now
+    bool isTold = false;                         ///< it is in the trace
+    bool isCurrent = false;                      ///< what the trace says of it is up to date
     double toldCPU = 0;
     std::uint64_t seenIn = 0;   ///< the number of the tick
     std::uint64_t askedIn = 0;  ///< that in which isOfAgent was last found out
