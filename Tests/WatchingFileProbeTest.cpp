@@ -5,8 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <functional>
-#include <limits>
+#include <map>
 #include <random>
 
 #include "Platform/Descriptor.h"
