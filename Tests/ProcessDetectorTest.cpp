@@ -19,7 +19,7 @@ GuardSettings settingsWith(double threshold, std::vector<std::string> targets = 
   return settings;
 }
 
-ActivitySignal active(const std::string& name, int sessions) {
+ActivitySignal activeSignal(const std::string& name, int sessions) {
   return {SignalStrength::strong, name, name + " CPU is above the work threshold", {}, sessions};
 }
 ActivitySignal present(const std::string& name, int sessions) {
@@ -69,12 +69,13 @@ TEST(ProcessDetector, SumsTheTreeOfEachAgent) {
         processes, settingsWith(threshold, {"", "opt/FOO", "bar", "The Pool"}),
         PowerSnapshot{.isOnACPower = isOnACPower});
   };
-  EXPECT_THAT(detect(55), UnorderedElementsAre(active("Claude Code", 1), present("Claude", 1),
-                                               active("opt/FOO", 1), present("The Pool", 1),
+  EXPECT_THAT(detect(55), UnorderedElementsAre(activeSignal("Claude Code", 1), present("Claude", 1),
+                                               activeSignal("opt/FOO", 1), present("The Pool", 1),
                                                present("Codex CLI", 1), present("Pi", 0)));
   EXPECT_THAT(detect(57), Contains(present("Claude Code", 1)));
   EXPECT_THAT(detect(0, true), Contains(present("Codex CLI", 1)));
-  EXPECT_EQ(ProcessDetector::detect(processes, settingsWith(4), {}), active("Claude Code", 1));
+  EXPECT_EQ(ProcessDetector::detect(processes, settingsWith(4), {}),
+            activeSignal("Claude Code", 1));
   EXPECT_EQ(ProcessDetector::detect(processes, settingsWith(100), {}), present("Claude Code", 1));
   EXPECT_EQ((ProcessSnapshot{.command = "//"}).displayName(), "/");
 }
@@ -95,7 +96,7 @@ TEST(ProcessDetector, TellsSessionsFromHelpersAndWorkers) {
        {16, 15, 16, "sh", "sh -c make"}},
       {}, {}, AgentProfiles({buddy}));
   ASSERT_EQ(agents.size(), 1u);
-  EXPECT_EQ(agents[0].signal, active("Buddy", 1));
+  EXPECT_EQ(agents[0].signal, activeSignal("Buddy", 1));
   EXPECT_EQ(std::pair(agents[0].cpuPercent, agents[0].ownCPUPercent), std::pair(31.0, 15.0));
   std::string sessions;
   for (const AgentSession& session : agents[0].sessions)
@@ -113,7 +114,7 @@ TEST(ProcessDetector, JoinsTwoListingsAndDoesWithoutTheSecond) {
   runner.on(listProcesses, "5 1 9.5 /usr/bin/node\n5 1 0 python3\n6 1 0 /bin/pi\n");
   runner.on(listArguments, "7 x\n5 node /opt/codex\n");
   EXPECT_THAT(detector.detectPerApp(settingsWith(9), {}),
-              UnorderedElementsAre(active("Codex CLI", 1), present("Pi", 1)));
+              UnorderedElementsAre(activeSignal("Codex CLI", 1), present("Pi", 1)));
   EXPECT_THAT(runner.calls, ElementsAre(listProcesses, listArguments));
   runner.failOn(listArguments, "no");
   EXPECT_EQ(detector.detect(settingsWith(9), {}), present("Pi", 1));
