@@ -109,12 +109,12 @@ class AgentProfiles {
 
  private:
   struct Shared;
-  std::shared_ptr<Shared> shared_;  ///< by all copies
+  std::shared_ptr<Shared> shared_;  ///< shared by all copies
 };
 
 /// The agents watched under some settings, and the lookups that detectors need. A value that is
-/// cheap to copy; all lookups may run on any thread. They do not fail or block, but they call the
-/// handler below.
+/// cheap to copy; all lookups may run on any thread. profileForCommand() may call the handler
+/// below.
 class AgentResolver {
  public:
   /// Called with the names of the bundle and of the executable when an agent runs inside an
