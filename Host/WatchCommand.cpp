@@ -401,7 +401,7 @@ class Watch {
   std::unique_ptr<Recorder> recorder_;  ///< null unless a recording was requested
   Observer observer_;
   AgentStateMachine stateMachine_;
-  Signals signals_;  // the members below are destroyed before it, while stops are still handled
+  Signals signals_;  // made before all that a stop has to undo: it keeps signals from killing
   Pause pause_;
   Teller teller_;
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
