@@ -79,7 +79,7 @@ bool AgentAppName::isNoisy(std::string_view name) {
   if (l == "updater") return true;
   if (contains(l, "sparkle")) return true;
   if (contains(l, "renderer")) {
-    // The renderer of an agent's application does its work, so it is not noise.
+    // The renderer of an agent's own application works for the agent.
     return !contains(l, "codex") && !contains(l, "claude") && !contains(l, "chatgpt");
   }
   return false;

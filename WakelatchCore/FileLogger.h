@@ -15,7 +15,7 @@ namespace wakelatch {
 /// the caller never waits for the disk. A queue of the logger's own writes the lines in the order
 /// of the calls. It opens and closes the file for each line, and creates the file and its directory
 /// with the default modes if they are missing. The file may belong to another user if it is
-/// writable. A line that cannot be written is lost, and nobody is told.
+/// writable. A line that cannot be written is lost without a report.
 class FileLogger {
  public:
   /// Touches no file.

@@ -45,8 +45,7 @@ class ProcessTree {
   Node nodeOfRow(std::size_t row) const { return nodes_[row]; }
   const ProcessSnapshot& process(Node node) const { return rows_[node]; }
 
-  /// The process that started this one; noNode if it is not listed, or is the system (pid 1 or
-  /// less).
+  /// The process that started this one; noNode if that is not listed, or is pid 1 or less.
   Node parent(Node node) const { return rows_[node].parentPID > 1 ? parents_[node] : noNode; }
 
   template <class Use>

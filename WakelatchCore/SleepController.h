@@ -72,7 +72,8 @@ class SleepController {
   bool isSleepPreventionEnabled() const;
   /// Whether the lid-closed setting is engaged, or its restore could not be confirmed.
   bool isLidClosedProtectionEngaged() const;
-  /// The display posture in effect; absent while no keep-awake process runs.
+  /// The display posture of the running keep-awake process: whether it lets the display sleep.
+  /// Absent while none runs.
   std::optional<bool> appliedLetDisplaySleep() const;
   /// Why the last attempt to start a keep-awake process failed; absent once one has started, or
   /// when the running one suffices again.

@@ -25,7 +25,8 @@ struct AgentTurns {
   std::optional<TurnState> state = {};
   Timestamp since = {};              ///< the earliest known time since which a record has said so
   bool tellsOfEverySession = false;  ///< whether each session has a record that is not `unclear`
-  bool hasGivenUp = false;  ///< whether a turn ceased to be believed in this tick (longestSilence)
+  /// Whether a turn ceased to be believed in this tick; see TurnDetector::longestSilence.
+  bool hasGivenUp = false;
   Timestamp firstStartedAt = {};  ///< when the oldest running session started
   Timestamp startedAt = {};       ///< when the newest running session started
   /// A sentence for the user if the state is working or waiting; empty otherwise.
