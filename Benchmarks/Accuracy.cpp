@@ -1,6 +1,6 @@
-// How often decisions are wrong: replays every trace of a directory, prints the score of all, and
-// compares each with its limits. Both a worse and a better figure fail: the first is a fault, the
-// second means that the limit is to be tightened with the change that improved it.
+// Measures how often decisions are wrong: replays every trace of a directory, prints the scores,
+// and compares each with its limits. A worse figure fails because it is a fault; a better one fails
+// too, so that the change that improved it also tightens the limit.
 //
 //   accuracy DIRECTORY [--write] [--html FILE]
 #include <cstdio>
@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* traceEnd = ".trace.jsonl";
 
-/// Names without their end, sorted.
+/// The traces' names without extension, sorted.
 std::set<std::string> tracesIn(const fs::path& directory) {
   std::set<std::string> names;
   for (const auto& entry : fs::directory_iterator(directory)) {
@@ -38,15 +38,15 @@ std::set<std::string> tracesIn(const fs::path& directory) {
 struct Replayed {
   std::vector<ScoredTrace> traces;
   Score sum;
-  std::map<std::string, Figures> figures;  ///< of the machine, by trace
+  std::map<std::string, Figures> figures;  ///< of the whole machine, by trace
 };
 
 Replayed replayAll(const fs::path& directory, double cpuFactor) {
   Replayed result;
-  // Without the catalogue of the user who runs this.
+  // Does not use the catalogue of the user who runs this.
   const AgentProfiles profiles = loadAgents({installedAgentsFile()}).profiles;
-  // Default settings, but with sleep after work whatever the lid, so that each sleep asked for in
-  // the midst of work is counted.
+  // Default settings, but with sleep after work also with an open lid, so that each sleep requested
+  // during work is counted.
   GuardSettings settings;
   for (GuardPowerProfile* profile : {&settings.batteryProfile, &settings.pluggedInProfile}) {
     profile->sleepAfterCompletion = true;
@@ -69,7 +69,7 @@ int run(const fs::path& directory, bool writes, const std::string& htmlFile) {
   const Replayed today = replayAll(directory, 1);
   std::map<std::string, Figures> figures = today.figures;
   std::printf("%zu traces\n%s\n", today.traces.size(), scoreText(today.sum).c_str());
-  // The same work as faster machines would have seen it.
+  // The traces as faster machines would have recorded them.
   for (const auto& [name, factor] : {std::pair{"all, at half the CPU", 1. / 2},
                                      std::pair{"all, at a third of the CPU", 1. / 3}}) {
     const Figures& all = figures[name] = replayAll(directory, factor).sum.all;

@@ -1,4 +1,4 @@
-// A machine with many processes, and what this one costs.
+// Makes a machine with many processes, and measures CPU time.
 #pragma once
 
 #include <signal.h>
@@ -19,7 +19,7 @@ extern char** environ;
 
 namespace wakelatch::bench {
 
-/// Processes that do nothing, ended with this object.
+/// Idle processes, which end with this object.
 class Crowd {
  public:
   explicit Crowd(std::size_t count) {
@@ -44,7 +44,7 @@ class Crowd {
   std::vector<pid_t> children_;
 };
 
-/// Reads every file that a listing of all processes needs: usage, then arguments.
+/// Reads every file that complete listings of usage and arguments need.
 inline std::size_t readEveryProcess() {
   namespace fs = std::filesystem;
   std::size_t size = 0;
@@ -65,7 +65,7 @@ inline std::size_t readEveryProcess() {
   return size;
 }
 
-/// CPU time so far, of RUSAGE_SELF or RUSAGE_CHILDREN.
+/// CPU time until now, of RUSAGE_SELF or RUSAGE_CHILDREN.
 inline double cpuMilliseconds(int who) {
   rusage usage{};
   ::getrusage(who, &usage);

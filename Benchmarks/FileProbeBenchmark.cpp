@@ -1,5 +1,5 @@
-// The file probe on trees of session files: beside find on the same tree, and beside itself with
-// more to do.
+// The file probe on trees of session files, compared with find on the same tree, and with itself on
+// more patterns or files.
 #include <malloc.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -25,7 +25,7 @@ using wakelatch::bench::Side;
 constexpr int filesPerDirectory = 100;
 constexpr int directoriesPerDirectory = 20;
 
-/// Directories within directories, all files named as agents name theirs.
+/// A tree of nested directories, with files named like agents' session files.
 void makeTree(const fs::path& root, int files) {
   int directories = files / filesPerDirectory;
   std::vector<fs::path> level = {root};
@@ -47,7 +47,7 @@ void makeTree(const fs::path& root, int files) {
   }
 }
 
-/// Microseconds per file of doing `work`, which returns whether it found what is there.
+/// Microseconds per file of `work`, which returns whether its result is right.
 template <class Work>
 Side costPerFile(int files, Work work) {
   return [=] {
@@ -86,7 +86,7 @@ class Tree {
                          [&] { return probe.newestModification({"**/*.jsonl"}).has_value(); })();
     };
   }
-  /// Bytes of heap for each file that a watching probe remembers.
+  /// Bytes of heap per file that a watching probe keeps.
   double bytesPerFile() const {
     const std::size_t before = ::mallinfo2().uordblks;
     const WatchingFileProbe probe(root_, 64);

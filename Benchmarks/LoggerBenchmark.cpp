@@ -1,5 +1,5 @@
-// The file logger's cost for its caller beside an asynchronous spdlog logger, and its writing speed
-// beside bare open, write, close.
+// The file logger's cost for its caller, compared with an asynchronous spdlog logger, and its
+// writing speed, compared with plain open(), write(), close().
 #include <fcntl.h>
 #include <spdlog/async.h>
 #include <spdlog/sinks/basic_file_sink.h>
@@ -48,8 +48,8 @@ int main() {
              });
     };
   };
-  // As it comes, spdlog's caller waits for the disk once 8192 lines wait. With room for the whole
-  // burst, made and touched beforehand, it never does.
+  // With spdlog's default queue of 8192 lines its caller waits for the disk when the queue is full.
+  // This queue has room for the whole burst, with all memory touched beforehand.
   wakelatch::bench::compare("caller's cost of a line, default spdlog", "ns", ourBurst,
                             burstOfQueue(spdlog::details::default_async_q_size), 0.5);
   wakelatch::bench::compare("caller's cost of a line, roomy spdlog", "ns", ourBurst,

@@ -1,5 +1,5 @@
-// What ten years of statistics cost: a tick on them beside a tick on ten days and beside a copy,
-// and their JSON form beside the JSON library's own.
+// The cost of ten years of statistics: a tick on them, compared with a tick on ten days and with a
+// copy, and their JSON form, compared with the JSON library's own.
 #include <chrono>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -13,13 +13,13 @@ using namespace wakelatch;
 
 constexpr int ticks = 100'000;
 
-/// A store with `days` days of six agents that ends at a tick just before noon of the last day.
+/// Statistics of `days` days and six agents, up to a tick just before noon of the last day.
 UsageMetrics storeOf(int days) {
   const Timestamp end = platform::parseIso8601("2025-03-01T12:00:00Z").value();
   UsageMetrics metrics(after(end, -86400.0 * days));
   for (int i = 0; i < days; ++i) {
     DayBucket& bucket = metrics.days[UsageMetrics::dayKey(after(end, -86400.0 * i))];
-    const double part = 1000.0 / (i + 7);  // digits as real sums have them
+    const double part = 1000.0 / (i + 7);  // many digits, like real sums
     bucket = {3600 + part, 7200 + part, 100 + part, part, 11, 13, {}, {}};
     for (const char* agent : {"claude", "codex", "gemini", "cursor", "opencode", "aider"}) {
       bucket.protectedSecondsByAgent[agent] = 600 + part;
@@ -38,7 +38,7 @@ double microsecondsOf(const Work& work) {
       .count();
 }
 
-/// The time of one tick on `metrics`, which is moved in and back.
+/// The time of one tick on `metrics`, which are moved in and back.
 bench::Side tickOn(UsageMetrics& metrics) {
   return [&metrics] {
     const Timestamp start = *metrics.lastTickAt;

@@ -1,5 +1,5 @@
-// Looking for agents' phrases in the text of a terminal that shows none of them, against ripgrep
-// and against ICU's own folding and searching.
+// Searching for agents' phrases in the text of a terminal that shows none of them, compared with
+// ripgrep and with ICU's own folding and searching.
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -24,8 +24,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace wakelatch;
 
-/// What an agent's session looks like: prose, code, bullets and boxes; a fifth of the bytes are not
-/// ASCII, and many a place begins as a phrase does.
+/// Text like that of an agent's session: prose, code, bullets and boxes. A fifth of the bytes are
+/// not ASCII, and phrases seem to begin at many places.
 std::string terminalText(std::size_t size, unsigned seed = 1) {
   const std::array words = {
       "the",    "function", "returns",        "std::string", "if",   "(error)",
@@ -52,8 +52,8 @@ std::string terminalText(std::size_t size, unsigned seed = 1) {
   return text;
 }
 
-/// Processor time of this process and of the children that it has waited for: unlike the time of
-/// day it does not grow with what else the machine does.
+/// CPU time of this process and of the children that it has waited for; unlike wall time it hardly
+/// depends on what else the machine does.
 template <class Work>
 double secondsOf(Work work) {
   const auto used = [] {
@@ -71,7 +71,7 @@ double secondsOf(Work work) {
   return used() - before;
 }
 
-/// Seconds for all texts. None may hold a phrase.
+/// Seconds for all texts, none of which may contain a phrase.
 double secondsToMatch(const PhraseIndex& index, const std::vector<std::string>& texts) {
   return secondsOf([&] {
     for (const std::string& text : texts) {
@@ -82,7 +82,7 @@ double secondsToMatch(const PhraseIndex& index, const std::vector<std::string>& 
   });
 }
 
-/// Ripgrep over a file, several times so that the time counts beside that of starting it.
+/// Ripgrep over a file, given several times, so that searching takes longer than starting ripgrep.
 class Ripgrep {
  public:
   Ripgrep(const fs::path& phrases, const fs::path& text, int times)
@@ -100,7 +100,7 @@ class Ripgrep {
   std::string command_;
 };
 
-/// The system's folding of the whole text, character by character, and a search for each phrase.
+/// ICU's folding of the whole text, character by character, and a search for each phrase.
 double secondsOfSystem(const std::set<std::string>& phrases, const std::string& text) {
   const auto folded = [](const std::string& unfolded) {
     return platform::system::folded(unfolded, platform::system::Accents::drop);
@@ -155,7 +155,7 @@ int main() {
   compareAt(10 << 20, nine, phrases, directory);
   fs::remove_all(directory);
 
-  // Many different small texts: the processor would learn a single one by heart.
+  // Many different small texts: with a single one, branch prediction would be unrealistically good.
   const std::vector<std::string> large = {terminalText(10 << 20)};
   std::vector<std::string> small;
   for (unsigned seed = 0; seed < 160; ++seed) small.push_back(terminalText(64 << 10, seed));

@@ -1,5 +1,5 @@
-// The process detector's own work beside the two `ps` runs that feed it, and how it grows with the
-// number of processes, their nesting and the length of their arguments.
+// The process detector's own work, compared with the two `ps` runs that it needs, and its growth
+// with the number of processes, their nesting and the length of their arguments.
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -17,7 +17,7 @@
 #include "Platform/Descriptor.h"
 #include "WakelatchCore/ProcessDetector.h"
 
-extern char** environ;  // macOS declares it nowhere
+extern char** environ;  // not declared on macOS
 
 namespace {
 
@@ -33,7 +33,7 @@ double cpuSeconds(int who) {
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-/// What one `ps` printed.
+/// The output of a `ps` command.
 std::string run(const ShellCommand& command) {
   std::vector<char*> arguments = {const_cast<char*>(command.executable.c_str())};
   for (const auto& argument : command.arguments) {
@@ -71,7 +71,7 @@ struct Listings {
   }
 };
 
-/// Hands prepared listings over without a copy.
+/// Returns prepared listings without copying them.
 struct ListingRunner : wakelatch::CommandRunning {
   Listings next;
   CommandResult run(const ShellCommand& command) override {
@@ -80,7 +80,7 @@ struct ListingRunner : wakelatch::CommandRunning {
   }
 };
 
-/// CPU seconds of one whole pass over the listings, as the least of `passes`.
+/// CPU seconds of one pass over the listings: the minimum of `passes`.
 double passSeconds(const Listings& listings, int passes = 1) {
   ListingRunner runner;
   wakelatch::ProcessDetector detector(runner);
@@ -95,7 +95,7 @@ double passSeconds(const Listings& listings, int passes = 1) {
   return least;
 }
 
-/// Processes as a busy machine has them: a shell or service each, every tenth an agent.
+/// Processes like those of a busy machine: shells and services, and every tenth one an agent.
 Listings flatProcesses(int count) {
   Listings listings;
   for (int i = 0; i < count; ++i) {
@@ -109,7 +109,7 @@ Listings flatProcesses(int count) {
   return listings;
 }
 
-/// Each agent started by the one before it.
+/// A chain of agents, each started by the previous one.
 Listings nestedAgents(int count) {
   Listings listings;
   for (int i = 0; i < count; ++i) {
@@ -118,7 +118,7 @@ Listings nestedAgents(int count) {
   return listings;
 }
 
-/// A thousand processes, a quarter of them agents that were given a prompt of 100 KB.
+/// A thousand processes, a quarter of them agents with a prompt of 100 KB.
 Listings longPrompts() {
   Listings listings;
   std::string prompt;
@@ -136,7 +136,7 @@ Listings longPrompts() {
   return listings;
 }
 
-/// Children that sleep, so that `ps` has at least as many processes to list; ended with this.
+/// Sleeping children, so that `ps` lists at least this many processes; they end with this object.
 class Sleepers {
  public:
   explicit Sleepers(int count) {

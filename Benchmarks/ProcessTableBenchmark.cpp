@@ -1,5 +1,5 @@
-// The process listings of a tick on Linux against reading every file of every process, on a machine
-// with 600 processes or more of which one is new each time.
+// The process listings of a tick on Linux, compared with reading every file of every process, on a
+// machine with 600 processes or more, of which one is new each time.
 #include <sys/resource.h>
 
 #include <chrono>

@@ -1,5 +1,5 @@
-// What running a command costs beside the least that any program could do, both sides measured in
-// turns within one run. Prints one line per goal.
+// The cost of running a command, compared with the least that any program could do, both measured
+// by turns in one run. Prints one line per goal.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -17,7 +17,7 @@
 
 #include "WakelatchCore/ShellCommand.h"
 
-extern char** environ;  // macOS declares it nowhere
+extern char** environ;  // not declared on macOS
 
 namespace {
 
@@ -26,7 +26,7 @@ using wakelatch::ProcessCommandRunner;
 using wakelatch::ShellCommand;
 
 const ShellCommand trueCommand{"/usr/bin/true", {}};
-/// Nearly as much as the runner takes.
+/// Slightly less than the runner's limit.
 const ShellCommand sixteenMegabytes{"/usr/bin/head", {"-c", "16000000", "/dev/zero"}};
 
 double secondsFor(const std::function<void()>& action) {
@@ -35,14 +35,14 @@ double secondsFor(const std::function<void()>& action) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// The quarter point from below: less moved by what else runs than the median, more telling than
-/// one lucky run.
+/// The first quartile: affected less by other load than the median, and less by one lucky run than
+/// the minimum.
 double typical(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   return values[values.size() / 4];
 }
 
-/// posix_spawn() and waitpid(), and between them whatever `output` is read for nothing.
+/// posix_spawn() and waitpid(), with `output` read and discarded between them.
 void bareRun(const ShellCommand& command, bool readOutput) {
   std::vector<char*> argv{const_cast<char*>(command.executable.c_str())};
   for (const auto& argument : command.arguments)
@@ -70,7 +70,7 @@ void bareRun(const ShellCommand& command, bool readOutput) {
   ::waitpid(id, nullptr, 0);
 }
 
-/// The time of ours to that of the bare way, taken in turns.
+/// The ratio of our time to that of the bare system calls, measured by turns.
 void compare(const char* name, const ShellCommand& command, bool readOutput, int rounds,
              double goal) {
   ProcessCommandRunner runner(60);

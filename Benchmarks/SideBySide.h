@@ -1,4 +1,4 @@
-// Measures two ways of doing the same work in turns, so that a noisy machine is noisy for both.
+// Measures two ways of doing one task by turns, so that noise of the machine affects both.
 #pragma once
 
 #include <algorithm>
@@ -8,15 +8,15 @@
 
 namespace wakelatch::bench {
 
-/// What one run of a side cost, in whatever unit both sides share.
+/// Runs one side once and returns its cost, in a unit that both sides share.
 using Side = std::function<double()>;
 
-/// Runs `ours` and `theirs` alternately and prints the ratio of their medians beside its goal.
-/// @param isFloor  the goal is a lower bound (of a rate), not an upper one (of a cost)
+/// Runs `ours` and `theirs` alternately and prints the ratio of their medians with its goal.
+/// @param isFloor  whether the goal is a lower bound (of a rate), not an upper one (of a cost)
 inline void compare(const char* what, const char* unit, const Side& ours, const Side& theirs,
                     double goal, int rounds = 15, bool isFloor = false) {
   std::vector<double> our, their;
-  ours(), theirs();  // warms caches up
+  ours(), theirs();  // warms up the caches
   for (int i = 0; i < rounds; ++i) {
     our.push_back(ours());
     their.push_back(theirs());

@@ -1,5 +1,5 @@
-// What a tick costs that finds the keep-awake process running in the wanted posture, beside an
-// uncontended mutex lock, both measured in one run.
+// The cost of a tick that finds the keep-awake process running in the wanted posture, compared with
+// an uncontended mutex lock, both measured in one run.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-/// The least nanoseconds that one call of `action` took, as the mean of a batch.
+/// Nanoseconds per call of `action`: the minimum of the means of batches.
 template <class Action>
 double nanosecondsFor(Action action) {
   constexpr int batches = 200, calls = 2000;

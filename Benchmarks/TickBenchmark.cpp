@@ -1,5 +1,5 @@
-// What a whole tick costs this process beside what its two `ps` runs cost, on a machine with 500
-// processes or more and three terminals that show 64 KB each. Session files are left out.
+// The cost of a whole tick for this process, compared with that of its two `ps` runs, on a machine
+// with 500 processes or more and three terminals that show 64 KB each. Without session files.
 #include <string>
 #include <vector>
 
@@ -18,7 +18,7 @@ struct NoFiles : FileActivityProbing {
   }
 };
 
-/// What a terminal full of an agent's output shows, without any phrase that is looked for.
+/// The text of a terminal full of an agent's output, without any phrase of the catalogue.
 std::string terminalText(std::size_t size) {
   std::string text;
   for (int line = 1; text.size() < size; ++line) {
@@ -43,7 +43,7 @@ int main() {
   ActivityDetector detector(processes, texts, sessions);
   const GuardSettings settings;
 
-  // Both sides come from the same ticks: running ours leaves what the tools took meanwhile.
+  // Both sides measure the same ticks: our side stores the time that the tools took.
   double toolsCost = 0;
   const auto ownCost = [&] {
     constexpr int ticks = 5;

@@ -1,5 +1,5 @@
-// What recording adds to a tick on this machine, how long a recorded day takes to replay, and how
-// large an hour of it is.
+// The cost of recording per tick on this machine, the time for replaying a recorded day, and the
+// size of a recorded hour.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -48,7 +48,7 @@ double tickCost(Observer& observer, Recorder* recorder) {
   return written > 0 ? (cpuMilliseconds() - before) / ticks : 0;
 }
 
-/// An agent with nine helpers, of which three are busier or less so in each tick.
+/// An agent with nine helpers, three of which change their load in each tick.
 struct Agent : CommandRunning, FileActivityProbing {
   int tick = 0;
   CommandResult run(const ShellCommand& command) override {

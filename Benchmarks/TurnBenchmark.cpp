@@ -1,6 +1,6 @@
-// What turn records cost: a look with them, the catalogue that comes with the program and the file
-// probe of a watch, against one with the built-in agents alone and a walk for their files. With
-// eight agents and 20,000 session files.
+// The cost of turn records, with eight agents and 20,000 session files: a look with the installed
+// catalogue and the file probe of a watch, compared with a look with the built-in agents and a walk
+// for their files.
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 constexpr const char* names[] = {"claude",   "codex", "gemini", "copilot",
                                  "opencode", "grok",  "qwen",   "pi"};
 
-/// Lists processes of ours as eight agents.
+/// Lists processes of this benchmark as eight agents.
 class EightAgents : public CommandRunning {
  public:
   EightAgents() {
@@ -79,7 +79,7 @@ double cpuSeconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/// Detectors that look at the agents, with turn records or without.
+/// The detectors, with or without turn records.
 class Looking {
  public:
   Looking(CommandRunning& tools, const FileActivityProbing& files, TurnDetector* turns,

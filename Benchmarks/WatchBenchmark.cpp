@@ -1,5 +1,5 @@
-// What a tick of a watch costs where nothing happens: with many session files against none, and an
-// hour of it against one in which everything is read in each tick. CPU time of this process.
+// The cost of an idle tick of a watch, in CPU time of this process: with many session files
+// compared with none, and an hour of ticks compared with one in which every tick reads everything.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -46,7 +46,7 @@ class Home {
   TemporaryDirectory directory_;
 };
 
-/// Prints the process table as it was once.
+/// Returns a process table that was read once.
 class OldListing : public CommandRunning {
  public:
   explicit OldListing(CommandRunning& machine) : machine_(machine) {}
@@ -62,7 +62,7 @@ class OldListing : public CommandRunning {
   std::map<std::string, CommandResult> answers_;
 };
 
-/// A watch's looks at a home.
+/// Looks at a home as a watch does.
 class Watch {
  public:
   Watch(const FileActivityProbing& probe, CommandRunning& tools)
@@ -86,7 +86,7 @@ class Watch {
   host::Observer observer_;
 };
 
-/// Milliseconds of own CPU of doing something, on average of some times.
+/// Own CPU milliseconds of an action, the mean of several runs.
 template <class Work>
 bench::Side costOf(const Work& work) {
   return [work] {
@@ -97,12 +97,12 @@ bench::Side costOf(const Work& work) {
   };
 }
 
-/// Seconds of CPU in an hour of ticks of so many milliseconds.
+/// CPU seconds per hour of ticks that cost this many milliseconds each.
 double hourOf(double milliseconds, double interval) {
   return milliseconds / 1000 * 3600 / interval;
 }
 
-/// Milliseconds of CPU of a tick.
+/// CPU milliseconds of a tick.
 struct Parts {
   double processes, files, rest;
 
@@ -134,7 +134,7 @@ int main() {
   bench::compare("tick with 200,000 session files against none", unit, look(manyFiles),
                  look(noFiles), 1.1);
 
-  // What was done in each tick: every file of the home and of every process was read.
+  // The comparison: every file of the home and of every process is read in each tick.
   const bench::Crowd crowd(600);
   OldListing listing(tools);
   Watch walking(someWalked, listing), deciding(noneWatched, listing);
@@ -149,7 +149,7 @@ int main() {
   const auto rest = costOf([&] { deciding.look(); });
   const Parts before = {read(), walk() - rest(), rest()};
   const Parts now = {list(), costOf([&] { someFiles.look(); })() - list() - rest(), rest()};
-  std::this_thread::sleep_for(std::chrono::seconds(31));  // none of the crowd is new any more
+  std::this_thread::sleep_for(std::chrono::seconds(31));  // until none of the crowd is young
   tools.setQuiet(true);
   someFiles.setQuiet();
   const auto quietLook = look(someFiles);

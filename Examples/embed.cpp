@@ -1,5 +1,5 @@
-// The smallest host: one tick from start-up to restore. A real one repeats the tick every two
-// seconds or so, and keeps settings and statistics in files of its own.
+// The smallest host: one tick, from start-up to restoring normal sleep. A real host repeats the
+// tick about every two seconds, and stores settings and statistics in files of its own.
 #include <stdlib.h>
 
 #include <iostream>
@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
   const char* home = ::getenv("HOME");
   const char* keepAwakeTool = argc > 1 ? argv[1] : "/usr/bin/caffeinate";
 
-  // What the host owns for its whole life. A prompt waits for somebody to type a password.
+  // What the host owns for its whole life. The second runner has a longer time-out, because a
+  // prompt waits for somebody to type a password.
   ProcessCommandRunner runner(ProcessDetector::busyMacTimeout);
   ProcessCommandRunner adminRunner(/*timeoutSeconds=*/120);
   PowerMonitor powerMonitor(runner);
@@ -31,7 +32,7 @@ int main(int argc, char** argv) {
   controller.reconcileOrphanedCaffeinate();
   controller.reconcileStuckDisableSleep();
 
-  // One tick: look, decide, carry out, count.
+  // One tick: look, decide, act, count.
   const GuardSettings settings;
   const AppMode mode = AppMode::watchAgentUI;
   const Timestamp now = platform::now();
@@ -39,12 +40,11 @@ int main(int argc, char** argv) {
   const PowerSnapshot power = powerMonitor.snapshot();
   const LidState lid = lidDetector.lidState();
   const ActivitySignal signal = activity.detect(settings, power, now);
-  machine.forgetFuture(now);  // in a later tick: the clock may have been set back
+  machine.forgetFuture(now);  // for later ticks, when the clock may have been set back
   const GuardDecision decision =
       machine.evaluate(mode, settings, power, lid, signal, controller.isSleepPreventionEnabled(),
                        ThermalState::nominal, now);
-  // Work that ends with the lid closed: SleepReleasePolicy::planRelease() says for how long the
-  // machine stays awake all the same.
+  // A host that uses lid-closed mode delays the release by SleepReleasePolicy::planRelease().
   controller.setSleepPrevention(decision.shouldPreventSleep, settings.keepAwakeWithLidClosed,
                                 settings.letDisplaySleep);
   if (decision.shouldSleepNow) controller.sleepNow();
@@ -57,6 +57,6 @@ int main(int argc, char** argv) {
 
   std::cout << displayName(decision.status) << ": " << decision.reason << '\n';
 
-  // On leaving; false when the lid-closed setting may still be on.
+  // On leaving; false if the lid-closed setting may still be on.
   return controller.restoreNormalSleep() ? 0 : 1;
 }

@@ -1,4 +1,4 @@
-// The rules about names, against their tables. The input is a name and, in the next line, a target.
+// The rules for names, against their tables. The input is a name and, in the next line, a target.
 #include <string>
 #include <vector>
 
@@ -104,6 +104,6 @@ FUZZ(text) {
   require(AgentAppName::canUseCPUSignal(name) == !isBrowser(family), "browsers' load is no sign");
   require(AgentAppName::requiresMultiWordPhrases(name) == isBrowser(family), "so are their words");
   require(AgentAppName::isNoisy(name) == plainIsNoisy(name), "noise is as defined");
-  if (platform::isAllAscii(name))  // other letters have rules of their own
+  if (platform::isAllAscii(name))  // other letters have other case rules
     require(AgentAppName::cleanedReason(name) == plainReason(name), "reasons are as defined");
 }

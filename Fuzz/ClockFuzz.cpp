@@ -1,5 +1,5 @@
-// Instants as text: ISO 8601 and the numbers in JSON. The input is a text, whose first bytes are an
-// instant too.
+// Instants as text: ISO 8601 and the numbers in JSON. The input is a text; its first bytes are used
+// as an instant too.
 #include <time.h>
 
 #include <cmath>
@@ -27,7 +27,7 @@ std::string isoOf(const tm& parts) {
   return text;
 }
 
-/// In the years that ISO 8601 is read in.
+/// Whether the instant lies in the years that can be read from ISO 8601.
 std::string plainIso8601(std::int64_t seconds) {
   const time_t time = seconds;
   tm parts{};
@@ -35,7 +35,7 @@ std::string plainIso8601(std::int64_t seconds) {
   return isoOf(parts);
 }
 
-/// A date and a time of day that may be just past what the calendar has.
+/// A date and a time of day, with values that may lie just outside the calendar.
 void checkFields(std::uint64_t bits) {
   const auto take = [&bits](std::uint64_t limit) {
     const auto value = static_cast<int>(bits % limit);
@@ -53,7 +53,7 @@ void checkFields(std::uint64_t bits) {
   require(!read || *read == instantOf(static_cast<double>(time)), "the calendar is the system's");
 }
 
-/// Whether an instant may lose bits as a distance from 2001.
+/// Whether an instant may lose bits when written in seconds since 2001.
 bool isRounded(double seconds, DateCoding coding) {
   return coding == DateCoding::secondsSince2001 && !(seconds >= 489153600 && seconds <= 0x1p53);
 }
@@ -88,7 +88,7 @@ void check(double seconds) {
   }
 }
 
-/// Any number that JSON can hold is written again so that it reads alike.
+/// Requires that any number read from JSON is written so that it reads back as the same number.
 void checkNumber(std::string_view text) {
   for (const auto coding : {DateCoding::secondsSince2001, DateCoding::secondsSince1970}) {
     try {

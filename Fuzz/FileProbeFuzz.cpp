@@ -1,5 +1,5 @@
-// Path patterns over small real trees, against a plain walk. The input is a line of two digits, the
-// tree and how deep to look, and a pattern in each line after it.
+// Path patterns over small real trees, against a plain walk. The input is a line of two digits (the
+// tree and the depth), then one pattern per line.
 #include <fnmatch.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-/// Trees of files, directories and links to directories, the loops among them too.
+/// Trees of files, directories and links to directories, including loops.
 class Trees : public TemporaryDirectory {
  public:
   static constexpr unsigned count = 8;
@@ -44,11 +44,11 @@ class Trees : public TemporaryDirectory {
       }
     }
   }
-  /// So deep that no pattern leads out of the temporary directory.
+  /// The root of a tree, so deep that no pattern leads out of the temporary directory.
   fs::path home(unsigned tree) const { return path() / "a/a/a/a/a/a" / std::to_string(tree); }
 };
 
-/// What a pattern matches, one directory and one component at a time. Gives up where that takes
+/// The matches of a pattern, one directory and one component at a time. Gives up if that takes too
 /// long.
 class PlainWalk {
  public:
@@ -104,7 +104,7 @@ FUZZ(text) {
   for (std::string_view rest = lines; !rest.empty() && patterns.size() < 4;) {
     const auto [pattern, others] = fuzz::cut(rest, '\n');
     rest = others;
-    if (std::count(pattern.begin(), pattern.end(), '*') > 12) return;  // slow in fnmatch alone
+    if (std::count(pattern.begin(), pattern.end(), '*') > 12) return;  // fnmatch() would be slow
     patterns.emplace_back(pattern);
     if (pattern.find('\0') != pattern.npos) continue;  // no entry has such a name
     if (!plain.run(home, pattern, maxDepth)) return;

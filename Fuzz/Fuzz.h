@@ -1,4 +1,4 @@
-// What the fuzz targets share: the input as text, and properties that must hold for every input.
+// Shared by the fuzz targets: the input as text, and properties that must hold for every input.
 #pragma once
 
 #include <cstddef>
@@ -17,13 +17,13 @@ inline void require(bool holds, const char* property) {
   std::abort();
 }
 
-/// The input as text; it may have no data at all.
+/// The input as text; `data` may be null if `size` is 0.
 inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
   return size == 0 ? std::string_view()
                    : std::string_view(reinterpret_cast<const char*>(data), size);
 }
 
-/// What stands before the first `separator`, and what follows it; all and nothing without one.
+/// The text before the first `separator`, and the text after it; without one, all and nothing.
 inline std::pair<std::string_view, std::string_view> cut(std::string_view text, char separator) {
   const std::size_t at = text.find(separator);
   if (at == text.npos) return {text, {}};
@@ -32,7 +32,7 @@ inline std::pair<std::string_view, std::string_view> cut(std::string_view text, 
 
 }  // namespace wakelatch::fuzz
 
-/// Defines what runs for each input: `FUZZ(text) { ... }`.
+/// Defines the function that runs for each input: `FUZZ(text) { ... }`.
 #define FUZZ(text)                                                                    \
   static void runWith(std::string_view text);                                         \
   extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) { \

@@ -11,7 +11,8 @@
 
 namespace wakelatch::fuzz {
 
-/// What is written can be read, and reads and is written alike but for instants that were rounded.
+/// Requires that a written record reads back as an equal one with the same text, except for rounded
+/// instants.
 template <class Record>
 void requireStable(const Record& record, DateCoding coding) {
   std::string text;
@@ -26,10 +27,10 @@ void requireStable(const Record& record, DateCoding coding) {
   require(encode(again, coding) == text, "what was read is written alike");
 }
 
-/// Whether the text that was written says what the text that was read says. A member that only the
-/// former has stands for a default; what only the latter has is unknown, and ignored.
+/// Whether a written text has the values of the text that was read. Members that only the written
+/// text has are defaults; members that only the other one has are unknown keys.
 inline bool agrees(const nlohmann::json& written, const nlohmann::json& read) {
-  if (written.is_number() && read.is_number()) {  // one beyond 2^53 may have been read as a double
+  if (written.is_number() && read.is_number()) {  // beyond 2^53 it may have been read as a double
     return written == read || written.get<double>() == read.get<double>();
   }
   if (!written.is_object()) return written == read;
@@ -40,7 +41,7 @@ inline bool agrees(const nlohmann::json& written, const nlohmann::json& read) {
   return true;
 }
 
-/// Decodes the text into `held` and checks what came of it. Returns whether it could.
+/// Decodes the text into `held` and checks the result, or the error; returns whether it succeeded.
 template <class Record>
 bool requireJsonHolds(std::string_view text, DateCoding coding, Record& held) {
   const auto tree = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);

@@ -1,7 +1,8 @@
-// Phrases in texts, against "fold the text, fold each phrase, the first that is contained". The
-// input is "text|phrase|phrase...": a phrase is an active one, an idle one after '?', and the
-// first active one of a further matcher after '/'. In the text '^' and '~' stand for letters or box
-// lines up to where the matcher cuts the text, less what the character after them says.
+// Phrases in texts, against the definition: fold the text, fold each phrase, take the first that
+// the text contains. The input is "text|phrase|phrase...". A phrase with '?' before it is an idle
+// one, one with '/' the first active phrase of another matcher, any other an active one. In the
+// text '^' and '~' are replaced by a filling (letters or box lines) up to where the matcher cuts
+// the text; the next character says how many bytes the filling falls short of that.
 #include <deque>
 #include <string>
 #include <vector>
@@ -19,7 +20,7 @@ struct Matcher {
   std::vector<std::string> active, idle;
 };
 
-/// The text with its fillings: as much as the matcher folds at once, less up to 63 bytes.
+/// The text with its fillings, each up to 63 bytes shorter than the piece that the matcher folds.
 std::string expanded(std::string_view text) {
   constexpr std::size_t pieceSize = 8192;
   std::string result;

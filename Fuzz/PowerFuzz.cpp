@@ -1,5 +1,5 @@
-// What `pmset -g batt`, `pmset -g` and `ioreg` print, against plain definitions. The input is what
-// a tool printed; every parser gets it.
+// The parsers of the output of `pmset -g batt`, `pmset -g` and `ioreg`, against plain definitions.
+// The input is a tool's output; every parser gets it.
 #include <optional>
 #include <string>
 #include <vector>

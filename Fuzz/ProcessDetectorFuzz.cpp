@@ -1,6 +1,6 @@
-// Agents in tangles of parent links, against the signals by their definition. The input is a
-// process per line of four characters: pid, parent, quarters of CPU percent, command, each taken
-// modulo something small ('0' is 0).
+// Agents in arbitrary graphs of parent links, against the signals by their definition. The input is
+// one process per line, of four characters: pid, parent, quarters of CPU percent, command, each
+// taken modulo a small number ('0' is 0).
 #include <algorithm>
 #include <set>
 #include <string>
@@ -25,11 +25,11 @@ constexpr Command commands[] = {
     {"sh", ""},
     {"claude", ""},
     {"/usr/bin/node", "node /opt/codex"},
-    {"/Applications/Claude.app/Contents/MacOS/Claude", ""},  // whose load means nothing
+    {"/Applications/Claude.app/Contents/MacOS/Claude", ""},  // its load does not count
     {"/opt/foo-bar", ""},                                    // a target
     {"clauder", ""},  // a target of the same name as that application
     {"/usr/bin/Foo Helper", ""},
-    {"/Applications/Other.app/codex", ""},  // in a bundle that no agent has
+    {"/Applications/Other.app/codex", ""},  // in a bundle of no agent
 };
 constexpr double threshold = 1;
 
@@ -41,7 +41,7 @@ GuardSettings settings() {
   return settings;
 }
 
-/// Quarters add up without rounding, in any order.
+/// Loads in quarters, which add up without rounding in any order.
 Processes processesOf(std::string_view text) {
   Processes processes;
   for (; text.size() >= 4 && processes.size() < 40;
@@ -137,7 +137,8 @@ std::vector<ActivitySignal> byName(std::vector<ActivitySignal> signals) {
   return signals;
 }
 
-/// Whether no pid has two rows and no name two kinds of process: then no order is better.
+/// Whether the result cannot depend on the order: no pid has two rows, and no name two kinds of
+/// process.
 bool isOrderFree(const Processes& processes) {
   std::set<std::int32_t> pids;
   return std::all_of(processes.begin(), processes.end(), [&](const ProcessSnapshot& process) {

@@ -1,5 +1,5 @@
-// Usage statistics, signals and power readings as JSON. The input is the text, read as each record
-// in each of the ways to write instants.
+// Usage statistics, signals and power readings as JSON. The input is the text, read as each kind of
+// record with each DateCoding.
 #include "Fuzz/Json.h"
 #include "WakelatchCore/UsageMetrics.h"
 
@@ -12,7 +12,7 @@ template <class Record>
 void check(std::string_view text, DateCoding coding) {
   Record held;
   if (!fuzz::requireJsonHolds(text, coding, held)) return;
-  // Distances from 2001 may be rounded when they are read.
+  // Seconds since 2001 may be rounded when they are read.
   if (coding == DateCoding::secondsSince2001) return;
   require(fuzz::agrees(nlohmann::json::parse(encode(held, coding)), nlohmann::json::parse(text)),
           "what is read is what is written");

@@ -1,4 +1,4 @@
-// Traces that are damaged, or made up. The input is what follows the first line of one.
+// Damaged and invented traces. The input is the part of a trace after its first line.
 #include <algorithm>
 #include <fstream>
 #include <stdexcept>

@@ -63,7 +63,7 @@ const AgentProfile* named(const AgentResolver& resolver, Names AgentProfile::*na
   });
 }
 
-/// The report that finding none makes, if it is the first of its bundle, goes to `report`.
+/// The agent by the definition; null if there is none. Sets `report` if that is to be reported.
 const AgentProfile* plainProfile(const AgentResolver& resolver, std::string_view path,
                                  std::string_view arguments, std::optional<Report>& report) {
   const std::string line = platform::lowercased(std::string(path).append(" ").append(arguments));

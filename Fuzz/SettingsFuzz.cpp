@@ -17,7 +17,7 @@ namespace {
 
 struct Wrong {};
 
-/// The member's value; nothing when it is missing or null.
+/// The member's value; absent if it is missing or null.
 const Json* member(const Json& object, const char* key) {
   const auto found = object.find(key);
   return found == object.end() || found->is_null() ? nullptr : &*found;
@@ -76,7 +76,7 @@ bool isLegacy(const std::string& target) {
   return false;
 }
 
-/// The settings that the text describes; nothing when it is no JSON or holds a wrong value.
+/// The settings in the text; absent if it is not JSON or has a wrong value.
 std::optional<GuardSettings> plainSettings(std::string_view text) {
   const Json json = Json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (!json.is_object() || text.find('\0') != text.npos) return std::nullopt;

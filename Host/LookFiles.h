@@ -1,4 +1,4 @@
-// Session files as one look at the machine sees them.
+// Keeps the answers about session files for the length of one look at the machine.
 #pragma once
 
 #include <map>
@@ -12,14 +12,14 @@
 
 namespace wakelatch::host {
 
-/// Asks a probe each question once a look: several detectors ask about the same files, and all of
-/// them are to judge the same times. For any thread.
+/// Passes each query to a probe only once per look: several detectors ask about the same files, and
+/// all of them should judge the same times. Callable from any thread; calls wait for one another.
 class LookFiles : public FileActivityProbing {
  public:
-  /// @param probe  owned by the caller
+  /// @param probe  used, not owned
   explicit LookFiles(const FileActivityProbing& probe) : probe_(probe) {}
 
-  /// Forgets all answers; to be called when a look begins.
+  /// Drops all kept answers; to be called when a look begins.
   void beginLook();
 
   std::optional<Timestamp> newestModification(

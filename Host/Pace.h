@@ -1,4 +1,4 @@
-// How often a watch looks.
+// Chooses how often a watch looks at the machine.
 #pragma once
 
 #include <optional>
@@ -7,20 +7,20 @@
 
 namespace wakelatch::host {
 
-/// Slows a watch down while there is nothing to lose: nothing is held or about to be, and no agent
-/// runs, writes files or shows text. The first sign of one brings it back. Meanwhile power, lid and
-/// processes are asked about less closely too: see Observer::setQuiet() and
-/// SystemTools::setQuiet().
+/// Slows a watch down (it is then quiet) while there is nothing to lose: nothing is held or about
+/// to be held, and no agent runs, writes files or shows text. The first sign of an agent ends this.
+/// A quiet watch also looks less closely: see Observer::setQuiet() and SystemTools::setQuiet().
 class Pace {
  public:
-  /// The time between quiet ticks. The statistics take more than 10 s for a sleep of the machine.
+  /// The time between quiet ticks, in seconds. It has to stay below
+  /// UsageMetrics::maxClampedElapsed: the statistics do not count longer ticks.
   static constexpr double quietSeconds = 8;
-  /// So long there must have been nothing to lose before it is quiet, in seconds: who has just
-  /// begun to watch, or has used an agent a while ago, is about to start one, and its work is to be
-  /// seen at once.
+  /// How long there must have been nothing to lose before the watch is quiet, in seconds. Users who
+  /// have just started a watch or used an agent are likely to start an agent soon, and its work
+  /// should be seen at once.
   static constexpr double patience = 300;
 
-  /// To be told of each tick, and of what was held then.
+  /// To be called with each tick and what was held then.
   void follow(const OneTick& tick, const Held& held) {
     const Timestamp now = tick.seen.at;
     if (hasSomethingToLose(tick, held) || (idleSince_ && *idleSince_ > now)) idleSince_.reset();

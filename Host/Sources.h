@@ -1,4 +1,4 @@
-// The sources of a look: the machine itself, or a recording of it.
+// What a look at the machine reads: the machine itself, or a recording of it.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,8 @@
 
 namespace wakelatch::host {
 
-/// All that decisions depend on, beside settings, mode and time. Owned by whoever made them.
+/// All inputs of decisions except settings, mode and time. References to objects that the maker
+/// owns.
 struct Sources {
   std::function<void()> beginLook;  ///< to be called when a look begins
   CommandRunning& tools;
@@ -25,24 +26,24 @@ struct Sources {
   std::function<ThermalState()> heat;
 };
 
-/// The machine that this runs on.
+/// The sources of the machine on which the program runs.
 class MachineSources {
  public:
-  /// How deep below the home directory session files are looked for.
+  /// How many levels below the home directory session files are searched.
   static constexpr int sessionFileDepth = 12;
 
-  /// How session files are found: by walking in each look, or, where the system allows it, by
-  /// watching where they may be, which pays from the second look on.
+  /// How session files are found: by a walk in each look, or by watching directories where the
+  /// system supports that, which pays off from the second look on.
   enum class Files { walked, watched };
 
-  /// @param tools  owned by the caller
+  /// @param tools  used, not owned
   explicit MachineSources(CommandRunning& tools, Files files = Files::walked);
   MachineSources(const MachineSources&) = delete;
   MachineSources& operator=(const MachineSources&) = delete;
 
   const Sources& sources() const { return sources_; }
 
-  /// See WatchingFileProbe::verify(); 0 when nothing is watched.
+  /// Calls WatchingFileProbe::verify(); returns 0 if files are not watched.
   std::size_t verifyFiles(double seconds);
 
  private:

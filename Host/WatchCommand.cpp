@@ -1,8 +1,8 @@
-// `watch`: the deciding side. Looks, decides and counts once an interval, whatever the acting side
-// (Actor) and the telling side (Teller) are busy with. Reads settings and catalogue anew in each
-// tick; writes the lock, the state file, the statistics, the log and, if asked to, a recording.
-// Leaves with 0 after a stop, 1 after a failure or beside another watch, 3 when the lid-closed
-// setting may still be engaged, and 128 + the signal's number after a second stop.
+// `watch`: looks at the machine, decides and counts once per interval. Acting (Actor) and output
+// (Teller) have threads of their own and cannot hold this up. Reads settings and catalogue again in
+// each tick; writes the lock, the state file, the statistics, the log and, on request, a recording.
+// Exit status: 0 after a stop, 1 after a failure or if another watch runs, 3 if the lid-closed
+// setting may still be engaged, 128 + the signal's number after a second stop.
 #include <signal.h>
 #include <unistd.h>
 
@@ -48,23 +48,23 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-/// The pause between ticks, which others may end.
+/// The pause between ticks, which other threads may end.
 class Pause {
  public:
-  /// Waits until `end` at most; false when the watch is to end.
+  /// Waits until `end` at most; returns false if the watch is to end.
   bool waitUntil(SteadyClock::time_point end) {
     platform::MutexLock lock(mutex_);
     while (!isOver_ && !isShortened_ && condition_.waitUntil(lock, end)) continue;
     isShortened_ = false;
     return !isOver_;
   }
-  /// The next tick comes at once.
+  /// Makes the next tick begin at once.
   void shorten() {
     const platform::MutexLock lock(mutex_);
     isShortened_ = true;
     condition_.notifyAll();
   }
-  /// There is no next tick.
+  /// Ends the watch after the present tick.
   void endWatch() {
     const platform::MutexLock lock(mutex_);
     isOver_ = true;
@@ -82,8 +82,8 @@ class Pause {
   bool isShortened_ WAKELATCH_GUARDED_BY(mutex_) = false;
 };
 
-/// What a watch does beside deciding and telling. A dry run has none of it, because even its end
-/// would change the files of a watch that runs beside it.
+/// What a watch does besides deciding and printing. A dry run has none of it, because even its end
+/// would change the files of another watch.
 struct Effects {
   UsageStore store{usageFile()};
   UsageStore::Opened opened = store.open(platform::now());
@@ -106,11 +106,11 @@ struct Effects {
   }
 };
 
-/// The running watch: what lives from its start to its end.
+/// The running watch, from its start to its end.
 class Watch {
  public:
-  /// @param lock       of this watch; null when it has none
-  /// @param traceFile  see TraceFile; none when nothing is recorded
+  /// @param lock       the lock of this watch; null if it has none
+  /// @param traceFile  the new trace file, see TraceFile; invalid if nothing is recorded
   Watch(const WatchOptions& options, Tools& tools, InstanceLock* lock,
         platform::Descriptor traceFile)
       : options_(options),
@@ -220,7 +220,7 @@ class Watch {
     return isQuiet() ? Pace::quietSeconds : options_.intervalSeconds;
   }
 
-  /// When the tick is done: no decision waits for it.
+  /// Called between ticks, so that no decision waits for it.
   void verifyFiles() {
     constexpr double seconds = 0.02;
     const std::size_t wrong = machine_.verifyFiles(seconds);
@@ -251,7 +251,7 @@ class Watch {
   void record(const OneTick& tick, const Held& held) {
     try {
       trace_->line(recorder_->tick(tick.seen, tick.settings, held));
-    } catch (const std::exception& error) {  // a load that no JSON can hold, say
+    } catch (const std::exception& error) {  // such as a load that is not finite
       trace_->end(error.what());
     }
   }
@@ -314,14 +314,15 @@ class Watch {
     const bool isTold = teller_.finish(1);
     if (hasFailed_ && status == ExitStatus::done) status = ExitStatus::failed;
     const int exitCode = stopNumber_ != 0 ? 128 + stopNumber_ : static_cast<int>(status);
-    // Threads that hang on a disk or a terminal cannot be waited for.
+    // Destructors would wait for threads that hang on a disk or a terminal.
     if (!isSaved || !isRecorded || !isTold || stopNumber_ != 0) ::_exit(exitCode);
     return status;
   }
 
   // ------------------------------------------------------------- on the thread of the signals
 
-  /// Seconds that a thread may still take once everything is undone, before the watch exits anyway.
+  /// How long other threads may take, in seconds, once everything is undone, before the watch exits
+  /// without them.
   static constexpr double patience = 5;
 
   void onStop(int number, int count) {
@@ -344,7 +345,7 @@ class Watch {
     signals_.exitIn(count == 2 ? patience : 0, 128 + number);
   }
 
-  /// On the thread of the actor: the deciding side may hang, and is not waited for long.
+  /// Called on the actor's thread. Limits the wait for the deciding thread, which may hang.
   void onLeft() {
     const Effects* effects = acting_;
     const bool isEngaged = effects != nullptr && effects->actor.held().isLidClosedEngaged;
@@ -375,7 +376,7 @@ class Watch {
     teller_.finish(0.3);
   }
 
-  /// On any thread. A watch that only records ends as soon as its recording has.
+  /// Called on any thread. A watch that only records ends with its recording.
   void onTraceEnd(const std::string& why) {
     notifier_.tell("the recording has ended: " + why +
                    (options_.isQuiet ? "" : "; watching goes on"));
@@ -397,21 +398,21 @@ class Watch {
   LiveSettings settings_;
   MachineSources machine_;
   Pace pace_;
-  std::unique_ptr<Recorder> recorder_;  ///< null unless asked for
+  std::unique_ptr<Recorder> recorder_;  ///< null unless a recording was requested
   Observer observer_;
   AgentStateMachine stateMachine_;
-  Signals signals_;  // from here on a stop has something to undo
+  Signals signals_;  // made before all that a stop has to undo: it keeps signals from killing
   Pause pause_;
   Teller teller_;
   Notifier notifier_{[this](const std::string& text) { teller_.notice(text); }};
   std::optional<TraceFile> trace_;
   std::optional<Effects> effects_;
   std::atomic<Effects*> acting_{nullptr};  ///< the effects, once they exist
-  std::atomic<bool> wasHeld_{false};       ///< something held the machine awake when a stop came
-  bool isLastTold_ = false;                ///< the last of `--ticks` has been told
+  std::atomic<bool> wasHeld_{false};       ///< whether something held the machine awake at the stop
+  bool isLastTold_ = false;                ///< whether the last of `--ticks` has been printed
   bool isFirstTick_ = true;
   std::atomic<bool> hasFailed_{false};
-  std::atomic<int> stopNumber_{0};  ///< of a second request to stop; 0: none
+  std::atomic<int> stopNumber_{0};  ///< signal number of a second stop; 0: none
 };
 
 }  // namespace
@@ -436,7 +437,7 @@ ExitStatus runCommand(const WatchOptions& options, Tools& tools) {
   if (!options.recordFile.empty()) {
     loadAgents(agentsFiles());  // throws before an empty file is left behind
     loadSettings(settingsFile());
-    // Before the watch takes over the signals: Ctrl-C still ends the wait for a disk that hangs.
+    // Before the watch handles signals, so that Ctrl-C still ends a wait for a disk that hangs.
     traceFile = TraceFile::create(options.recordFile);
   }
   return Watch(options, tools, lock ? &*lock : nullptr, std::move(traceFile)).run();

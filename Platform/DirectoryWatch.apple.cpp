@@ -1,6 +1,6 @@
-// Nothing is told on macOS. FSEvents tells of a write when the file is closed, and agents keep
-// their files open for hours; and it watches whole trees, so who waits for one directory to appear
-// in home hears of every file that any program writes below it.
+// Not supported on macOS. FSEvents reports a write only when the file is closed, and agents keep
+// their files open for hours. It also watches whole trees: waiting for a directory to appear in
+// home would mean a report for every file that any program writes below home.
 #include "Platform/DirectoryWatch.h"
 
 namespace wakelatch::platform {

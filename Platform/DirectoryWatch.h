@@ -1,4 +1,4 @@
-// Changes in directories, told by the system.
+// Changes in directories, as the system reports them.
 #pragma once
 
 #include <cstdint>
@@ -13,38 +13,37 @@
 
 namespace wakelatch::platform {
 
-/// Remembers what changed in the directories that it watches until it is asked. A change is told
-/// once it has happened: who asks after it hears of it, and whatever they then see there is at
-/// least as new. Nothing is thrown but for want of memory, and nothing logged. Not for use by
-/// several threads at once.
+/// Collects changes in watched directories until read(). A read() after a change always returns
+/// that change, so state read from the directory afterwards is at least as new. Throws only when
+/// memory is short; logs nothing. Not for use by several threads at once.
 class DirectoryWatch {
  public:
-  /// A watched directory, by whatever path; no number is used twice.
+  /// Identifies a watched directory, by whatever path it was added. Numbers are never reused.
   using Number = std::int32_t;
 
   struct Changes {
-    /// Something was lost, or file systems were mounted or unmounted: anything may have changed.
+    /// Reports were lost, or file systems were mounted or unmounted: anything may have changed.
     bool mayBeAnything = false;
-    /// The directories and the names of the entries in them that came, went or changed. No name:
-    /// the directory itself, in what may be done with it, or it is no longer watched.
+    /// Directories with the names of entries that were created, removed or changed. An empty name
+    /// means that the directory's own attributes changed, or that it is no longer watched.
     std::set<std::pair<Number, std::string>> entries;
   };
 
-  /// Whether this system tells what is needed at all.
+  /// Whether this system reports changes well enough to be used.
   static bool isSupported();
 
   DirectoryWatch();
 
-  /// From here on tells of the entries of the directory at `path`, links followed, but not of what
-  /// is below them. Nothing where that is not possible: the directory may not be read, its file
-  /// system is not known to tell of every change, or the system has no room for more. What a file's
-  /// other names or memory maps of it change is not told.
-  /// @param device  EntryStatus::device of the directory
-  /// @param tellsWrites  tells when a file's content changes too; once asked for it stays
+  /// Watches the entries of the directory at `path`, following symbolic links, but not what is
+  /// below the entries. Returns nothing if that is not possible: the directory may not be read, its
+  /// file system is not known to report every change, or the system has no room for more watches.
+  /// Changes through hard links elsewhere or through memory maps are not reported.
+  /// @param device       EntryStatus::device of the directory
+  /// @param tellsWrites  whether to report changes of files' contents too; cannot be taken back
   std::optional<Number> add(const std::string& path, std::uint64_t device, bool tellsWrites);
   void remove(Number number);
 
-  /// What has changed since the last call. Does not wait.
+  /// The changes since the last call. Does not block.
   Changes read();
 
  private:

@@ -11,9 +11,8 @@
 namespace wakelatch::platform {
 namespace {
 
-/// File systems that nobody but this machine changes and in which case counts in names, as
-/// statfs(2) numbers them (linux/magic.h has only some). Elsewhere, on a network say, not every
-/// change is told, or not by the name that was asked for.
+/// The file systems that report every change, by the exact name: only this machine changes them,
+/// and names are case-sensitive. Numbers as in statfs(2); linux/magic.h has only some of them.
 constexpr std::array<std::uint32_t, 13> toldFileSystems = {
     0xef53,      // ext2, ext3, ext4
     0x58465342,  // XFS
@@ -36,7 +35,7 @@ bool DirectoryWatch::isSupported() {
   return true;
 }
 
-// The list of mounts can be waited for: it is then ready when it has changed since the last wait.
+// poll() reports the list of mounts as ready when it has changed since the last poll().
 DirectoryWatch::DirectoryWatch()
     : events_(aboveStandardStreams(Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)))),
       mounts_(
@@ -57,7 +56,7 @@ std::optional<DirectoryWatch::Number> DirectoryWatch::add(const std::string& pat
   if (events_.get() < 0 || !isTold(path, device)) return std::nullopt;
   constexpr std::uint32_t always = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB |
                                    IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_ADD;
-  // Written through a memory map, a file is told when it is closed.
+  // IN_CLOSE_WRITE also reports a file that was written through a memory map, when it is closed.
   const std::uint32_t writes = tellsWrites ? IN_MODIFY | IN_CLOSE_WRITE : 0;
   const int number = ::inotify_add_watch(events_.get(), path.c_str(), always | writes);
   return number < 0 ? std::nullopt : std::optional(number);

@@ -25,12 +25,12 @@ constexpr std::size_t maxOtherWindows = 3;
 constexpr std::size_t maxFragments = 300;  // of one application, checked on entry to an element
 constexpr std::size_t maxChildren = 80;    // of one element
 
-/// Seconds of a clock that is never set.
+/// Seconds of a monotonic clock.
 double uptime() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-/// Reads one application for as long as the budget lasts. What is not read any more is absent.
+/// Reads one application until the budget is used up; all values are absent from then on.
 class Reader {
  public:
   Reader(Accessibility& accessibility, const ReadingBudget& budget, double secondsLeft)
@@ -51,7 +51,7 @@ class Reader {
     return value;
   }
 
-  /// The elements that an attribute lists, from its start; none when it holds anything else.
+  /// The first `maxElements` elements of an attribute; none if its value is not a list.
   std::vector<Element> list(const Element& element, std::string_view name,
                             std::size_t maxElements = Accessibility::Limits().elements) {
     Accessibility::Value value = read(element, name, maxElements);
@@ -84,7 +84,7 @@ void collectText(Reader& reader, const Element& element, std::vector<std::string
   }
 }
 
-/// The signal that a match gives for `appName`, if it gives one.
+/// The signal for `appName` from a match; absent if there is no match or the phrase does not count.
 std::optional<ActivitySignal> signalFor(const std::string& appName, const PhraseMatchKind& match,
                                         bool requireMultiWord) {
   if (match.kind == PhraseMatchKind::Case::none) return std::nullopt;
@@ -97,7 +97,7 @@ std::optional<ActivitySignal> signalFor(const std::string& appName, const Phrase
                         .matchedText = match.phrase};
 }
 
-/// Puts `signal` among the best unless one as strong has its name already.
+/// Keeps in `best` the strongest signal of each name; among equals the first.
 void offer(std::vector<ActivitySignal>& best, std::optional<ActivitySignal> signal) {
   if (!signal) return;
   const auto same = std::find_if(best.begin(), best.end(), [&](const ActivitySignal& other) {
@@ -120,11 +120,12 @@ const std::string* firstTargetMatching(const std::vector<std::string>& targets,
 
 }  // namespace
 
-/// All phrases that may be looked for, folded once for as long as they stay the same.
+/// All phrases to be searched, folded once and kept until the profiles or the user's phrases
+/// change.
 struct AccessibilityDetector::Phrases {
   std::vector<AgentProfile> profiles;
   std::vector<std::string> userActive, userIdle;
-  PhraseIndex index;  ///< of each profile's lists in turn, then the user's
+  PhraseIndex index;  ///< one matcher per profile, then the user's
 
   static PhraseIndex makeIndex(const std::vector<AgentProfile>& profiles,
                                const GuardSettings& settings) {
@@ -157,7 +158,7 @@ std::vector<ActivitySignal> AccessibilityDetector::detectPerApp(const GuardSetti
   const std::vector<AgentProfile>& profiles = resolver.profiles();
   const auto phrases = phrasesFor(profiles, settings);
   const double end = uptime() + budget_.totalSeconds;
-  /// What each profile's phrases and, last, the user's find in an application's text.
+  /// The matches of each profile's phrases and, last, of the user's in an application's text.
   const auto matches = [&](const platform::RunningApplication& application) {
     const std::string text = visibleText(application.processID, end - uptime());
     return text.empty() ? std::vector<PhraseMatchKind>(profiles.size() + 1)
@@ -175,7 +176,7 @@ std::vector<ActivitySignal> AccessibilityDetector::detectPerApp(const GuardSetti
         if (&profile == owner) {
           offer(best, signalFor(profile.displayName, found[i], profile.requireMultiWordPhrases));
         } else if (owner == nullptr && profile.scanTerminalText) {
-          // A single word is too common in a terminal to mean anything.
+          // Single words are too common in a terminal.
           offer(best, signalFor(profile.displayName, found[i], /*requireMultiWord=*/true));
         }
       }

@@ -17,29 +17,29 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// Limits on what reading windows may cost. Beyond a limit nothing more is read; what was read
-/// until then counts. By default an application that hangs costs the system's time-out for each
-/// read of it.
+/// Limits on what reading windows may cost. When a limit is reached, reading stops, and the text
+/// read so far is used. By default there is no limit: an application that hangs costs the system's
+/// time-out for each attribute read.
 struct ReadingBudget {
-  /// No bound.
+  /// No limit.
   static constexpr double unlimited = std::numeric_limits<double>::infinity();
 
-  double answerSeconds = unlimited;       ///< an application that answers later once is left alone
+  double answerSeconds = unlimited;  ///< for one answer; a later one ends reading its application
   double applicationSeconds = unlimited;  ///< for one application
   double totalSeconds = unlimited;        ///< for all applications of a detectPerApp()
-  /// Of one application: parts of a window that hold no text cost as much as others.
+  /// How many attributes without a value are read per application; they cost as much as others.
   std::size_t absentValues = std::numeric_limits<std::size_t>::max();
 
-  /// For a tick in which reading may take so many seconds.
+  /// A budget for a tick in which reading may take this many seconds.
   static constexpr ReadingBudget within(double seconds) {
     return {seconds / 4, seconds / 2, seconds, 5000};
   }
 };
 
-/// Looks for the phrases of agents in the windows of running applications: of the agents' own, of
-/// terminals, and of those that the user named. Remembers nothing that it saw. Never throws, never
-/// logs; what cannot be read contributes nothing. Every read waits for the application's answer.
-/// macOS renews its list of running applications only while the main thread's run loop runs.
+/// Searches the windows of running applications for agents' phrases: the agents' own applications,
+/// terminals, and those that the user named. Keeps nothing that it saw. Never throws, never logs;
+/// what cannot be read contributes nothing. Blocks: each read waits for the application's answer.
+/// macOS updates its list of running applications only while the main thread's run loop runs.
 class AccessibilityDetector {
  public:
   /// Reads the system's accessibility interface.
@@ -55,17 +55,18 @@ class AccessibilityDetector {
   bool isSupported() const { return accessibility_.isSupported(); }
   /// Whether this process has the user's permission to read them.
   bool isTrusted() const { return accessibility_.isTrusted(); }
-  /// Has the system ask the user for the permission.
+  /// Makes the system ask the user for the permission.
   void requestPermissionPrompt() { accessibility_.requestPermissionPrompt(); }
 
   /// At most one signal for each `appName`, in no particular order: strong for an active phrase,
-  /// presence for an idle one. Nothing when switched off or not trusted.
+  /// presence for an idle one. Empty if the settings switch it off or the permission is missing.
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings);
-  /// The strongest of detectPerApp(), or ActivitySignal::none().
+  /// The strongest signal of detectPerApp(), or ActivitySignal::none().
   ActivitySignal detect(const GuardSettings& settings);
 
-  /// The text in an application's focused window, else in its first windows, fragments joined by
-  /// single spaces. Bounded: windows have no end of elements, and each read is a message.
+  /// The text in an application's focused window, or in its first windows if none is focused, its
+  /// fragments joined by single spaces. Depth and number of elements are limited: a window may hold
+  /// any number, and each read is a message to the application.
   std::string visibleText(std::int32_t processID);
   /// The titles of an application's windows, in window order, empty titles included.
   std::vector<std::string> windowTitles(std::int32_t processID);
@@ -80,7 +81,7 @@ class AccessibilityDetector {
   const ReadingBudget budget_;
   const AgentProfiles profiles_;
   platform::Mutex mutex_;
-  /// Made ready for the latest settings.
+  /// Prepared for the latest settings.
   std::shared_ptr<const Phrases> phrases_ WAKELATCH_GUARDED_BY(mutex_);
 };
 

@@ -9,11 +9,11 @@
 namespace wakelatch {
 namespace {
 
-/// Signals by the composed form of their name, whose UTF-8 sorts as its Unicode scalars do.
+/// Signals by the composed (NFC) form of their name. UTF-8 sorts like Unicode scalars.
 using SignalsByName = std::map<std::string, ActivitySignal>;
 
-/// Keeps the stronger signal of a name; of equally strong ones the earlier, unless only the later
-/// one says which text it saw.
+/// Keeps the strongest signal of each name; among equals the first, but one with a matched text
+/// wins over one without.
 void merge(SignalsByName& merged, const std::vector<ActivitySignal>& signals) {
   for (const ActivitySignal& signal : signals) {
     if (!signal.appName) continue;
@@ -38,38 +38,39 @@ const AgentTurns* turnsOf(const std::vector<AgentTurns>& turns,
   return found == turns.end() ? nullptr : &*found;
 }
 
-/// Whether the agent's load is that of its own processes, which may draw its screen or start up.
+/// Whether the load comes from the agent's own processes, not from what they started. It need not
+/// be work: the agent may draw its screen or start up.
 bool isOwnLoad(const AgentProcesses& agent) {
   return agent.cpuPercent - agent.ownCPUPercent < agent.thresholdPercent;
 }
 
-/// Whether no session of the agent is in a turn, by the records of all of them.
+/// Whether all sessions have records and none of these says that a turn is being worked on.
 bool isAtRest(const AgentTurns* turns) {
   return turns != nullptr && turns->state && turns->tellsOfEverySession &&
          turns->state != TurnState::working && turns->state != TurnState::unclear;
 }
 
-/// Whether the agent has just been started, by a record that tells of no turn yet.
+/// Whether a session has just been started and is not in a turn yet, by its record.
 bool startsUp(const AgentTurns& turns, Timestamp now) {
   return turns.state && turns.state != TurnState::working &&
          secondsBetween(turns.startedAt, now) < TurnDetector::startUpSeconds;
 }
 
-/// Whether, by the agent's turns, the load of its processes is no work.
-/// @param isLasting  they had load in the tick before too
+/// Whether the agent's turn records show that the load of its processes is not work.
+/// @param isLasting  whether the load was at the threshold in the previous tick too
 bool isNoWork(const AgentProcesses& agent, const AgentTurns* turns, bool isLasting, Timestamp now) {
   if (turns == nullptr) return false;
-  if (agent.isOneShot) {  // it ends soon after its turn; one that rests for longer is none
+  if (agent.isOneShot) {  // a real one-shot run ends soon after its turn
     const double atRest = secondsBetween(turns->since, now);
     return isAtRest(turns) && atRest > ActivityDetector::oneShotEndSeconds && isOwnLoad(agent);
   }
   if (startsUp(*turns, now)) return true;
-  // Where the record leaves it open, own load is work when it lasts.
+  // If the record is unclear, own load counts as work once it lasts for more than one tick.
   const bool isOpen = turns->state == TurnState::unclear;
   return isOwnLoad(agent) && (isAtRest(turns) || (isOpen && !isLasting));
 }
 
-/// Null for the names of the user's own targets, which belong to no profile.
+/// The profile with this display name; null for the user's own targets.
 const AgentProfile* profileNamed(const AgentResolver& resolver, const std::string& appName) {
   const auto& profiles = resolver.profiles();
   const auto found =
@@ -78,7 +79,7 @@ const AgentProfile* profileNamed(const AgentResolver& resolver, const std::strin
   return found == profiles.end() ? nullptr : &*found;
 }
 
-/// What an agent's turns are worth as a signal; nothing when it has none.
+/// The signal of an agent that is in a turn or waits; absent in other states.
 std::optional<ActivitySignal> signalOf(const AgentTurns& turns) {
   std::string reason = turns.reason();
   if (reason.empty()) return std::nullopt;
@@ -88,7 +89,7 @@ std::optional<ActivitySignal> signalOf(const AgentTurns& turns) {
                         .reason = std::move(reason)};
 }
 
-/// The value of an agent's name in a map whose keys are composed names.
+/// The value for an agent's name in a map by composed names; absent if there is none.
 template <class Map>
 auto lookUp(const Map& map, const std::string& name) {
   const auto found = map.find(platform::composed(name));
@@ -147,8 +148,8 @@ ActivityDetector::Evidence ActivityDetector::gather(const GuardSettings& setting
     const std::optional<std::int64_t> processes = lookUp(processCounts, name);
     signal.processPresent = processes.has_value();
     signal.sessionCount = processes;
-    // Where an agent has session files, they count its sessions better than processes do. If none
-    // has changed, the number of sessions at work is not known.
+    // Session files count an agent's sessions better than processes do. If it has such files but
+    // none has changed lately, the number of sessions at work is not known.
     if (const auto files = lookUp(sessionCounts, name)) {
       signal.sessionCount = *files > 0 ? std::optional<std::int64_t>(*files) : std::nullopt;
     }
@@ -170,8 +171,8 @@ ActivityDetector::Findings ActivityDetector::sift(std::vector<ActivitySignal> si
   return findings;
 }
 
-/// Turn records outweigh session files. Files of an agent at rest, or of one that has just ended,
-/// are what it wrote at its end; files older than its processes are those of earlier ones.
+/// Drops session files that show no work although they are fresh: the agent's turn records say that
+/// it is at rest, it wrote them while it ended, or they are older than its running sessions.
 ActivityDetector::Findings ActivityDetector::siftSessions(std::vector<SessionActivity> sessions,
                                                           const AgentResolver& resolver,
                                                           const std::vector<AgentTurns>& turns,

@@ -1,4 +1,4 @@
-// Combines the detectors: one call a tick merges what processes, UI text, session files and turn
+// Combines the detectors: one call per tick merges what processes, UI text, session files and turn
 // records show into one signal per agent.
 #pragma once
 
@@ -21,18 +21,18 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// Asks the detectors and weighs their answers. Remembers between ticks when each agent's
-/// process was last seen. No lock: calls on one instance must not overlap. Blocks for as long as
-/// the detectors do, logs what they log and lets through what they throw.
+/// Calls the detectors and weighs their answers. Keeps between ticks when each agent's process was
+/// last seen. No lock: calls on one instance must not overlap. Blocks as long as the detectors do;
+/// logs nothing itself; exceptions of the detectors pass through.
 class ActivityDetector {
  public:
-  /// How long (seconds) after its process was last seen an agent is still believed to be the one
-  /// behind text in a terminal, or behind session files that other applications write too.
+  /// How long after its process was last seen an agent may still be the source of text in a
+  /// terminal or of session files that other applications write too, in seconds.
   static constexpr double sharedSessionProcessWindow = 90;
-  /// A session file written until so many seconds after the agent's process was last seen is taken
-  /// for what the agent wrote on leaving.
+  /// A session file written at most this many seconds after the agent's process was last seen is
+  /// taken for one that the agent wrote while it ended.
   static constexpr double leavingSeconds = 10;
-  /// How long a one-shot run is still believed after its turn has ended, in seconds.
+  /// How long the load of a one-shot run still counts as work after its turn has ended, in seconds.
   static constexpr double oneShotEndSeconds = 30;
 
   /// The signals of one kind, in their detector's order.
@@ -41,21 +41,21 @@ class ActivityDetector {
     std::vector<ActivitySignal> dropped;  ///< not believed: no process, or a record against it
   };
 
-  /// What one tick found, and what came of it.
+  /// What the detectors found in one tick, and the signals that result.
   struct Evidence {
-    std::vector<AgentProcesses>
-        process;  ///< all agents' processes; load that belongs to no turn makes no signal
+    /// The processes of all agents, also those whose load was not counted as work.
+    std::vector<AgentProcesses> process;
     Findings accessibility;  ///< by UI text
     Findings session;        ///< by session files
-    /// One signal per agent name, sorted by the names' composed Unicode scalars; each says whether
-    /// the agent's process was seen, and how many sessions were where that is known.
+    /// One signal per agent name, sorted by the Unicode scalars of the composed (NFC) names. Each
+    /// says whether the agent's process was seen and, if known, how many sessions there are.
     std::vector<ActivitySignal> merged;
-    std::vector<AgentTurns> turns = {};  ///< by turn records; none without a TurnDetector
+    std::vector<AgentTurns> turns = {};  ///< by turn records; empty without a TurnDetector
   };
 
   /// The detectors are used, not owned.
-  /// @param turnDetector  null: turn records are not asked for
-  /// @param profiles      as the detectors have
+  /// @param turnDetector  null: turn records are not read
+  /// @param profiles      the ones that the detectors were given
   ActivityDetector(ProcessDetector& processDetector, AccessibilityDetector& accessibilityDetector,
                    SessionActivityDetector& sessionDetector, TurnDetector* turnDetector = nullptr,
                    AgentProfiles profiles = {})
@@ -67,7 +67,7 @@ class ActivityDetector {
   ActivityDetector(const ActivityDetector&) = delete;
   ActivityDetector& operator=(const ActivityDetector&) = delete;
 
-  /// One tick: lists processes, reads windows and walks session files, once each.
+  /// Detects once: lists processes, reads turn records and windows, and looks for session files.
   Evidence gather(const GuardSettings& settings, const PowerSnapshot& power, Timestamp now);
   /// The merged signals of gather().
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings,
@@ -79,13 +79,13 @@ class ActivityDetector {
   /// When a process of the agent was last seen by this detector.
   std::optional<Timestamp> processLastSeenAt(const std::string& appName) const;
 
-  /// Whether UI text counts for the agent: always, unless it may come from a terminal; then only
-  /// while the process was seen at most `window` seconds ago.
+  /// Whether UI text counts for the agent: if its text is looked for in terminals too, only when
+  /// its process was seen at most `window` seconds ago; otherwise always.
   static bool shouldEmitTerminalAccessibilitySignal(const AgentProfile& profile,
                                                     std::optional<Timestamp> processLastSeenAt,
                                                     Timestamp now, double window);
-  /// Whether session files count for the agent: always, unless other applications write them too;
-  /// then only while the process was seen at most `window` seconds ago.
+  /// Whether session files count for the agent: if other applications write them too, only when its
+  /// process was seen at most `window` seconds ago; otherwise always.
   static bool shouldEmitSessionSignal(const AgentProfile& profile,
                                       std::optional<Timestamp> processLastSeenAt, Timestamp now,
                                       double window);
@@ -102,9 +102,9 @@ class ActivityDetector {
   SessionActivityDetector& sessionDetector_;
   TurnDetector* const turnDetector_;
   const AgentProfiles profiles_;
-  // By composed names. The first only grows: it has an entry for each name ever seen.
+  // Both by composed name. The map only grows: it has an entry for each name ever seen.
   std::map<std::string, Timestamp> processLastSeenAt_;
-  std::set<std::string> loaded_;  ///< agents with load in the tick before
+  std::set<std::string> loaded_;  ///< agents whose load reached the threshold in the previous tick
 };
 
 }  // namespace wakelatch

@@ -8,16 +8,17 @@
 namespace wakelatch {
 namespace {
 
-/// Families whose work is done by web pages; by canonical name.
+/// Canonical names of browsers, whose load comes from web pages.
 constexpr std::array<std::string_view, 5> browsers = {"Google Chrome", "Arc", "Safari", "Firefox",
                                                       "Browser"};
 
-/// Literal, and an empty needle is contained nowhere.
+/// Whether `text` contains `needle` literally; false for an empty needle.
 bool contains(std::string_view text, std::string_view needle) {
   return !needle.empty() && text.find(needle) != text.npos;
 }
 
-/// `text` without the occurrences of `needle`, in one pass: one that a removal forms stays.
+/// `text` without the occurrences of `needle`, in one pass: an occurrence that only a removal
+/// brings about stays.
 std::string without(std::string_view text, std::string_view needle) {
   std::string result;
   std::size_t start = 0;
@@ -78,7 +79,7 @@ bool AgentAppName::isNoisy(std::string_view name) {
   if (l == "updater") return true;
   if (contains(l, "sparkle")) return true;
   if (contains(l, "renderer")) {
-    // An agent's own window is drawn by its renderer.
+    // The renderer of an agent's own application works for the agent.
     return !contains(l, "codex") && !contains(l, "claude") && !contains(l, "chatgpt");
   }
   return false;

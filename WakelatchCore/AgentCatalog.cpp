@@ -11,18 +11,18 @@
 
 namespace wakelatch {
 
-// Threads may still detect while destructors run after `main`. So what lives as long as the process
-// is made on first use and never destroyed.
+// Threads may still detect while destructors run after `main`. So static objects are made on first
+// use and never destroyed.
 
 // --------------------------------------------------------------------------------- catalog
 
 namespace {
 
 using Kind = AgentProfile::Kind;
-/// A list in the table; an empty text is no entry.
+/// A list in the table; empty texts do not count.
 using Texts = std::array<std::string_view, 5>;
 
-/// What is known of an agent and does not follow from its kind.
+/// The part of an agent's profile that does not follow from its kind.
 struct Agent {
   std::string_view id, displayName;
   Kind kind;
@@ -195,7 +195,7 @@ struct AgentProfiles::Shared {
   explicit Shared(std::vector<AgentProfile> profiles) : all(std::move(profiles)) {}
 
   const std::vector<AgentProfile> all;
-  // The detectors ask several times a tick; the settings seldom change.
+  // The last resolver is kept: detectors ask several times per tick, and settings seldom change.
   platform::Mutex mutex;
   std::vector<std::string> disabled WAKELATCH_GUARDED_BY(mutex);
   bool hasBrowsers WAKELATCH_GUARDED_BY(mutex) = false;
@@ -253,7 +253,7 @@ void reportUnmatchedHostBundle(const AgentResolver::UnmatchedHostBundleHandler& 
   if (handler) handler(bundle, std::string(binary));
 }
 
-/// One kind of name, lower-cased, in the order of the profiles. Answers are profiles, or null.
+/// All profiles' names of one kind, lower-cased, in the order of the profiles.
 class Names {
  public:
   Names(const std::vector<AgentProfile>& profiles, std::vector<std::string> AgentProfile::*names) {
@@ -264,13 +264,13 @@ class Names {
     }
   }
 
-  /// The first profile with this name, regardless of case.
+  /// The first profile with this name, regardless of case; null if there is none.
   const AgentProfile* profileNamed(std::string_view name) const {
     const std::string lower = platform::lowercased(name);
     return firstWith([&lower](const Row& row) { return row.name == lower; });
   }
-  /// The first profile with a name that the text contains, regardless of case, and for which
-  /// `isMeant(profile)`. An empty name is contained nowhere.
+  /// The first profile with a non-empty name that the text contains, regardless of case, and for
+  /// which `isMeant(profile)` holds; null if there is none.
   template <class IsMeant>
   const AgentProfile* profileWithNameIn(std::string_view text, IsMeant isMeant) const {
     const std::string lower = platform::lowercased(text);
@@ -300,7 +300,7 @@ struct AgentResolver::Tables {
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
 
-  /// The agent whose marker the command line bears.
+  /// The first agent with a path marker in the command line; null if there is none.
   const AgentProfile* marked(std::string_view path, std::string_view arguments) const {
     const std::string commandLine = std::string(path).append(" ").append(arguments);
     const auto isMeant = [&](const AgentProfile& profile) {
@@ -313,10 +313,10 @@ struct AgentResolver::Tables {
     return cliPathMarkers.profileWithNameIn(commandLine, isMeant);
   }
 
-  /// The first program among the arguments that is named like a command-line agent.
+  /// The base name of the first argument that is named like a command-line agent.
   std::optional<std::string_view> programWithAgentName(std::string_view path,
                                                        std::string_view arguments) const {
-    std::optional<std::string_view> program;  // of a line that may have thousands of such words
+    std::optional<std::string_view> program;  // found once: there may be thousands of such words
     for (const std::string_view token : platform::Split(arguments, ' ')) {
       const std::string_view name = platform::baseName(token, '/');
       const AgentProfile* named = cliProcessNames.profileNamed(name);
@@ -370,7 +370,8 @@ const AgentProfile* AgentResolver::profileForCommand(std::string_view path,
   const std::string_view executable = platform::baseName(path, '/');
   const std::optional<std::string> bundle = appBundleName(path);
   if (!bundle) {
-    // 2. Outside applications: the executable's name, or that of what an interpreter runs.
+    // 2. Outside applications: the name of the executable, or of the program that an interpreter
+    // runs.
     if (executable.empty()) return nullptr;
     if (const auto* named = tables_->cliProcessNames.profileNamed(executable)) return named;
     if (!isInterpreter(executable)) return nullptr;

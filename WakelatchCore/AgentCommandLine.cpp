@@ -12,12 +12,12 @@ namespace {
 using platform::Split;
 using Words = std::vector<std::string_view>;
 
-/// A program that runs others written as scripts or packages. Lists are separated by spaces.
+/// A program that runs scripts or packages. List entries are separated by spaces.
 struct Interpreter {
   std::string_view name;
-  std::string_view codeOptions = {};   ///< code follows instead of a program
-  std::string_view valueOptions = {};  ///< a value follows
-  std::string_view subcommands = {};   ///< may stand before the program
+  std::string_view codeOptions = {};   ///< options after which code follows instead of a program
+  std::string_view valueOptions = {};  ///< options with a value in the next word
+  std::string_view subcommands = {};   ///< words that may precede the program
 };
 
 constexpr std::string_view nodeCode = "-e --eval -p --print -pe",
@@ -63,7 +63,7 @@ bool isScript(std::string_view word) {
   return word.ends_with(".js") || word.ends_with(".mjs") || word.ends_with(".cjs");
 }
 
-/// Whether the words from `at` on are those of `argument`; an option may have its value behind "=".
+/// Whether `argument` stands at `words[at]`; an option and its value may also be joined by "=".
 bool standsAt(std::string_view argument, const Words& words, std::size_t at) {
   const std::size_t equals = isOption(words[at]) ? words[at].find('=') : words[at].npos;
   Words pieces;
@@ -77,8 +77,8 @@ bool standsAt(std::string_view argument, const Words& words, std::size_t at) {
          std::equal(pieces.begin(), pieces.end(), words.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
-/// Calls `use(at, isSubcommand)` for the words that are options or may be a subcommand, until it
-/// returns true or the prompt begins.
+/// Calls `use(at, isSubcommand)` for each word that is an option or may be a subcommand, until it
+/// returns true or the prompt may begin.
 template <class Use>
 void forEachTellingWord(const Words& words, Use&& use) {
   int others = 0;
@@ -159,7 +159,7 @@ AgentCommandLine::Run AgentCommandLine::runOf(const AgentProfile& profile) const
   const Words words = wordsBehindProgram();
   Run run = Run::interactive;
   forEachTellingWord(words, [&](std::size_t at, bool isSubcommand) {
-    // What follows an option for a single prompt is that prompt.
+    // The word after a one-shot option is the prompt.
     if (isSubcommand && run == Run::oneShot) return false;
     if (isOneOf(profile.serverArguments, words, at)) run = Run::server;
     if (run != Run::server && isOneOf(profile.oneShotArguments, words, at)) run = Run::oneShot;

@@ -1,5 +1,6 @@
-// What a process was started to do, read from its command line as `ps` prints it: without the
-// quotes that told where an argument ends, so a word is what stands between spaces.
+// Finds out from a command line what a process was started to do. `ps` prints command lines without
+// quotes, so it is not known where an argument with spaces ends; words are what stands between
+// spaces.
 #pragma once
 
 #include <optional>
@@ -11,31 +12,34 @@
 
 namespace wakelatch {
 
-/// A process's command line. Refers to the texts that it was made from; callable from any thread.
+/// A process's command line. A view: the texts that it was made from must outlive it. Callable from
+/// any thread.
 class AgentCommandLine {
  public:
-  /// @param executable  the path of what runs
-  /// @param arguments   all of them, the program's own name first; empty when unknown
+  /// @param executable  path of the executable
+  /// @param arguments   the whole argument string, program name first; empty when unknown
   AgentCommandLine(std::string_view executable, std::string_view arguments)
       : executable_(executable), arguments_(arguments) {}
 
   /// As given to the constructor.
   std::string_view executable() const { return executable_; }
-  /// What an interpreter is told to run: the path of a script, or the name of a package or module.
-  /// An application may be an interpreter too, of scripts. Empty for other programs, and for code
-  /// among the arguments.
+  /// The program that an interpreter runs: the path of a script, or the name of a package or
+  /// module. Empty if the executable is not an interpreter, or runs code from its arguments.
+  /// Applications count as interpreters if their first argument is a script.
   std::string_view program() const;
 
   /// How an agent was started.
   enum class Run {
-    interactive,  ///< for a person, or for anything else that the profile does not tell
+    interactive,  ///< for a person, or the arguments do not show otherwise
     oneShot,      ///< to answer one prompt and end
-    server,       ///< for another program
+    server,       ///< to serve another program
   };
-  /// By the profile's words. A prompt may hold any of them, so the search ends where it begins:
-  /// at the second word that is neither an option nor may be an option's value.
+  /// How the agent was started, by the profile's oneShotArguments and serverArguments. A prompt may
+  /// contain any of these words, so the search ends where the prompt may begin: at the second word
+  /// that is neither an option nor possibly an option's value.
   Run runOf(const AgentProfile& profile) const;
-  /// Whether it was started with one of such arguments of a profile.
+  /// Whether one of `arguments`, written as in AgentProfile, is on the command line before a
+  /// prompt.
   bool hasOneOf(const std::vector<std::string>& arguments) const;
 
  private:
@@ -46,7 +50,7 @@ class AgentCommandLine {
   std::string_view executable_, arguments_;
 };
 
-/// Whether an executable of this name runs programs written as scripts or packages.
+/// Whether an executable of this name runs programs that are scripts or packages.
 bool isInterpreterName(std::string_view executable);
 
 }  // namespace wakelatch

@@ -11,7 +11,8 @@
 namespace wakelatch {
 
 /// The rules of AgentStateMachine::evaluate(). Each value is the rule's place in the order in which
-/// they are tried; the fourth step decides nothing, it chooses the profile of those after it.
+/// they are tried. No rule has the value 4: that step only selects the power profile for the rules
+/// that follow.
 enum class GuardRule {
   off = 1,
   batteryLevelUnknown = 2,
@@ -28,34 +29,35 @@ enum class GuardRule {
 /// blocks, never fails.
 class AgentStateMachine {
  public:
-  /// What is remembered between ticks.
+  /// The state kept between ticks.
   struct Memory {
     std::optional<Timestamp> lastActiveSignalAt = {};  ///< the idle grace counts from here
     bool hasSeenWork = false;                          ///< since the last reset
-    bool completionSleepIssued = false;  ///< the one sleep after finished work was asked for
+    /// The machine was put to sleep after the work seen; this happens once until new work is seen.
+    bool completionSleepIssued = false;
   };
 
   AgentStateMachine() = default;
-  /// Goes on from what another instance remembered.
+  /// Continues with the state of another instance.
   explicit AgentStateMachine(const Memory& memory) : memory_(memory) {}
   AgentStateMachine(const AgentStateMachine&) = delete;
   AgentStateMachine& operator=(const AgentStateMachine&) = delete;
 
-  /// A copy to be stored, to be shown, or to be handed to another instance.
+  /// A copy of the state, for display, for storage or for another instance.
   Memory memory() const { return memory_; }
 
-  /// Forgets all work seen.
+  /// Clears the state: no work was seen.
   void reset();
-  /// Work was seen at `time`.
+  /// Records that work was seen at `time`.
   void markActive(Timestamp time);
-  /// Work ended at `time`: the grace period (seconds) counts as over since one second before, so
-  /// the next evaluation without an active signal goes straight to the completion sleep.
+  /// Records that work ended at `time`. The grace period (seconds) then counts as over one second
+  /// before `time`, so the next evaluation without an active signal skips the idle grace.
   void markFinished(Timestamp time, double gracePeriod);
 
-  /// The first rule that applies decides, in the order of GuardRule.
-  /// @param signal             the strongest of the tick
-  /// @param isPreventingSleep  the sleep controller holds the machine awake at this moment
-  /// @param thermalState       of the process, as the platform reports it
+  /// Decides by the first rule that applies, in the order of GuardRule.
+  /// @param signal             the strongest signal of the tick
+  /// @param isPreventingSleep  whether the sleep controller keeps the machine awake at this moment
+  /// @param thermalState       as the platform reports it
   GuardDecision evaluate(AppMode mode, const GuardSettings& settings, const PowerSnapshot& power,
                          LidState lidState, const ActivitySignal& signal, bool isPreventingSleep,
                          ThermalState thermalState, Timestamp now);
@@ -63,9 +65,9 @@ class AgentStateMachine {
   /// The rule that gave the last decision; `watching` before the first one.
   GuardRule lastRule() const { return lastRule_; }
 
-  /// A correction that evaluate() does not make by itself: work seen later than `now` counts as
-  /// seen now. A host whose clock may be set back calls it before each evaluate(); otherwise the
-  /// grace period would last until the clock has caught up.
+  /// Moves a last active signal that is later than `now` to `now`. A host whose clock may be set
+  /// back calls this before each evaluate(), which does not do it: otherwise the grace period would
+  /// last until the clock has caught up.
   void forgetFuture(Timestamp now);
 
  private:
@@ -73,15 +75,16 @@ class AgentStateMachine {
   GuardRule lastRule_ = GuardRule::watching;
 };
 
-/// Whether a release that the decision wants happens at once or is held for a while.
+/// Decides whether keep-awake is released at once or after a delay. Pure functions, callable from
+/// any thread.
 namespace SleepReleasePolicy {
 
-/// Release now, or hold since a time that the host hands back on the next tick.
+/// Either release now, or hold; the host passes `pendingSince` to planRelease() on the next tick.
 struct Plan {
   std::optional<Timestamp> pendingSince = {};  ///< absent: release now
 
   ///@{
-  /// The two kinds of plan, and which of them this is.
+  /// Make and tell apart the two kinds of plan.
   static Plan releaseNow() { return {}; }
   static Plan hold(Timestamp since) { return {since}; }
   bool isHold() const { return pendingSince.has_value(); }
@@ -90,9 +93,10 @@ struct Plan {
   friend bool operator==(const Plan&, const Plan&) = default;
 };
 
-/// Only `watching` while the lid-closed setting is engaged is delayed, by `delay` seconds counted
-/// from `pendingSince` (absent: from `now`). The host clears its pending time when it releases or
-/// when prevention is wanted again.
+/// The plan for a tick that does not want sleep prevention. The release is delayed only when
+/// `status` is `watching` and the lid-closed setting is engaged: by `delay` seconds counted from
+/// `pendingSince` (absent: from `now`). The host clears its pending time when it releases, or when
+/// prevention is wanted again.
 Plan planRelease(GuardStatus status, bool lidClosedEngaged, std::optional<Timestamp> pendingSince,
                  Timestamp now, double delay);
 

@@ -1,5 +1,5 @@
-// Enumerations with raw values: one table each gives the raw value, the display name, the lookup,
-// the list of cases and the JSON form.
+// Enumerations with raw values. Raw value, display name, lookup, list of cases and JSON form all
+// come from one table per enumeration.
 #pragma once
 
 #include <array>
@@ -14,11 +14,11 @@ namespace wakelatch {
 template <class E, class Raw = std::string_view>
 struct EnumCase {
   E value;                            ///< the case itself
-  Raw rawValue;                       ///< stays the same for ever: stored files hold it
-  std::string_view displayName = {};  ///< for the user; empty for what is never shown
+  Raw rawValue;                       ///< must never change, as stored files contain it
+  std::string_view displayName = {};  ///< for the user; empty if never shown
 };
 
-/// The cases of `E` in the order in which it declares them; specialised beside each enumeration.
+/// The cases of `E` in the order of their declaration; specialised beside each enumeration.
 template <class E>
 inline constexpr std::array<EnumCase<E>, 0> enumCases{};
 
@@ -26,8 +26,8 @@ inline constexpr std::array<EnumCase<E>, 0> enumCases{};
 template <class E>
 concept TabledEnum = (enumCases<E>.size() > 0);
 
-/// The row of a case. A value cast from a number that names no case is a mistake of the caller:
-/// it ends a build with assertions, and passes for the first case in others.
+/// The row of a case. A value that is no case, cast from a number, is an error of the caller: it
+/// fails an assertion; without assertions the result is the first case's row.
 template <TabledEnum E>
 constexpr const auto& enumCase(E value) {
   for (const auto& row : enumCases<E>) {
@@ -37,7 +37,7 @@ constexpr const auto& enumCase(E value) {
   return enumCases<E>.front();
 }
 
-/// The raw value: what JSON holds.
+/// The raw value, as in JSON.
 template <TabledEnum E>
 constexpr auto rawValue(E value) {
   return enumCase(value).rawValue;
@@ -49,7 +49,7 @@ constexpr std::string_view displayName(E value) {
   return enumCase(value).displayName;
 }
 
-/// The case with exactly this raw value, or nothing.
+/// The case with exactly this raw value; absent if there is none.
 template <TabledEnum E, class Raw>
 constexpr std::optional<E> fromRawValue(const Raw& raw) {
   for (const auto& row : enumCases<E>) {

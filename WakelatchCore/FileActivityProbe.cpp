@@ -10,7 +10,7 @@
 namespace wakelatch {
 namespace {
 
-/// Hands on the path of each match's directory, its name and its time.
+/// Calls a function with each match's directory path, name and modification time.
 class Listing : public PatternWalk {
  public:
   using Found = std::function<void(const std::string&, const char*, Timestamp)>;
@@ -65,7 +65,7 @@ ModificationsByPath FileActivityProbe::sessionModifications(
             matches.emplace_back(joined(directory, name), time);
           })
       .run(home_.string());
-  // Built at once: a table that grows would be scattered over memory again and again.
+  // Built at once with the final size: inserting one by one would rehash the table repeatedly.
   return {std::make_move_iterator(matches.begin()), std::make_move_iterator(matches.end()),
           matches.size()};
 }

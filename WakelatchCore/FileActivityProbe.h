@@ -13,16 +13,17 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// Modification times by path; a path is the bytes the file system knows the entry by.
+/// Modification times by path, as the bytes that the file system uses.
 using ModificationsByPath = std::unordered_map<std::string, Timestamp>;
 
-/// Answers when the files behind path patterns were last changed. Implementations must allow calls
-/// from several threads at once, never throw, and may block on the file system.
+/// Answers when the entries that match path patterns were last changed. Implementations must allow
+/// calls from several threads at once, must not throw, log nothing and may block on the file
+/// system.
 class FileActivityProbing {
  public:
   virtual ~FileActivityProbing() = default;
 
-  /// The latest time of anything that one of the patterns matches; nothing when none does.
+  /// The latest time of all entries that one of the patterns matches; absent if there are none.
   virtual std::optional<Timestamp> newestModification(
       const std::vector<std::string>& patterns) const = 0;
 
@@ -38,32 +39,32 @@ class FileActivityProbing {
     return {};
   }
 
-  /// Of sessionModifications() those that were not before `since`. A probe that knows where
-  /// something changed need not look at all the others.
+  /// The entries of sessionModifications() whose time is not before `since`. A probe that is
+  /// notified of changes can answer this without a walk.
   virtual ModificationsByPath recentModifications(const std::vector<std::string>& patterns,
                                                   Timestamp since) const;
 };
 
-/// Looks below one directory, anew in each call.
+/// Searches one directory tree; each call reads it anew.
 ///
-/// Patterns are relative to that directory; a leading "~/" or "/" and empty components are dropped.
-/// A component "**" stands for any number of directory levels, links to directories not among them.
-/// A component that holds another "*" is matched against the names of entries by the shell's rules,
-/// hidden ones included. Any other component is a name, even with "?" or "[" in it, and links on
-/// the way are followed. Directories match as files do, and a link is matched itself, not what it
-/// leads to. What cannot be read is not there.
+/// Patterns are relative to the tree's root; a leading "~/" or "/" and empty components are
+/// dropped. A component "**" stands for any number of directory levels, but does not follow
+/// symbolic links. Any other component with "*" is matched against the names of entries by the
+/// shell's rules, hidden entries included. A component without "*" is a plain name, even with "?"
+/// or "["; on the way, symbolic links are followed. Directories match as files do. If a symbolic
+/// link matches, its own time counts, not its target's. What cannot be read does not match, nor do
+/// entries whose paths are longer than the system takes.
 ///
-/// A call lists each directory once at most, however many patterns lead there. It holds one file
-/// descriptor at a time; entries whose paths are longer than the system takes are not there.
+/// A call lists each directory at most once, however many patterns lead there, and holds one file
+/// descriptor at a time.
 class FileActivityProbe : public FileActivityProbing {
  public:
-  /// @param home      the directory that patterns start from
-  /// @param maxDepth  how many levels below `home` are looked at; 0: `home` alone, negative:
-  /// nothing
+  /// @param home      root of the tree
+  /// @param maxDepth  levels below `home` to be searched; 0: `home` alone, negative: nothing
   FileActivityProbe(std::filesystem::path home, std::int64_t maxDepth);
 
   ///@{
-  /// What the constructor was given.
+  /// The constructor's arguments.
   const std::filesystem::path& home() const { return home_; }
   std::int64_t maxDepth() const { return maxDepth_; }
   ///@}
@@ -71,7 +72,7 @@ class FileActivityProbe : public FileActivityProbing {
   std::optional<Timestamp> newestModification(
       const std::vector<std::string>& patterns) const override;
   std::vector<Timestamp> modificationDates(const std::vector<std::string>& patterns) const override;
-  /// Paths begin with `home` as it was given, less slashes at its end.
+  /// Paths begin with `home` as it was given, without slashes at its end.
   ModificationsByPath sessionModifications(const std::vector<std::string>& patterns) const override;
 
  private:

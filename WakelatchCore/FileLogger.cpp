@@ -30,13 +30,13 @@ FileLogger& FileLogger::shared() {
 }
 
 void FileLogger::log(std::string_view message) noexcept try {
-  // The task does not touch the logger, which may be gone.
+  // The task must not use the logger, which may be destroyed before it runs.
   queue_.async([file = logURL_, time = platform::now(), text = std::string(message)] {
     try {
       const std::string line = "[" + platform::iso8601(time) + "] " + text + "\n";
       platform::append(*file, line, platform::Owner::anybody);
     } catch (const std::exception&) {
-      // There is no place to report that the log cannot be written.
+      // There is nowhere to report this.
     }
   });
 } catch (...) {

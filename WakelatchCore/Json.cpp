@@ -20,7 +20,7 @@ using Node = nlohmann::json;
 /// 2001-01-01T00:00:00Z in seconds since 1970.
 constexpr double reference2001 = 978307200;
 
-/// The shortest digits that read back as the same number.
+/// The shortest decimal form that reads back as the same number.
 template <class Number>
 std::string digitsOf(Number value) {
   char digits[32];
@@ -28,12 +28,12 @@ std::string digitsOf(Number value) {
 }
 
 std::shared_ptr<const void> parse(std::string_view text) try {
-  // The parser would take it for the end and ignore what follows.
+  // The parser would stop at a NUL and ignore the rest.
   if (text.find('\0') != text.npos) throw DecodingError("", "not JSON: it holds a NUL byte");
   return std::make_shared<const Node>(Node::parse(text));
 } catch (const nlohmann::json::exception& error) {
-  // "[json.exception.parse_error.101] parse error at line 1, column 2: ..." without its tag and
-  // not much of the text that it quotes.
+  // The message is "[json.exception.parse_error.101] parse error at line 1, column 2: ...". The tag
+  // is removed and the rest cut, as it quotes the text.
   const std::string_view what = error.what();
   const std::size_t tagEnd = what.find("] ");
   const std::string_view reason = tagEnd == what.npos ? what : what.substr(tagEnd + 2);

@@ -1,6 +1,6 @@
-// JSON forms of the library's records. Each record lists its fields once, in the order in which
-// they are written, as `json::fields<Record>`; encode(), decode() and their errors come from that
-// table. Reading is strict: a value is never turned into another kind, an unknown key is ignored.
+// The JSON form of the library's records. Each record lists its fields once, in the order in which
+// they are written, as `json::fields<Record>`; encode() and decode() work from that table. Reading
+// is strict: values are not converted to another kind. Unknown keys are ignored.
 //
 // Pure functions, callable from any thread.
 #pragma once
@@ -25,13 +25,14 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// Why a text could not be decoded, and where: `what()` is "days.2025-03-01.totalSessions: expected
-/// an integer", or the problem alone when it concerns the whole text.
+/// Why a text could not be decoded, and where. `what()` gives both, such as
+/// "days.2025-03-01.totalSessions: expected an integer"; or the problem alone if it concerns the
+/// whole text.
 class DecodingError : public std::runtime_error {
  public:
   ///@{
-  /// The way to the value, "days.2025-03-01.totalSessions" or "targetApps[2]", empty for the whole
-  /// text; and what is wrong with it.
+  /// The path of the value, such as "days.2025-03-01.totalSessions" or "targetApps[2]", empty for
+  /// the whole text; and what is wrong with the value.
   DecodingError(std::string path, std::string problem);
   const std::string& path() const { return path_; }
   const std::string& problem() const { return problem_; }
@@ -44,13 +45,13 @@ class DecodingError : public std::runtime_error {
 
 /// How instants are written.
 enum class DateCoding {
-  secondsSince2001,  ///< seconds since 2001-01-01T00:00:00Z, the platform's own default; an instant
-                     ///< before mid-1985 may lose its last bits
-  secondsSince1970,  ///< seconds since 1970-01-01T00:00:00Z, to the last bit
+  secondsSince2001,  ///< seconds since 2001-01-01T00:00:00Z, the platform's own default; not exact
+                     ///< to the last bit for instants before mid-1985
+  secondsSince1970,  ///< seconds since 1970-01-01T00:00:00Z, exact
   iso8601,           ///< "2025-03-01T14:05:09Z": whole seconds only
 };
 
-/// What a record needs to have a JSON form.
+/// What a type needs to have a JSON form.
 namespace json {
 
 // ---------------------------------------------------------------------------------- field tables
@@ -58,24 +59,24 @@ namespace json {
 /// One row of a record's table, made by required() or optional().
 template <class Record, class Member>
 struct Field {
-  std::string_view key;    ///< in the JSON object
-  Member Record::*member;  ///< where the value lives in the record
-  bool isRequired;         ///< missing or null is an error
+  std::string_view key;    ///< key in the JSON object
+  Member Record::*member;  ///< the record's member with the value
+  bool isRequired;         ///< whether a missing or null value is an error
 };
 
-/// A field without which an object is no such record.
+/// A field that every object must have.
 template <class Record, class Member>
 constexpr Field<Record, Member> required(std::string_view key, Member Record::*member) {
   return {key, member, true};
 }
-/// A field that may be missing or null, which leaves the record's initial value. An empty
-/// std::optional is not written, everything else is.
+/// A field that may be missing or null; the record then keeps its initial value. Written unless it
+/// is an empty std::optional.
 template <class Record, class Member>
 constexpr Field<Record, Member> optional(std::string_view key, Member Record::*member) {
   return {key, member, false};
 }
 
-/// The fields of a record, a std::tuple of Field; specialised beside each record.
+/// The table of a record: a std::tuple of Field, specialised beside each record.
 template <class Record>
 inline constexpr auto fields = nullptr;
 
@@ -85,24 +86,24 @@ concept Record = !std::is_same_v<decltype(fields<T>), const std::nullptr_t>;
 
 // --------------------------------------------------------------------------------------- writing
 
-/// A JSON text as it grows, without blanks.
+/// A JSON text under construction, without white space.
 struct Writer {
   DateCoding dates;  ///< how instants are written
-  std::string text;  ///< what is written so far
+  std::string text;  ///< the text written so far
 
-  /// Appends a value or an opening bracket, after the comma that it may need.
+  /// Appends a value or an opening bracket, with a comma before it if needed.
   void add(std::string_view token);
 };
 
 ///@{
 /// Appends a value. There is one write() for each type that has a JSON form.
-void write(Writer& out, std::same_as<bool> auto value) {  // no pointer is taken for one
+void write(Writer& out, std::same_as<bool> auto value) {  // a pointer would convert to bool
   out.add(value ? "true" : "false");
 }
 void write(Writer& out, std::int64_t value);
 void write(Writer& out, double value);            ///< throws std::domain_error unless finite
-void write(Writer& out, std::string_view value);  ///< bytes that are no UTF-8 become U+FFFD
-void write(Writer& out, Timestamp value);  ///< throws std::domain_error when the coding has no form
+void write(Writer& out, std::string_view value);  ///< invalid UTF-8 becomes U+FFFD
+void write(Writer& out, Timestamp value);         ///< throws std::domain_error, see encode()
 template <TabledEnum E>
 void write(Writer& out, E value) {
   write(out, rawValue(value));
@@ -115,7 +116,7 @@ void write(Writer& out, const std::vector<T>& values) {
 }
 ///@}
 
-/// Appends a member of an object; an empty std::optional is left out.
+/// Appends a member of an object; omits an empty std::optional.
 template <class T>
 void writeMember(Writer& out, std::string_view key, const T& value) {
   write(out, key);
@@ -130,8 +131,8 @@ void writeMember(Writer& out, std::string_view key, const std::optional<T>& valu
 /// @endcond
 
 ///@{
-/// Appends an object: the entries of a map in the order of their keys, the fields of a record in
-/// the order of its table.
+/// Appends an object: the entries of a map by ascending key, the fields of a record in the order of
+/// its table.
 template <class T>
 void write(Writer& out, const std::map<std::string, T>& values) {
   out.add("{");
@@ -150,16 +151,15 @@ void write(Writer& out, const R& record) {
 
 // --------------------------------------------------------------------------------------- reading
 
-/// One value of a parsed text, which knows the way to it for error messages. Values share the
-/// parsed text and keep it alive. The operations for one kind of value throw DecodingError for
-/// another kind.
+/// One value of a parsed text, with its path for error messages. Values share the parsed text and
+/// keep it alive. The accessors of one kind throw DecodingError for a value of another kind.
 class Value {
  public:
-  /// The value that a whole text describes. Throws DecodingError when the text is no JSON.
+  /// Parses a whole text. Throws DecodingError if it is not valid JSON.
   explicit Value(std::string_view text, DateCoding dates = DateCoding::secondsSince2001);
 
   ///@{
-  /// Of which kind the value is.
+  /// Whether the value is of this kind.
   bool isNull() const;
   bool isBoolean() const;
   bool isInteger() const;  ///< a number without fraction and exponent, within 64 bits
@@ -169,36 +169,36 @@ class Value {
   ///@}
 
   ///@{
-  /// The value of this kind.
+  /// The value, which has to be of this kind.
   bool boolean() const;
-  std::int64_t integer() const;  ///< 20 or 20.0; within 64 bits
+  std::int64_t integer() const;  ///< also of a number such as 20.0; within 64 bits
   double number() const;
   const std::string& string() const;  ///< lives as long as the value
   Timestamp timestamp() const;
   std::vector<Value> elements() const;           ///< of an array
-  std::map<std::string, Value> members() const;  ///< of an object; the last one of a repeated name
+  std::map<std::string, Value> members() const;  ///< of an object; of equal keys the last one
   ///@}
 
-  /// The member of an object; nothing when it is missing or null.
+  /// The member of an object; absent if it is missing or null.
   std::optional<Value> member(std::string_view key) const;
 
-  /// Throws DecodingError with the way to this value.
+  /// Throws DecodingError with the path of this value.
   [[noreturn]] void fail(std::string problem) const;
-  /// Fails naming `key` inside this object, which is missing or null.
+  /// Throws DecodingError for the missing or null member `key` of this object.
   [[noreturn]] void failMissing(std::string_view key) const;
 
  private:
   Value(const Value& parent, const void* node, std::string path);
   std::string pathOf(std::string_view key) const;
 
-  std::shared_ptr<const void> node_;  ///< of the parser, which hosts need not know
+  std::shared_ptr<const void> node_;  ///< the parser's node, without exposing the parser's headers
   std::string path_;
   DateCoding dates_;
 };
 
 ///@{
-/// Reads a value over what `value` holds. There is one read() for each type that has a JSON form;
-/// each throws DecodingError. A record that reads more than its table says has one of its own.
+/// Replaces `value` by the one read. There is one read() for each type that has a JSON form; each
+/// throws DecodingError. A record that needs more than its table has a read() of its own.
 inline void read(const Value& in, bool& value) {
   value = in.boolean();
 }
@@ -245,9 +245,9 @@ void read(const Value& in, std::map<std::string, T>& values) {
 }
 ///@}
 
-/// Reads the fields of an object over the values `record` has: the required ones first, then the
-/// others, each in table order; the first that fails ends it.
-/// @param table  in place of the record's own
+/// Replaces the fields of `record` that the object has: required fields first, then the others,
+/// both in table order. The first failure throws DecodingError.
+/// @param table  used in place of the record's own table
 template <class R, class Table = decltype(fields<R>)>
 void readFields(const Value& object, R& record, const Table& table = fields<R>) {
   const auto readField = [&](const auto& field, bool isRequired) {
@@ -279,8 +279,8 @@ void read(const Value& in, R& record) {
 
 // ---------------------------------------------------------------------------------- entry points
 
-/// The JSON text of a value. Throws std::domain_error when it holds a number or an instant that is
-/// not finite, or that lies outside the years 0000 to 9999 and is to be written in ISO 8601.
+/// The JSON text of a value. Throws std::domain_error if a number or an instant is not finite, or
+/// if an instant to be written in ISO 8601 lies outside the years 0000 to 9999.
 template <class T>
 std::string encode(const T& value, DateCoding dates = DateCoding::secondsSince2001) {
   json::Writer out{dates, {}};
@@ -288,7 +288,7 @@ std::string encode(const T& value, DateCoding dates = DateCoding::secondsSince20
   return std::move(out.text);
 }
 
-/// The value that a JSON text describes. Throws DecodingError; no part of a value is ever returned.
+/// The value that a JSON text describes. Throws DecodingError unless the whole text can be decoded.
 template <class T>
 T decode(std::string_view text, DateCoding dates = DateCoding::secondsSince2001) {
   T value{};

@@ -30,8 +30,8 @@ std::string PowerSnapshot::displayName() const {
 
 namespace {
 
-/// The older layout, which held one set of values for both power sources. All but the unlimited
-/// keep-awake, which is the plugged-in profile's, are for both profiles.
+/// The older layout, with one set of values for both power sources. Unlimited keep-awake is for the
+/// plugged-in profile, all others are for both profiles.
 constexpr std::tuple flatFields{
     json::optional("batteryCutoffPercent", &GuardPowerProfile::batteryCutoffPercent),
     json::optional("warningPercent", &GuardPowerProfile::warningPercent),
@@ -47,7 +47,7 @@ GuardPowerProfile withoutUnlimited(GuardPowerProfile profile) {
   return profile;
 }
 
-/// Names that older versions wrote into the target list themselves; the catalog covers them now.
+/// Names that older versions added to the target list by themselves; the catalog covers them now.
 constexpr auto legacyManagedNames = std::to_array<std::string_view>(
     {"claude", "claude desktop", "codex", "codex desktop", "chatgpt", "cursor",
      "visual studio code", "code", "windsurf", "zed", "google chrome", "arc", "safari", "firefox",
@@ -75,7 +75,7 @@ const std::vector<std::string>& GuardSettings::defaultIdlePhrases() {
   return phrases;
 }
 
-// The parameters bear the names of the fields they set.
+// The parameters have the names of the fields that they set.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wshadow"
 GuardSettings::GuardSettings(std::optional<GuardPowerProfile> batteryProfile,

@@ -1,6 +1,6 @@
-// The values every other component speaks in: mode, status, signals, readings, decision and
-// settings, and the texts of the first-run flow. Plain values: copied, compared field by field,
-// free to pass between threads.
+// The values that all other components exchange: mode, status, signals, readings, decision and
+// settings, and the texts of the first-run flow. All are plain values: copied, compared field by
+// field, free to pass between threads. All functions are pure and callable from any thread.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,7 @@ constexpr std::string_view id(AppMode mode) {
 }
 #endif
 
-/// What a decision reports that the guard is doing.
+/// What the guard is doing, as a decision reports it.
 enum class GuardStatus {
   off,
   watching,
@@ -78,7 +78,7 @@ inline constexpr auto enumCases<SignalStrength> =
         {SignalStrength::strong, 3},
     });
 
-/// Whether it counts as work.
+/// Whether a signal of this strength counts as work.
 constexpr bool isActive(SignalStrength strength) {
   return strength >= SignalStrength::weak;
 }
@@ -92,7 +92,7 @@ inline constexpr auto enumCases<LidState> = std::to_array<EnumCase<LidState>>({
     {LidState::unknown, "unknown", "Unknown"},
 });
 
-/// How hot the system says it is, in the platform's four steps.
+/// Thermal pressure in the platform's four steps.
 enum class ThermalState { nominal = 0, fair = 1, serious = 2, critical = 3 };
 template <>
 inline constexpr auto enumCases<ThermalState> = std::to_array<EnumCase<ThermalState>>({
@@ -106,9 +106,9 @@ inline constexpr auto enumCases<ThermalState> = std::to_array<EnumCase<ThermalSt
 struct ActivitySignal {
   SignalStrength strength = SignalStrength::none;  ///< `none`: nothing was detected
   std::optional<std::string> appName = {};         ///< display name of the agent or application
-  std::string reason = {};  ///< the decision's reason while the signal is active
+  std::string reason = {};  ///< for the user; an active signal's becomes the decision's reason
   std::optional<std::string> matchedText = {};    ///< the phrase that matched
-  std::optional<std::int64_t> sessionCount = {};  ///< live sessions seen
+  std::optional<std::int64_t> sessionCount = {};  ///< live sessions; absent: not known
   std::optional<bool> processPresent = {};        ///< whether a process of the agent was seen
 
   friend bool operator==(const ActivitySignal&, const ActivitySignal&) = default;
@@ -130,11 +130,11 @@ ActivitySignal strongest(const std::vector<ActivitySignal>& signals);
 
 /// One reading of the power source.
 struct PowerSnapshot {
-  bool isOnACPower = false;                         ///< false when not readable
-  std::optional<std::int64_t> batteryPercent = {};  ///< absent: not readable, or no battery
+  bool isOnACPower = false;                         ///< false if unreadable
+  std::optional<std::int64_t> batteryPercent = {};  ///< absent: unreadable, or no battery
   std::string rawDescription = {};                  ///< the probe's raw text
 
-  /// "85%, AC Power", "Battery unknown, Battery".
+  /// The reading for the user: "85%, AC Power", "Battery unknown, Battery".
   std::string displayName() const;
 
   friend bool operator==(const PowerSnapshot&, const PowerSnapshot&) = default;
@@ -150,16 +150,16 @@ inline constexpr auto json::fields<PowerSnapshot> = std::tuple{
 struct GuardDecision {
   GuardStatus status = GuardStatus::off;            ///< names the rule that applied
   bool shouldPreventSleep = false;                  ///< the keep-awake assertion is wanted now
-  bool shouldSleepNow = false;                      ///< one-shot: put the machine to sleep now
-  std::optional<std::string> detectedAppName = {};  ///< the signal's, whichever rule applied
+  bool shouldSleepNow = false;                      ///< put the machine to sleep now, once
+  std::optional<std::string> detectedAppName = {};  ///< the signal's name, whichever rule applied
   std::string reason = {};                          ///< one sentence for the user
-  bool isBatteryWarning = false;                    ///< low enough to warn, above the cutoff
+  bool isBatteryWarning = false;  ///< the battery is low enough to warn, but above the cutoff
 
   friend bool operator==(const GuardDecision&, const GuardDecision&) = default;
 };
 
-/// The thresholds and switches that exist once for battery and once for external power. What it
-/// holds from the start is the battery profile of default settings.
+/// The thresholds and switches that exist once for battery and once for external power. The initial
+/// values are those of the default battery profile.
 struct GuardPowerProfile {
   std::int64_t batteryCutoffPercent = 20;  ///< at or below: keep-awake is released
   std::int64_t warningPercent = 30;        ///< at or below, above the cutoff: warn
@@ -167,7 +167,7 @@ struct GuardPowerProfile {
   double cpuThresholdPercent = 8;          ///< percent of one core, as the process list reports it
   bool allowUnlimitedKeepAwake =
       false;  ///< whether AppMode::pluggedInUnlimited acts; read from the plugged-in profile alone
-  bool sleepAfterCompletion = true;  ///< sleep after finished work although the lid is not closed
+  bool sleepAfterCompletion = true;  ///< sleep after finished work even if the lid is not closed
   /// With an open lid the machine is not put to sleep after work, whatever sleepAfterCompletion or
   /// AppMode::sleepAfterCurrentWork say.
   bool sleepOnlyIfLidClosed = true;
@@ -187,7 +187,7 @@ inline constexpr auto json::fields<GuardPowerProfile> = std::tuple{
 
 /// Every user setting that the library consults, and four that it keeps for its host.
 struct GuardSettings {
-  GuardPowerProfile batteryProfile;  ///< on battery; the battery levels count here alone
+  GuardPowerProfile batteryProfile;  ///< on battery; only its battery levels are used
   GuardPowerProfile pluggedInProfile{.allowUnlimitedKeepAwake = true};  ///< on external power
   std::vector<std::string> targetApps;  ///< extra application names to watch
   std::vector<std::string> activePhrases =
@@ -202,7 +202,7 @@ struct GuardSettings {
   bool letDisplaySleep = false;               ///< for the host
 
   ///@{
-  /// The lists that hold when the settings file has none; that of the apps is empty.
+  /// The lists in force when the settings file has none; defaultTargetApps() is empty.
   static const std::vector<std::string>& defaultTargetApps();
   static const std::vector<std::string>& defaultActivePhrases();
   static const std::vector<std::string>& defaultIdlePhrases();
@@ -211,8 +211,8 @@ struct GuardSettings {
   /// The settings that an empty JSON object decodes to.
   GuardSettings() = default;
 
-  /// Every value given. An absent profile is built from the flat values, the battery one without
-  /// unlimited keep-awake, the plugged-in one with it as `allowUnlimitedWhilePluggedIn` says.
+  /// Settings from all values. An absent profile is built from the flat values: the battery profile
+  /// without unlimited keep-awake, the plugged-in profile as `allowUnlimitedWhilePluggedIn` says.
   GuardSettings(std::optional<GuardPowerProfile> batteryProfile,
                 std::optional<GuardPowerProfile> pluggedInProfile,
                 std::int64_t batteryCutoffPercent, std::int64_t warningPercent,
@@ -224,18 +224,19 @@ struct GuardSettings {
                 std::vector<std::string> disabledAgentIDs, bool enableBrowsers,
                 bool keepAwakeWithLidClosed, bool letDisplaySleep);
 
-  /// The profile that holds under this power reading.
+  /// The profile in force under this power reading.
   const GuardPowerProfile& profile(const PowerSnapshot& power) const {
     return power.isOnACPower ? pluggedInProfile : batteryProfile;
   }
 
-  /// `targets` without blank entries and without the names that older versions put there
-  /// themselves; what stays keeps its order and its exact text.
+  /// `targets` without blank entries and without the names that older versions added by themselves;
+  /// the others keep their order and text.
   static std::vector<std::string> migrateLegacyTargets(std::vector<std::string> targets);
 
   ///@{
-  /// The older flat view. Reads come from the battery profile, but for the unlimited switch; the
-  /// battery levels are written to that profile alone, the other values to both.
+  /// The older view, with one value for both profiles. Getters read the battery profile, setters
+  /// write both profiles; but the battery levels are written to the battery profile alone, and the
+  /// unlimited switch is the plugged-in profile's.
   std::int64_t batteryCutoffPercent() const { return batteryProfile.batteryCutoffPercent; }
   std::int64_t warningPercent() const { return batteryProfile.warningPercent; }
   double idleGracePeriodSeconds() const { return batteryProfile.idleGracePeriodSeconds; }
@@ -281,15 +282,17 @@ inline constexpr auto json::fields<GuardSettings> = std::tuple{
     json::optional("keepAwakeWithLidClosed", &GuardSettings::keepAwakeWithLidClosed),
     json::optional("letDisplaySleep", &GuardSettings::letDisplaySleep),
 };
-/// Reads the older flat layout too; it is never written.
+/// Replaces `settings` by what the JSON object holds, with defaults for missing fields and
+/// migrateLegacyTargets() applied. Also accepts the older layout, which has one value for both
+/// profiles and is never written. Throws DecodingError.
 void read(const json::Value& in, GuardSettings& settings);
 
-/// Which version of the terms the user must have accepted, and where the host keeps that.
+/// Which version of the terms the user must have accepted, and where the host stores that.
 namespace Legal {
-/// Of the terms, compared as it stands.
+/// The current version of the terms; versions are compared as texts.
 inline constexpr std::string_view currentVersion = "1.6";
 ///@{
-/// Keys of the host's user defaults: which version, and when.
+/// Keys of the host's user defaults: the accepted version, and when it was accepted.
 inline constexpr std::string_view acceptedVersionDefaultsKey = "Lumenhold.acceptedLegalVersion";
 inline constexpr std::string_view acceptedDateDefaultsKey = "Lumenhold.acceptedLegalVersion.date";
 ///@}
@@ -300,7 +303,7 @@ bool needsAcceptance(const std::optional<std::string>& acceptedVersion);
 
 /// Whether to show the first-run flow, and the headline it shows.
 namespace Onboarding {
-/// Key of the host's user defaults: the flow was shown to its end.
+/// Key of the host's user defaults: whether the flow was completed.
 inline constexpr std::string_view completedDefaultsKey = "Lumenhold.hasCompletedOnboarding";
 
 /// The flow's first line.
@@ -310,19 +313,20 @@ struct Headline {
   friend bool operator==(const Headline&, const Headline&) = default;
 };
 
-/// The terms come first: false while they wait to be accepted.
+/// Whether to show the flow: not once it was completed, and not before the terms are accepted.
 bool needsOnboarding(bool hasCompleted, bool needsLegalAcceptance);
-/// For the strongest signal of a tick.
+/// The headline for the strongest signal of a tick.
 Headline detectionHeadline(SignalStrength strength, const std::optional<std::string>& appName);
 }  // namespace Onboarding
 
-/// Texts about agents that can be seen working only through the accessibility permission.
+/// Texts about agents whose work shows only in their UI text, which takes the accessibility
+/// permission.
 namespace AccessibilityNotice {
-/// Neither CPU load nor files, of sessions or turns, show this agent's work.
+/// Whether neither CPU load nor session files nor turn records show this agent's work.
 bool isUITextOnly(const AgentProfile& profile);
 /// The display names of the UI-text-only profiles, in order.
 std::vector<std::string> uiTextOnlyNames(const std::vector<AgentProfile>& profiles);
-/// Whether the permission is needed, and which of the agents need it.
+/// A note for the first-run flow: whether the permission is needed, and for which agents.
 std::string onboardingNote(const std::vector<AgentProfile>& watched);
 /// A warning, or nothing when the permission is granted or no running agent needs it.
 std::optional<std::string> panelWarning(const std::vector<AgentProfile>& running,

@@ -25,7 +25,7 @@ PatternList::PatternList(const std::vector<std::string>& patterns) {
   }
 }
 
-/// Where the pattern starts among the components.
+/// Appends the components of a pattern; returns the index of the first one.
 std::size_t PatternList::parse(std::string_view pattern) {
   const std::size_t start = components_.size();
   if (pattern.substr(0, 2) == "~/") pattern.remove_prefix(2);
@@ -38,8 +38,8 @@ std::size_t PatternList::parse(std::string_view pattern) {
   return start;
 }
 
-/// Adds `position`, and what follows it where "**" stands for no level at all. Positions must come
-/// in ascending order; one may come twice.
+/// Adds `position` and, as "**" may stand for no level at all, also the position after each "**".
+/// Calls must come in ascending order of positions, repeated ones included.
 void PatternList::add(Positions& positions, std::size_t position) const {
   while (positions.empty() || positions.back() < position) {
     positions.push_back(position);
@@ -115,7 +115,7 @@ bool PatternWalk::look(const Place& directory) {
   if (lists) {
     isRead = platform::forEachEntry(directory.path, [&](const DirectoryEntry& entry) {
       if (const auto same = named.find(entry.path); same != named.end()) {
-        same->second = entry.kind;  // gone to below, for all patterns at once
+        same->second = entry.kind;  // reached below, for all patterns at once
       } else {
         reach(directory, entry.path, entry,
               patterns_.advanced(directory.positions, entry.path, entry.kind));
@@ -123,7 +123,7 @@ bool PatternWalk::look(const Place& directory) {
     });
   }
   for (const auto& [text, kind] : named) {
-    const char* name = text.data();  // the whole of a component's text
+    const char* name = text.data();  // a whole component's text, so it is NUL-terminated
     const std::string path = joined(directory.path, name);
     reach(directory, name, {path.c_str(), kind},
           patterns_.advanced(directory.positions, name, kind));

@@ -1,4 +1,5 @@
-// Path patterns, and the walk through the directories that they lead to. For the file probes.
+// Path patterns, and the walk through the directories where they may match. Used by the file
+// probes.
 #pragma once
 
 #include <cstddef>
@@ -11,10 +12,11 @@
 
 namespace wakelatch {
 
-/// Indices of components in a PatternList, ascending: what several patterns look for next.
+/// The state of several patterns at one entry: the indices, ascending, of the components in a
+/// PatternList that have to match next.
 using Positions = std::vector<std::size_t>;
 
-/// Several patterns, one after another, each closed by an `end`.
+/// The components of several patterns, one pattern after another, each terminated by an `end`.
 class PatternList {
  public:
   struct Component {
@@ -29,11 +31,11 @@ class PatternList {
   const Positions& starts() const { return starts_; }
   const Component& operator[](std::size_t position) const { return components_[position]; }
 
-  /// From the positions of a directory those of an entry in it. Only its name leads to an entry
-  /// that was not listed.
+  /// The positions of an entry, from those of its directory. An entry that was not listed (kind
+  /// `unlisted`) is reached only by a component that is its name.
   Positions advanced(const Positions& positions, const char* name, platform::EntryKind kind) const;
 
-  /// Whether some pattern can end at a file of a directory with these positions.
+  /// Whether a pattern may match an entry of a directory with these positions.
   bool mayEndBelow(const Positions& positions) const;
 
  private:
@@ -44,20 +46,20 @@ class PatternList {
   Positions starts_;
 };
 
-/// The path of an entry. A directory's path is empty above the root of a walk.
+/// The path of an entry of `directory`; the name alone if that is empty, as for the root of a walk.
 std::string joined(const std::string& directory, const char* name);
 
-/// One pass over the entries that any of the patterns can reach. All patterns go together: each
-/// entry carries the positions that they reach it with, so no directory is listed twice. Holds one
-/// file descriptor at a time, and recurses into nothing.
+/// One pass over the entries that any of the patterns can reach. All patterns are followed at once,
+/// with their positions kept for each entry, so no directory is listed twice. Holds one file
+/// descriptor at a time; does not recurse, so depth costs no stack.
 class PatternWalk {
  public:
-  /// A directory to be looked into.
+  /// A directory to be entered.
   struct Place {
     std::string path;
     std::int64_t depth;        ///< levels below home, which is at 0
-    Positions positions;       ///< where the patterns stand whose ways have led there
-    bool isUnwatched = false;  ///< nobody tells of changes in it; all below takes this over
+    Positions positions;       ///< those of the patterns that lead there
+    bool isUnwatched = false;  ///< the system reports no changes in it; inherited by all below
   };
 
   /// @param patterns  owned by the caller
@@ -67,27 +69,28 @@ class PatternWalk {
   PatternWalk& operator=(const PatternWalk&) = delete;
   virtual ~PatternWalk() = default;
 
-  /// Reaches `home`, and enters all that is reached.
+  /// Walks from `home`.
   void run(std::string home);
 
  protected:
-  /// A match, told once: the directory where it is, its name, what it is.
+  /// Called once for each match, with its directory, its name and its status.
   virtual void found(const Place& directory, const char* name,
                      const platform::EntryStatus& status) = 0;
-  /// Before a directory is looked into; false to leave it out. It need not exist, nor be one.
+  /// Called before look() at a directory; return false to skip it. The path may not exist, or not
+  /// be a directory.
   virtual bool enters(Place& /*directory*/) { return true; }
-  /// After that. What is below is entered later.
-  /// @param isRead  see look()
+  /// Called after look() at a directory, before the directories below it are entered.
+  /// @param isRead  result of look()
   virtual void left(const Place& /*directory*/, bool /*isRead*/) {}
 
-  /// Tells of an entry of `directory` if a pattern ends there, and plans to enter it if one leads
-  /// on.
+  /// Calls found() for an entry if a pattern ends there, and adds it to `planned_` if a pattern
+  /// continues below it.
   void reach(const Place& directory, const char* name, const platform::DirectoryEntry& entry,
              const Positions& positions);
-  /// Lists a directory if a pattern asks for that, and reaches what the patterns lead to there.
-  /// False when the listing is not complete.
+  /// Calls reach() for the entries of a directory that patterns lead to. Lists the directory only
+  /// if names do not suffice. Returns false if the listing is incomplete.
   bool look(const Place& directory);
-  /// Enters what is planned, and what is reached there.
+  /// Enters the directories in `planned_` and those that are found there.
   void enterPlanned();
 
   std::vector<Place> planned_;

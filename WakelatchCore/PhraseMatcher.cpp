@@ -7,10 +7,11 @@
 namespace wakelatch {
 namespace {
 
-/// Text is folded and searched in pieces that stay in the processor's nearest cache.
+/// Text is folded and searched in pieces that fit into the processor's first-level cache.
 constexpr std::size_t pieceSize = 8192;
 
-/// Needles are looked for only where their first bytes may stand; this many are hashed.
+/// Needles are compared only where the hash of the text's next bytes is that of some needle's first
+/// bytes; this many bytes are hashed.
 constexpr std::size_t startSize = 4;
 constexpr std::size_t startHashes = 1 << 16;
 
@@ -18,7 +19,7 @@ std::size_t hashOfStart(const char* text) {
   std::uint32_t start = 0;
   static_assert(sizeof start == startSize);
   std::memcpy(&start, text, startSize);
-  return start * 0x9E3779B1U >> 16;  // the upper bits depend on all
+  return start * 0x9E3779B1U >> 16;  // the upper bits depend on all bits of `start`
 }
 
 /// Takes a piece off the front of `text`, cut where folding allows: before an ASCII character.
@@ -110,7 +111,8 @@ PhraseMatcher::PhraseMatcher(std::vector<std::string> activePhrases,
       index_(indexOf(activePhrases_, idlePhrases_)) {}
 
 void PhraseMatcher::setActivePhrases(std::vector<std::string> phrases) {
-  *this = PhraseMatcher(std::move(phrases), idlePhrases_);  // a copy, should there be no memory
+  // Copies the other list, so that this matcher stays intact if the constructor throws.
+  *this = PhraseMatcher(std::move(phrases), idlePhrases_);
 }
 
 void PhraseMatcher::setIdlePhrases(std::vector<std::string> phrases) {

@@ -1,6 +1,6 @@
-// Finds the short texts that agents show while they work or wait in a text read from a window,
-// regardless of case, accents and line breaks. Values; matching changes nothing and may run on any
-// thread. It takes one pass over the text, however many phrases are looked for.
+// Searches a window's text for phrases that agents show while they work or wait, regardless of
+// case, accents and line breaks. Matchers are values; matching is const and may run on any thread.
+// It takes one pass over the text for any number of phrases. Only lack of memory makes it throw.
 #pragma once
 
 #include <cstddef>
@@ -16,17 +16,17 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// What a text shows of an agent: at work, waiting or neither, and the phrase that tells.
+/// What a text shows: an agent at work, a waiting one or neither, and the phrase that shows it.
 struct PhraseMatchKind {
   ///@{
-  /// Where both kinds of phrases stand in a text, it is active.
+  /// A text with phrases of both kinds is `active`.
   enum class Case { none, active, idle };
   Case kind = Case::none;
   ///@}
   std::string phrase = {};  ///< as written in the matcher's list; empty for none
 
   ///@{
-  /// One of each kind.
+  /// Make a result of each kind.
   static PhraseMatchKind active(std::string phrase) { return {Case::active, std::move(phrase)}; }
   static PhraseMatchKind idle(std::string phrase) { return {Case::idle, std::move(phrase)}; }
   static PhraseMatchKind none() { return {}; }
@@ -35,7 +35,8 @@ struct PhraseMatchKind {
   friend bool operator==(const PhraseMatchKind&, const PhraseMatchKind&) = default;
 };
 
-/// Many matchers over one text: phrases are folded once, each text once for all matchers.
+/// Many matchers over one text. The phrases are folded (normalised for comparison) once, and each
+/// text once for all matchers.
 class PhraseIndex {
  public:
   /// One matcher's lists. A phrase of white space alone is never found.
@@ -51,7 +52,7 @@ class PhraseIndex {
   explicit PhraseIndex(std::span<const Lists> matchers,
                        platform::Casing casing = platform::userCasing());
 
-  /// What PhraseMatcher::match() gives for each of the matchers, in their order.
+  /// The result of PhraseMatcher::match() for each matcher, in their order.
   std::vector<PhraseMatchKind> match(std::string_view text) const;
 
  private:
@@ -69,25 +70,25 @@ class PhraseIndex {
   std::vector<std::vector<Candidate>> matchers_;  ///< the candidates of each, best first
   std::vector<std::string> needles_;              ///< those of all matchers, sorted and distinct
   std::size_t longest_ = 0;                       ///< bytes of the longest needle
-  std::vector<bool> mayStart_;                    ///< by the hash of a needle's first bytes
+  std::vector<bool> mayStart_;  ///< by hash: whether a needle begins with bytes of this hash
 };
 
 /// One agent's phrases.
 class PhraseMatcher {
  public:
-  /// Both in priority order.
+  /// Both lists are in priority order. A phrase of white space alone is never found.
   PhraseMatcher(std::vector<std::string> activePhrases, std::vector<std::string> idlePhrases);
 
   ///@{
-  /// Setting one list prepares the matcher anew.
+  /// The lists. Setting one costs as much as making a new matcher.
   const std::vector<std::string>& activePhrases() const { return activePhrases_; }
   const std::vector<std::string>& idlePhrases() const { return idlePhrases_; }
   void setActivePhrases(std::vector<std::string> phrases);
   void setIdlePhrases(std::vector<std::string> phrases);
   ///@}
 
-  /// The first active phrase that stands in the text, else the first idle one, else none. Inside a
-  /// longer word counts; a phrase of white space alone does not.
+  /// The first active phrase in the text, else the first idle one, else none. A phrase is found
+  /// inside a longer word too.
   PhraseMatchKind match(std::string_view text) const;
 
   /// Two matchers with the same phrases in the same order are equal.

@@ -11,8 +11,8 @@
 namespace wakelatch {
 namespace {
 
-/// The length in bytes of the decimal digit, of any script, that `text` ends with; 0 when it ends
-/// otherwise.
+/// The length in bytes of the decimal digit, of any script, at the end of `text`; 0 if there is
+/// none.
 std::size_t endingDigitLength(std::string_view text) {
   if (text.empty()) return 0;
   const platform::Scalar last = platform::lastScalar(text);
@@ -20,8 +20,8 @@ std::size_t endingDigitLength(std::string_view text) {
                                                                                     : 0;
 }
 
-/// The number before the first percent sign that has digits directly before it, up to three of
-/// them; nothing when one of those is not ASCII.
+/// The number before the first percent sign that directly follows a digit: at most its last three
+/// digits; absent if one of these is not ASCII.
 std::optional<std::int64_t> firstPercentage(std::string_view text) {
   for (auto sign = text.find('%'); sign != text.npos; sign = text.find('%', sign + 1)) {
     std::size_t start = sign;

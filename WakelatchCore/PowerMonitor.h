@@ -1,4 +1,4 @@
-// Readings of the power source, the battery and the lid, taken from the system's own tools.
+// Reads power source, battery level and lid position by means of the system's own tools.
 #pragma once
 
 #include <string_view>
@@ -21,8 +21,9 @@ class PowerMonitor {
   /// Blocks while the tool runs. A failed run is logged and read as battery power of unknown level.
   PowerSnapshot snapshot();
 
-  /// Reads what `pmset -g batt` printed. The first percentage in the text counts, as it stands:
-  /// at most its last three digits, over 100 too; absent when those are not all ASCII.
+  /// Reads what `pmset -g batt` printed. The battery level is the first percentage in the text: the
+  /// number from at most its last three digits, even if over 100; absent if one of these is not
+  /// ASCII.
   static PowerSnapshot parsePMSetBatteryOutput(std::string_view output);
 
  private:
@@ -41,7 +42,8 @@ class LidStateDetector {
   /// Blocks while the tool runs. A failed run is logged and gives `unknown`.
   LidState lidState();
 
-  /// Finds the clamshell property in what `ioreg` printed; a Yes anywhere wins over a No.
+  /// Reads the clamshell property in what `ioreg` printed. `closed` if it is Yes anywhere, else
+  /// `open` if it is No, else `unknown`.
   static LidState parseIORegOutput(std::string_view output);
 
  private:

@@ -14,12 +14,12 @@
 namespace wakelatch {
 namespace {
 
-/// A process by its pid: the index of the first row that bears it.
+/// Stands for a process: the index of the first row with its pid.
 using Node = std::size_t;
 constexpr Node noNode = static_cast<Node>(-1);
 
-/// The parent links of a list of processes, both ways. Where a pid has several rows, its parent and
-/// CPU are the first row's, but it is a child of every row's parent. The links may form loops.
+/// The parent and child links of a list of processes. If a pid has several rows, its parent and CPU
+/// load are the first row's, but it is a child of every row's parent. The links may form loops.
 class ProcessTree {
  public:
   explicit ProcessTree(const std::vector<ProcessSnapshot>& rows)
@@ -45,7 +45,7 @@ class ProcessTree {
   Node nodeOfRow(std::size_t row) const { return nodes_[row]; }
   const ProcessSnapshot& process(Node node) const { return rows_[node]; }
 
-  /// The process that started this one, or noNode. The system's own, pid 1 and less, started none.
+  /// The process that started this one; noNode if that is not listed, or is pid 1 or less.
   Node parent(Node node) const { return rows_[node].parentPID > 1 ? parents_[node] : noNode; }
 
   template <class Use>
@@ -63,7 +63,7 @@ class ProcessTree {
   std::vector<std::size_t> nextSiblingRows_;  // by row
 };
 
-/// Walks over trees of processes, coming to each process once.
+/// Walks over trees of processes, visiting each process once per walk.
 class Subtrees {
  public:
   explicit Subtrees(const ProcessTree& tree) : tree_(tree), seenInWalk_(tree.size(), 0) {}
@@ -90,11 +90,11 @@ class Subtrees {
 
   const ProcessTree& tree_;
   std::size_t walks_ = 0;
-  std::vector<std::size_t> seenInWalk_;  // by node: the last walk that came to it
+  std::vector<std::size_t> seenInWalk_;  // by node: the last walk that visited it
   std::vector<Node> open_;
 };
 
-/// The evidence gathered for one agent's name.
+/// The processes found for one agent's name.
 struct Group {
   std::string name;
   bool trustsCPU = false;
@@ -104,8 +104,8 @@ struct Group {
   std::vector<Node> workers = {};
 };
 
-/// Answers whether a process was started, directly or further up, by a matched one; remembers what
-/// it learns on the way up, so that long chains are walked once.
+/// Answers whether a process has a matched one among its ancestors. Keeps the answers for all nodes
+/// on the way up, so that long chains are walked only once.
 class MatchedAncestors {
  public:
   MatchedAncestors(const ProcessTree& tree, const std::vector<Group>& matched)
@@ -120,7 +120,7 @@ class MatchedAncestors {
     for (Node node = tree_.parent(start); node != noNode; node = tree_.parent(node)) {
       found = isMatched_[node] || answers_[node] == Answer::yes;
       if (found || answers_[node] == Answer::no) break;
-      answers_[node] = Answer::no;  // for now; ends the walk when the links form a loop
+      answers_[node] = Answer::no;  // provisional; ends the walk if the links form a loop
       path_.push_back(node);
     }
     if (found) {
@@ -134,11 +134,11 @@ class MatchedAncestors {
   enum class Answer : char { unknown, no, yes };
   const ProcessTree& tree_;
   std::vector<bool> isMatched_;  // by node
-  std::vector<Answer> answers_;  // by node: whether the walk up from it meets a matched process
+  std::vector<Answer> answers_;  // by node: whether one of its ancestors is matched
   std::vector<Node> path_;
 };
 
-/// The user's own application names, normalised once.
+/// The user's target names, normalised once.
 class TargetNames {
  public:
   explicit TargetNames(const std::vector<std::string>& targets) : targets_(targets) {
@@ -166,7 +166,7 @@ class TargetNames {
   std::vector<std::string> normalized_;
 };
 
-/// ProcessDetector::parsePSArgs() without copies of the arguments, which may be megabytes.
+/// ProcessDetector::parsePSArgs() without copying the arguments, which may be megabytes.
 std::unordered_map<std::int32_t, std::string_view> argumentViews(std::string_view output) {
   std::unordered_map<std::int32_t, std::string_view> arguments;
   for (const std::string_view line : platform::Split(output, '\n')) {
@@ -186,8 +186,8 @@ bool isTool(const ProcessSnapshot& process, const AgentProfile& profile) {
       });
 }
 
-/// Whether the system took the process over from one that ended: directly, or, as on some Linux
-/// desktops, by a manager of the user's own.
+/// Whether the process's parent has ended, so that it was handed to the system's first process or,
+/// on some Linux desktops, to the user's service manager.
 bool isOrphan(const ProcessTree& tree, Node node) {
   if (tree.process(node).parentPID <= 1) return true;
   const Node parent = tree.parent(node);
@@ -357,7 +357,7 @@ std::vector<ProcessSnapshot> ProcessDetector::parsePSOutput(std::string_view out
   std::vector<ProcessSnapshot> processes;
   for (const std::string_view line : platform::Split(output, '\n')) {
     std::string_view rest = platform::trimmedSpaces(line);
-    // A field up to the next space, which goes with it: the command may begin with spaces.
+    // Takes a field and just one space after it, as the command may begin with spaces.
     const auto takeField = [&rest] {
       rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
       const std::string_view field = rest.substr(0, rest.find(' '));

@@ -60,7 +60,7 @@ std::vector<ActivitySignal> SessionActivityDetector::detectPerApp(const GuardSet
 std::map<std::string, std::int64_t> SessionActivityDetector::sessionCountsPerApp(
     const GuardSettings& settings, Timestamp now, double window) const {
   std::map<std::string, std::int64_t> counts;
-  // Somewhat more than the window: rounded another way, a time may still be within it.
+  // Slightly more than the window, so that rounding excludes no file; checked exactly below.
   const Timestamp since = after(now, -window - (1 + std::abs(window) * 1e-9));
   const AgentResolver resolver = profiles_.watched(settings);
   for (const AgentProfile& profile : resolver.profiles()) {

@@ -1,4 +1,4 @@
-// Which agents have been writing their session files lately, and how many sessions they have.
+// Detects which agents have written session files lately, and counts their sessions.
 #pragma once
 
 #include <cstdint>
@@ -19,18 +19,19 @@ namespace wakelatch {
 /// An agent that has written to a session file lately.
 struct SessionActivity {
   ActivitySignal signal;  ///< strong
-  Timestamp newest;       ///< when the newest of its files was changed
+  Timestamp newest;       ///< the latest modification time of its session files
 };
 
 /// Judges agents by the modification times of their session files. Keeps nothing between calls;
-/// callable from any thread. Blocks as long as the probe does. Never fails: files that cannot be
-/// read are not there.
+/// callable from any thread. Blocks as long as the probe does. Never fails: unreadable files count
+/// as missing.
 class SessionActivityDetector {
  public:
-  static constexpr double defaultFreshnessWindow = 60;      ///< seconds
-  static constexpr double defaultSessionCountWindow = 300;  ///< seconds
+  static constexpr double defaultFreshnessWindow = 60;  ///< for detectPerApp(), in seconds
+  static constexpr double defaultSessionCountWindow =
+      300;  ///< for sessionCountsPerApp(), in seconds
 
-  /// @param probe  belongs to the caller and must outlive the detector
+  /// @param probe  used, not owned
   explicit SessionActivityDetector(const FileActivityProbing& probe, AgentProfiles profiles = {})
       : probe_(probe), profiles_(std::move(profiles)) {}
   SessionActivityDetector(const SessionActivityDetector&) = delete;
@@ -41,18 +42,18 @@ class SessionActivityDetector {
   std::vector<ActivitySignal> detectPerApp(const GuardSettings& settings, Timestamp now,
                                            double freshnessWindow) const;
 
-  /// The signals of detectPerApp() with what led to them.
+  /// The signals of detectPerApp() with the times behind them.
   std::vector<SessionActivity> inspect(const GuardSettings& settings, Timestamp now,
                                        double freshnessWindow) const;
 
-  /// By display name, how many sessions of each watched agent were written to in the last `window`
-  /// seconds. Agents whose sessions cannot be counted are absent. Files of the agents' own helpers
-  /// (named "agent-…" or below a directory "subagents") are no sessions.
+  /// For each watched agent, by display name, the number of session files written in the last
+  /// `window` seconds. Omits agents without AgentProfile::sessionCountGlobs. Files of the agents'
+  /// own helpers (named "agent-…" or below a directory "subagents") do not count.
   std::map<std::string, std::int64_t> sessionCountsPerApp(const GuardSettings& settings,
                                                           Timestamp now, double window) const;
 
-  /// The freshness rule: the signal of an agent whose newest session file was changed then; nothing
-  /// when that is more than `freshnessWindow` seconds ago. A time in the future is fresh.
+  /// The signal of an agent whose newest session file was changed at `newestModification`; absent
+  /// if that is more than `freshnessWindow` seconds ago. A time in the future is fresh.
   static std::optional<ActivitySignal> signal(const std::string& appName,
                                               std::optional<Timestamp> newestModification,
                                               Timestamp now, double freshnessWindow);

@@ -15,7 +15,7 @@
 namespace wakelatch {
 namespace {
 
-/// What a child that has outlived its time is sent. The last step always ends it.
+/// The signals for a child whose time is over. SIGKILL always ends it.
 constexpr std::array<platform::StopStep, 3> timeoutLadder{
     {{SIGTERM, 0.2}, {SIGINT, 2.0}, {SIGKILL, std::numeric_limits<double>::infinity()}}};
 
@@ -33,7 +33,7 @@ std::string describe(const CommandResult& result) {
   constexpr std::size_t readableLength = 200;
   line = platform::firstCharacters(line, readableLength);
   if (!line.empty()) description.append(": ").append(line);
-  // What a tool prints may end up on a terminal, by way of the log.
+  // A tool's output may reach a terminal by way of the log, so control characters are replaced.
   std::replace_if(
       description.begin(), description.end(),
       [](char c) { return platform::isAscii(c) && (c < ' ' || c == '\x7F'); }, '?');

@@ -1,5 +1,5 @@
-// Running a system tool: what to run, what came of it, and the interface that every component with
-// a tool takes, so that a scripted runner can stand in.
+// Runs system tools: the command, its result, and the interface through which all components run
+// their tools, so that tests can replace the tools.
 #pragma once
 
 #include <atomic>
@@ -21,14 +21,14 @@ struct ShellCommand {
   friend bool operator==(const ShellCommand&, const ShellCommand&) = default;
 };
 
-/// What a finished program left behind.
+/// Exit status and output of a finished program.
 struct CommandResult {
-  /// Stands for an exit code that the system has discarded.
+  /// The exit code when the system has discarded it.
   static constexpr std::int32_t unknownExitCode = -1;
 
-  std::int32_t exitCode = 0;   ///< the exit status; for a child ended by a signal, its number
-  std::string standardOutput;  ///< empty when it was not valid UTF-8
-  std::string standardError;   ///< empty when it was not valid UTF-8
+  std::int32_t exitCode = 0;   ///< exit status, or the number of the signal that ended the program
+  std::string standardOutput;  ///< empty if it is not valid UTF-8
+  std::string standardError;   ///< empty if it is not valid UTF-8
 
   /// Whether the program is known to have exited with 0.
   bool succeeded() const { return exitCode == 0; }
@@ -36,20 +36,21 @@ struct CommandResult {
   friend bool operator==(const CommandResult&, const CommandResult&) = default;
 };
 
-/// A run that ended with another status than 0, with all that it printed. what() names the exit
-/// code and the first line of standard error.
+/// The error of a run whose exit code is not 0. what() gives the exit code and the first line of
+/// standard error.
 class CommandRunnerError : public std::runtime_error {
  public:
-  /// @param result  of a run that did not succeed
-  /// @param signal  the one that ended the program, if one did
+  /// Makes the error; does not throw it.
+  /// @param result  the result of a run that did not succeed
+  /// @param signal  the signal that ended the program, if one did
   static CommandRunnerError nonZeroExit(CommandResult result,
                                         std::optional<std::int32_t> signal = std::nullopt) {
     return CommandRunnerError(std::move(result), signal);
   }
-  /// The result of the run, with all that it printed.
+  /// The result of the run, with its output.
   const CommandResult& result() const { return result_; }
-  /// The signal that ended the program: tells SIGTERM from an exit with 15. Absent for a program
-  /// that exited, and when the runner does not know.
+  /// The signal that ended the program; distinguishes SIGTERM from an exit with 15. Absent if the
+  /// program exited, or if the runner does not know.
   std::optional<std::int32_t> signal() const { return signal_; }
 
  private:
@@ -63,50 +64,49 @@ class CommandRunning {
  public:
   virtual ~CommandRunning() = default;
 
-  /// Runs the command to its end and returns its result when it exits with 0. Throws
-  /// CommandRunnerError::nonZeroExit for any other status, and another std::exception when the
-  /// program cannot be started or prints more than the runner takes, which names path and cause.
+  /// Runs the command to its end and returns its result if it exits with 0. Otherwise throws
+  /// CommandRunnerError::nonZeroExit. If the program cannot be started, or prints more than the
+  /// runner takes, throws another std::exception, whose text names the program and the cause.
   /// Blocks; logs nothing.
   virtual CommandResult run(const ShellCommand& command) = 0;
 };
 
 /// Runs commands as child processes. A child inherits environment, working directory and standard
-/// input; signals that the host blocks or ignores reach it all the same.
+/// input, but not the host's blocked and ignored signals.
 class ProcessCommandRunner : public CommandRunning {
  public:
-  /// @param timeoutSeconds  how long a child may run. One that runs longer is sent SIGTERM, 0.2
+  /// @param timeoutSeconds  how long a child may run. A child that runs longer is sent SIGTERM, 0.2
   ///                        seconds later SIGINT, 2 seconds later SIGKILL. 0 or less: at once.
   explicit ProcessCommandRunner(double timeoutSeconds);
 
-  /// Safe from several threads at once. Blocks until the child has exited. Output is what the child
-  /// has written by then: a program that the child has started, and that may write on, is not
-  /// waited for. A child that writes more than 16 MiB to one stream is ended as after its time-out,
-  /// and std::runtime_error names it and the bound.
+  /// Callable from several threads at once. Blocks until the child has exited. The output is what
+  /// was written until then; programs that the child has started are not waited for. A child that
+  /// writes more than 16 MiB to one stream is ended as after its time-out, and std::runtime_error
+  /// names it and the limit.
   CommandResult run(const ShellCommand& command) override;
 
  private:
   const double timeoutSeconds_;
 };
 
-/// Runs commands as ProcessCommandRunner does, until somebody cannot wait for them any longer: a
-/// prompt that nobody answers, a tool that hangs.
+/// Runs commands as ProcessCommandRunner does, and can cancel them: a prompt that nobody answers, a
+/// tool that hangs.
 class CancellableCommandRunner : public CommandRunning {
  public:
   /// @param timeoutSeconds  how long a child may run before it is sent SIGTERM, 0.2 seconds later
   ///                        SIGINT and 2 seconds later SIGKILL. 0 or less: at once.
   explicit CancellableCommandRunner(double timeoutSeconds);
 
-  /// Safe from several threads at once. A run that is cancelled ends as one whose time is over, at
-  /// the latest 2.3 seconds later, and returns normally when its program was done in that instant.
-  /// Throws std::runtime_error for a run that would begin while cancelled.
+  /// Callable from several threads at once. A cancelled run ends like one whose time is over, at
+  /// most 2.3 seconds later; it returns normally if its program exits with 0 meanwhile. A run that
+  /// would begin while cancelled throws std::runtime_error.
   CommandResult run(const ShellCommand& command) override;
 
-  /// Ends the runs under way and lets no other begin until allow(). From any thread; does not wait
-  /// for them.
+  /// Cancels all runs, and refuses new ones until allow(). From any thread; does not block.
   void cancel() { cancelled_ = true; }
-  /// Runs may begin again. From any thread.
+  /// Allows runs again after cancel(). From any thread.
   void allow() { cancelled_ = false; }
-  /// Whether no run may begin. From any thread.
+  /// Whether runs are refused. From any thread.
   bool isCancelled() const { return cancelled_; }
 
  private:

@@ -199,7 +199,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   const auto previous = current != nullptr && current->isRunning() ? current : nullptr;
   if (previous != nullptr && currentLetDisplaySleep == letDisplaySleep) {
     const platform::MutexLock guard(lock_);
-    keepAwakeFailure_.reset();  // of a posture that is not wanted any more
+    keepAwakeFailure_.reset();  // it was about a posture that is no longer wanted
     return true;
   }
 
@@ -231,7 +231,7 @@ bool SleepController::startCaffeinate(bool letDisplaySleep) {
   writeCaffeinatePIDs(ids);
   logger_.log("Started caffeinate pid " + std::to_string(started->id()));
 
-  // Only now that the new one runs: there is no gap in which the machine could fall asleep.
+  // The old process ends only now that the new one runs: the machine must not fall asleep between.
   if (previous != nullptr) {
     const std::string id = std::to_string(previous->id());
     previous->forgetHook();
@@ -273,7 +273,7 @@ void SleepController::reconcileOrphanedCaffeinate() {
     try {
       name = runner_.run({"/bin/ps", {"-p", idText, "-o", "comm="}}).standardOutput;
     } catch (const std::exception&) {
-      continue;  // mostly: there is no such process
+      continue;  // usually because there is no such process
     }
     // Ids below 1 would address whole groups of processes.
     if (id < 1 || platform::lowercased(name).find("caffeinate") == std::string::npos) continue;
@@ -373,7 +373,7 @@ bool SleepController::restoreDirectly() {
   try {
     runner_.run(pmset({"-a", "disablesleep", "0"}));
   } catch (const std::exception&) {
-    // The system's answer alone decides.
+    // Ignored: what the system answers below decides.
   }
   return disableSleepState() == DisableSleepState::off;
 }
@@ -462,7 +462,7 @@ void SleepController::writeEngagedMarker() {
   try {
     const std::filesystem::path file = engagedMarkerURL();
     platform::createDirectories(file.parent_path());
-    // The setting outlives a power cut, so its marker has to as well.
+    // The setting survives a power failure, so its marker has to survive it too.
     platform::writeAtomically(file, "", platform::Durability::power);
   } catch (const std::exception& error) {
     logger_.log(std::string("Failed to write disablesleep marker: ") + error.what());

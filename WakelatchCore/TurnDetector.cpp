@@ -7,10 +7,11 @@
 namespace wakelatch {
 namespace {
 
-/// Systems tell a process's start in coarse steps, and a file's time may be rounded down.
+/// Systems report a process's start in coarse steps, and a file's time may be rounded down.
 constexpr double clockMargin = 2;  // seconds
 
-/// A longer time between two ticks is sleep, or a clock that was set, and no silence of an agent.
+/// A longer time between two ticks means that the machine slept or the clock was set, not that the
+/// agent was silent.
 constexpr double longestTick = 10;  // seconds
 
 }  // namespace
@@ -40,7 +41,7 @@ std::vector<AgentTurns> TurnDetector::detect(const GuardSettings& settings,
         std::find_if(processes.begin(), processes.end(), [&](const AgentProcesses& candidate) {
           return candidate.signal.appName == profile.displayName && !candidate.sessions.empty();
         });
-    // An agent that is not there is remembered: the listing may have failed, or it comes back.
+    // An agent that is not found is kept: the listing may have failed, or the agent may come back.
     if (found == processes.end()) continue;
     Agent& agent = agents_[profile.displayName];
     follow(agent, profile, *found, now);
@@ -67,7 +68,7 @@ std::vector<AgentTurns> TurnDetector::detect(const GuardSettings& settings,
   return turns;
 }
 
-/// Whether a turn is believed no longer, from this tick on.
+/// Marks turns that have been silent for too long; returns whether it has marked one.
 bool TurnDetector::giveUp(Agent& agent, const AgentProcesses& processes, double elapsed,
                           Timestamp now) {
   bool hasGivenUp = false;
@@ -90,7 +91,7 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
   Timestamp earliest = now;
   for (const AgentSession& session : processes.sessions) {
     const auto start = startOf(session.pid, now);
-    if (!start) continue;  // somebody else's
+    if (!start) continue;  // another user's
     sessions.insert(session.pid);
     if (session.isWorker) agent.workers.insert(session.pid);
     earliest = std::min(earliest, *start);
@@ -110,7 +111,7 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
     return owners;
   };
   std::map<std::string, Seen> records;
-  Pids written;  // owners of what was written since the tick before
+  Pids written;  // owners of the records written since the previous tick
   for (TurnRecord& record : recordsOf(profile, after(earliest, -clockMargin))) {
     const auto known = agent.records.find(record.session);
     const bool isNew = known == agent.records.end();
@@ -118,7 +119,8 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
     if (seen.record.writtenAt != record.writtenAt) {
       seen.silentSeconds = 0;
       seen.isGivenUp = seen.isInherited = false;
-      if (seen.owners.empty()) seen.owners = writers(record);  // taken up again
+      if (seen.owners.empty())
+        seen.owners = writers(record);  // a new process continues the session
     }
     const bool isWritten = isNew || seen.record.writtenAt != record.writtenAt;
     if (isWritten && seen.owners.size() == 1) written.insert(*seen.owners.begin());
@@ -132,7 +134,7 @@ void TurnDetector::follow(Agent& agent, const AgentProfile& profile,
     records.insert_or_assign(seen.record.session, std::move(seen));
   }
   for (auto& [session, seen] : records) {
-    // The owner writes another record, so this one was that of the session that has ended.
+    // The owner writes another record, so this one belonged to the session that has ended.
     if (seen.isInherited && written.contains(*seen.owners.begin())) {
       seen.owners.clear();
       seen.isInherited = false;
@@ -158,19 +160,19 @@ TurnDetector::Seen TurnDetector::firstSight(const TurnRecord& record, Pids owner
   seen.since = record.writtenAt;
   seen.told = record.state;
   seen.owners = std::move(owners);
-  // The record may have been silent for long before it was first seen.
+  // The record may have been silent long before it was first seen.
   seen.silentSeconds = std::max(0.0, secondsBetween(record.writtenAt, now));
   if (record.state == TurnState::asksForTool && !seen.owners.empty()) {
-    // The record may have been written to after the tool started, so tools are looked for from
-    // earlier on; but processes that the agent started while starting up are no tools.
+    // The record may have been written after the tool started, so older processes may be the tool
+    // too; but not those that the agent started during its own start-up.
     const Timestamp settled = after(*startOf(*seen.owners.begin(), now), startUpSeconds);
     seen.since = std::min(seen.since, settled);
   }
   return seen;
 }
 
-/// Adds what connections and running tools tell of sessions whose records tell nothing, or too
-/// little.
+/// Adds records of working sessions for what the agent's records do not show: for sessions without
+/// a record if they have a network connection, and for sessions that run a tool.
 void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcesses& processes,
                                  const Agent& agent, Timestamp now,
                                  std::map<std::string, Seen>& records) {
@@ -193,12 +195,12 @@ void TurnDetector::addUnrecorded(const AgentProfile& profile, const AgentProcess
     Seen& seen = records[name];
     seen = known != agent.records.end() ? known->second
                                         : firstSight({name, TurnState::working, now}, owner, now);
-    if (session.runsTool) seen.silentSeconds = 0;  // a tool is a sign of life, however old
+    if (session.runsTool) seen.silentSeconds = 0;  // even an old tool is a sign of life
   }
 }
 
-/// Removes ended sessions from the records that they may have written. If another session may have
-/// written such a record too but has one of its own, the record was the ended one's.
+/// Removes ended sessions from the owners of records. A session that is the only owner of another
+/// record is removed too: the record was more likely the ended session's.
 void TurnDetector::forgetEnded(Agent& agent, const Pids& sessions) {
   for (const std::int32_t ended : agent.sessions) {
     if (sessions.contains(ended)) continue;
@@ -214,7 +216,7 @@ void TurnDetector::forgetEnded(Agent& agent, const Pids& sessions) {
   }
 }
 
-/// Whether something runs that the agent has started since then.
+/// Whether a process runs that the agent has started since `since`.
 bool TurnDetector::hasStartedProcess(const AgentProcesses& processes, Timestamp since,
                                      Timestamp now) {
   for (const AgentSession& session : processes.sessions) {
@@ -226,8 +228,9 @@ bool TurnDetector::hasStartedProcess(const AgentProcesses& processes, Timestamp 
   return false;
 }
 
-/// The start as it was when the process was first seen, because the system's answer may move with
-/// the clock; at the latest `now`, because the clock may have been set back.
+/// The start of a process, asked for once, because the system's answer may change when the clock is
+/// set; never later than `now`, because the clock may have been set back. Absent for processes of
+/// other users.
 std::optional<Timestamp> TurnDetector::startOf(std::int32_t pid, Timestamp now) {
   auto known = starts_.find(pid);
   if (known == starts_.end()) {
@@ -240,7 +243,7 @@ std::optional<Timestamp> TurnDetector::startOf(std::int32_t pid, Timestamp now) 
 
 AgentTurns TurnDetector::sumUp(const Agent& agent, const std::string& appName) {
   AgentTurns turns{appName};
-  Pids told = agent.workers;  // they are no sessions of their own
+  Pids told = agent.workers;  // workers need no record of their own
   std::vector<const Pids*> shared;
   for (const auto& [session, seen] : agent.records) {
     if (seen.owners.empty() || seen.isGivenUp) continue;
@@ -257,7 +260,7 @@ AgentTurns TurnDetector::sumUp(const Agent& agent, const std::string& appName) {
       shared.push_back(&seen.owners);
     }
   }
-  // Each session without a record of its own may have one of those that may be several sessions'.
+  // A session without a record of its own may own one of the records with several possible owners.
   Pids others;
   std::set_difference(agent.sessions.begin(), agent.sessions.end(), told.begin(), told.end(),
                       std::inserter(others, others.end()));

@@ -1,4 +1,4 @@
-// Which agents are in a turn, by their own records.
+// Detects which agents are in a turn (at work on a prompt) from the records that they write.
 #pragma once
 
 #include <cstdint>
@@ -17,64 +17,65 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// What an agent's turn records tell of its sessions.
+/// What an agent's turn records say about its sessions.
 struct AgentTurns {
   std::string appName;  ///< display name
-  /// Of all sessions: working if one of them is, else waiting if one does, else idle, else unclear.
-  /// Nothing when no record is believed.
+  /// The state of all sessions together: working if one of them is, else waiting if one is, else
+  /// idle if one is, else unclear. Absent when no record is believed.
   std::optional<TurnState> state = {};
-  Timestamp since = {};              ///< when a record first told that, as far as was seen
-  bool tellsOfEverySession = false;  ///< each process that is a session has a record
-  bool hasGivenUp = false;  ///< in this tick a turn has ceased to be believed; see longestSilence
-  Timestamp firstStartedAt = {};  ///< the start of the session that has run for the longest
-  Timestamp startedAt = {};       ///< the last session's start
-  /// The sentence for the user: that it is in a turn, or waits; empty for other states.
+  Timestamp since = {};              ///< the earliest known time since which a record has said so
+  bool tellsOfEverySession = false;  ///< whether each session has a record that is not `unclear`
+  /// Whether a turn ceased to be believed in this tick; see TurnDetector::longestSilence.
+  bool hasGivenUp = false;
+  Timestamp firstStartedAt = {};  ///< when the oldest running session started
+  Timestamp startedAt = {};       ///< when the newest running session started
+  /// A sentence for the user if the state is working or waiting; empty otherwise.
   std::string reason() const;
 
   friend bool operator==(const AgentTurns&, const AgentTurns&) = default;
 };
 
 /// Weighs the turn records of agents whose processes run. A record is believed while the process
-/// that wrote it lives. Where the record does not name that process, it is one that ran when the
-/// record was first seen and had started before the record was last written. Remembers what it saw,
-/// so calls must not overlap. Throws and logs nothing.
+/// that wrote it lives. If the record does not name that process, every session counts as a
+/// possible writer that ran when the record was first seen and had started before it was last
+/// written. Keeps state between calls, which must not overlap. Throws and logs nothing.
 class TurnDetector {
  public:
-  /// A turn is believed for so many seconds of ticks without a sign of life: a write to its record,
-  /// a load at the threshold or a process that the agent has started.
+  /// How long a turn is believed without a sign of life, in seconds: without a write to its record,
+  /// CPU load at the threshold or a process that the agent started during the turn.
   static constexpr double longestSilence = 7200;
-  /// For so many seconds after its start an agent may be busy without a turn, while it loads and
-  /// starts the helpers that it keeps.
+  /// How long after its start an agent may be busy without a turn, in seconds: it loads, and starts
+  /// helpers that run as long as it does.
   static constexpr double startUpSeconds = 30;
 
   /// @param reading   used, not owned
-  /// @param profiles  those with turn records are asked about
+  /// @param profiles  the agents; those without turn records are ignored
   explicit TurnDetector(TurnReading& reading, AgentProfiles profiles = {})
       : reading_(reading), profiles_(std::move(profiles)) {}
   TurnDetector(const TurnDetector&) = delete;
   TurnDetector& operator=(const TurnDetector&) = delete;
 
-  /// One entry for each watched agent that has turn records and runs. Blocks on the file
-  /// system.
-  /// @param processes  of the same tick, by ProcessDetector::inspect() with the same profiles
+  /// One entry for each watched agent whose profile has turn records and which runs. Blocks on the
+  /// file system.
+  /// @param processes  what ProcessDetector::inspect() gave in this tick for the same profiles
   std::vector<AgentTurns> detect(const GuardSettings& settings,
                                  const std::vector<AgentProcesses>& processes, Timestamp now);
 
  private:
   using Pids = std::set<std::int32_t>;
-  /// A record as it was seen until now.
+  /// A record and what previous ticks showed about it.
   struct Seen {
-    TurnRecord record;                 ///< with what it comes to in place of TurnState::asksForTool
-    Timestamp since;                   ///< when it first told this
+    TurnRecord record;                 ///< with TurnState::asksForTool resolved
+    Timestamp since;                   ///< when the record first said `told`
     Pids owners;                       ///< the sessions that may have written it
-    TurnState told = TurnState::idle;  ///< what the record says itself
-    double silentSeconds = 0;          ///< in this turn
+    TurnState told = TurnState::idle;  ///< the state in the record itself
+    double silentSeconds = 0;          ///< time without a sign of life in this turn
     bool isGivenUp = false;
-    bool isInherited = false;  ///< of two possible owners the other one has ended
+    bool isInherited = false;  ///< it has one owner left, as the other possible ones have ended
   };
   struct Agent {
     std::map<std::string, Seen> records;  ///< by session
-    Pids sessions;                        ///< in the tick before
+    Pids sessions;                        ///< in the previous tick
     Pids workers;                         ///< see AgentSession::isWorker
   };
 
@@ -93,7 +94,7 @@ class TurnDetector {
   TurnReading& reading_;
   const AgentProfiles profiles_;
   std::map<std::string, Agent> agents_;       ///< by display name
-  std::map<std::int32_t, Timestamp> starts_;  ///< of the processes that run
+  std::map<std::int32_t, Timestamp> starts_;  ///< start times of running processes
   std::optional<Timestamp> lastTick_;
 };
 

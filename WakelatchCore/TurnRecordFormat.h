@@ -1,4 +1,4 @@
-// Describes how agents write down their turns: in which files, and which values mean what.
+// Describes how agents record their turns: in which files, and which values mean what.
 #pragma once
 
 #include <map>
@@ -12,13 +12,13 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// What an agent's record says of a session.
+/// The state of a session in an agent's record.
 enum class TurnState {
-  working,      ///< in a turn, until it is the user's turn to speak
-  waiting,      ///< in a turn that goes on when the user has answered: a permission, a question
-  idle,         ///< no turn is under way
-  asksForTool,  ///< it wants a process to run: it works once there is one, and until then waits
-  unclear,      ///< the record leaves open which of these it is
+  working,      ///< in a turn
+  waiting,      ///< in a turn that continues when the user has answered a question or request
+  idle,         ///< not in a turn
+  asksForTool,  ///< it wants to run a tool: working once that runs as a process, waiting until then
+  unclear,      ///< the record does not say which of these it is
 };
 template <>
 inline constexpr auto enumCases<TurnState> = std::to_array<EnumCase<TurnState>>({
@@ -29,38 +29,41 @@ inline constexpr auto enumCases<TurnState> = std::to_array<EnumCase<TurnState>>(
     {TurnState::unclear, "unclear"},
 });
 
-/// Files in which an agent writes down its turns. Where two formats tell of a session of the same
-/// name, the first one counts, except that a session at work waits if the other says so.
+/// Files in which an agent records its turns. If several formats give records of the same session,
+/// mergeSessions() merges them in the order of the formats.
 struct TurnRecordFormat {
-  /// How such a file is made up.
+  /// How such a file is structured.
   enum class Form {
-    object,   ///< one JSON object, written anew with each change
-    members,  ///< the same, with a session in each member, under its name
-    lines,    ///< JSON objects, one a line, appended
-    sqlite,   ///< a database of SQLite
+    object,   ///< one JSON object, rewritten with each change, for one session
+    members,  ///< one JSON object, rewritten with each change, with a member for each session
+    lines,    ///< one JSON object per line, appended, for one session
+    sqlite,   ///< an SQLite database
   };
-  /// What a line, an object or a member means when it bears certain values.
+  /// Gives a state to lines, objects or members that have certain values.
   struct Rule {
-    TurnState state = TurnState::idle;  ///< that it means
-    /// By field, the values of which one must be there; "*" is any. A field is the way to a JSON
-    /// value with dots between the keys; of a list on the way any element will do.
+    TurnState state = TurnState::idle;  ///< the state that the rule gives
+    /// For each field the accepted values, of which it must have one; "*" accepts any value. A
+    /// field is a path of keys with dots between them; an array on the path stands for all its
+    /// elements. The rule fits if all its fields do.
     std::map<std::string, std::vector<std::string>> when = {};
 
     friend bool operator==(const Rule&, const Rule&) = default;
   };
 
-  std::vector<std::string> globs = {};  ///< below home, as for FileActivityProbe
-  Form form = Form::object;             ///< how each file is made up
-  /// The first rule that fits counts, and of a file of lines the last line that one fits.
+  std::vector<std::string> globs = {};  ///< of the files, below home, as for FileActivityProbe
+  Form form = Form::object;             ///< how each file is structured
+  /// The first rule that fits gives the state. In a file of lines the last line that a rule fits
+  /// counts.
   std::vector<Rule> rules = {};
-  /// The session is named as the directory that the file is in, not as the file.
+  /// Whether a session is named after the file's directory instead of the file's path.
   bool isNamedByDirectory = false;
-  /// The field that holds the id of the process, where there is one.
+  /// The field with the id of the session's process, if there is one.
   std::optional<std::string> processIDField = {};
-  /// The field that tells when this was written, in ISO 8601; otherwise the file's time does.
+  /// The field with the time at which the record was written, in ISO 8601; absent: the file's time
+  /// counts.
   std::optional<std::string> timeField = {};
-  /// Of a database: gives a row for each session, of its name, the state and the milliseconds since
-  /// 1970 at which that was written. Rows older than `:since`, in the same unit, may be left out.
+  /// The query for a database: a row for each session, with its name, its state and when that was
+  /// written, in milliseconds since 1970. Rows before `:since`, in that unit too, may be left out.
   std::optional<std::string> query = {};
 
   friend bool operator==(const TurnRecordFormat&, const TurnRecordFormat&) = default;

@@ -17,13 +17,13 @@ namespace {
 
 using Rule = TurnRecordFormat::Rule;
 
-/// Lists and objects in one another; agents' records have a handful.
+/// Limit on nested arrays and objects; agents' records have a handful of levels.
 constexpr int maxDepth = 16;
 
-/// Databases of one format that are asked; each may take its time.
+/// Limit on the databases queried per format, as each query may be slow.
 constexpr std::size_t maxDatabases = 4;
 
-/// A record that changes twice within one step of a file system's clock bears the same time.
+/// A file that changes twice within one step of the file system's clock keeps the same time.
 constexpr double longestClockStep = 2;  // seconds, FAT's
 
 bool isWanted(std::string_view value, const std::vector<std::string>& wanted) {
@@ -31,8 +31,8 @@ bool isWanted(std::string_view value, const std::vector<std::string>& wanted) {
                      [&](const std::string& each) { return each == "*" || each == value; });
 }
 
-/// Calls `use(text)` for the values that the field leads to; "{}" for what is no text, integer or
-/// truth.
+/// Calls `use(text)` for each value that the field leads to; the text is "{}" unless the value is a
+/// string, an integer or a boolean.
 template <class Use>
 void forEachValue(const json::Value& value, std::string_view field, const Use& use, int depth = 0) {
   if (depth > maxDepth) return;
@@ -68,9 +68,9 @@ const Rule* ruleFor(const json::Value& line, const std::vector<Rule>& rules) {
   return found == rules.end() ? nullptr : &*found;
 }
 
-/// Whether a rule could fit: all lines are looked at, few are worth being taken apart.
+/// Whether a rule may fit, by a cheap search: most lines need not be parsed.
 bool mayTell(std::string_view line, const std::vector<Rule>& rules) {
-  // A value of other characters may be written with escapes, and so cannot be searched for.
+  // A value with other characters may be written with escapes, so a search could miss it.
   const auto isPlain = [](const std::string& value) {
     return value.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_.") ==
            value.npos;
@@ -85,7 +85,7 @@ bool mayTell(std::string_view line, const std::vector<Rule>& rules) {
   });
 }
 
-/// What a line, an object or a member tells of a session.
+/// The record from a line, an object or a member; absent if no rule fits.
 std::optional<TurnRecord> told(const TurnRecordFormat& format, const json::Value& value,
                                const std::string& session) {
   const Rule* rule = ruleFor(value, format.rules);
@@ -94,7 +94,7 @@ std::optional<TurnRecord> told(const TurnRecordFormat& format, const json::Value
   if (format.processIDField) {
     forEachValue(value, *format.processIDField,
                  [&](std::string_view text) { record.pid = platform::parseInt32(text); });
-    if (!record.pid) return std::nullopt;  // it would be anybody's
+    if (!record.pid) return std::nullopt;  // without it any process could be the writer
   }
   if (format.timeField) {
     forEachValue(value, *format.timeField, [&](std::string_view text) {
@@ -104,7 +104,7 @@ std::optional<TurnRecord> told(const TurnRecordFormat& format, const json::Value
   return record;
 }
 
-/// Adds what a text tells. False when it is no JSON: torn, perhaps.
+/// Adds the records in a text. False if it is not JSON, perhaps because it is just being written.
 bool tell(const TurnRecordFormat& format, std::string_view text, std::vector<TurnRecord>& records) {
   const auto add = [&](const json::Value& value, const std::string& session) {
     if (auto record = told(format, value, session)) records.push_back(std::move(*record));
@@ -181,7 +181,7 @@ std::optional<std::vector<TurnRecord>> TurnReader::parse(const TurnRecordFormat&
 std::vector<TurnRecord> TurnReader::records(const TurnRecordFormat& format, Timestamp since) {
   std::vector<std::pair<Timestamp, std::string>> recent;
   const bool isDatabase = format.form == TurnRecordFormat::Form::sqlite;
-  // What a database has been told lately need not stand in its main file yet.
+  // All databases count, as recent changes may not have reached a database's main file yet.
   for (auto& [path, time] : isDatabase ? files_.sessionModifications(format.globs)
                                        : files_.recentModifications(format.globs, since)) {
     recent.emplace_back(time, path);
@@ -236,7 +236,7 @@ void TurnReader::refresh(const TurnRecordFormat& format, const std::string& path
   }
   auto told = parse(format, *tail, tail->size() == stamp->size);
   file.isSettled = secondsBetween(stamp->changedAt, platform::now()) > longestClockStep;
-  if (!told && !file.isSettled) return;  // it is being written: what it told stands for a moment
+  if (!told && !file.isSettled) return;  // it is being written: keep the last state for now
   const bool isAppended = format.form == TurnRecordFormat::Form::lines && stamp->size >= file.size;
   if (!told || !told->empty() || !isAppended) {
     file.told = std::move(told).value_or(std::vector<TurnRecord>());

@@ -1,4 +1,4 @@
-// What agents write down about their own turns, read from their files.
+// Reads the files in which agents record their turns.
 #pragma once
 
 #include <cstddef>
@@ -17,55 +17,55 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// One session of an agent, as the agent's own record tells it.
+/// The state of one session as the agent recorded it.
 struct TurnRecord {
-  std::string session;                   ///< the same one as long as the session lasts
-  TurnState state = TurnState::idle;     ///< that it tells
-  Timestamp writtenAt = {};              ///< when the record last changed, whatever it told then
-  std::optional<std::int32_t> pid = {};  ///< of the process, where the record tells it
+  std::string session;                   ///< a name that does not change while the session lasts
+  TurnState state = TurnState::idle;     ///< the recorded state
+  Timestamp writtenAt = {};              ///< when the record last changed, even without a new state
+  std::optional<std::int32_t> pid = {};  ///< of the session's process, if the record names it
 
   friend bool operator==(const TurnRecord&, const TurnRecord&) = default;
 };
 
-/// Merges records of the same session into the first one, with the latest time. A session at work
-/// waits if another of its records says that it waits.
+/// Merges records of the same session into the first one, which takes the latest time. Its state
+/// changes only from working to waiting, if another record says waiting.
 void mergeSessions(std::vector<TurnRecord>& records);
 
-/// Answers what agents have written down, and what the system knows of their processes.
-/// Implementations throw nothing but for want of memory, and may block on the file system. Calls
-/// must not overlap.
+/// Reads turn records, and what the system knows about the agents' processes. Implementations throw
+/// only when memory is short, log nothing and may block on the file system. Calls must not overlap.
 class TurnReading {
  public:
   virtual ~TurnReading() = default;
 
-  /// The sessions whose records changed at `since` or later, in no particular order. What cannot be
-  /// read, or does not tell, is not among them.
+  /// The sessions whose records changed at `since` or later, in no particular order. Files that
+  /// cannot be read, or that no rule fits, are skipped.
   virtual std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) = 0;
-  /// When a process of the user began, by the clock as it is now; nothing for any other.
+  /// When a process started, by the present setting of the clock; absent unless it is the user's.
   virtual std::optional<Timestamp> processStart(std::int32_t pid) = 0;
-  /// Whether a process has a connection to another one over a network.
+  /// Whether a process has a network connection.
   virtual bool isConnected(std::int32_t pid) = 0;
 };
 
-/// Reads the machine's files: the ends of those that have changed. What a file of lines told stands
-/// until a later line tells something else, even if that has moved out of what is read.
+/// Reads the ends of the files that have changed. The state from a file of lines stays in force
+/// until a later line gives another one, even when its line has moved out of the part that is read.
 class TurnReader : public TurnReading {
  public:
-  /// What is read of a file, from its end, in bytes; an object that is longer tells nothing.
+  /// How much is read from the end of a file, in bytes. A longer JSON object gives no record.
   static constexpr std::size_t maxTail = 65536;
-  /// Of more files than this only those are read that changed last.
+  /// The most files read per format; if there are more, the ones that changed last.
   static constexpr std::size_t maxFiles = 64;
 
-  /// @param files  finds them; used, not owned
+  /// @param files  finds the files; used, not owned
   explicit TurnReader(const FileActivityProbing& files) : files_(files) {}
 
   std::vector<TurnRecord> records(const TurnRecordFormat& format, Timestamp since) override;
   std::optional<Timestamp> processStart(std::int32_t pid) override;
   bool isConnected(std::int32_t pid) override;
 
-  /// What a file's end tells, without the file's time; a session has no name when the file is the
-  /// session's. Nothing when it should be JSON and is not.
-  /// @param isWhole  the file begins with `tail`; otherwise its first line may be a part of one
+  /// The records in the end of a file. Where the file stands for the session, TurnRecord::session
+  /// is empty; where its time is the record's, TurnRecord::writtenAt is not set. Absent if the text
+  /// should be one JSON value and is not.
+  /// @param isWhole  whether `tail` is the whole file; otherwise its first line may be incomplete
   static std::optional<std::vector<TurnRecord>> parse(const TurnRecordFormat& format,
                                                       std::string_view tail, bool isWhole);
 
@@ -73,7 +73,7 @@ class TurnReader : public TurnReading {
   struct File {
     Timestamp changedAt;
     std::uint64_t size = 0;
-    bool isSettled = false;  ///< changed so long ago that another change would have another time
+    bool isSettled = false;  ///< changed so long ago that another change would show in the time
     std::vector<TurnRecord> told;
   };
   void refresh(const TurnRecordFormat& format, const std::string& path, File& file);
@@ -81,7 +81,7 @@ class TurnReader : public TurnReading {
   std::map<std::string, File>& filesOf(const TurnRecordFormat& format);
 
   const FileActivityProbing& files_;
-  /// By format, those that its last records() came to, by path.
+  /// For each format the files that its last records() read, by path.
   std::vector<std::pair<TurnRecordFormat, std::map<std::string, File>>> known_;
 };
 

@@ -26,7 +26,7 @@ double workedSeconds(const UsageMetrics& session) {
   return std::max(0.0, secondsBetween(*session.sessionStartedAt, end));
 }
 
-/// `seconds` without its fraction, in decimal; the nearest 64-bit number where it does not fit.
+/// `seconds` without its fraction, in decimal; limited to the range of 64-bit integers.
 std::string truncated(double seconds) {
   constexpr double limit = 9223372036854775808.0;  // 2^63
   if (std::isnan(seconds)) return "0";
@@ -35,7 +35,7 @@ std::string truncated(double seconds) {
   return std::to_string(static_cast<std::int64_t>(seconds));
 }
 
-/// The last piece of a path-like agent id, fit to stand between double quotes.
+/// The last component of a path-like agent id, shortened and without double quotes.
 std::string agentLabel(const std::optional<std::string>& agentID) {
   std::string_view piece = agentID ? std::string_view(*agentID) : "-";
   while (!piece.empty() && piece.back() == '/') piece.remove_suffix(1);
@@ -75,7 +75,7 @@ UsageMetrics UsageMetrics::recording(UsageMetrics metrics, bool effectiveKeepAwa
                                      LidState lidState, const std::optional<std::string>& agentID,
                                      double idleGracePeriodSeconds,
                                      std::optional<bool> sessionProcessAlive, Timestamp now) {
-  // Before the very first tick there is no time to count from.
+  // The first tick only sets the time from which the next one counts.
   if (!metrics.lastTickAt) {
     metrics.lastTickAt = now;
     return metrics;
@@ -84,15 +84,16 @@ UsageMetrics UsageMetrics::recording(UsageMetrics metrics, bool effectiveKeepAwa
   const double elapsed = secondsBetween(previousTick, now);
   metrics.lastTickAt = now;
 
-  // An interruption: nothing is known about the time between, so it ends at the tick before.
+  // An interruption: nothing is known about the time since the previous tick, so the session ends
+  // there.
   if (!(elapsed > 0) || elapsed > maxClampedElapsed) {
     if (elapsed > maxClampedElapsed) ++metrics.wakeGapTicksDropped;
     metrics.closeSession(previousTick, SessionCloseReason::interrupted);
     return metrics;
   }
 
-  // The time goes to the day and to the reason for being awake, before any session opens: what is
-  // booked while none is open belongs to the next one.
+  // Time is booked before a session may open: what is booked while none is open belongs to the next
+  // session.
   const std::string key = dayKey(now);
   DayBucket& bucket = metrics.days[key];
   const bool isProtected = effectiveKeepAwake && triggerRung == KeepAwakeTrigger::activeSignal &&
@@ -128,7 +129,8 @@ UsageMetrics UsageMetrics::recording(UsageMetrics metrics, bool effectiveKeepAwa
     }
   }
 
-  // An active signal opens a session or carries it on; the agent that opened it keeps it.
+  // An active signal opens a session or continues it; the session stays with the agent that opened
+  // it.
   if (isActive(signalStrength)) {
     metrics.lastActiveSignalAt = now;
     if (!metrics.sessionStartedAt) {

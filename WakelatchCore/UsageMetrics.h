@@ -1,7 +1,7 @@
-// Statistics of the work that was protected: per calendar day and agent, the session in progress
-// and the last finished run. Plain values with a JSON form; a host stores them and passes them
-// through recording() once per tick. Pure computation, callable from any thread: the one thing
-// taken from outside is the process's time zone.
+// Statistics of the protected work: by calendar day and agent, the session in progress and the last
+// finished run. Plain values with a JSON form; a host stores them and passes them through
+// recording() once per tick. Pure computation, callable from any thread; only the process's time
+// zone comes from outside.
 #pragma once
 
 #include <cstdint>
@@ -73,14 +73,14 @@ inline constexpr auto json::fields<DayBucket> = std::tuple{
     json::required("sessionsByAgent", &DayBucket::sessionsByAgent),
 };
 
-/// The last session that kept the machine awake.
+/// The last closed session that kept the machine awake.
 struct LastRunSummary {
   std::optional<std::string> agentDisplayName = {};  ///< the session's agent id
-  Timestamp endedAt = {};         ///< an interrupted one: at the last tick before the gap
+  Timestamp endedAt = {};         ///< for an interrupted session the last tick before the gap
   double workedSeconds = 0;       ///< from its start to its last active signal, never negative
   double protectedSeconds = 0;    ///< kept awake for its agent, lid closed
   double keptAwakeSeconds = 0;    ///< kept awake for its agent, lid open or unknown
-  bool finishedNormally = false;  ///< it closed because the agent went idle
+  bool finishedNormally = false;  ///< whether it closed because the agent went idle
 
   friend bool operator==(const LastRunSummary&, const LastRunSummary&) = default;
 };
@@ -94,47 +94,47 @@ inline constexpr auto json::fields<LastRunSummary> = std::tuple{
     json::required("finishedNormally", &LastRunSummary::finishedNormally),
 };
 
-/// The whole store. Read its fields freely; only recording() changes them.
+/// All statistics. Hosts may read the fields, but only recording() changes them.
 struct UsageMetrics {
   std::map<std::string, DayBucket> days = {};  ///< by day key; entries are never removed
   Timestamp installDate = {};                  ///< when statistics began
-  double longestProtectedRunSeconds = 0;       ///< of consecutive ticks
-  std::optional<std::string> longestProtectedRunAgent = {};  ///< of its last tick
-  std::optional<std::string> longestProtectedRunDate = {};   ///< the day key it ended on
+  double longestProtectedRunSeconds = 0;       ///< longest run of consecutive protected ticks
+  std::optional<std::string> longestProtectedRunAgent = {};  ///< the agent of its last tick
+  std::optional<std::string> longestProtectedRunDate = {};   ///< the day key on which it ended
   std::optional<Timestamp> sessionStartedAt = {};            ///< absent: no session is open
-  bool sessionQualified = false;                             ///< the session had protected time
-  std::optional<std::string> sessionAgentID = {};            ///< the agent that opened it
+  bool sessionQualified = false;                   ///< whether the session had protected time
+  std::optional<std::string> sessionAgentID = {};  ///< the agent that opened the session
   double sessionRunSeconds = 0;              ///< length of the current uninterrupted protected run
-  std::optional<Timestamp> lastTickAt = {};  ///< time is counted from here
+  std::optional<Timestamp> lastTickAt = {};  ///< the next tick counts time from here
   std::optional<Timestamp> lastActiveSignalAt = {};  ///< of the open session
-  std::int64_t wakeGapTicksDropped = 0;        ///< ticks not counted, too long after the one before
-  std::optional<LastRunSummary> lastRun = {};  ///< absent: none kept the machine awake yet
-  std::optional<SessionCloseReason> lastCloseReason =
-      {};  ///< of the last session, whatever it kept awake
+  std::int64_t wakeGapTicksDropped = 0;  ///< ticks not counted: too long after the previous tick
+  std::optional<LastRunSummary> lastRun = {};  ///< absent: no session kept the machine awake yet
+  /// Why the last session closed, whether or not it kept the machine awake.
+  std::optional<SessionCloseReason> lastCloseReason = {};
   ///@{
-  /// Kept awake for an agent with the lid closed, and with it open or unknown, since the last
-  /// session closed: time before a session opens counts for that session.
+  /// Seconds kept awake for an agent with the lid closed, and with it open or unknown, since the
+  /// last session closed: time before a session opens belongs to that session.
   double sessionProtectedSeconds = 0;
   double sessionKeptAwakeSeconds = 0;
   ///@}
 
-  /// Seconds: a tick that comes later after the one before is not counted.
+  /// The longest time between two ticks that is counted, in seconds.
   static constexpr double maxClampedElapsed = 10;
 
-  /// A new store.
+  /// Empty statistics that begin at `since`.
   explicit UsageMetrics(Timestamp since = {}) : installDate(since) {}
 
   /// The key of the local day of an instant in the process's time zone, "2025-03-01". Keys sort in
   /// the order of time. Instants outside the years 0000 to 9999 fall on the first or last day. The
-  /// zone is the C library's, found out at the first call; a TZ that the process changes afterwards
-  /// counts from the next tzset() on.
+  /// C library determines the zone at the first call; a later change of TZ takes effect with the
+  /// next tzset().
   static std::string dayKey(Timestamp instant);
 
-  /// `metrics` advanced by one tick; to be called in the order of the ticks. A caller who moves its
-  /// store in pays the same for ten days of history as for ten years.
-  /// @param effectiveKeepAwake      the machine is being kept awake
-  /// @param agentID                 the agent whose signal this is
-  /// @param idleGracePeriodSeconds  without an active signal for this long the session ends
+  /// `metrics` advanced by one tick; to be called in the order of the ticks. Move the statistics
+  /// in: a copy costs more the longer the history is.
+  /// @param effectiveKeepAwake      whether the machine is being kept awake
+  /// @param agentID                 the agent that gave the signal
+  /// @param idleGracePeriodSeconds  how long a session lasts without an active signal
   /// @param sessionProcessAlive     whether the session's agent process lives; absent: not known
   static UsageMetrics recording(UsageMetrics metrics, bool effectiveKeepAwake,
                                 KeepAwakeTrigger triggerRung, SignalStrength signalStrength,
@@ -142,8 +142,8 @@ struct UsageMetrics {
                                 double idleGracePeriodSeconds,
                                 std::optional<bool> sessionProcessAlive, Timestamp now);
 
-  /// One line for the log about a session that has closed.
-  /// @param session                the store as it was before the tick that closed the session
+  /// The log line for a session that has closed.
+  /// @param session                the statistics before the tick that closed the session
   /// @param sessionFileAgeSeconds  whole seconds since the agent last wrote its session file
   static std::string runLogLine(const UsageMetrics& session, SessionCloseReason closeReason,
                                 Timestamp closedAt, std::optional<bool> processAlive,
@@ -160,7 +160,7 @@ struct UsageMetrics {
   std::int64_t totalWorkSessions() const;
   /// Days with a closed session or with time kept awake for an agent.
   std::int64_t activeDays() const;
-  /// The share of sessions that were saved, 0 to 1; absent without any session.
+  /// The share of saved sessions among all closed ones, 0 to 1; absent without sessions.
   std::optional<double> utilization() const;
   std::map<std::string, double> protectedSecondsByAgent() const;
   std::map<std::string, std::int64_t> sessionsByAgent() const;
@@ -169,10 +169,10 @@ struct UsageMetrics {
   /// A day of recentDays().
   struct RecentDay {
     std::string dayKey;  ///< as of UsageMetrics::dayKey()
-    DayBucket bucket;    ///< empty when nothing was recorded
+    DayBucket bucket;    ///< all 0 if nothing was recorded
     friend bool operator==(const RecentDay&, const RecentDay&) = default;
   };
-  /// The last `count` calendar days, oldest first, the local day of `endingAt` last. Days before
+  /// The `count` calendar days up to the local day of `endingAt`, oldest first. Days before
   /// the year 0000 are left out; a count of 0 or less gives none.
   std::vector<RecentDay> recentDays(std::int64_t count, Timestamp endingAt) const;
 

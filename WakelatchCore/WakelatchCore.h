@@ -1,4 +1,4 @@
-// Everything that an embedding program needs of the library.
+// Includes all headers that an embedding program needs.
 #pragma once
 
 #include "WakelatchCore/AccessibilityDetector.h"
@@ -20,8 +20,9 @@
 #include "WakelatchCore/WatchingFileProbe.h"
 
 /// @namespace wakelatch
-/// The library: what observes, what decides and what acts, one header each.
+/// The library: detectors that observe, the state machine that decides and the controller that
+/// acts.
 
 /// @namespace wakelatch::platform
-/// What the library needs of the operating system. A host meets the clock, the text services, the
-/// serial queue and the interface that reads user interfaces.
+/// What the library needs of the operating system. Public headers use its clock, text services,
+/// serial queue and accessibility interface.

@@ -18,7 +18,7 @@ using platform::DirectoryWatch, platform::EntryKind, platform::EntryStatus, plat
 using Patterns = std::vector<std::string>;
 using SteadyClock = std::chrono::steady_clock;
 
-/// The watches of several trees, which may come to the same directory.
+/// Counts the users of each watch, as several trees may contain the same directory.
 class SharedWatches {
  public:
   std::optional<DirectoryWatch::Number> add(const std::string& path, std::uint64_t device,
@@ -39,53 +39,53 @@ class SharedWatches {
   std::map<DirectoryWatch::Number, int> users_;
 };
 
-/// A directory that patterns lead into.
+/// A directory where patterns may match or continue.
 struct Directory {
   PatternWalk::Place place;
   std::optional<DirectoryWatch::Number> watch = {};
-  /// Of one that is entered by a link, by ".." or as home: what is there may become another one
-  /// without a change in the directory above.
+  /// Whether its path leads through a symbolic link or "..", or is home: then another directory may
+  /// come to be at this path without a reported change, so each call compares it with `seen`.
   bool isCompared = false;
-  std::optional<EntryStatus> seen = {};     ///< of such a one
+  std::optional<EntryStatus> seen = {};     ///< its status when it was entered
   ModificationsByPath matches = {};         ///< by name
-  std::optional<Timestamp> newest = {};     ///< of the matches
-  std::optional<Timestamp> indexedBy = {};  ///< `newest` when it was put into the tree's index
-  std::set<std::string> polled = {};        ///< matches whose times change without a word
+  std::optional<Timestamp> newest = {};     ///< latest time of the matches
+  std::optional<Timestamp> indexedBy = {};  ///< its key in the tree's index; absent: not in there
+  std::set<std::string> polled = {};        ///< matches whose times change without a report
 };
 
 std::string nameOf(const std::string& path) {
   return path.substr(path.rfind('/') + 1);
 }
 
-/// What a list of patterns leads to.
+/// The entries that a list of patterns matches, and the directories where it may match.
 class Tree : PatternWalk {
  public:
   Tree(const Patterns& patterns, std::string home, std::int64_t maxDepth, SharedWatches& watches)
       : Tree(std::make_unique<PatternList>(patterns), std::move(home), maxDepth, watches) {}
   ~Tree() override { forget(""); }
 
-  /// Looks at everything anew.
+  /// Walks everything anew.
   void build() {
     forget("");
-    Directory& above = directories_[""];  // where home is found when a pattern ends there
+    Directory& above = directories_[""];  // holds home itself if a pattern matches that
     above.place = {"", -1, {}};
     current_ = &above;
     run(home_);
     index(above);
   }
 
-  /// Looks again at what has changed.
+  /// Reads again what has changed.
   void apply(const DirectoryWatch::Changes& changes) {
     if (changes.mayBeAnything) return build();
     for (const auto& [number, name] : changes.entries) {
       const auto [begin, end] = watched_.equal_range(number);
-      std::vector<std::string> paths;  // looking again may change the table
+      std::vector<std::string> paths;  // copied, as lookAgain() may change the table
       for (auto at = begin; at != end; ++at) paths.push_back(at->second);
       for (const std::string& path : paths) lookAgain(path, name);
     }
   }
 
-  /// Looks again at what nobody tells of.
+  /// Reads again what the system does not report.
   void poll() {
     const std::set<std::string> paths = silent_;
     for (const std::string& path : paths) {
@@ -121,19 +121,20 @@ class Tree : PatternWalk {
     return found;
   }
 
-  /// The directory that follows `path` in order; empty when there is none.
+  /// The path of the next directory after `path`; empty if there is none.
   std::string pathAfter(const std::string& path) const {
     const auto next = directories_.upper_bound(path);
     return next == directories_.end() ? "" : next->first;
   }
 
-  /// Compares a directory with the disk and mends what is wrong: how many entries were without a
-  /// word. Reads the `changes` that came to be known meanwhile, which are left to be applied.
+  /// Compares a directory with the disk and corrects it; returns how many entries were wrong
+  /// without a reported change. Sets `changes` to those that were reported meanwhile; the caller
+  /// has to apply them.
   std::size_t verify(const std::string& path, DirectoryWatch::Changes& changes) {
     const Directory& directory = directories_.at(path);
     if (!directory.watch) return 0;
     Relisting disk(*patterns_, maxDepth_);
-    if (!disk.look(directory.place)) return 0;  // it is gone, and that is still to be told
+    if (!disk.look(directory.place)) return 0;  // it is gone; a report of that will come
     changes = watches_.read();
     if (changes.mayBeAnything) return 0;
 
@@ -165,12 +166,12 @@ class Tree : PatternWalk {
   }
 
  private:
-  /// One directory as it is on the disk.
+  /// A listing of one directory as it is on the disk.
   class Relisting : public PatternWalk {
    public:
     using PatternWalk::look, PatternWalk::PatternWalk;
 
-    /// Those in it that patterns lead into, links to directories not among them.
+    /// The directories in it where patterns continue, without symbolic links.
     std::set<std::string> directories() const {
       std::set<std::string> paths;
       for (const Place& place : planned_) {
@@ -207,9 +208,9 @@ class Tree : PatternWalk {
     const bool isCompared = place.depth == 0 || isParent || isLink;
     if (isCompared) status = entryStatus(place.path, true);
     const bool isDirectory = status && status->kind == EntryKind::directory;
-    if (!isDirectory && !isCompared) return false;  // the directory above tells when it becomes one
+    if (!isDirectory && !isCompared) return false;  // if it becomes one, its parent's watch reports
 
-    // Watched before it is listed, so that nothing happens unseen between the two.
+    // Watched before it is listed, so that no change between the two is missed.
     std::optional<DirectoryWatch::Number> number;
     if (isDirectory && !place.isUnwatched) {
       number = watches_.add(place.path, status->device, patterns_->mayEndBelow(place.positions));
@@ -281,7 +282,7 @@ class Tree : PatternWalk {
 
   // ---------------------------------------------------------------------------- what is remembered
 
-  /// Keeps when a match was changed; nothing: it is none any more. To be indexed afterwards.
+  /// Sets the time of a match, or removes the match if `time` is absent. To be followed by index().
   static void match(Directory& directory, std::string name, std::optional<Timestamp> time) {
     ModificationsByPath& matches = directory.matches;
     std::optional<Timestamp> before;
@@ -318,7 +319,7 @@ class Tree : PatternWalk {
     watches_.remove(*std::exchange(directory.watch, std::nullopt));
   }
 
-  /// A directory and all that is below it.
+  /// Removes a directory and all that is below it.
   void forget(const std::string& path) {
     const auto forgetOne = [this](auto at) {
       unwatch(at->second);
@@ -340,11 +341,11 @@ class Tree : PatternWalk {
   const std::int64_t maxDepth_;
   SharedWatches& watches_;
   std::map<std::string, Directory> directories_;                ///< by path
-  std::multimap<DirectoryWatch::Number, std::string> watched_;  ///< their paths
-  std::set<std::string> silent_;  ///< those of which, or of whose matches, nobody tells all
-  std::set<std::pair<Timestamp, const Directory*>> byTime_;  ///< by their newest match
-  Directory* current_ = nullptr;                             ///< that is being looked into
-  bool wasFound_ = false;
+  std::multimap<DirectoryWatch::Number, std::string> watched_;  ///< paths of watched directories
+  std::set<std::string> silent_;  ///< paths of the directories that poll() has to read
+  std::set<std::pair<Timestamp, const Directory*>> byTime_;  ///< by the time of the newest match
+  Directory* current_ = nullptr;                             ///< the one that is being read
+  bool wasFound_ = false;  ///< found() was called since lookAgain()
 };
 
 }  // namespace
@@ -395,7 +396,7 @@ struct WatchingFileProbe::State {
   platform::Mutex mutex;
   SharedWatches watches WAKELATCH_GUARDED_BY(mutex);
   std::map<Patterns, Tree> trees WAKELATCH_GUARDED_BY(mutex);
-  /// Where verify() goes on: the tree, and the last directory that it has compared.
+  /// Where verify() continues: the tree, and the last directory that it has compared.
   std::map<Patterns, Tree>::iterator verifiedTree WAKELATCH_GUARDED_BY(mutex) = trees.end();
   std::string verifiedPath WAKELATCH_GUARDED_BY(mutex);
   SteadyClock::time_point verifiedAt WAKELATCH_GUARDED_BY(mutex) = SteadyClock::now();

@@ -1,5 +1,5 @@
-// When the files that match path patterns were last changed, looked up only where something
-// changed.
+// When the files that match path patterns were last changed, looked up only where the system has
+// reported a change.
 #pragma once
 
 #include <cstddef>
@@ -16,23 +16,25 @@
 #pragma GCC visibility push(default)
 namespace wakelatch {
 
-/// Answers what a FileActivityProbe would answer at that moment, but walks only once for each list
-/// of patterns: from then on the system tells which directories have changed. What it does not tell
-/// of is walked in each call: directories that may not be read or that lie on a network, all of
-/// them when the system has no room for more watches, and matches that are directories or have
-/// several names are asked for their times. What somebody changes through a memory map, or by
-/// another name of the file that is made later, goes unnoticed until verify() comes to it.
+/// Gives the answers of a FileActivityProbe, but walks the tree only once for each list of
+/// patterns: from then on the system reports which directories have changed.
 ///
-/// Callable from any thread; calls wait for one another. Remembers each file that matched, and each
-/// directory on the way, for every list of patterns that it was ever asked about: some 150 bytes a
-/// file. Holds two file descriptors, and on Linux one of the user's inotify watches a directory.
+/// Each call still reads what the system does not report: directories that cannot be watched (they
+/// may not be read, lie on a network, or the system has no room for more watches), and the times of
+/// matches that are directories or have several hard links. Changes through a memory map, or
+/// through a hard link that is made later, go unnoticed until verify() finds them.
+///
+/// Callable from any thread; calls wait for one another. Keeps each file that matched, and each
+/// directory on the way, for every list of patterns that it was ever asked about: some 150 bytes
+/// per file. Holds two file descriptors and, on Linux, one of the user's inotify watches per
+/// directory.
 class WatchingFileProbe : public FileActivityProbing {
  public:
-  /// Whether the system tells of changes. Where it does not, as on macOS, each call walks, and a
+  /// Whether the system reports changes. If not, as on macOS, each call walks, and a
   /// FileActivityProbe does that at less cost.
   static bool isSupported();
 
-  /// How often verify() begins anew, in seconds.
+  /// The least time between two rounds of verify(), in seconds.
   static constexpr double verifyInterval = 300;
 
   /// @param home, maxDepth  as for FileActivityProbe
@@ -50,10 +52,10 @@ class WatchingFileProbe : public FileActivityProbing {
   ModificationsByPath recentModifications(const std::vector<std::string>& patterns,
                                           Timestamp since) const override;
 
-  /// Insurance: compares what is remembered with the disk, mends it, and returns how many entries
-  /// were wrong without a word from the system. Goes on where the last call stopped, for some
-  /// `seconds`, and does nothing until `verifyInterval` has passed since it last began with the
-  /// first directory. To be called now and then when time does not press.
+  /// Compares the stored state with the disk, corrects it, and returns how many entries were wrong
+  /// although the system had reported no change. A call takes about `seconds`, and the next one
+  /// continues where it stopped; a new round begins `verifyInterval` after the last one began. To
+  /// be called from time to time when the host is not busy.
   std::size_t verify(double seconds);
 
  private:

@@ -16,7 +16,7 @@ class Checks {
     Failure& failure = failures_.try_emplace(what, Failure{tick, 0}).first->second;
     ++failure.count;
   }
-  /// Prints what failed; whether nothing did.
+  /// Prints the failed checks; returns whether there are none.
   bool report() const {
     for (const auto& [what, failure] : failures_) {
       std::printf("FAILED %d times, first at tick %d: %s\n", failure.count, failure.firstTick,

@@ -1,4 +1,4 @@
-// Everything that a watching host holds, driven one tick at a time; a restarted host is a new one.
+// The objects of a watching host, driven one tick at a time. A restart makes a new Guard.
 #pragma once
 
 #include <atomic>
@@ -21,11 +21,11 @@
 
 namespace wakelatch::soak {
 
-/// As a watch, but without its threads: the tick acts itself and waits for its files.
+/// Works like a watch, but without its threads: tick() itself acts and waits for its files.
 class Guard {
  public:
   static constexpr double releaseDelaySeconds = 60;
-  static constexpr double verifyEvery = 1;  ///< second of real time
+  static constexpr double verifyEvery = 1;  ///< seconds of real time
 
   Guard(World& world, ScriptedTools& tools)
       : world_(world),
@@ -88,7 +88,7 @@ class Guard {
     wrongFiles += files_.verify(0.02);
   }
 
-  /// Saves the statistics; whether they are on disk now.
+  /// Saves the statistics; returns whether they are on disk now.
   bool save() {
     saver_.usage(usage.metrics());
     return saver_.finish(60) && !hasFailedToSave;
@@ -97,7 +97,7 @@ class Guard {
   PowerSnapshot power;
   host::Wish wish;
   host::Held held;             ///< after the last tick
-  bool countsTime = false;     ///< the last tick was counted as one with sleep prevented
+  bool countsTime = false;     ///< whether the last tick counted as one with sleep prevented
   std::size_t wrongFiles = 0;  ///< session files that had changed without a notice
   std::atomic<bool> hasFailedToSave{false};
 

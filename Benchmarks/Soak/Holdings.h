@@ -1,4 +1,4 @@
-// What this process holds. On Linux only: it counts in /proc.
+// Measures the resources of this process. Linux only, as it reads /proc.
 #pragma once
 
 #include <malloc.h>
@@ -18,7 +18,7 @@
 
 namespace wakelatch::soak {
 
-/// The ids of this process's children, ended ones that nobody has waited for among them.
+/// The ids of this process's children, including ended ones that have not been waited for.
 inline std::vector<std::int32_t> childrenOfThis() {
   std::vector<std::int32_t> children;
   std::error_code threadEnded;
@@ -42,10 +42,10 @@ inline double heapKiB() {
 #endif
 }
 
-/// glibc raises its threshold for mapping a block by itself to the largest one that was freed so
-/// far and keeps up to twice as much at the end of each arena: of the statistics' text, and still
-/// more of the tree it is decoded to, some times their size stays resident for the next time. That
-/// is memory to be used again and no growth, but hides what is.
+/// Returns freed memory to the system. glibc keeps some for reuse: it raises its threshold for
+/// mapping a block separately to the largest freed block, and keeps up to twice as much at the end
+/// of each arena. So several times the size of the statistics' text and of its decoded tree stays
+/// resident. This is not growth, but would hide real growth.
 inline void giveBackFreed() {
 #if defined(__GLIBC__)
   ::malloc_trim(0);
@@ -59,7 +59,7 @@ inline double residentKiB() {
   return static_cast<double>(resident) * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1024;
 }
 
-/// What the process holds while the guard rests.
+/// The resources of the process while the guard rests.
 struct Holdings {
   std::ptrdiff_t descriptors = 0, threads = 0;
   std::size_t children = 0;
@@ -68,7 +68,7 @@ struct Holdings {
   static Holdings now() {
     return {entriesOf("/proc/self/fd"), entriesOf("/proc/self/task"), childrenOfThis().size()};
   }
-  /// Waits for threads that are on their way out and for the log; then takes what it finds.
+  /// Waits for ending threads and for the log, then measures.
   static Holdings settled(const std::optional<Holdings>& expected) {
     for (int tries = 0; tries < 400; ++tries) {
       const Holdings held = now();

@@ -1,4 +1,5 @@
-// The statistics once more, in whole milliseconds and by the C library's calendar.
+// A second, independent count of the statistics, in whole milliseconds and by the C library's
+// calendar.
 #pragma once
 
 #include <algorithm>
@@ -14,14 +15,14 @@
 
 namespace wakelatch::soak {
 
-/// Half the last bit of an instant in our days, as a double counts its seconds, for each of the two
-/// that an interval lies between.
+/// The rounding error of an interval, in seconds: half the last bit of a present-day instant,
+/// stored as a double, for each of the interval's two ends.
 inline constexpr double errorPerTick = 2.4e-7;
 
 class Ledger {
  public:
-  /// One tick of the guard.
-  /// @param isProven  the keep-awake tool ran when the tick began, and had shown that it works
+  /// Counts one tick of the guard.
+  /// @param isProven  whether the keep-awake tool ran when the tick began and was proven to work
   void book(const Guard& guard, const World& world, bool isProven) {
     const UsageMetrics& metrics = guard.usage.metrics();
     const bool isOpen = metrics.sessionStartedAt.has_value();

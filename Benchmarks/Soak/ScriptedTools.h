@@ -1,5 +1,5 @@
-// Answers for the system's tools from the made-up world. Some fail, some do not come, some are
-// wrong.
+// Simulates the system's tools in the simulated world. Some answers fail, some are missing, some
+// are wrong.
 #pragma once
 
 #include <cstdint>
@@ -19,9 +19,9 @@ class ScriptedTools : public CommandRunning {
  public:
   ScriptedTools(World& world, Checks& checks) : world_(world), checks_(checks) {}
 
-  bool isPromptAnnounced = false;  ///< the host says that a prompt is open
-  bool isDanger = false;           ///< in the guard's eyes
-  /// When they were last asked for, whatever came of it.
+  bool isPromptAnnounced = false;  ///< whether the host says that a prompt is open
+  bool isDanger = false;           ///< whether the guard sees danger
+  /// When each was last requested, successfully or not.
   std::optional<Timestamp> directRestoreAt = {}, restorePromptAt = {}, engagePromptAt = {},
                            sleepAt = {};
   std::int64_t prompts = 0, refusals = 0, lies = 0;
@@ -58,7 +58,7 @@ class ScriptedTools : public CommandRunning {
   static bool isEngaging(std::string_view line) {
     return line.find("\"pmset -a disablesleep 1\"") != line.npos;
   }
-  /// True once in so many times; never while the world is at rest.
+  /// True with probability 1 / `count`; never while the world is at rest.
   bool happens(std::int64_t count) { return !world_.isResting && world_.random.oneIn(count); }
 
   void note(std::string_view line) {
@@ -112,7 +112,7 @@ class ScriptedTools : public CommandRunning {
     if (happens(6)) {
       ++refusals;
       refusedAt = now;
-      if (happens(8)) {  // given up too late
+      if (happens(8)) {  // the prompt timed out, but its command still takes effect
         world_.lateSetting = engages;
         refuse("timed out");
       }
@@ -130,7 +130,7 @@ class ScriptedTools : public CommandRunning {
     } else {
       world_.isSleepDisabled = isSleepDisabled;
     }
-    // The restore of what is engaged after this has not been refused.
+    // Refusals do not count for a setting that is engaged later.
     if (!world_.isSleepDisabled) forgetRefusedRestore();
   }
 

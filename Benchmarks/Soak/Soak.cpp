@@ -1,11 +1,11 @@
-// Months of made-up time through the real guard: detectors, decision, keep-awake child, statistics
-// and log run as a watching host runs them, on a machine that a seed scripts. Looks for what only
-// shows after very many ticks: growth, leaks, drifting sums, states that do not come back.
+// Runs months of simulated time through the real guard: detectors, decision, keep-awake child,
+// statistics and log as in a watching host, on a machine that is simulated from a seed. Finds
+// faults that show only after very many ticks: growth, leaks, drifting sums, states that never end.
 //
 //   soak [ticks] [seed]
 //
-// Prints a table of what the process holds at some ticks, and a line for every check that failed.
-// Exits with 0 only when none did. On Linux only: it counts in /proc.
+// Prints a table of the process's resources at some ticks, and a line for every failed check. Exits
+// with 0 only if none failed. Linux only, as it reads /proc.
 #include <signal.h>
 #include <stdlib.h>
 #include <time.h>
@@ -53,17 +53,18 @@ constexpr bool isSanitized = false;
 constexpr bool isSanitized = false;
 #endif
 
-/// The clocks here change at midnight, the hardest hour for statistics by the day.
+/// A time zone whose clocks change at midnight, the hardest hour for statistics by day.
 constexpr const char* timeZone = "America/Santiago";
-/// What the heap and resident memory may gain after the first thousand ticks, beside the days.
+/// How much heap and resident memory may grow after the first thousand ticks, apart from the days.
 constexpr double heapBoundKiB = 64;
 constexpr double residentBoundKiB = 1024;
 
-/// How long the guard may be wrong about the lid-closed setting after a lie and a wrong answer
-/// about it: ten seconds, or until the second look after a longer gap between ticks.
+/// Limits how long the guard may be wrong about the lid-closed setting after the tools have lied
+/// about a change and given a wrong answer: ten seconds, or until the second look after a longer
+/// gap between ticks.
 class Grace {
  public:
-  /// Whether that is over.
+  /// Whether the guard has been wrong for too long.
   bool isOver(bool isWrong, Timestamp now) {
     if (!isWrong) {
       *this = {};
@@ -84,13 +85,13 @@ struct Row {
   int tick = 0;
   double residentKiB = 0, neededKiB = 0;  ///< with and without freed memory that glibc keeps
   double heapKiB = 0;
-  double daysKiB = 0;  ///< of the heap: the statistics' days and their like in the ledger
+  double daysKiB = 0;  ///< heap used by the days of the statistics and of the ledger
 };
 
 class Soak {
  public:
   Soak(int ticks, std::uint64_t seed, const fs::path& home) : ticks_(ticks), world_(seed, home) {
-    // This program, see main(): a script could be taken away while its shell is about to read it.
+    // The tool is this program, see main(): a script could be removed before its shell has read it.
     fs::copy_file("/proc/self/exe", world_.tool());
   }
 
@@ -101,7 +102,7 @@ class Soak {
     for (checks_.tick = 1; checks_.tick <= ticks_; ++checks_.tick) {
       const Timestamp before = world_.now();
       world_.step(checks_.tick);
-      if (world_.now() < before) tools_.forgetRefusals();  // how long ago they were is unknown
+      if (world_.now() < before) tools_.forgetRefusals();  // their age is unknown now
       loseTheTool();
       const auto children = childrenOfThis();
       guard_->tick();
@@ -114,7 +115,7 @@ class Soak {
       checkDanger();
       checkFiles();
       if (checks_.tick % ticksBetweenRests == 0) checkRest();
-      // No crash within the seconds after a wrong answer: nobody would be left to notice it.
+      // No crash in the seconds after a wrong answer, as the new guard could not notice that.
       if (checks_.tick % 7919 == 0 && !unnoticed_.isRunning()) restart();
     }
     checks_.tick = ticks_;
@@ -125,7 +126,7 @@ class Soak {
  private:
   void require(bool holds, const char* what) { checks_.require(holds, what); }
 
-  /// Not longer ago, by a clock that may have been set back meanwhile.
+  /// Whether `time` was less than `seconds` ago; true if the clock was set back behind it.
   bool isWithin(double seconds, const std::optional<Timestamp>& time) const {
     return time && secondsBetween(*time, world_.now()) < seconds;
   }
@@ -219,7 +220,7 @@ class Soak {
             "danger asks for sleep, again every minute");
   }
 
-  /// Everything is off: what is held now is what is always held.
+  /// Checks at rest, when everything is off, that the resources are those of the first rest.
   void checkRest() {
     checks_.require(!world_.isSleepDisabled && !guard_->held.isLidClosedEngaged,
                     "the lid-closed setting is off after a release");
@@ -254,7 +255,7 @@ class Soak {
                 held.descriptors, held.threads, held.children, row.tick / passed.count());
     std::fflush(stdout);
     if (!first_) first_ = row;
-    if (isSanitized) return;  // freed memory is kept there, to catch its use
+    if (isSanitized) return;  // sanitizers keep freed memory to catch its use
     const double days = row.daysKiB - first_->daysKiB;
     checks_.require(row.heapKiB - first_->heapKiB <= heapBoundKiB + days,
                     "the heap is flat but for the days");
@@ -271,7 +272,7 @@ class Soak {
     ++lostTools_;
   }
 
-  /// Leaves without restoring the lid-closed setting, as a crash does, and comes back.
+  /// Restarts the guard without restoring the lid-closed setting, as after a crash.
   void restart() {
     guard_->save();
     const UsageMetrics before = guard_->usage.metrics();
@@ -279,7 +280,7 @@ class Soak {
     checks_.require(childrenOfThis().empty(), "no child outlives its controller");
     tool_ = ToolModel();
     tools_.forgetRefusals();
-    tools_.isDanger = false;  // not known before the first tick
+    tools_.isDanger = false;  // unknown before the first tick
     guard_ = std::make_unique<Guard>(world_, tools_);
     if (!guard_->keepAwake.held().isLidClosedEngaged) tools_.forgetRefusedRestore();
     checks_.require(guard_->usage.metrics() == before, "a restarted host goes on with what it had");
@@ -329,7 +330,7 @@ class Soak {
                 errorPerTick * static_cast<double>(ledger_.booked));
   }
 
-  /// The whole log, once its last line is there.
+  /// The whole log; waits for its last line.
   static std::string readLog() {
     FileLogger& logger = FileLogger::shared();
     logger.log("end of the soak");

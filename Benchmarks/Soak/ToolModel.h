@@ -1,4 +1,4 @@
-// When the keep-awake tool is to be believed, by what can be seen from outside: its process ids.
+// Determines from its process ids alone when the keep-awake tool counts as proven to work.
 #pragma once
 
 #include <cstdint>
@@ -14,13 +14,13 @@ class ToolModel {
  public:
   using Children = std::vector<std::int32_t>;
 
-  /// It runs, and has run for 15 s before, without an early end since.
+  /// Whether the tool runs, and has run for 15 s at some time without an early end since.
   bool isProven(const Children& running) const { return isTrusted_ && !running.empty(); }
-  /// It has ended within 15 s of its start, less than a minute ago.
+  /// Whether the tool ended less than a minute ago, within 15 s of its start.
   bool isPaused(Timestamp now) const { return endedEarlyAt_ && !isOver(*endedEarlyAt_, 60, now); }
   bool isYoung(Timestamp now) const { return startedAt_ && !isOver(*startedAt_, 15, now); }
 
-  /// A tick that found these children and left those.
+  /// Follows a tick, by the children before and after it.
   void tick(Timestamp now, const Children& before, const Children& after, Checks& checks) {
     if (startedAt_) {
       const bool isEarly = isYoung(now);
@@ -44,7 +44,7 @@ class ToolModel {
   }
 
  private:
-  /// A clock that was set back counts as passed.
+  /// Whether the time is over; if the clock was set back behind `start`, it is.
   static bool isOver(Timestamp start, double seconds, Timestamp now) {
     const double elapsed = secondsBetween(start, now);
     return elapsed < 0 || elapsed >= seconds;

@@ -1,4 +1,4 @@
-// The made-up machine: clock, power, agents and a user, as a seed scripts them.
+// The simulated machine: clock, power, agents and a user, driven by a seed.
 #pragma once
 
 #include <time.h>
@@ -25,11 +25,11 @@ namespace wakelatch::soak {
 inline constexpr int ticksBetweenRests = 1000;
 inline constexpr int restTicks = 5;
 
-/// The same numbers from the same seed with every standard library.
+/// Random numbers that are the same for one seed with every standard library.
 class Random {
  public:
   explicit Random(std::uint64_t seed) : engine_(seed) {}
-  /// From 0 to `count` - 1.
+  /// A number from 0 to `count` - 1.
   std::int64_t below(std::int64_t count) {
     return static_cast<std::int64_t>(engine_() % static_cast<std::uint64_t>(count));
   }
@@ -65,7 +65,7 @@ inline tm localTime(std::int64_t milliseconds) {
   return local;
 }
 
-/// The local date as the C library writes it; of that the code under test takes the offset only.
+/// The local date by the C library, from which the code under test takes only the UTC offset.
 inline std::string dayOf(std::int64_t milliseconds) {
   const tm local = localTime(milliseconds);
   char day[32];
@@ -82,16 +82,16 @@ class World {
 
   Random random;
   std::int64_t milliseconds = 1735700400000;  ///< since 1970, a whole number of them
-  bool isResting = false;                     ///< nothing fails, the mode is off
+  bool isResting = false;                     ///< whether nothing fails and the mode is off
   bool isOnACPower = true, isLevelKnown = true;
   double batteryPercent = 80;
   LidState lid = LidState::open;
   ThermalState heat = ThermalState::nominal;
   bool isSleepDisabled = false;  ///< the lid-closed setting
-  /// What a prompt that was given up is about to make of it.
+  /// The value that a timed-out prompt is still going to set.
   std::optional<bool> lateSetting = {};
-  bool isToolThere = true;    ///< the keep-awake tool
-  bool fellAsleep = false;    ///< until the next step
+  bool isToolThere = true;    ///< whether the keep-awake tool exists
+  bool fellAsleep = false;    ///< whether the machine sleeps until the next step
   bool isWatchQuiet = false;  ///< see Pace
   ScriptedAccessibility screen;
   GuardSettings settings;
@@ -178,7 +178,7 @@ class World {
   void moveClock(bool isRestBeginning) {
     const auto hour = std::int64_t{3600'000};
     if (isRestBeginning) {
-      milliseconds += 3 * hour;  // a refused prompt is forgotten by then, clock set back or not
+      milliseconds += 3 * hour;  // long enough for refusals to expire even if the clock is set back
     } else if (std::exchange(fellAsleep, false)) {
       milliseconds += random.between(15'000, 10 * hour);
     } else if (random.oneIn(40'000)) {
@@ -196,8 +196,8 @@ class World {
     }
   }
 
-  /// Goes to 20 s before the first full hour, at most so many ahead, at which the local time
-  /// changes in a way.
+  /// Sets the clock to 20 s before the next full hour at which `change` holds for the local times
+  /// before and after it; tries `hours` hours at most.
   template <class Change>
   void jumpBefore(int hours, Change change) {
     const std::int64_t hour = 3600'000;
@@ -265,7 +265,7 @@ class World {
     }
   }
 
-  /// The user's hand in the settings file, through its JSON form.
+  /// Changes the settings as a user does, through their JSON form.
   void changeSettings() {
     ++changes;
     GuardSettings changed;
@@ -292,7 +292,7 @@ class World {
   std::vector<Agent> agents_;
   AppMode mode_ = AppMode::watchAgentUI;
   bool isCalm_ = false;
-  bool isAway_ = false;  ///< nobody uses an agent
+  bool isAway_ = false;  ///< whether nobody uses an agent
   static constexpr auto quietMilliseconds =
       static_cast<std::int64_t>(1000 * host::Pace::quietSeconds);
   std::int64_t interval_ = 2000;

@@ -15,7 +15,7 @@ namespace {
 constexpr double tickSeconds = 2, toolSeconds = 10, promptSeconds = 120, releaseDelaySeconds = 60;
 constexpr int sessionFileDepth = 12;
 
-/// Starts every tool in one language: with decimal commas the process listing cannot be read, and
+/// Runs every tool in a fixed locale: with decimal commas the process listing cannot be read, and
 /// in "C" letters beyond ASCII are printed as escapes.
 class PlainLanguageRunner final : public CommandRunning {
  public:
@@ -53,7 +53,7 @@ NSString *toNSString(std::string_view text) {
   return string != nil ? string : @"";
 }
 
-/// What the host of the library owns for its whole life. Used from the guard's queue alone.
+/// What the host owns for its whole life. Used only on the guard's queue.
 struct Machinery {
   PlainLanguageRunner runner{toolSeconds}, adminRunner{promptSeconds};
   PowerMonitor power{runner};
@@ -67,7 +67,7 @@ struct Machinery {
   AgentStateMachine machine;
   SleepController controller{runner, adminRunner, FileLogger::shared(), "/usr/bin/caffeinate"};
   host::Notifier notifier;
-  // One thread decides and acts, so nothing newer is wanted while it acts.
+  // One thread decides and acts, so no newer decision can come while it acts.
   host::KeepAwake keepAwake{
       controller,
       notifier,
@@ -89,7 +89,7 @@ struct Machinery {
     const GuardDecision decision =
         machine.evaluate(mode, settings, reading, lidState, signal,
                          controller.isSleepPreventionEnabled(), heat, now);
-    // Later by now: the tools take their time.
+    // Read again, as the tools above take a while.
     keepAwake.apply(host::makeWish(decision, settings, reading, lidState, heat, platform::now()));
     return decision;
   }
@@ -115,9 +115,9 @@ struct Machinery {
   dispatch_queue_t _queue;
   dispatch_source_t _timer;
   id<NSObject> _activity;
-  // Both are used on the queue alone.
+  // Both are used only on the queue.
   std::unique_ptr<Machinery> _machinery;  // null once the guard has been stopped
-  BOOL _restored;                         // by the stop
+  BOOL _restored;                         // whether the stop has restored normal sleep
 }
 
 - (instancetype)init {
@@ -136,7 +136,8 @@ struct Machinery {
 }
 
 - (void)start {
-  // An application without windows is put to nap, and its timers with it. The system may sleep.
+  // Otherwise App Nap would slow down the timers of an application without windows. This activity
+  // does not keep the system awake.
   _activity = [NSProcessInfo.processInfo
       beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
                         reason:@"Watching agents"];
@@ -145,7 +146,7 @@ struct Machinery {
     machinery.keepAwake.startUp();
   }];
   _timer = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, _queue);
-  // Ticks that come due while one is under way, or waits for a password, are one tick.
+  // Ticks that come due while another one runs, or waits for a password, are merged into one.
   dispatch_source_set_timer(_timer, DISPATCH_TIME_NOW, uint64_t(tickSeconds * NSEC_PER_SEC),
                             NSEC_PER_SEC / 10);
   dispatch_source_set_event_handler(_timer, ^{
@@ -156,15 +157,16 @@ struct Machinery {
   dispatch_resume(_timer);
 }
 
-/// Has `use` run on the queue.
+/// Schedules `use` on the queue.
 - (void)enqueue:(void (^)(Machinery &machinery))use {
   dispatch_async(_queue, ^{
     [self run:use];
   });
 }
 
-/// Runs `use`, on the queue, unless the guard has been stopped. With a pool of its own, because a
-/// queue empties its pool when it likes; exceptions end here, because dispatch cannot carry them.
+/// Runs `use`, unless the guard has been stopped; to be called on the queue. Has an autorelease
+/// pool of its own, because a queue drains its pool at no certain time. Catches exceptions, because
+/// they must not reach dispatch.
 - (void)run:(void (^)(Machinery &machinery))use {
   @autoreleasepool {
     if (!_machinery) return;
@@ -187,7 +189,7 @@ struct Machinery {
 }
 
 - (BOOL)setMode:(NSString *)rawValue {
-  const char *bytes = rawValue.UTF8String;  // null for what is no valid Unicode
+  const char *bytes = rawValue.UTF8String;  // null if it is not valid Unicode
   if (bytes == nullptr) return NO;
   const auto mode = fromRawValue<AppMode>(std::string_view(bytes));
   if (!mode) return NO;
@@ -226,7 +228,7 @@ struct Machinery {
         self->_restored = YES;
       }
     }];
-    self->_machinery.reset();  // here: its end waits for the keep-awake process
+    self->_machinery.reset();  // on the queue, as its destructor waits for the keep-awake process
     const BOOL restored = self->_restored;
     dispatch_async(dispatch_get_main_queue(), ^{
       completion(restored);

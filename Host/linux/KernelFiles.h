@@ -1,4 +1,4 @@
-// Reading what the kernel tells in files of /proc and /sys.
+// Reads the kernel's files in /proc and /sys.
 #pragma once
 
 #include <dirent.h>
@@ -20,9 +20,9 @@
 
 namespace wakelatch::host {
 
-/// A file's content; nothing when it is not there, when its process or device has gone, or when it
-/// may not be read. For files that the kernel makes up: these have no size, and no owner to trust,
-/// and only their end is told with less than there is room for.
+/// A file's content, up to 16 MiB; absent if the file is missing or may not be read, or its process
+/// or device has gone. Only for files that the kernel generates: they have no size, and a short
+/// read marks their end.
 inline std::optional<std::string> kernelFile(const std::string& file) {
   constexpr std::size_t longest = 16U << 20;
   const platform::Descriptor opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -38,7 +38,7 @@ inline std::optional<std::string> kernelFile(const std::string& file) {
   return content;
 }
 
-/// The integer that `text` is as a whole; independent of the locale.
+/// The integer that the whole `text` represents, in any locale; absent if it is none.
 template <class Number>
 std::optional<Number> numberIn(std::string_view text) {
   Number number{};
@@ -47,7 +47,7 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
-/// Calls `visit` with each entry of a directory; with none when it cannot be read.
+/// Calls `visit` with each entry of a directory; does nothing if it cannot be read.
 template <class Visit>
 void forEachEntry(const std::filesystem::path& directory, const Visit& visit) {
   const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(directory.c_str()), &::closedir);
@@ -57,7 +57,7 @@ void forEachEntry(const std::filesystem::path& directory, const Visit& visit) {
   }
 }
 
-/// The names of a directory's entries, in order; none when it cannot be read.
+/// The names of a directory's entries, sorted; empty if it cannot be read.
 inline std::vector<std::string> namesIn(const std::filesystem::path& directory) {
   std::vector<std::string> names;
   forEachEntry(directory, [&](const dirent& entry) { names.emplace_back(entry.d_name); });

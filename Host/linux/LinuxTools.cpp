@@ -63,7 +63,7 @@ void LoginManager::releaseLidLock() {
   try {
     for (int i = 0; i < looks && isLidLocked(); ++i) std::this_thread::sleep_for(pause);
   } catch (const std::runtime_error&) {
-    // Nobody to see it: the kernel has let go all the same.
+    // The list cannot be read, but the kernel has released the lock when it was closed.
   }
 }
 
@@ -73,7 +73,7 @@ bool LoginManager::isLidLocked() try {
     return lock.who == Logind::who && lock.holdsOff("handle-lid-switch");
   });
 } catch (const NoSessionManager&) {
-  // One that comes back finds the locks that are still held.
+  // A session manager that starts again honours the locks that are still held.
   const platform::MutexLock guard(mutex_);
   return lidLock_.get() >= 0;
 }

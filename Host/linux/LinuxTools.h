@@ -1,5 +1,5 @@
-// The system tools that the library runs, answered from the kernel: the same command lines, the
-// same output formats, no child process.
+// Replaces the macOS tools that the library runs: takes their command lines and gives their output
+// formats, with answers from the kernel and the session manager, without child processes.
 #pragma once
 
 #include <chrono>
@@ -17,7 +17,7 @@
 
 namespace wakelatch::host {
 
-/// Where the kernel and the session manager are read; other places for tests.
+/// Where the kernel and the session manager are found; tests use other places.
 struct LinuxRoots {
   std::filesystem::path proc = "/proc";
   std::filesystem::path powerSupply = "/sys/class/power_supply";
@@ -26,25 +26,26 @@ struct LinuxRoots {
   Logind logind = {};
 };
 
-/// The session manager as all runners of a process share it. May be used from any thread. Each call
-/// throws as Logind's do.
+/// The session manager and this process's lid lock, shared by all runners of the process. Callable
+/// from any thread. Calls block and throw as Logind's do, unless they say otherwise.
 class LoginManager {
  public:
-  /// After a call without an answer, all others fail at once for this long, so that a watch that
-  /// ends or acts in danger need not wait for each.
+  /// After a call without an answer, all calls fail at once for this long, so that a watch that
+  /// ends, or acts in danger, does not wait for each.
   static constexpr std::chrono::seconds silence{10};
 
   explicit LoginManager(Logind logind) : logind_(std::move(logind)) {}
 
   void suspend();
 
-  /// Takes this process's lock that keeps a closed lid from putting the machine to sleep, unless it
-  /// is held already.
+  /// Takes the lid lock, unless this process holds it: with it a closed lid does not put the
+  /// machine to sleep.
   void takeLidLock();
-  /// Lets go of it, which never fails, and waits for up to a second until that is seen.
+  /// Releases the lid lock and waits up to a second until the session manager no longer lists it.
+  /// Never fails.
   void releaseLidLock();
-  /// Whether such a lock is listed, of this process or another one of ours; while there is no
-  /// session manager, whether this process holds one.
+  /// Whether the session manager lists a lid lock under our name, of this process or another one.
+  /// Without a session manager: whether this process holds one.
   bool isLidLocked();
 
  private:
@@ -57,7 +58,7 @@ class LoginManager {
   std::chrono::steady_clock::time_point silentUntil_ WAKELATCH_GUARDED_BY(mutex_);
 };
 
-/// Answers these command lines and no other:
+/// Answers these command lines only:
 ///
 ///     /bin/ps -axo pid=,ppid=,pcpu=,comm=    see ProcessTable
 ///     /bin/ps -axo pid=,args=
@@ -66,20 +67,20 @@ class LoginManager {
 ///     /usr/sbin/ioreg -r -k AppleClamshellState -d 1
 ///     /usr/bin/pmset -g                      sleep is disabled while a lid lock is listed
 ///     /usr/bin/osascript -e ... disablesleep 1 ...   takes the lid lock
-///     /usr/bin/osascript -e ... disablesleep 0 ...   lets it go
-///     /usr/bin/pmset -a disablesleep 0       lets it go as well
+///     /usr/bin/osascript -e ... disablesleep 0 ...   releases the lid lock
+///     /usr/bin/pmset -a disablesleep 0       releases the lid lock
 ///     /usr/bin/pmset sleepnow                suspends through logind
 class LinuxTools : public SystemTools {
  public:
   explicit LinuxTools(const LinuxRoots& roots = {})
       : LinuxTools(roots, std::make_shared<LoginManager>(roots.logind)) {}
-  /// @param manager  shared by all that act for one process; asked in place of `roots.logind`
+  /// @param manager  shared by all runners of the process; used in place of `roots.logind`
   LinuxTools(LinuxRoots roots, std::shared_ptr<LoginManager> manager);
 
-  /// Safe from several threads at once; process listings wait for each other, and the first takes
-  /// ProcessTable::sampleSeconds. What the kernel does not tell is left out of the answer. Throws
-  /// CommandRunnerError::nonZeroExit for a tool that fails, std::runtime_error naming the command
-  /// for a command line that is not in the list.
+  /// Callable from several threads at once; process listings wait for each other, and the first one
+  /// takes ProcessTable::sampleSeconds. Values that the kernel does not provide are missing in the
+  /// output. Throws CommandRunnerError::nonZeroExit if the tool fails, and std::runtime_error
+  /// naming the command for any other command line.
   CommandResult run(const ShellCommand& command) override;
 
   /// See ProcessTable::setQuiet().
@@ -91,17 +92,17 @@ class LinuxTools : public SystemTools {
   ProcessTable processes_;
 };
 
-/// What `pmset -g batt` prints: where the power comes from, then the battery's charge and state.
-/// Batteries of peripherals do not count. Several batteries are one, its charge weighted by their
-/// capacities: a reader takes the first percentage, and one empty battery of two is no emergency.
+/// The output of `pmset -g batt`: the power source, then the battery's charge and state. Batteries
+/// of peripherals do not count. Several batteries are shown as one, with their mean charge weighted
+/// by capacity: readers take the first percentage, and one empty battery of two is no emergency.
 /// Without a battery the machine is on AC power.
 std::string batteryReport(const std::filesystem::path& powerSupply);
 
-/// The line of `ioreg` that tells whether the lid is closed; empty without a lid.
+/// The line of `ioreg` that says whether the lid is closed; empty without a lid.
 std::string lidReport(const std::filesystem::path& lid);
 
-/// The worst state of any thermal zone, by the trip points it has reached: "passive" is fair, "hot"
-/// serious, "critical" critical. Fans starting ("active") are no sign of trouble.
+/// The worst state of all thermal zones, by the trip points that they have reached: "passive" is
+/// fair, "hot" serious, "critical" critical. "active" (a fan starts) counts as nominal.
 ThermalState thermalState(const std::filesystem::path& thermal);
 
 }  // namespace wakelatch::host

@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A device's attribute without the line end; empty when the device does not tell it.
+/// A device's attribute without the line end; empty if the device has none.
 std::string attribute(const fs::path& device, const std::string& name) {
   const std::string content = kernelFile(device / name).value_or("");
   return std::string(platform::trimmed(content));
@@ -59,14 +59,14 @@ PowerSupplies powerSuppliesIn(const fs::path& directory) {
   return supplies;
 }
 
-/// A charger that the kernel does not know shows in what the batteries do.
+/// Whether the machine is on AC power; without a known charger judged by the batteries' states.
 bool isOnACPower(const PowerSupplies& supplies) {
   if (supplies.batteries.empty() || supplies.chargerOnline) return true;
   if (supplies.anyBatteryIs("Charging")) return true;
   return !supplies.chargerKnown && !supplies.anyBatteryIs("Discharging");
 }
 
-/// The charge of all batteries together; those that do not tell theirs are left out.
+/// The charge of all batteries together, without those of unknown charge.
 std::optional<long> chargePercent(const std::vector<Battery>& batteries) {
   const bool weighted = std::all_of(batteries.begin(), batteries.end(), [](const Battery& battery) {
     return battery.capacity.value_or(0) > 0;
@@ -86,7 +86,7 @@ std::optional<long> chargePercent(const std::vector<Battery>& batteries) {
 std::string chargingState(const PowerSupplies& supplies, bool onACPower) {
   if (!onACPower) return "discharging";
   if (supplies.anyBatteryIs("Charging")) return "charging";
-  if (supplies.anyBatteryIs("Discharging")) return "discharging";  // a charger too weak
+  if (supplies.anyBatteryIs("Discharging")) return "discharging";  // the charger may be too weak
   return supplies.anyBatteryIs("Full") ? "charged" : "AC attached; not charging";
 }
 
@@ -104,7 +104,7 @@ ThermalState zoneState(const fs::path& zone) {
     const std::string type = attribute(zone, prefix + "_type");
     if (type.empty()) break;
     const long limit = numericAttribute(zone, prefix + "_temp").value_or(0);
-    // Drivers write 0 or less for a trip point that is not in use.
+    // 0 or less means that the trip point is not in use.
     if (limit > 0 && *temperature >= limit) state = std::max(state, stateAtTrip(type));
   }
   return state;

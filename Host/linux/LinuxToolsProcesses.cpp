@@ -25,13 +25,13 @@ std::vector<std::string_view> piecesOf(std::string_view text, char separator) {
   return pieces;
 }
 
-/// A directory of /proc. Its inode is another one for another process of the same id.
+/// A directory of /proc. The inode differs for another process with the same id.
 struct ProcessDirectory {
   pid_t pid;
   ino_t inode;
 };
 
-/// In the order of their ids.
+/// The processes' directories, by ascending id.
 std::vector<ProcessDirectory> processesIn(const fs::path& proc) {
   std::vector<ProcessDirectory> found;
   forEachEntry(proc, [&](const dirent& entry) {
@@ -74,7 +74,7 @@ bool gives(std::string_view text, std::string_view name) {
 /// See ProcessTable::programName().
 std::string programOf(const std::string& name, std::string executable,
                       const std::string& commandLine) {
-  if (gives(executable, name)) return executable;  // started by its own name and not renamed since
+  if (gives(executable, name)) return executable;  // not a script, not renamed
 
   const auto arguments = piecesOf(commandLine, '\0');
   const bool titled = !arguments.empty() && gives(arguments[0], name);
@@ -85,7 +85,7 @@ std::string programOf(const std::string& name, std::string executable,
     if (gives(arguments[i], name)) return std::string(arguments[i]);
   }
 
-  // Looks the same for a link by which the executable was started: its name is the better one too.
+  // A process whose executable was started by a link looks the same; the link's name is wanted too.
   if (titled) return std::string(arguments[0]);
 
   return executable.empty() ? name : executable;
@@ -104,7 +104,7 @@ void appendAligned(std::string& line, const std::string& text) {
   line.append(text).push_back(' ');
 }
 
-/// With one decimal and a point, whatever the locale.
+/// One decimal and a decimal point in any locale.
 std::string percentText(double percent) {
   const long tenths = std::lround(percent * 10);
   return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
@@ -121,7 +121,7 @@ std::optional<std::chrono::nanoseconds> timeOf(clockid_t clock) {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-/// The CPU time that a process has used; nothing when the kernel does not tell.
+/// The CPU time that a process has used; absent if the kernel does not say.
 std::optional<std::chrono::nanoseconds> cpuTimeOf(pid_t pid) {
   clockid_t clock{};
   return ::clock_getcpuclockid(pid, &clock) == 0 ? timeOf(clock) : std::nullopt;
@@ -167,7 +167,7 @@ void ProcessTable::readNames(Process& process, const std::string& directory) {
 }
 
 double ProcessTable::cpuPercent(const Status& now, const Status* before, Clock::time_point since) {
-  // One that was not there before had used nothing then.
+  // A new process counts from the previous sample, with no CPU use before.
   std::uint64_t ticksBefore = 0;
   if (before != nullptr) {
     ticksBefore = std::min(before->cpuTicks, now.cpuTicks);
@@ -177,7 +177,7 @@ double ProcessTable::cpuPercent(const Status& now, const Status* before, Clock::
          std::chrono::duration<double>(now.readAt - since).count();
 }
 
-/// A process gets another parent without having run: when its parent exits.
+/// Reads the parents again that have exited: a process gets a new parent without having run itself.
 void ProcessTable::findParents(Sample& sample) const {
   const auto isBefore = [](const Process& process, pid_t pid) { return process.pid < pid; };
   auto& all = sample.processes;
@@ -195,7 +195,8 @@ ProcessTable::Sample ProcessTable::takeSample(Sample previous, bool isQuiet) con
   const std::chrono::duration<double> sinceBoot =
       timeOf(CLOCK_BOOTTIME).value_or(Clock::duration());
   const double youngFrom = (sinceBoot.count() - youngSeconds) * ticksPerSecond();
-  // In a /proc of other ids than this process's system calls know, these would tell of others.
+  // If /proc shows another process id namespace, system calls with its ids would reach other
+  // processes.
   const bool hasClocks = linkTarget(proc_ + "self") == std::to_string(::getpid());
   Sample sample{.begun = Clock::now(), .round = (previous.round + 1) % rounds, .processes = {}};
   auto known = previous.processes.begin();
@@ -254,7 +255,8 @@ std::string ProcessTable::usageListing() {
 
 std::string ProcessTable::argumentListing() {
   const platform::MutexLock lock(listing_);
-  // A sample of its own would not count as the one before the next usage listing.
+  // Without a fresh sample a separate one is taken. It is not kept: the next usage listing measures
+  // CPU use from the previous usage listing.
   Sample own;
   const std::chrono::duration<double> sameMoment(sampleSeconds / 2);
   const bool isFresh = newest_ && Clock::now() - newest_->begun <= sameMoment;

@@ -24,7 +24,7 @@ struct ReleaseMessage {
 };
 using Message = std::unique_ptr<sd_bus_message, ReleaseMessage>;
 
-/// `result` of an sd-bus function, which is a negative errno when it failed.
+/// `result` of an sd-bus function; throws if it is a negative errno.
 int checked(int result, const char* what) {
   if (result >= 0) return result;
   throw std::runtime_error(std::string(what) + ": " + std::generic_category().message(-result));
@@ -48,8 +48,8 @@ Bus connect(const Logind& logind) {
   return bus;
 }
 
-/// Calls a method of the manager object and returns its reply. A manager that does not run is not
-/// started: where it is no service of systemd's, the bus would wait long and in vain.
+/// Calls a method of the manager object and returns its reply. Does not start a manager that is not
+/// running: without systemd the bus would wait for it until the time-out.
 template <class... Arguments>
 Message callManager(const Bus& bus, const char* member, const char* types, Arguments... arguments) {
   sd_bus_message* created = nullptr;
@@ -98,7 +98,7 @@ std::vector<Inhibitor> Logind::inhibitors() const {
 void Logind::suspend() const {
   const Bus bus = connect(*this);
   for (const Inhibitor& lock : inhibitorsOn(bus)) {
-    // The lock of our own tool, which has just ended, may still be listed.
+    // Our own tool has just ended, but its lock may still be listed.
     const bool isOurs = lock.who == who && lock.uid == ::geteuid();
     if (isOurs || !lock.holdsOff("sleep")) continue;
     throw std::runtime_error("held off by " + lock.who + " (process " + std::to_string(lock.pid) +
@@ -111,7 +111,7 @@ int Logind::inhibit(const std::string& what) const {
   const Bus bus = connect(*this);
   const Message reply = callManager(bus, "Inhibit", "ssss", what.c_str(), who,
                                     "Keeping this computer awake", "block");
-  int lock = -1;  // belongs to the reply
+  int lock = -1;  // owned by the reply
   checked(sd_bus_message_read(reply.get(), "h", &lock), "logind Inhibit");
   const int kept = ::fcntl(lock, F_DUPFD_CLOEXEC, 3);
   if (kept < 0) throw std::system_error(errno, std::generic_category(), "logind Inhibit");

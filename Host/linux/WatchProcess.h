@@ -1,4 +1,4 @@
-// The watching process as its keep-awake tool sees it from outside: whether it still watches.
+// Lets the keep-awake tool notice that the watch that started it has ended or is stopped.
 #pragma once
 
 #include <poll.h>
@@ -18,39 +18,39 @@
 
 namespace wakelatch::host {
 
-/// The environment variable in which the host tells its tools its process id. By the time that a
-/// tool looks for its parent, the watch may be dead and the parent be another.
+/// The environment variable with the watch's process id, for its tools. getppid() does not suffice:
+/// if the watch has died before the tool calls it, the parent is another process.
 inline constexpr const char* watchPidVariable = "WAKELATCH_PID";
 
-/// Not for use by several threads at once.
+/// The process of the watch. Not for use by several threads at once.
 class WatchProcess {
  public:
-  /// On the monotonic clock, which stands still while the machine is suspended.
+  /// Times on the monotonic clock, which does not advance while the machine is suspended.
   struct Limits {
-    std::chrono::milliseconds stopped{30'000};  ///< who is stopped for longer watches nothing
+    std::chrono::milliseconds stopped{30'000};  ///< a watch stopped for this long counts as lost
     std::chrono::milliseconds betweenLooks{5'000};
   };
 
-  /// The process with this id; without one this process's parent.
+  /// The process with this id, or this process's parent if absent.
   explicit WatchProcess(std::optional<pid_t> id)
       : id_(id.value_or(parent_)),
         descriptor_(static_cast<int>(::syscall(SYS_pidfd_open, id_, 0))) {}
 
-  /// The id that watchPidVariable holds, if it does.
+  /// The id in watchPidVariable; absent if the variable holds none.
   static std::optional<pid_t> namedID() {
     const char* text = std::getenv(watchPidVariable);
     const auto id = text == nullptr ? std::nullopt : numberIn<pid_t>(text);
     return id > 0 ? id : std::nullopt;
   }
 
-  /// Blocks until the process has ended or has been stopped for longer than the limit. Its end is
-  /// noticed at once; at the next look where the kernel gives no descriptor of a process.
+  /// Blocks until the process has ended or has been stopped for the limit. Notices its end at once,
+  /// or at the next look if the kernel has no process descriptors.
   void awaitLoss(const Limits& limits) const {
     for (auto lastSeenRunning = Clock::now(); !isGone();) {
       const auto now = Clock::now();
       if (!isStopped()) lastSeenRunning = now;
       if (now - lastSeenRunning >= limits.stopped) return;
-      pollfd end{descriptor_.get(), POLLIN, 0};  // a negative one is skipped
+      pollfd end{descriptor_.get(), POLLIN, 0};  // poll() ignores a negative descriptor
       if (::poll(&end, 1, static_cast<int>(limits.betweenLooks.count())) > 0) return;
     }
   }
@@ -58,14 +58,14 @@ class WatchProcess {
  private:
   using Clock = std::chrono::steady_clock;
 
-  /// Who has lost its parent gets another at once: init or a subreaper. Asked after the descriptor
-  /// was opened, this also tells that it is the right process's.
+  /// A process whose parent ends gets another one at once: init or a subreaper. As this is called
+  /// after the descriptor was opened, it also shows that the descriptor is the right process's.
   bool isGone() const {
     if (id_ == parent_) return ::getppid() != parent_;
     return ::kill(id_, 0) != 0 && errno == ESRCH;
   }
 
-  /// By a signal or a debugger.
+  /// Whether the process is stopped, by a signal or a debugger.
   bool isStopped() const {
     std::string stat;
     std::getline(std::ifstream("/proc/" + std::to_string(id_) + "/stat"), stat);

@@ -1,7 +1,7 @@
-// Stand-in for the keep-awake tool: holds a lock of the session manager against sleep until it is
-// ended or its watch is lost. Called with the tool's flag word; its process name is the tool's too,
-// because the clean-up after a crash goes by the name. Once it holds the lock it says so: one line
-// on standard output, "ready" or what the lock does not cover.
+// The keep-awake tool on Linux: holds a lock of the session manager against sleep until it is ended
+// or its watch ends or stops. It takes the flags of the macOS tool and has its name, because the
+// clean-up after a crash looks for that name. Once it holds the lock it prints one line, "ready" or
+// what the lock does not cover.
 #include <unistd.h>
 
 #include <csignal>
@@ -18,8 +18,8 @@ using wakelatch::host::Logind, wakelatch::host::LogindRefusal, wakelatch::host::
 
 namespace {
 
-/// Takes the best lock that is to be had and returns the word about it. Whoever has no session at
-/// this computer, over ssh for one, is granted a lock against idling alone.
+/// Takes the best lock that is permitted and returns the line to be printed about it. A user
+/// without a session at this computer, such as over ssh, may only take a lock against idling.
 const char* takeLock(const char* what) {
   try {
     Logind().inhibit(what);
@@ -46,9 +46,9 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  // Ending is left to the signals' default action, which works at any moment, also in the middle of
-  // a call on the bus. A parent may have left them blocked or ignored. Nobody who stops listening
-  // costs the lock.
+  // The signals' default action ends the process at any moment, even during a call on the bus; the
+  // parent may have left the signals blocked or ignored. SIGPIPE is ignored, so that the lock is
+  // not lost when nobody reads the output.
   sigset_t none;
   sigemptyset(&none);
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) std::signal(signal, SIG_DFL);
@@ -56,14 +56,15 @@ int main(int argc, char** argv) {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 
   try {
-    // In a thread of its own: the call on the bus may take long. It ends without a word: this
-    // process is in no terminal's foreground, and could be stopped by writing there, with its lock.
+    // In a thread of its own, as the call on the bus may take long. It prints nothing when it ends
+    // the process: a background process that writes to a terminal may be stopped, and would keep
+    // its lock.
     std::thread([watch = WatchProcess(WatchProcess::namedID())] {
       watch.awaitLoss({});
       ::_exit(0);
     }).detach();
-    // Not against the lid: that is lid-closed mode's own lock. Nor against idling when the display
-    // may sleep, which is what an idle session's does.
+    // The lid has a lock of its own, see LoginManager::takeLidLock(). Idling is not blocked if the
+    // display may sleep, because the display sleeps when the session is idle.
     std::puts(takeLock(displayStaysAwake ? "sleep:idle" : "sleep"));
     std::fflush(stdout);
   } catch (const std::exception& error) {

@@ -1,5 +1,5 @@
-// Sources that pass on what the machine answers and keep it for a recording. The detectors ask from
-// the thread that records.
+// Sources that pass on the machine's answers and keep them for a recording. To be used from the
+// recording thread only.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@
 
 namespace wakelatch::host {
 
-/// Keeps what `ps` printed.
+/// Runs commands and keeps the output of `ps` listings.
 class ToolListener : public CommandRunning {
  public:
   explicit ToolListener(CommandRunning& machine) : machine_(machine) {}
@@ -35,7 +35,7 @@ class ToolListener : public CommandRunning {
     return result;
   }
 
-  std::string usage, arguments;  ///< the listings of the last look; empty when they failed
+  std::string usage, arguments;  ///< the listings of the last look; empty if they failed
 
  private:
   CommandRunning& machine_;
@@ -53,7 +53,8 @@ class FileListener : public FileActivityProbing {
     return time;
   }
 
-  /// Keeps more than was asked for: a count may still be about that when the clock is set back.
+  /// Keeps an hour more than was asked for: when the clock is set back, a replay counts files whose
+  /// times lie before `since` here.
   ModificationsByPath recentModifications(const std::vector<std::string>& patterns,
                                           Timestamp since) const override {
     constexpr double margin = 3600;
@@ -64,14 +65,14 @@ class FileListener : public FileActivityProbing {
     return files;
   }
 
-  mutable TraceTimes newest;  ///< by traceKey(); 0 where there is no file
+  mutable TraceTimes newest;  ///< by traceKey(); 0 if there is no file
   mutable std::map<std::string, ModificationsByPath> sessions;  ///< by traceKey()
 
  private:
   const FileActivityProbing& machine_;
 };
 
-/// Keeps what was told of turns.
+/// Keeps the answers about turn records and processes.
 class TurnListener : public TurnReading {
  public:
   explicit TurnListener(TurnReading& machine) : machine_(machine) {}
@@ -91,8 +92,8 @@ class TurnListener : public TurnReading {
   }
 
   std::map<std::string, std::vector<TurnRecord>> told;  ///< by traceKey()
-  TraceTimes started;                                   ///< by pid, of this look and earlier ones
-  std::vector<std::int64_t> connected;                  ///< in this look: cleared by who reads it
+  TraceTimes started;                                   ///< by pid, from this look and earlier ones
+  std::vector<std::int64_t> connected;  ///< pids, in this look; to be cleared by the reader
 
  private:
   TurnReading& machine_;
@@ -123,7 +124,7 @@ class ScreenListener : public platform::Accessibility {
 
   bool isTrustedNow = false;
   std::vector<platform::RunningApplication> running;
-  std::vector<std::pair<std::int32_t, std::string>> texts;  ///< by process, in order of reading
+  std::vector<std::pair<std::int32_t, std::string>> texts;  ///< text by pid, in order of reading
 
  private:
   Accessibility& machine_;

@@ -16,14 +16,14 @@ std::string systemName() {
   return std::string(names.sysname) + " " + names.release + " " + names.machine;
 }
 
-/// What session counts look at in a path, and a number for the rest of it.
+/// A name for a path: the parts that session counts depend on, and a number for the rest.
 std::string anonymous(const std::string& path, std::size_t number) {
   const bool isHelper = path.compare(path.rfind('/') + 1, 6, "agent-") == 0;
   return (path.find("/subagents/") == path.npos ? "" : "/subagents/") +
          std::string(isHelper ? "agent-" : "s") + std::to_string(number);
 }
 
-/// Notes what has changed: `told` becomes `now`, and the line gets it.
+/// If the value has changed, sets `told` and the member `line` of the trace's line to `now`.
 template <class Line, class T>
 void tell(Line& line, T& told, T now) {
   if (told == now) return;
@@ -127,7 +127,7 @@ void Recorder::tellProcesses(TraceTick& tick) {
     const auto found = arguments.find(process.pid);
     if (found != arguments.end()) process.arguments = found->second;
     Row& row = rows_[process.pid];
-    if (row.seenIn == ticks_) continue;  // of several rows the first tells
+    if (row.seenIn == ticks_) continue;  // of several rows with one id the first counts
     const double cpu = std::exchange(process.cpuPercent, row.process.cpuPercent);
     if (row.process != process) {
       const bool isNew =
@@ -163,7 +163,7 @@ void Recorder::tellProcesses(TraceTick& tick) {
     if (!row->isTold) row->toldCPU = 0;
     if (!row->isTold || !row->isCurrent) changed[pid] = traceOf(*row);
     row->isTold = row->isCurrent = true;
-    // The load of what started an agent is no evidence.
+    // Loads of an agent's ancestors do not affect decisions.
     const double load = options_.keepsAllProcesses || row->isOfAgent ? row->process.cpuPercent : 0;
     if (std::exchange(row->toldCPU, load) != load) cpu[pid] = load;
     order.push_back(row->process.pid);
@@ -175,8 +175,8 @@ void Recorder::tellProcesses(TraceTick& tick) {
   tell(tick.order, order_, order);
 }
 
-/// Finds out which rows belong to an agent, itself or all that it started, and which started it.
-/// What is learned on the way up is kept in the rows, so long chains are walked once.
+/// Marks the processes that belong to an agent (its own and their descendants) and its ancestors.
+/// Results are kept in all rows on the way up, so long chains are walked only once.
 void Recorder::markKin(const std::vector<Row*>& rows) {
   for (Row* row : rows) {
     row->isOfAgent = row->isAgent;
@@ -190,14 +190,14 @@ void Recorder::markKin(const std::vector<Row*>& rows) {
   for (Row* row : rows) {
     Row* up = row;
     while (up != nullptr && !up->isOfAgent && up->askedIn != ticks_) {
-      up->askedIn = ticks_;  // of no agent, until the walk has ended: it may go round in a ring
+      up->askedIn = ticks_;  // no agent's for now; ends the walk if the links form a loop
       path.push_back(up);
       up = parentOf(*up);
     }
     for (Row* passed : path) passed->isOfAgent = up != nullptr && up->isOfAgent;
     path.clear();
     if (!row->isAgent) continue;
-    // The system's own first process started nobody.
+    // The system (process 1) does not count as an ancestor.
     while (row->process.parentPID > 1) {
       row = parentOf(*row);
       if (row == nullptr || std::exchange(row->isAncestor, true)) break;
@@ -224,7 +224,7 @@ void Recorder::tellFiles(TraceTick& tick, Timestamp now) {
   for (const auto& [key, files] : files_.sessions) {
     TraceTimes times;
     for (const auto& [path, time] : files) {
-      // One that is not counted any more counts as gone.
+      // A file that is too old for session counts is recorded as gone.
       if (secondsBetween(time, now) > SessionActivityDetector::defaultSessionCountWindow) continue;
       std::string& name = fileNames_[path];
       if (name.empty()) name = anonymous(path, fileNames_.size());
@@ -241,7 +241,7 @@ void Recorder::tellTurns(TraceTick& tick) {
   for (const auto& [key, records] : turns_.told) {
     std::map<std::string, TraceTurn> now;
     for (const TurnRecord& record : records) {
-      // Of one session in all files: its records are weighed together.
+      // One name per session for all files, as records of the same session are merged.
       std::string& name = turnNames_[record.session];
       if (name.empty()) name = "t" + std::to_string(turnNames_.size());
       now[name] = {record.state, record.writtenAt, record.pid};

@@ -1,4 +1,4 @@
-// Records what a watch asks of the machine and what it answered.
+// Records what a watch reads from the machine.
 #pragma once
 
 #include <cstdint>
@@ -19,31 +19,33 @@
 
 namespace wakelatch::host {
 
-/// Gives the detectors sources that answer as the machine does and keep each answer; tick() makes a
-/// line from those of the last look. Used from the watch's deciding thread. Nothing of a person's
-/// work goes into a trace: see Privacy. Of several processes listed with one id the first alone
-/// counts.
+/// Gives the detectors sources that pass on the machine's answers and keep them; tick() makes a
+/// line of a trace from the answers of the last look. Used from the watch's deciding thread only.
+/// The content of a user's work does not go into a trace: see Privacy. If several processes are
+/// listed with one id, only the first one counts.
 class Recorder {
  public:
   struct Options {
     double intervalSeconds = 2;
     AppMode mode = AppMode::watchAgentUI;
-    std::optional<std::int64_t> pid;  ///< of the watch; absent for a dry run
-    AgentProfiles profiles = {};      ///< that are looked for
-    bool keepsAllProcesses = false;   ///< with all their arguments
+    std::optional<std::int64_t> pid;  ///< process id of the watch; absent for a dry run
+    AgentProfiles profiles = {};      ///< the agents that are watched
+    bool keepsAllProcesses = false;   ///< whether to record all processes with all arguments
   };
 
-  /// @param machine  what is asked; owned by the caller
+  /// @param machine  the sources to be recorded; used, not owned
   Recorder(const Sources& machine, Options options);
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
-  /// What the detectors are to ask.
+  /// The sources for the detectors.
   const Sources& sources() const { return sources_; }
 
-  /// The first line of a trace that begins now, without line end. Before the first tick().
+  /// The first line of a trace that begins now, without line end. To be called before the first
+  /// tick().
   std::string header(const GuardSettings& settings, Timestamp now);
-  /// The line of a tick, from what was seen since the one before.
+  /// The line for a tick, without line end: what has changed since the previous line. Throws
+  /// std::domain_error if a number cannot be written as JSON.
   std::string tick(const Observation& seen, const GuardSettings& settings, const Held& held);
 
  private:
@@ -52,11 +54,11 @@ class Recorder {
     ProcessSnapshot process;
     bool isAgent = false;
     bool isOfAgent = false, isAncestor = false;  ///< see markKin()
-    bool isTold = false;                         ///< it is in the trace
-    bool isCurrent = false;                      ///< what the trace says of it is up to date
-    double toldCPU = 0;
-    std::uint64_t seenIn = 0;   ///< the number of the tick
-    std::uint64_t askedIn = 0;  ///< that in which isOfAgent was last found out
+    bool isTold = false;                         ///< whether it is in the trace
+    bool isCurrent = false;                      ///< whether its entry in the trace is up to date
+    double toldCPU = 0;                          ///< its load in the trace
+    std::uint64_t seenIn = 0;                    ///< number of the last tick that listed it
+    std::uint64_t askedIn = 0;  ///< number of the last tick that determined isOfAgent
   };
 
   void follow(const GuardSettings& settings);
@@ -75,10 +77,11 @@ class Recorder {
   ScreenListener screen_;
   const Sources sources_;
 
-  std::int64_t lastMs_ = 0;  ///< of the last line, since 1970
+  std::int64_t lastMs_ = 0;  ///< time of the last line, in milliseconds since 1970
   std::uint64_t ticks_ = 0;
-  std::optional<GuardSettings> settings_;  ///< as told last; so are the others
-  std::optional<Privacy> privacy_;         ///< for these
+  // From here on: the values last written to the trace, and what is derived from them.
+  std::optional<GuardSettings> settings_;
+  std::optional<Privacy> privacy_;  ///< for these settings
   std::optional<PhraseIndex> phraseIndex_;
   std::vector<std::string> phrases_;
   Held held_;
@@ -90,7 +93,8 @@ class Recorder {
   TraceTimes newest_, started_;
   std::map<std::string, TraceTimes> sessions_;
   std::map<std::string, std::map<std::string, TraceTurn>> turnsTold_;
-  std::map<std::string, std::string> fileNames_, turnNames_;  ///< in the trace, by path or session
+  /// The names that stand for them in the trace, by path and by session.
+  std::map<std::string, std::string> fileNames_, turnNames_;
   std::vector<std::int64_t> connected_;
   std::optional<TraceScreen> screenTold_;
 };
