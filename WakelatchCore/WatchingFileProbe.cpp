@@ -60,8 +60,9 @@ std::string nameOf(const std::string& path) {
 /// The entries that a list of patterns matches, and the directories where it may match.
 class Tree : PatternWalk {
  public:
-  Tree(const Patterns& patterns, std::string home, std::int64_t maxDepth, SharedWatches& watches)
-      : Tree(std::make_unique<PatternList>(patterns), std::move(home), maxDepth, watches) {}
+  Tree(const Patterns& patterns, const std::string& home, std::int64_t maxDepth,
+       SharedWatches& watches)
+      : Tree(std::make_unique<PatternList>(patterns), home, maxDepth, watches) {}
   ~Tree() override { forget(""); }
 
   /// Walks everything anew.
@@ -189,11 +190,11 @@ class Tree : PatternWalk {
     }
   };
 
-  Tree(std::unique_ptr<const PatternList> patterns, std::string home, std::int64_t maxDepth,
+  Tree(std::unique_ptr<const PatternList> patterns, const std::string& home, std::int64_t maxDepth,
        SharedWatches& watches)
       : PatternWalk(*patterns, maxDepth),
         patterns_(std::move(patterns)),
-        home_(std::move(home)),
+        home_(home),
         maxDepth_(maxDepth),
         watches_(watches) {
     build();
@@ -406,7 +407,7 @@ bool WatchingFileProbe::isSupported() {
   return platform::DirectoryWatch::isSupported();
 }
 
-WatchingFileProbe::WatchingFileProbe(std::filesystem::path home, std::int64_t maxDepth,
+WatchingFileProbe::WatchingFileProbe(const std::filesystem::path& home, std::int64_t maxDepth,
                                      double verifyEvery)
     : state_(std::make_unique<State>(home.string(), maxDepth, verifyEvery)) {}
 

@@ -39,7 +39,7 @@ class WatchingFileProbe : public FileActivityProbing {
 
   /// @param home, maxDepth  as for FileActivityProbe
   /// @param verifyEvery     in place of `verifyInterval`, for tests
-  WatchingFileProbe(std::filesystem::path home, std::int64_t maxDepth,
+  WatchingFileProbe(const std::filesystem::path& home, std::int64_t maxDepth,
                     double verifyEvery = verifyInterval);
   ~WatchingFileProbe() override;
   WatchingFileProbe(const WatchingFileProbe&) = delete;
