@@ -168,7 +168,7 @@ Finding checkPromptTool() {
 }
 
 /// Starts the keep-awake tool for a moment: one that cannot work here ends by itself, or does not
-/// give its word.
+/// report that it is ready.
 Finding checkKeepAwakeTool() {
   const std::string path = keepAwakeTool().string();
   const auto arguments = SleepController::caffeinateArguments(/*letDisplaySleep=*/true);

@@ -1,6 +1,6 @@
 // Keeps the keep-awake tool running while it is wanted. A tool is trusted only once it has shown
-// that it works on this machine: by its word, where it gives one, otherwise by having run for a
-// while.
+// that it works on this machine: by its ready line, if it prints one, otherwise by having run for
+// a while.
 #pragma once
 
 #include <optional>
@@ -16,15 +16,14 @@ namespace wakelatch::host {
 /// prompt.
 class KeepAwakeTool {
  public:
-  /// A tool that gives no word is trusted after this long: one that cannot work here has ended by
-  /// then.
+  /// A tool that prints no ready line is trusted after this long: one that cannot work here has
+  /// ended by then.
   static constexpr double provenSeconds = 15;
   /// Once a tool has run for so long, the next failure is told to the user again.
   static constexpr double soundSeconds = 600;
   /// A tool that ended before it was trusted is started again after this long.
   static constexpr double pauseSeconds = 60;
-  /// A tool that gave its word but ended sooner than this is started again only after as long a
-  /// pause.
+  /// A tool that was ready but ended sooner than this is started again only after as long a pause.
   static constexpr double shortestPauseSeconds = 1;
 
   /// @param controller, notifier  owned by the caller
