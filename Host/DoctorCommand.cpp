@@ -1,3 +1,7 @@
+// `doctor`: checks settings, agents, statistics, tools, other files and the running watch, and says
+// what to do about each problem, as text or as one JSON object. Each function below makes one
+// finding. Changes nothing and prompts for nothing; the keep-awake tool runs for half a second.
+// Leaves with 1 when anything is wrong.
 #include <signal.h>
 #include <unistd.h>
 
