@@ -225,7 +225,7 @@ ProcessTable::Sample ProcessTable::takeSample(Sample previous, bool isQuiet) con
     now.cpuTime = cpuTime;
     now.cpuPercent = cpuPercent(*status, before ? &before->status : nullptr, previous.begun);
     now.status = std::move(*status);
-    if (!isTurn && before && before->status.isAs(now.status)) {
+    if ((hasRested || !isTurn) && before && before->status.isAs(now.status)) {
       now.program = std::move(before->program);
       now.arguments = std::move(before->arguments);
     } else {

@@ -24,7 +24,8 @@ namespace wakelatch::host {
 /// Its CPU clock shows whether it has run, at much less cost than reading its files. If `proc`
 /// shows another process id namespace (another container's), these clocks cannot be used: then
 /// every process's status is read, and its names and arguments if the status shows another program
-/// or CPU use. In either case each listing reads one fifth of the processes completely, in turn.
+/// or CPU use. To be safe, each listing reads one fifth of the processes in any case, in turn: the
+/// status of those that have not run, and the names and arguments too of the others.
 class ProcessTable {
  public:
   /// The shortest time over which CPU use is measured; the kernel counts it in steps of 0.01 s.
