@@ -63,10 +63,11 @@ void KeepAwakeTool::look(Timestamp now) {
     if (isOver(*startedAt_, soundSeconds, now) && !problem()) notifier_.problem(topic, "");
     return;
   }
+  const bool isShort = !isOver(*startedAt_, shortestPauseSeconds, now);
   startedAt_.reset();
   if (isOld) {
     notifier_.problem(topic, "the keep-awake tool has ended by itself; starting it again");
-    if (age < shortestPauseSeconds) pausedSince_ = now;
+    if (isShort) pausedSince_ = now;
     return;
   }
   isTrusted_ = false;
