@@ -130,8 +130,8 @@ class ScriptedTools : public CommandRunning {
     } else {
       world_.isSleepDisabled = isSleepDisabled;
     }
-    // Refusals do not count for a setting that is engaged later.
-    if (!world_.isSleepDisabled) forgetRefusedRestore();
+    // Refusals do not count for a setting that is engaged later, even if it was still on.
+    if (isSleepDisabled || !world_.isSleepDisabled) forgetRefusedRestore();
   }
 
   /// For some seconds after a change the answer may be wrong.
