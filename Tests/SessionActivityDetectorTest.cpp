@@ -20,7 +20,6 @@ TEST(SessionActivityDetector, FreshFilesGiveASignalThatTellsTheirAge) {
     EXPECT_EQ(signal ? signal->reason : "Pi session active (s ago)",
               std::string("Pi session active (") + shown + "s ago)");
   }
-  EXPECT_EQ(SessionActivityDetector::signal("Pi", {}, now, 60), std::nullopt);
 }
 
 TEST(SessionActivityDetector, JudgesAgentsByTheirFiles) {
