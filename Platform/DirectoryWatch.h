@@ -43,7 +43,7 @@ class DirectoryWatch {
   std::optional<Number> add(const std::string& path, std::uint64_t device, bool tellsWrites);
   void remove(Number number);
 
-  /// The changes since the last call. Does not block.
+  /// The changes since the last call, up to this one. Does not block, however fast more are made.
   Changes read();
 
  private:

@@ -1,5 +1,6 @@
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <sys/vfs.h>
 
 #include <algorithm>
@@ -73,8 +74,13 @@ DirectoryWatch::Changes DirectoryWatch::read() {
     changes.mayBeAnything = true;
     isDeviceTold_.clear();
   }
+  // Only what is waiting now: other programs may make changes faster than they can be read here.
+  int waiting = 0;
+  ::ioctl(events_.get(), FIONREAD, &waiting);
   alignas(inotify_event) std::array<char, 65536> buffer;
-  for (ssize_t size; (size = ::read(events_.get(), buffer.data(), buffer.size())) > 0;) {
+  for (ssize_t size;
+       waiting > 0 && (size = ::read(events_.get(), buffer.data(), buffer.size())) > 0;
+       waiting -= static_cast<int>(size)) {
     inotify_event event;
     for (const char* at = buffer.data(); at < buffer.data() + size;
          at += sizeof event + event.len) {
