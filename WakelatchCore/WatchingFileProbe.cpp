@@ -49,6 +49,7 @@ struct Directory {
   std::optional<EntryStatus> seen = {};     ///< its status when it was entered
   ModificationsByPath matches = {};         ///< by name
   std::optional<Timestamp> newest = {};     ///< latest time of the matches
+  bool isNewestGone = false;                ///< `newest` has to be found again
   std::optional<Timestamp> indexedBy = {};  ///< its key in the tree's index; absent: not in there
   std::set<std::string> polled = {};        ///< matches whose times change without a report
 };
@@ -84,6 +85,7 @@ class Tree : PatternWalk {
       for (auto at = begin; at != end; ++at) paths.push_back(at->second);
       for (const std::string& path : paths) lookAgain(path, name);
     }
+    indexChanged();
   }
 
   /// Reads again what the system does not report.
@@ -163,6 +165,7 @@ class Tree : PatternWalk {
       return directory.polled.contains(name) || changes.entries.contains({*directory.watch, name});
     });
     for (const std::string& name : wrong) lookAgain(path, name);
+    indexChanged();
     return wrong.size();
   }
 
@@ -277,7 +280,7 @@ class Tree : PatternWalk {
       reach(place, name.c_str(), {child.c_str(), status->kind}, leadsTo(status->kind));
     }
     if (!wasFound_) match(*current_, name, std::nullopt);
-    index(*current_);
+    changed_.insert(path);
     enterPlanned();
   }
 
@@ -296,16 +299,28 @@ class Tree : PatternWalk {
     }
     if (time && (!directory.newest || *time >= *directory.newest)) {
       directory.newest = time;
-      return;
+      directory.isNewestGone = false;
+    } else if (before && before == directory.newest) {
+      directory.isNewestGone = true;
     }
-    if (!before || before != directory.newest) return;
-    directory.newest.reset();
-    for (const auto& [other, at] : matches) {
-      directory.newest = std::max(directory.newest.value_or(at), at);
+  }
+
+  /// Indexes the directories that lookAgain() has changed. Done once for all changes: finding the
+  /// newest of a directory takes a look at all its matches.
+  void indexChanged() {
+    for (const std::string& path : std::exchange(changed_, {})) {
+      const auto known = directories_.find(path);
+      if (known != directories_.end()) index(known->second);
     }
   }
 
   void index(Directory& directory) {
+    if (std::exchange(directory.isNewestGone, false)) {
+      directory.newest.reset();
+      for (const auto& [name, time] : directory.matches) {
+        directory.newest = std::max(directory.newest.value_or(time), time);
+      }
+    }
     if (directory.indexedBy == directory.newest) return;
     if (directory.indexedBy) byTime_.erase({*directory.indexedBy, &directory});
     if (directory.newest) byTime_.emplace(*directory.newest, &directory);
@@ -325,6 +340,7 @@ class Tree : PatternWalk {
     const auto forgetOne = [this](auto at) {
       unwatch(at->second);
       at->second.newest.reset();
+      at->second.isNewestGone = false;
       index(at->second);
       silent_.erase(at->first);
       return directories_.erase(at);
@@ -343,7 +359,8 @@ class Tree : PatternWalk {
   SharedWatches& watches_;
   std::map<std::string, Directory> directories_;                ///< by path
   std::multimap<DirectoryWatch::Number, std::string> watched_;  ///< paths of watched directories
-  std::set<std::string> silent_;  ///< paths of the directories that poll() has to read
+  std::set<std::string> changed_;  ///< paths of the directories to be indexed again
+  std::set<std::string> silent_;   ///< paths of the directories that poll() has to read
   std::set<std::pair<Timestamp, const Directory*>> byTime_;  ///< by the time of the newest match
   Directory* current_ = nullptr;                             ///< the one that is being read
   bool wasFound_ = false;  ///< found() was called since lookAgain()
