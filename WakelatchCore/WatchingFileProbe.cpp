@@ -68,6 +68,7 @@ class Tree : PatternWalk {
 
   /// Walks everything anew.
   void build() {
+    isStale_ = false;
     forget("");
     Directory& above = directories_[""];  // holds home itself if a pattern matches that
     above.place = {"", -1, {}};
@@ -76,9 +77,11 @@ class Tree : PatternWalk {
     index(above);
   }
 
-  /// Reads again what has changed.
+  /// Reads again what has changed. If that may be anything, only refresh() reads it: a tree that
+  /// nobody asks for costs nothing then.
   void apply(const DirectoryWatch::Changes& changes) {
-    if (changes.mayBeAnything) return build();
+    isStale_ = isStale_ || changes.mayBeAnything;
+    if (isStale_) return;
     for (const auto& [number, name] : changes.entries) {
       const auto [begin, end] = watched_.equal_range(number);
       std::vector<std::string> paths;  // copied, as lookAgain() may change the table
@@ -88,8 +91,9 @@ class Tree : PatternWalk {
     indexChanged();
   }
 
-  /// Reads again what the system does not report.
-  void poll() {
+  /// Reads again what the system does not report, or everything if anything may have changed.
+  void refresh() {
+    if (isStale_) return build();
     const std::set<std::string> paths = silent_;
     for (const std::string& path : paths) {
       const auto known = directories_.find(path);
@@ -135,7 +139,7 @@ class Tree : PatternWalk {
   /// has to apply them.
   std::size_t verify(const std::string& path, DirectoryWatch::Changes& changes) {
     const Directory& directory = directories_.at(path);
-    if (!directory.watch) return 0;
+    if (isStale_ || !directory.watch) return 0;
     Relisting disk(*patterns_, maxDepth_);
     if (!disk.look(directory.place)) return 0;  // it is gone; a report of that will come
     changes = watches_.read();
@@ -360,9 +364,10 @@ class Tree : PatternWalk {
   std::map<std::string, Directory> directories_;                ///< by path
   std::multimap<DirectoryWatch::Number, std::string> watched_;  ///< paths of watched directories
   std::set<std::string> changed_;  ///< paths of the directories to be indexed again
-  std::set<std::string> silent_;   ///< paths of the directories that poll() has to read
+  std::set<std::string> silent_;   ///< paths of the directories that refresh() has to read
   std::set<std::pair<Timestamp, const Directory*>> byTime_;  ///< by the time of the newest match
   Directory* current_ = nullptr;                             ///< the one that is being read
+  bool isStale_ = false;                                     ///< everything has to be read again
   bool wasFound_ = false;  ///< found() was called since lookAgain()
 };
 
@@ -375,7 +380,7 @@ struct WatchingFileProbe::State {
   Tree& upToDate(const Patterns& patterns) WAKELATCH_REQUIRES(mutex) {
     apply(watches.read());
     const auto [entry, isNew] = trees.try_emplace(patterns, patterns, home, maxDepth, watches);
-    if (!isNew) entry->second.poll();
+    if (!isNew) entry->second.refresh();
     return entry->second;
   }
 
@@ -397,7 +402,7 @@ struct WatchingFileProbe::State {
     std::size_t wrong = 0;
     for (; verifiedTree != trees.end(); ++verifiedTree) {
       Tree& tree = verifiedTree->second;
-      tree.poll();
+      tree.refresh();
       while (!(verifiedPath = tree.pathAfter(verifiedPath)).empty()) {
         DirectoryWatch::Changes changes;
         wrong += tree.verify(verifiedPath, changes);
