@@ -68,13 +68,13 @@ class Tree : PatternWalk {
 
   /// Walks everything anew.
   void build() {
-    isStale_ = false;
     forget("");
     Directory& above = directories_[""];  // holds home itself if a pattern matches that
     above.place = {"", -1, {}};
     current_ = &above;
     run(home_);
     index(above);
+    isStale_ = false;  // only now: without memory for all of it, the next call walks again
   }
 
   /// Reads again what has changed. If that may be anything, only refresh() reads it: a tree that
